@@ -1,0 +1,58 @@
+# The few shapes of target that this tree has.
+include(GoogleTest)
+
+# zks_add_module(NAME SOURCES file... [LINKS target...] [PRIVATE_LINKS target...])
+# A static library of position-independent code. Shared libraries are made of modules; unit tests link modules directly.
+function(zks_add_module name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS;PRIVATE_LINKS")
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS} $<BUILD_INTERFACE:zks_warnings>)
+endfunction()
+
+# zks_add_test(NAME SOURCES file... [LINKS target...] [LABELS label...] [TIMEOUT seconds] [ENVIRONMENT VAR=value...])
+# A GoogleTest program whose cases ctest lists one by one. Put it beside what it tests.
+function(zks_add_test name)
+  if(NOT ZKS_BUILD_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LINKS;LABELS;ENVIRONMENT")
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LINKS} GTest::gmock GTest::gtest_main zks_warnings)
+  set(properties TIMEOUT ${arg_TIMEOUT})
+  if(arg_LABELS)
+    list(APPEND properties LABELS "${arg_LABELS}")
+  endif()
+  if(arg_ENVIRONMENT)
+    list(APPEND properties ENVIRONMENT "${arg_ENVIRONMENT}")
+  endif()
+  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES ${properties})
+endfunction()
+
+# zks_add_shared_of_modules(NAME MODULES module... [LINKS target...])
+# One shared library that holds the whole of the modules named.
+function(zks_add_shared_of_modules name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "MODULES;LINKS")
+  add_library(${name} SHARED)
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  foreach(module IN LISTS arg_MODULES)
+    target_link_libraries(${name} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,${module}>)
+  endforeach()
+  target_link_libraries(${name} PUBLIC ${arg_LINKS})
+endfunction()
+
+# zks_add_benchmark(NAME SOURCES file... [LINKS target...])
+# A Google Benchmark program; it also runs once, briefly, as a test so that it cannot rot.
+function(zks_add_benchmark name)
+  if(NOT ZKS_BUILD_BENCHMARKS)
+    return()
+  endif()
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LINKS} benchmark::benchmark_main zks_warnings)
+endfunction()

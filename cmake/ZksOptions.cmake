@@ -1,0 +1,36 @@
+# Compiler settings that every target of this tree shares, and the switches that the presets set.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+
+option(ZKS_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" ON)
+option(ZKS_BUILD_TESTS "Build the tests" ON)
+option(ZKS_BUILD_BENCHMARKS "Build the benchmarks" ON)
+set(ZKS_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them (for example address,undefined)")
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+if(ZKS_SANITIZE)
+  add_compile_options(-fsanitize=${ZKS_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${ZKS_SANITIZE})
+endif()
+
+# zks_warnings: linked by every target whose sources are written here (not by generated code).
+add_library(zks_warnings INTERFACE)
+target_compile_options(zks_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wunused
+  -Wnull-dereference -Wformat=2 $<$<BOOL:${ZKS_WARNINGS_AS_ERRORS}>:-Werror>)
+if(ZKS_SANITIZE MATCHES "thread|address")
+  # GCC reports its own instrumentation here.
+  target_compile_options(zks_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-null-dereference -Wno-tsan -Wno-maybe-uninitialized>)
+endif()

@@ -1,0 +1,24 @@
+// How a caller of the encoding library packs messages into its own Any type, and unpacks them.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <memory>
+
+namespace parallel::protobufencoding {
+
+// Threads: one encoder may be used by several threads when its implementation has no state.
+class AnyEncoder {
+ public:
+  virtual ~AnyEncoder() = default;
+
+  // Whether messages of this type are Any messages, to be unpacked on the way to the host and packed on the way back.
+  virtual bool isAnyMessage(const google::protobuf::Descriptor* descriptor) = 0;
+  // A new Any that holds `message`.
+  virtual std::unique_ptr<google::protobuf::Message> encodeToAny(const google::protobuf::Message& message) = 0;
+  // The message inside `any`; null when its type is unknown.
+  virtual std::unique_ptr<google::protobuf::Message> decodeFromAny(const google::protobuf::Message& any) = 0;
+};
+
+}  // namespace parallel::protobufencoding

@@ -1,0 +1,53 @@
+// The other side of Invokable: named methods as handlers over a request istream and a reply ostream.
+#pragma once
+
+#include <functional>
+#include <istream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace agent::spf::core {
+
+// What a handler may ask of the call that it serves.
+class ServerCall {
+ public:
+  virtual ~ServerCall() = default;
+
+  virtual const std::string& method() const noexcept = 0;
+  // Bytes of the whole request, where the client announced it.
+  virtual std::optional<long> requestSize() const noexcept = 0;
+  // Announces the bytes of the whole reply. Call it before the first byte of the reply is written.
+  virtual void setReplySize(long size) = 0;
+
+  // True once nobody waits for the reply any more: the client abandoned the call, or its connection is gone.
+  virtual bool isCancelled() const noexcept = 0;
+  // Runs `callback` once when that happens, at once if it has happened, on a thread of the framework; an empty function
+  // takes the callback back, and then waits for one that is running.
+  virtual void onCancel(std::function<void()> callback) = 0;
+
+  // Valid during the handler. Both raise (exception mask badbit) when the call is cancelled or the connection is lost.
+  virtual std::istream& request() = 0;
+  virtual std::ostream& reply() = 0;
+};
+
+// Threads: handlers run on threads of the framework, several at once; the table is complete before serving starts.
+class Service {
+ public:
+  // Returning ends the reply. An exception ends it with that error, its whole nested chain, whatever was written before.
+  using Handler = std::function<void(ServerCall&)>;
+
+  void add(std::string method, Handler handler);
+  // Null when there is no such method.
+  const Handler* find(std::string_view method) const;
+  // What a call of an unknown method is answered with: names the method and those there are.
+  std::string unknownMethodText(std::string_view method) const;
+
+ private:
+  std::map<std::string, Handler, std::less<>> methods_;
+};
+
+}  // namespace agent::spf::core

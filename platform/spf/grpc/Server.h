@@ -1,0 +1,37 @@
+// Serves a Service over gRPC. Protocol: platform/spf/grpc/transport.proto and docs/protocol.md.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "platform/spf/core/Service.h"
+
+namespace agent::spf::grpc_transport {
+
+struct ServerOptions {
+  // "unix:/absolute/path" or "HOST:PORT" (port 0: the system chooses). Plain text either way: who may connect is
+  // decided by the socket file's permissions, which are the caller's to set up (its directory), or by the network.
+  std::string address;
+  // How long shutdown lets calls under way finish before it cancels them.
+  std::chrono::milliseconds grace{0};
+};
+
+class Server {
+ public:
+  // Listens at once. FrameworkError names the address when that fails.
+  Server(std::shared_ptr<const core::Service> service, const ServerOptions& options);
+  // Shuts down: no new calls, those under way are cancelled after the grace time, their handlers waited for.
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  // Where it listens, with the real port, in the form that connect() takes.
+  const std::string& address() const noexcept;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace agent::spf::grpc_transport

@@ -1,0 +1,26 @@
+// Connects to a Service over gRPC.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/spf/core/Invokable.h"
+
+namespace agent::spf::grpc_transport {
+
+struct ConnectOptions {
+  std::chrono::milliseconds connectTimeout{10'000};
+  // Asked about every 50 ms while waiting for the connection; may throw to give up (an interrupt).
+  std::function<void()> poll;
+  // Runs once, on a thread of the framework, when the connection is found dead. May be empty.
+  std::function<void()> onDisconnect;
+};
+
+// `address`: "unix:/absolute/path" or "HOST:PORT". FrameworkError names the address and what was wrong (nothing listens,
+// no such socket file, no permission); Timeout when it does not answer in time.
+// Destroying the Invokable cancels the calls under way; their handlers get Terminated.
+std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options = {});
+
+}  // namespace agent::spf::grpc_transport
