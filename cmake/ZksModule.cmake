@@ -37,12 +37,16 @@ endfunction()
 # One shared library that holds the whole of the modules named.
 function(zks_add_shared_of_modules name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "MODULES;LINKS")
-  add_library(${name} SHARED)
+  # The linker has nothing to do without a source of the library's own.
+  file(CONFIGURE OUTPUT "${CMAKE_CURRENT_BINARY_DIR}/${name}_modules.cpp" CONTENT "")
+  add_library(${name} SHARED "${CMAKE_CURRENT_BINARY_DIR}/${name}_modules.cpp")
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
-  foreach(module IN LISTS arg_MODULES)
-    target_link_libraries(${name} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,${module}>)
-  endforeach()
+  target_include_directories(${name} SYSTEM PUBLIC $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated>)
+  # Modules also link one another; the override makes every mention of one the whole archive.
+  list(JOIN arg_MODULES "," joined)
+  set_property(TARGET ${name} PROPERTY LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,${joined}")
+  target_link_libraries(${name} PRIVATE ${arg_MODULES})
   target_link_libraries(${name} PUBLIC ${arg_LINKS})
 endfunction()
 

@@ -1,0 +1,36 @@
+# zks_add_proto_module(NAME PROTOS file.proto... [LINKS target...] [DESCRIPTOR_SET file])
+# A static library of the C++ code that protoc makes of schemas of this tree. A schema platform/a/b.proto is included as
+# "platform/a/b.pb.h", and imported by other schemas as "platform/a/b.proto". Generated code is compiled without our
+# warnings. DESCRIPTOR_SET also writes the schemas, with all that they import, as one FileDescriptorSet.
+function(zks_add_proto_module name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "DESCRIPTOR_SET" "PROTOS;LINKS")
+  set(out "${PROJECT_BINARY_DIR}/generated")
+  file(MAKE_DIRECTORY "${out}")
+  set(generated "")
+  set(paths "")
+  foreach(proto IN LISTS arg_PROTOS)
+    cmake_path(ABSOLUTE_PATH proto OUTPUT_VARIABLE path)
+    cmake_path(RELATIVE_PATH path BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE relative)
+    cmake_path(REMOVE_EXTENSION relative LAST_ONLY OUTPUT_VARIABLE stem)
+    add_custom_command(
+      OUTPUT "${out}/${stem}.pb.cc" "${out}/${stem}.pb.h"
+      COMMAND protobuf::protoc "--proto_path=${PROJECT_SOURCE_DIR}" "--cpp_out=${out}" "${path}"
+      DEPENDS ${arg_PROTOS} protobuf::protoc
+      COMMENT "protoc ${relative}"
+      VERBATIM)
+    list(APPEND generated "${out}/${stem}.pb.cc" "${out}/${stem}.pb.h")
+    list(APPEND paths "${path}")
+  endforeach()
+  if(arg_DESCRIPTOR_SET)
+    add_custom_command(
+      OUTPUT "${arg_DESCRIPTOR_SET}"
+      COMMAND protobuf::protoc "--proto_path=${PROJECT_SOURCE_DIR}" --include_imports
+              "--descriptor_set_out=${arg_DESCRIPTOR_SET}" ${paths}
+      DEPENDS ${arg_PROTOS} protobuf::protoc
+      VERBATIM)
+    list(APPEND generated "${arg_DESCRIPTOR_SET}")
+  endif()
+  add_library(${name} STATIC ${generated})
+  target_include_directories(${name} SYSTEM PUBLIC $<BUILD_INTERFACE:${out}>)
+  target_link_libraries(${name} PUBLIC protobuf::libprotobuf ${arg_LINKS})
+endfunction()
