@@ -34,20 +34,20 @@ function(zks_add_test name)
 endfunction()
 
 # zks_add_shared_of_modules(NAME MODULES module... [LINKS target...])
-# One shared library that holds the whole of the modules named.
+# One shared library that holds the whole of the modules named, which must be defined before.
 function(zks_add_shared_of_modules name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "MODULES;LINKS")
-  # The linker has nothing to do without a source of the library's own.
-  file(CONFIGURE OUTPUT "${CMAKE_CURRENT_BINARY_DIR}/${name}_modules.cpp" CONTENT "")
-  add_library(${name} SHARED "${CMAKE_CURRENT_BINARY_DIR}/${name}_modules.cpp")
+  add_library(${name} SHARED)
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_include_directories(${name} SYSTEM PUBLIC $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated>)
-  # Modules also link one another; the override makes every mention of one the whole archive.
-  list(JOIN arg_MODULES "," joined)
-  set_property(TARGET ${name} PROPERTY LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,${joined}")
-  target_link_libraries(${name} PRIVATE ${arg_MODULES})
-  target_link_libraries(${name} PUBLIC ${arg_LINKS})
+  # All objects go in. The modules are linked as well for what they link; nothing in their archives is still missing then.
+  foreach(module IN LISTS arg_MODULES)
+    if(TARGET ${module})
+      target_sources(${name} PRIVATE $<TARGET_OBJECTS:${module}>)
+    endif()
+  endforeach()
+  target_link_libraries(${name} PRIVATE ${arg_MODULES} PUBLIC ${arg_LINKS})
 endfunction()
 
 # zks_add_benchmark(NAME SOURCES file... [LINKS target...])
