@@ -7,8 +7,8 @@
 //            Const pointers and spans handed out stay valid until the share they came from is written to or destroyed.
 // Threads:   different shares of one value may be used, written and destroyed by different threads at once. One share
 //            is used by one thread at a time.
-// Errors:    functions throw platform errors (platform/errors): `WrongClass`, `IndexOutOfRange`, `TooLarge`,
-//            `OutOfMemory`, `NoSuchField`. Nothing is changed when they throw.
+// Errors:    functions throw platform errors (platform/errors): `WrongClass`, `IndexOutOfRange`, `WrongShape`,
+//            `TooLarge`, `OutOfMemory`, `NoSuchField`, `BadFieldName`. Nothing is changed when they throw.
 // Units:     counts are elements, nbytes are bytes. A complex element is two parts, real then imaginary, side by side.
 // Shape:     at least two dimensions; dimensions may be 0. A missing second dimension means 1. Trailing ones past the
 //            second are dropped.
@@ -152,13 +152,16 @@ bool qxEqual(const qxArray* left, const qxArray* right);
 constexpr std::uint16_t qxSerializeDefaults = 32;
 
 // The value as a uint8 column of its serialised bytes. `options` selects nothing at present; callers pass 32.
-// `CannotSerialize` names the path of an object that has no saved form here (see inRunSaveObjFunction).
+// `CannotSerialize` names the path of an object that has no saved form here (see inRunSaveObjFunction). `TooDeep` when
+// the value nests deeper than qxMaxNesting.
 qxArray* qxSerializeEx(const qxArray* array, std::uint16_t options);
 
 // The array that the bytes describe, or null when they are not one whole well-formed array. Never reads outside the
-// bytes, never allocates more than they can fill, and never nests deeper than qxMaxNesting.
+// bytes, never allocates more than they can fill, and never nests deeper than qxMaxNesting. `OutOfMemory` when a
+// well-formed array finds no room.
 qxArray* qxDeserialize(const void* data, std::size_t nbytes);
 
+// The most lists and structs that may stand around a value in its serialised form.
 constexpr std::size_t qxMaxNesting = 256;
 
 // --- Template bodies ---

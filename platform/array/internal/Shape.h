@@ -1,0 +1,41 @@
+// The dimensions of an array and their product.
+//
+// Always at least two dimensions, no trailing ones past the second. Two dimensions, the common case, need no heap.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/array/qxArray.h"
+
+namespace qx_detail {
+
+class Shape {
+ public:
+  // Nothing when the product does not fit in a size_t. A dimension of 0 makes the product 0 whatever the others are.
+  static std::optional<Shape> make(qxDimensions dimensions);
+
+  // The shape of an array whose elements take `elementBytes` each. `TooLarge` when such an array could not be
+  // addressed.
+  static Shape makeChecked(qxDimensions dimensions, std::size_t elementBytes, qxClass cls);
+
+  qxDimensions dimensions() const noexcept;
+  std::size_t count() const noexcept { return count_; }
+
+  friend bool operator==(const Shape& left, const Shape& right) noexcept;
+
+ private:
+  Shape() = default;
+
+  std::array<std::size_t, 2> plane_{1, 1};
+  std::vector<std::size_t> many_;  // all of them, when there are more than two
+  std::size_t count_ = 1;
+};
+
+// "2-by-3-by-4", for messages.
+std::string dimensionsText(qxDimensions dimensions);
+
+}  // namespace qx_detail
