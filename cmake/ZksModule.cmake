@@ -33,21 +33,25 @@ function(zks_add_test name)
     PROPERTIES ${properties})
 endfunction()
 
-# zks_add_shared_of_modules(NAME MODULES module... [LINKS target...])
-# One shared library that holds the whole of the modules named, which must be defined before.
+# zks_add_shared_of_modules(NAME MODULES module... [LINKS target...] [OVER target...])
+# One shared library that holds all objects of the modules named, which must be defined before. What the modules link
+# comes from the modules' own links; or, with OVER, from the shared libraries named, and no static module is linked.
 function(zks_add_shared_of_modules name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "MODULES;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "MODULES;LINKS;OVER")
   add_library(${name} SHARED)
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_include_directories(${name} SYSTEM PUBLIC $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated>)
-  # All objects go in. The modules are linked as well for what they link; nothing in their archives is still missing then.
   foreach(module IN LISTS arg_MODULES)
     if(TARGET ${module})
       target_sources(${name} PRIVATE $<TARGET_OBJECTS:${module}>)
     endif()
   endforeach()
-  target_link_libraries(${name} PRIVATE ${arg_MODULES} PUBLIC ${arg_LINKS})
+  if(NOT arg_OVER)
+    # The modules are linked as well for what they link; nothing in their archives is still missing then.
+    target_link_libraries(${name} PRIVATE ${arg_MODULES})
+  endif()
+  target_link_libraries(${name} PUBLIC ${arg_LINKS} ${arg_OVER})
 endfunction()
 
 # zks_add_benchmark(NAME SOURCES file... [LINKS target...])

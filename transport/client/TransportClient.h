@@ -3,8 +3,9 @@
 // Ownership: shares the connection's record with its owner; never fills or empties it. Copies are cheap and equal.
 // Threads:   any, several at once.
 // Errors:    with no connection in the record every operation throws `ZKSUnreachable` (component "parallel:cluster").
-//            What createByteStream and the Invokable throw passes through, and an error that the service reports arrives
-//            as the very object that the framework stored; throwExpandedSPFErrors makes one message of its chain.
+//            What createByteStream and the Invokable throw passes through, and an error that the service reports
+//            arrives as the very object that the framework stored; throwExpandedSPFErrors makes one message of its
+//            chain.
 #pragma once
 
 #include <memory>
@@ -26,8 +27,8 @@ class PARALLEL_SPF_TRANSPORT_EXPORT TransportClient {
   // Never empty.
   std::shared_ptr<agent::spf::core::Invokable> getInvokable() const;
 
-  // Sends the payload and waits until the reply begins; the items then read the rest of it as it arrives. On a thread in
-  // the interpreter's context a user interrupt is noticed within about 100 ms and ends the wait with the host's
+  // Sends the payload and waits until the reply begins; the items then read the rest of it as it arrives. On a thread
+  // in the interpreter's context a user interrupt is noticed within about 100 ms and ends the wait with the host's
   // interrupt exception; the reply is then dropped when it comes. There is no time limit of its own.
   // `payload` is empty afterwards, whatever happened.
   OutputPayload invokeMethod(std::string method, InputPayload&& payload) const;
@@ -36,8 +37,8 @@ class PARALLEL_SPF_TRANSPORT_EXPORT TransportClient {
   // wait.
   void invokeMethod(std::string method, const std::string& bytes) const;
 
-  // Sends the payload and returns; the handler gets the reply, a shared ImportedDataSource, or the error, on a thread of
-  // the framework. `payload` is empty afterwards, whatever happened.
+  // Sends the payload and returns; the handler gets the reply, a shared ImportedDataSource, or the error, on a thread
+  // of the framework. `payload` is empty afterwards, whatever happened.
   void invokeMethodAsync(std::string method, InputPayload&& payload,
                          agent::spf::core::CompletionHandler&& handler) const;
 

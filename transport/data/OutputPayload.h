@@ -1,7 +1,7 @@
 // The ordered items of one reply, cut out of one stream. Format: docs/container.md.
 //
-// Nothing is read ahead: an item's bytes are reached only when the items before it have been read to their ends, so read
-// the items in order, each completely. A fault inside an item shows when that item is read.
+// Nothing is read ahead: an item's bytes are reached only when the items before it have been read to their ends, so
+// read the items in order, each completely. A fault inside an item shows when that item is read.
 //
 // Ownership: the items share the stream, which lives as long as any of them.
 // Threads:   none of its items may be read while another is.

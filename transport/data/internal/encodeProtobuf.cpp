@@ -1,0 +1,45 @@
+#include <google/protobuf/message.h>
+
+#include <boost/numeric/conversion/cast.hpp>
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <vector>
+
+#include "platform/errors/InternalException.h"
+#include "transport/data/internal/encoders.h"
+#include "transport/protobuf/detail.h"
+#include "transport/streams/ByteSink.h"
+
+namespace parallel::spf::transport::internal {
+
+namespace {
+
+std::vector<std::byte> serializeMessage(const google::protobuf::Message& message) {
+  const std::size_t nbytes = message.ByteSizeLong();
+  std::vector<std::byte> bytes(nbytes);
+  // The result only repeats what the size check has found; the buffer goes out as it is.
+  static_cast<void>(message.SerializeToArray(bytes.data(), boost::numeric_cast<int>(nbytes)));
+  return bytes;
+}
+
+std::vector<std::byte> encodedMessage(const qxArray* array) {
+  try {
+    return serializeMessage(*protobuf::detail::encode(array));
+  } catch (const std::exception& cause) {
+    std::ostringstream text;
+    text << "Error occurred serializing protobuf message: " << cause.what() << std::endl;
+    throw InternalException(text.str());
+  }
+}
+
+}  // namespace
+
+void encodeProtobuf(const qxArray* array, ByteSink& sink) {
+  const std::vector<std::byte> bytes = encodedMessage(array);
+  sink.write(bytes.data(), bytes.size());
+}
+
+}  // namespace parallel::spf::transport::internal

@@ -1,0 +1,36 @@
+#include <algorithm>
+#include <array>
+#include <boost/numeric/conversion/cast.hpp>
+#include <cstddef>
+#include <cstdint>
+
+#include "transport/data/internal/readers.h"
+#include "transport/streams/ByteStream.h"
+#include "transport/streams/FunctionalByteSink.h"
+#include "transport/streams/readBigEndian.h"
+
+namespace parallel::spf::transport::internal {
+
+namespace {
+
+void drain(ByteStream& stream) {
+  FunctionalByteSink nowhere([](const std::byte*, std::size_t) {});
+  stream.read(nowhere);
+}
+
+}  // namespace
+
+qxArrayPtr readPlain(ByteStream& stream) {
+  const auto count = boost::numeric_cast<std::size_t>(readBigEndianInt64(stream));
+  qxArrayPtr array = qxCreateNumericArray(std::array<std::size_t, 2>{count, 1}, qxClass::Uint8);
+
+  auto* cursor = static_cast<std::byte*>(qxGetWritableData(array.get()));
+  FunctionalByteSink intoArray(
+      [&cursor](const std::byte* data, std::size_t nbytes) { cursor = std::copy_n(data, nbytes, cursor); });
+  // A short item is let pass: the service may announce more than it has.
+  stream.read(intoArray, count);
+  drain(stream);
+  return array;
+}
+
+}  // namespace parallel::spf::transport::internal
