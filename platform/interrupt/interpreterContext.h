@@ -1,6 +1,7 @@
 // Whether the calling thread may service the host's interrupts.
 //
-// Only a thread inside an InterpreterContext may: the interpreter's own thread in a host, main() in a command-line tool.
+// Only a thread inside an InterpreterContext may: the interpreter's own thread in a host, main() in a command-line
+// tool.
 #pragma once
 
 namespace foundation::usm {

@@ -1,7 +1,7 @@
 // The host's pending-interrupt flag.
 //
-// One flag per process, fed by request() (a front end, a signal handler: async-signal-safe) and by at most one pluggable
-// source that is asked at each check, such as an interpreter's own signal check.
+// One flag per process, fed by request() (a front end, a signal handler: async-signal-safe) and by at most one
+// pluggable source that is asked at each check, such as an interpreter's own signal check.
 #pragma once
 
 #include <exception>

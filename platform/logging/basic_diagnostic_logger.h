@@ -61,10 +61,9 @@ class basic_diagnostic_logger<char> {
 }  // namespace foundation::log
 
 // Evaluates nothing to the right of it unless the level is enabled and the core takes the record.
-#define FOUNDATION_LOG(logger, level)                                                              \
-  if (!(logger).isEnabled(level)) {                                                                \
-  } else if (::foundation::log::basic_diagnostic_logger<char>::Record foundation_log_record(       \
-                 (logger), (level));                                                               \
-             !foundation_log_record) {                                                             \
-  } else                                                                                           \
+#define FOUNDATION_LOG(logger, level)                                                                           \
+  if (!(logger).isEnabled(level)) {                                                                             \
+  } else if (::foundation::log::basic_diagnostic_logger<char>::Record foundation_log_record((logger), (level)); \
+             !foundation_log_record) {                                                                          \
+  } else                                                                                                        \
     foundation_log_record.stream()

@@ -11,10 +11,10 @@
 namespace parallel::logging {
 
 // The levels by their consequence.
-inline constexpr foundation::log::level_t kTrace = 2;     // each call, by name
-inline constexpr foundation::log::level_t kWarning = 8;   // a misuse that was made good, or a stale connection
-inline constexpr foundation::log::level_t kDetail = 16;   // the diagnostic text of an exception that is thrown on
-inline constexpr foundation::log::level_t kError = 256;   // a failure
+inline constexpr foundation::log::level_t kTrace = 2;    // each call, by name
+inline constexpr foundation::log::level_t kWarning = 8;  // a misuse that was made good, or a stale connection
+inline constexpr foundation::log::level_t kDetail = 16;  // the diagnostic text of an exception that is thrown on
+inline constexpr foundation::log::level_t kError = 256;  // a failure
 inline constexpr foundation::log::level_t kAll = 0xFFFFFFFF;
 
 struct LogRecord {
