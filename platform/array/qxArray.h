@@ -59,8 +59,8 @@ using qxDimensions = std::span<const std::size_t>;
 
 // --- Creation ---
 
-// Zero-filled, without touching the pages of large arrays. `cls` is numeric or Boolean or Text; only numeric classes may
-// be complex.
+// Zero-filled, without touching the pages of large arrays. `cls` is numeric or Boolean or Text; only numeric classes
+// may be complex.
 qxArrayPtr qxCreateNumericArray(qxDimensions dimensions, qxClass cls, bool complex = false);
 
 // As above, but the bytes are unspecified until written: for a caller that fills every element.
@@ -73,11 +73,11 @@ qxArrayPtr qxCreateUninitializedArray(qxDimensions dimensions, qxClass cls, bool
 qxArrayPtr qxAdoptArray(qxDimensions dimensions, qxClass cls, bool complex, void* data, bool writable,
                         std::function<void()> release);
 
-qxArrayPtr qxCreateString(std::u16string_view text);      // 1-by-n text; 0-by-0 for the empty string
-qxArrayPtr qxCreateStringUtf8(std::string_view utf8);     // the same from UTF-8; bad sequences become U+FFFD
-qxArrayPtr qxCreateScalar(double value);                  // 1-by-1 float64
-qxArrayPtr qxCreateBoolean(bool value);                   // 1-by-1 boolean
-qxArrayPtr qxCreateListArray(qxDimensions dimensions);    // each element empty until set
+qxArrayPtr qxCreateString(std::u16string_view text);    // 1-by-n text; 0-by-0 for the empty string
+qxArrayPtr qxCreateStringUtf8(std::string_view utf8);   // the same from UTF-8; bad sequences become U+FFFD
+qxArrayPtr qxCreateScalar(double value);                // 1-by-1 float64
+qxArrayPtr qxCreateBoolean(bool value);                 // 1-by-1 boolean
+qxArrayPtr qxCreateListArray(qxDimensions dimensions);  // each element empty until set
 qxArrayPtr qxCreateStructArray(qxDimensions dimensions, std::span<const std::string> fieldNames);
 
 // A new share of the same value; costs a count.
@@ -87,12 +87,14 @@ qxArrayPtr qxCreateSharedCopy(const qxArray* array);
 
 qxClass qxGetClass(const qxArray* array) noexcept;
 bool qxIsComplex(const qxArray* array) noexcept;
-bool qxIsNumeric(const qxArray* array) noexcept;          // a numeric class, not Boolean or Text
+bool qxIsNumeric(const qxArray* array) noexcept;  // a numeric class, not Boolean or Text
 qxDimensions qxGetDimensions(const qxArray* array) noexcept;
 std::size_t qxGetNumberOfElements(const qxArray* array) noexcept;  // the product of the dimensions
-std::size_t qxGetElementBytes(const qxArray* array) noexcept;      // both parts of a complex element; 0 for List, Struct, Object
-std::size_t qxClassBytes(qxClass cls) noexcept;                    // bytes of one part; 0 for List, Struct, Object
-std::size_t qxGetDataBytes(const qxArray* array) noexcept;         // elements times element bytes
+// Both parts of a complex element; 0 for List, Struct, Object.
+std::size_t qxGetElementBytes(const qxArray* array) noexcept;
+// Bytes of one part; 0 for List, Struct, Object.
+std::size_t qxClassBytes(qxClass cls) noexcept;
+std::size_t qxGetDataBytes(const qxArray* array) noexcept;  // elements times element bytes
 
 // Gives the array other dimensions with the same product, else throws `WrongShape`.
 void qxReshape(qxArray* array, qxDimensions dimensions);
@@ -173,17 +175,28 @@ void* checkedWritableData(qxArray* array, qxClass cls);
 
 template <class T>
 constexpr qxClass qxClassOf() {
-  if constexpr (std::is_same_v<T, double>) return qxClass::Float64;
-  else if constexpr (std::is_same_v<T, float>) return qxClass::Float32;
-  else if constexpr (std::is_same_v<T, std::int8_t>) return qxClass::Int8;
-  else if constexpr (std::is_same_v<T, std::uint8_t>) return qxClass::Uint8;
-  else if constexpr (std::is_same_v<T, std::int16_t>) return qxClass::Int16;
-  else if constexpr (std::is_same_v<T, std::uint16_t>) return qxClass::Uint16;
-  else if constexpr (std::is_same_v<T, std::int32_t>) return qxClass::Int32;
-  else if constexpr (std::is_same_v<T, std::uint32_t>) return qxClass::Uint32;
-  else if constexpr (std::is_same_v<T, std::int64_t>) return qxClass::Int64;
-  else if constexpr (std::is_same_v<T, std::uint64_t>) return qxClass::Uint64;
-  else if constexpr (std::is_same_v<T, bool>) return qxClass::Boolean;
+  if constexpr (std::is_same_v<T, double>)
+    return qxClass::Float64;
+  else if constexpr (std::is_same_v<T, float>)
+    return qxClass::Float32;
+  else if constexpr (std::is_same_v<T, std::int8_t>)
+    return qxClass::Int8;
+  else if constexpr (std::is_same_v<T, std::uint8_t>)
+    return qxClass::Uint8;
+  else if constexpr (std::is_same_v<T, std::int16_t>)
+    return qxClass::Int16;
+  else if constexpr (std::is_same_v<T, std::uint16_t>)
+    return qxClass::Uint16;
+  else if constexpr (std::is_same_v<T, std::int32_t>)
+    return qxClass::Int32;
+  else if constexpr (std::is_same_v<T, std::uint32_t>)
+    return qxClass::Uint32;
+  else if constexpr (std::is_same_v<T, std::int64_t>)
+    return qxClass::Int64;
+  else if constexpr (std::is_same_v<T, std::uint64_t>)
+    return qxClass::Uint64;
+  else if constexpr (std::is_same_v<T, bool>)
+    return qxClass::Boolean;
   else {
     static_assert(std::is_same_v<T, char16_t>, "no array class has this element type");
     return qxClass::Text;
