@@ -83,6 +83,9 @@ qxArrayPtr qxCreateStructArray(qxDimensions dimensions, std::span<const std::str
 // A new share of the same value; costs a count.
 qxArrayPtr qxCreateSharedCopy(const qxArray* array);
 
+// Makes this share one of `value`'s. What it held before is given up.
+void qxReplace(qxArray* array, qxArrayPtr value) noexcept;
+
 // --- Shape and class ---
 
 qxClass qxGetClass(const qxArray* array) noexcept;

@@ -40,3 +40,7 @@ void qxDestroyArray(qxArray* array) noexcept {
 qxArrayPtr qxCreateSharedCopy(const qxArray* array) {
   return qxArrayPtr(new qxArray(*array));
 }
+
+void qxReplace(qxArray* array, qxArrayPtr value) noexcept {
+  std::swap(*array, *value);
+}
