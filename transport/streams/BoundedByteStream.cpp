@@ -1,0 +1,25 @@
+#include "transport/streams/BoundedByteStream.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace parallel::spf::transport {
+
+BoundedByteStream::BoundedByteStream(std::shared_ptr<ByteStream> source, std::size_t limit)
+    : source_(std::move(source)), limit_(limit) {}
+
+BoundedByteStream::~BoundedByteStream() = default;
+
+std::size_t BoundedByteStream::read(ByteSink& sink, std::size_t nbytes) {
+  const std::size_t delivered = source_->read(sink, std::min(nbytes, limit_ - consumed_));
+  consumed_ += delivered;
+  return delivered;
+}
+
+std::size_t BoundedByteStream::sizeHint() const noexcept {
+  const std::size_t left = limit_ - consumed_;
+  const std::size_t inSource = sizeHintOf(*source_);
+  return inSource == 0 ? left : std::min(left, inSource);
+}
+
+}  // namespace parallel::spf::transport
