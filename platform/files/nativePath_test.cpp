@@ -6,6 +6,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 std::string refusalOf(std::u16string_view path) {
   try {
     return "accepted as " + files::nativePath(path);
@@ -29,9 +31,8 @@ TEST(NativePath, EmptyNameIsRefused) {
 }
 
 TEST(NativePath, NameWithNulIsRefused) {
-  EXPECT_EQ(
-      refusalOf(std::u16string_view(u"a\0b", 3)),
-      std::string("host:files:PathNotConvertible: \"a\0b\" is not a usable file name: it holds a NUL character.", 85));
+  EXPECT_EQ(refusalOf(std::u16string_view(u"a\0b", 3)),
+            "host:files:PathNotConvertible: \"a\0b\" is not a usable file name: it holds a NUL character."s);
 }
 
 TEST(NativePath, UnpairedSurrogateIsRefusedAndShownAsAReplacementCharacter) {
