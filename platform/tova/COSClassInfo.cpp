@@ -1,0 +1,7 @@
+#include "platform/tova/COSClassInfo.h"
+
+namespace tova {
+
+COSClassInfo::~COSClassInfo() = default;
+
+}  // namespace tova
