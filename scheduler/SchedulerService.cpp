@@ -1,0 +1,73 @@
+#include "scheduler/SchedulerService.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/logging/createQLVLogger.h"
+#include "platform/logging/sinks.h"
+#include "scheduler/EchoMethod.h"
+#include "scheduler/RunTaskMethod.h"
+
+namespace parallel::scheduler {
+
+using agent::spf::core::ServerCall;
+using agent::spf::core::Service;
+
+namespace {
+
+using Logger = foundation::log::basic_diagnostic_logger<char>;
+
+std::vector<std::string> currentEnvironment() {
+  std::vector<std::string> entries;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
+    entries.emplace_back(*entry);
+  return entries;
+}
+
+// Counts and logs each call; errors pass through.
+Service::Handler observed(Service::Handler handler, Logger& logger, std::shared_ptr<CallCounter> counter) {
+  return [handler = std::move(handler), &logger, counter = std::move(counter)](ServerCall& call) {
+    const CallCounter::Call counted(counter.get());
+    FOUNDATION_LOG(logger, logging::kTrace) << "Serving " << call.method();
+    try {
+      handler(call);
+    } catch (const std::exception& failure) {
+      FOUNDATION_LOG(logger, logging::kWarning) << call.method() << " failed: " << failure.what();
+      throw;
+    }
+  };
+}
+
+}  // namespace
+
+std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
+  Logger& logger = options.logger != nullptr ? *options.logger : logging::createQLVLogger("zks.scheduler");
+  RunTaskMethod::Settings settings;
+  settings.slots = options.slots != 0 ? options.slots : availableCores();
+  settings.scratchParent =
+      options.scratchParent.empty() ? std::filesystem::temp_directory_path() : options.scratchParent;
+  settings.killGrace = options.killGrace;
+  settings.environment = currentEnvironment();
+  const auto runTask = std::make_shared<RunTaskMethod>(std::move(settings), logger);
+
+  auto service = std::make_shared<Service>();
+  service->add("echo", observed(&echo, logger, options.counter));
+  service->add("runTask", observed([runTask](ServerCall& call) { runTask->serve(call); }, logger, options.counter));
+  return service;
+}
+
+std::size_t availableCores() {
+  cpu_set_t cores;
+  if (::sched_getaffinity(0, sizeof cores, &cores) == 0)
+    return static_cast<std::size_t>(std::max(CPU_COUNT(&cores), 1));
+  return std::max<std::size_t>(std::thread::hardware_concurrency(), 1);
+}
+
+}  // namespace parallel::scheduler

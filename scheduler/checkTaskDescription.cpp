@@ -1,0 +1,122 @@
+#include "scheduler/checkTaskDescription.h"
+
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "scheduler/durations.h"
+
+namespace parallel::scheduler {
+
+using zksmessages::TaskDescription;
+using zksmessages::TaskLimits;
+using Names = google::protobuf::RepeatedPtrField<std::string>;
+
+namespace {
+
+[[noreturn]] void refuse(const std::string& field, const std::string& problem) {
+  throw Exception<parallel::scheduler::BadTaskField>(field, problem);
+}
+
+// In quotes, with NULs and other control characters made visible.
+std::string quoted(std::string_view text) {
+  constexpr std::string_view kHex = "0123456789abcdef";
+  constexpr unsigned char kFirstPrintable = 0x20;
+  std::string result = "\"";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < kFirstPrintable)
+      result += std::string("\\x") + kHex[byte >> 4] + kHex[byte & 0xF];
+    else
+      result += c;
+  }
+  return result + "\"";
+}
+
+bool hasNul(std::string_view text) {
+  return text.find('\0') != std::string_view::npos;
+}
+
+std::string element(const char* field, int index) {
+  return std::string(field) + "[" + std::to_string(index) + "]";
+}
+
+void checkArguments(const Names& argv) {
+  if (argv.empty())
+    refuse("argv", "it is empty, and names no program");
+  if (argv[0].empty())
+    refuse("argv[0]", "\"\" is no program");
+  for (int i = 0; i < argv.size(); ++i) {
+    if (hasNul(argv[i]))
+      refuse(element("argv", i), quoted(argv[i]) + " holds a NUL");
+  }
+}
+
+void checkEnvironment(const TaskDescription& task) {
+  for (const auto& [name, value] : task.environment()) {
+    const std::string field = "environment[" + quoted(name) + "]";
+    if (name.empty())
+      refuse(field, "a variable needs a name");
+    if (hasNul(name) || name.find('=') != std::string::npos)
+      refuse(field, "a variable's name holds neither \"=\" nor a NUL");
+    if (hasNul(value))
+      refuse(field, quoted(value) + " holds a NUL");
+  }
+}
+
+// Empty when the name is a good one.
+std::string problemOfName(const std::string& name) {
+  constexpr std::size_t kMaxNameBytes = 255;
+  if (name.empty() || name == "." || name == "..")
+    return " is not the name of a file";
+  if (name.find('/') != std::string::npos)
+    return " holds a \"/\", and a file's name here has no directories";
+  if (hasNul(name))
+    return " holds a NUL";
+  if (name.size() > kMaxNameBytes)
+    return " is longer than " + std::to_string(kMaxNameBytes) + " bytes";
+  return "";
+}
+
+void checkNames(const char* field, const Names& names) {
+  std::set<std::string_view> seen;
+  for (int i = 0; i < names.size(); ++i) {
+    if (const std::string problem = problemOfName(names[i]); !problem.empty())
+      refuse(element(field, i), quoted(names[i]) + problem);
+    if (!seen.insert(names[i]).second)
+      refuse(element(field, i), quoted(names[i]) + " is there twice");
+  }
+}
+
+void checkDuration(const char* field, const google::protobuf::Duration& duration) {
+  if (!isPositiveDuration(duration))
+    refuse(field, std::to_string(duration.seconds()) + " s and " + std::to_string(duration.nanos()) +
+                      " ns is not a length of time above zero");
+}
+
+void checkLimits(const TaskLimits& limits) {
+  constexpr std::uint64_t kFewestOpenFiles = 4;  // the standard streams, and one to load the program with
+  if (limits.has_wall_time())
+    checkDuration("limits.wall_time", limits.wall_time());
+  if (limits.has_cpu_time())
+    checkDuration("limits.cpu_time", limits.cpu_time());
+  if (limits.has_memory_bytes() && limits.memory_bytes() == 0)
+    refuse("limits.memory_bytes", "nothing runs in 0 bytes");
+  if (limits.has_open_files() && limits.open_files() < kFewestOpenFiles)
+    refuse("limits.open_files", std::to_string(limits.open_files()) + " is too few; a program needs at least " +
+                                    std::to_string(kFewestOpenFiles));
+}
+
+}  // namespace
+
+void checkTaskDescription(const TaskDescription& task) {
+  checkArguments(task.argv());
+  checkEnvironment(task);
+  checkNames("input_files", task.input_files());
+  checkNames("output_files", task.output_files());
+  checkLimits(task.limits());
+}
+
+}  // namespace parallel::scheduler

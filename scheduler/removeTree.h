@@ -1,0 +1,13 @@
+// Removes a directory with all that is in it.
+#pragma once
+
+#include <filesystem>
+#include <system_error>
+
+namespace parallel::scheduler {
+
+// Also where directories inside have been made unreadable, or a dying process still adds files. Follows no symbolic
+// link. A path that is not there is no error.
+std::error_code removeTree(const std::filesystem::path& path) noexcept;
+
+}  // namespace parallel::scheduler
