@@ -23,7 +23,8 @@ bool haveSameCall(const TovaMethod& left, const TovaMethod& right) {
 // The class's methods in the order of search: its own, then those of each superclass in turn.
 void collectMethods(const COSClass& cls, std::vector<const TovaMethod*>& found) {
   const auto isNew = [&found](const TovaMethod& method) {
-    return std::none_of(found.begin(), found.end(), [&](const TovaMethod* known) { return haveSameCall(*known, method); });
+    return std::none_of(found.begin(), found.end(),
+                        [&](const TovaMethod* known) { return haveSameCall(*known, method); });
   };
   for (const auto& method : cls.methods()) {
     if (isNew(*method))
@@ -40,7 +41,9 @@ void collectMethods(const COSClass& cls, std::vector<const TovaMethod*>& found) 
 COSClass::COSClass(std::string fullName, std::unique_ptr<COSClassInfo> info, const COSClient* client)
     : fullName_(std::move(fullName)), info_(std::move(info)), clientName_(client ? client->name() : "") {}
 
-COSClass::~COSClass() { info_->finalizeClass(this); }
+COSClass::~COSClass() {
+  info_->finalizeClass(this);
+}
 
 void COSClass::initialize(const internal::ClassTree& tree, const COSClient* client) {
   tree_ = &tree;

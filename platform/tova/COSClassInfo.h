@@ -1,8 +1,8 @@
 // The description of one host class, which its library writes and the class system owns.
 //
 // A description says what the class is called and what it is, fills the class with methods and superclasses when it is
-// registered, and is asked what to do when the host lets go of an object. Derive from StdShareableHandleClassInfo, which
-// answers everything but initializeClass.
+// registered, and is asked what to do when the host lets go of an object. Derive from StdShareableHandleClassInfo,
+// which answers everything but initializeClass.
 //
 // Ownership: a registered description belongs to the class system, which deletes it with its class: when the class is
 //            replaced or its namespace ends, and no handle of the class is left. The library's code must stay loaded

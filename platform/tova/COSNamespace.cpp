@@ -16,7 +16,9 @@ COSNamespace::COSNamespace(internal::ClassTree& tree, std::string fullName)
 
 COSNamespace::~COSNamespace() = default;
 
-COSNamespace* COSNamespace::openInner(std::string_view name) { return tree_.openNamespace(this, name); }
+COSNamespace* COSNamespace::openInner(std::string_view name) {
+  return tree_.openNamespace(this, name);
+}
 
 void COSNamespace::addClass(std::unique_ptr<COSClassInfo> info, const COSClient* client, OnDuplicate onDuplicate) {
   internal::requireIdentifier(info->name());

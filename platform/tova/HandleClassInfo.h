@@ -21,7 +21,9 @@ class HandleClassInfo : public TovaFactoryClassInfo {
 
   TovaMethod* createConstructor() const override {
     if constexpr (HasConstructor)
-      return makeMethod(name(), {}, "", +[] { return std::make_shared<T>(); }).release();
+      return makeMethod(
+                 name(), {}, "", +[] { return std::make_shared<T>(); })
+          .release();
     else
       return nullptr;
   }

@@ -30,7 +30,9 @@ TovaMethod::TovaMethod(std::string_view name, MethodAttributes attributes, std::
 
 TovaMethod::~TovaMethod() = default;
 
-void TovaMethod::setOwner(std::string_view className) { fullName_ = std::string(className) + "." + name_; }
+void TovaMethod::setOwner(std::string_view className) {
+  fullName_ = std::string(className) + "." + name_;
+}
 
 void TovaMethod::createSignatureImpl(std::string_view self, std::vector<std::string> inputs,
                                      std::vector<std::string> outputs) {

@@ -30,8 +30,12 @@ ProcessTree& processTree() {
 
 }  // namespace
 
-void setClassMode(ClassMode mode) noexcept { modeInForce = mode; }
-ClassMode classMode() noexcept { return modeInForce; }
+void setClassMode(ClassMode mode) noexcept {
+  modeInForce = mode;
+}
+ClassMode classMode() noexcept {
+  return modeInForce;
+}
 
 void clearProcessClasses() {
   std::shared_ptr<ClassTree> ended;
@@ -43,7 +47,9 @@ UserScope::UserScope() : tree_(std::make_shared<ClassTree>()) {}
 UserScope::~UserScope() = default;
 
 UserScopeEntry::UserScopeEntry(const UserScope& scope) noexcept : outer_(std::exchange(enteredTree, scope.tree_)) {}
-UserScopeEntry::~UserScopeEntry() { enteredTree = std::move(outer_); }
+UserScopeEntry::~UserScopeEntry() {
+  enteredTree = std::move(outer_);
+}
 
 namespace internal {
 
@@ -58,10 +64,16 @@ std::shared_ptr<ClassTree> currentTree() {
 
 }  // namespace internal
 
-COSNamespace* omGetNamespace(const char* name) { return internal::currentTree()->openNamespace(nullptr, name); }
+COSNamespace* omGetNamespace(const char* name) {
+  return internal::currentTree()->openNamespace(nullptr, name);
+}
 
-COSNamespace* omGetInnerNamespace(COSNamespace* outer, const char* name) { return outer->openInner(name); }
+COSNamespace* omGetInnerNamespace(COSNamespace* outer, const char* name) {
+  return outer->openInner(name);
+}
 
 }  // namespace tova
 
-bool omGetTovaUsingUSM() noexcept { return tova::classMode() == tova::ClassMode::PerUserScope; }
+bool omGetTovaUsingUSM() noexcept {
+  return tova::classMode() == tova::ClassMode::PerUserScope;
+}

@@ -67,7 +67,9 @@ ClassDescription describe(const COSClass& cls) {
 
 }  // namespace
 
-std::vector<std::string> listNamespaces() { return internal::currentTree()->namespaceNames(); }
+std::vector<std::string> listNamespaces() {
+  return internal::currentTree()->namespaceNames();
+}
 
 std::vector<std::string> listClasses(std::string_view namespaceName, Listing listing) {
   bool found = false;
@@ -82,9 +84,13 @@ std::vector<std::string> listClasses(std::string_view namespaceName, Listing lis
   return names;
 }
 
-bool hasClass(std::string_view fullName) { return internal::currentTree()->findClass(fullName) != nullptr; }
+bool hasClass(std::string_view fullName) {
+  return internal::currentTree()->findClass(fullName) != nullptr;
+}
 
-ClassDescription describeClass(std::string_view fullName) { return describe(*requireClass(fullName)); }
+ClassDescription describeClass(std::string_view fullName) {
+  return describe(*requireClass(fullName));
+}
 
 ClassDescription describeClassOf(const qxArray* handle) {
   const auto cls = BindingRegistry::classOf(handle);
@@ -93,8 +99,12 @@ ClassDescription describeClassOf(const qxArray* handle) {
   return describe(*cls);
 }
 
-bool isSubclass(std::string_view fullName, std::string_view ancestor) { return requireClass(fullName)->isA(ancestor); }
+bool isSubclass(std::string_view fullName, std::string_view ancestor) {
+  return requireClass(fullName)->isA(ancestor);
+}
 
-bool isValidHandle(const qxArray* array) { return BindingRegistry::isValid(array); }
+bool isValidHandle(const qxArray* array) {
+  return BindingRegistry::isValid(array);
+}
 
 }  // namespace tova

@@ -37,7 +37,7 @@ struct ClassDescription {
   std::string fullName;
   std::string description;
   std::string detailedDescription;
-  std::string client;  // who registered it; empty for the platform and for libraries that did not say
+  std::string client;              // who registered it; empty for the platform and for libraries that did not say
   unsigned long registration = 0;  // grows by one when a class of this name takes another's place
   int version = 0;
   bool isHandle = false;

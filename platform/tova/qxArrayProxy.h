@@ -33,9 +33,9 @@ class qxArrayProxy {
 // Borrows a host array for the length of a call.
 class qxConstArrayProxy {
  public:
-  qxConstArrayProxy(const qxArray* borrowed) noexcept : array_(borrowed) {}  // NOLINT: implicit, as a view is
+  qxConstArrayProxy(const qxArray* borrowed) noexcept : array_(borrowed) {}       // NOLINT: implicit, as a view is
   qxConstArrayProxy(const qxArrayProxy& proxy) noexcept : array_(proxy.get()) {}  // NOLINT
-  qxConstArrayProxy(const qxArrayPtr& owner) noexcept : array_(owner.get()) {}  // NOLINT
+  qxConstArrayProxy(const qxArrayPtr& owner) noexcept : array_(owner.get()) {}    // NOLINT
 
   const qxArray* get() const noexcept { return array_; }
 

@@ -9,8 +9,12 @@
 
 namespace {
 
-void* systemAllocate(std::size_t count, std::size_t nbytes) noexcept { return std::calloc(count, nbytes); }
-void systemRelease(void* room) noexcept { std::free(room); }
+void* systemAllocate(std::size_t count, std::size_t nbytes) noexcept {
+  return std::calloc(count, nbytes);
+}
+void systemRelease(void* room) noexcept {
+  std::free(room);
+}
 
 std::atomic<utAllocator> allocatorInPlace{utAllocator{systemAllocate, systemRelease}};
 
@@ -27,4 +31,6 @@ void utFree(void* room) noexcept {
     allocatorInPlace.load().release(room);
 }
 
-utAllocator utSetAllocator(utAllocator allocator) noexcept { return allocatorInPlace.exchange(allocator); }
+utAllocator utSetAllocator(utAllocator allocator) noexcept {
+  return allocatorInPlace.exchange(allocator);
+}

@@ -1,4 +1,5 @@
-// The host's zero-filling allocator. What the class system frees (class descriptions, method objects) is allocated here.
+// The host's zero-filling allocator. What the class system frees (class descriptions, method objects) is allocated
+// here.
 //
 // Errors:  utCalloc throws `OutOfMemory` and never returns null. utFree accepts null.
 // Threads: any; a block may be freed by another thread than the one that allocated it.

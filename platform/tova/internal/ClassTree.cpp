@@ -22,7 +22,8 @@ COSNamespace* ClassTree::openNamespace(COSNamespace* outer, std::string_view nam
   auto& siblings = outer ? outer->inner_ : outermost_;
   auto& place = siblings[std::string(name)];
   if (!place)
-    place = std::make_unique<COSNamespace>(*this, outer ? outer->fullName() + "." + std::string(name) : std::string(name));
+    place =
+        std::make_unique<COSNamespace>(*this, outer ? outer->fullName() + "." + std::string(name) : std::string(name));
   return place.get();
 }
 

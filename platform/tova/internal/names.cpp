@@ -9,8 +9,12 @@ namespace tova::internal {
 namespace {
 
 // Not the C library's, which ask the locale.
-bool isLetter(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+bool isLetter(char c) noexcept {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool isDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
 
 }  // namespace
 
