@@ -1,0 +1,83 @@
+#include "scheduler/daemon/DaemonOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+
+#include "platform/logging/sinks.h"
+
+namespace parallel::scheduler {
+
+namespace {
+
+constexpr int kUsageError = 2;
+
+struct RawOptions {
+  DaemonOptions options;
+  bool insecure = false;
+  std::string logWord = "warning";
+};
+
+void declareOptions(CLI::App& app, RawOptions& raw) {
+  DaemonOptions& options = raw.options;
+  app.set_version_flag("--version", "zksd " ZKS_VERSION);
+  auto* socket = app.add_option("--socket", options.socket,
+                                "Listen on this socket file, which only its user can open "
+                                "(default: $XDG_RUNTIME_DIR/zks/zksd.sock, or /tmp/zks-UID/zksd.sock)");
+  socket->type_name("PATH");
+  auto* listen = app.add_option("--listen", options.listen, "Listen on TCP; needs --insecure. Port 0: any free one");
+  listen->type_name("HOST:PORT")->excludes(socket);
+  app.add_flag("--insecure", raw.insecure,
+               "Allow --listen: whoever reaches the port can run any command as this user, and nothing is encrypted")
+      ->needs(listen);
+  app.add_option("--slots", options.slots, "Tasks that run at once (default: the cores of this machine)")
+      ->type_name("N")
+      ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+  app.add_option("--scratch", options.scratch, "Make the tasks' directories in this one (default: $TMPDIR or /tmp)")
+      ->type_name("DIR")
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--log", raw.logWord, "Say more or less on standard error: off, error, warning, detail, trace")
+      ->type_name("LEVEL")
+      ->capture_default_str();
+}
+
+// What the library cannot express.
+void checkTogether(const RawOptions& raw) {
+  if (!raw.options.listen.empty() && !raw.insecure)
+    throw CLI::ValidationError("--listen",
+                               "the service runs any command that it is sent, and TCP has no lock yet. "
+                               "Add --insecure if everybody who can reach " +
+                                   raw.options.listen + " may run commands as this user, or use --socket PATH");
+}
+
+foundation::log::level_t levelsOf(const std::string& word) {
+  try {
+    return logging::levelsFromWord(word);
+  } catch (const std::invalid_argument& problem) {
+    throw CLI::ValidationError("--log", problem.what());
+  }
+}
+
+}  // namespace
+
+ParsedArguments parseArguments(std::vector<std::string> arguments, std::ostream& out, std::ostream& error) {
+  CLI::App app("The job-scheduler service: runs tasks for those who may connect. See docs/zksd.md.", "zksd");
+  RawOptions raw;
+  declareOptions(app, raw);
+  try {
+    std::reverse(arguments.begin(), arguments.end());  // as the library wants them
+    app.parse(std::move(arguments));
+    checkTogether(raw);
+    raw.options.logLevels = levelsOf(raw.logWord);
+  } catch (const CLI::Success& success) {
+    app.exit(success, out, error);
+    return {std::nullopt, 0};
+  } catch (const CLI::ParseError& problem) {
+    error << "zksd: " << problem.what() << "\nRun zksd --help for the options.\n";
+    return {std::nullopt, kUsageError};
+  }
+  return {raw.options, 0};
+}
+
+}  // namespace parallel::scheduler

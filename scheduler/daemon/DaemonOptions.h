@@ -1,0 +1,32 @@
+// What zksd is told on its command line. Described for users in docs/zksd.md.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "platform/logging/basic_diagnostic_logger.h"
+
+namespace parallel::scheduler {
+
+struct DaemonOptions {
+  // One of the two, or none: then the default socket file.
+  std::filesystem::path socket;
+  std::string listen;  // HOST:PORT
+  std::size_t slots = 0;
+  std::filesystem::path scratch;
+  foundation::log::level_t logLevels = 0;
+};
+
+struct ParsedArguments {
+  std::optional<DaemonOptions> options;
+  int exitCode = 0;  // without options: 0 after --help or --version, 2 after a usage error
+};
+
+// `arguments` without the program's name. Help goes to `out`, complaints to `error`.
+ParsedArguments parseArguments(std::vector<std::string> arguments, std::ostream& out, std::ostream& error);
+
+}  // namespace parallel::scheduler
