@@ -1,0 +1,139 @@
+#include "platform/protobufencoding/internal/AnyMessages.h"
+
+#include <google/protobuf/any.pb.h>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
+#include "platform/protobufencoding/internal/MessageTypes.h"
+#include "platform/protobufencoding/protobufencoding.h"
+
+namespace parallel::protobufencoding {
+
+namespace {
+
+using google::protobuf::FieldDescriptor;
+using google::protobuf::Message;
+
+constexpr std::string_view kStandardAny = "google.protobuf.Any";
+
+std::string stringField(const Message& message, const char* name) {
+  return message.GetReflection()->GetString(message, message.GetDescriptor()->FindFieldByName(name));
+}
+
+void setStringField(Message& message, const char* name, std::string text) {
+  message.GetReflection()->SetString(&message, message.GetDescriptor()->FindFieldByName(name), std::move(text));
+}
+
+// Maps in the order of their keys, so that equal messages make equal bytes.
+std::string deterministicBytes(const Message& message) {
+  std::string bytes;
+  google::protobuf::io::StringOutputStream stream(&bytes);
+  google::protobuf::io::CodedOutputStream coded(&stream);
+  coded.SetSerializationDeterministic(true);
+  message.SerializePartialToCodedStream(&coded);
+  coded.Trim();
+  return bytes;
+}
+
+// google.protobuf.Any, compiled or of a descriptor set.
+class StandardAnyEncoder : public AnyEncoder {
+ public:
+  bool isAnyMessage(const google::protobuf::Descriptor* descriptor) override {
+    return std::string_view(descriptor->full_name()) == kStandardAny;
+  }
+  std::unique_ptr<Message> encodeToAny(const Message& message) override {
+    auto any = std::make_unique<google::protobuf::Any>();
+    any->set_type_url(getTypeUrl(message));
+    any->set_value(deterministicBytes(message));
+    return any;
+  }
+  std::unique_ptr<Message> decodeFromAny(const Message& any) override {
+    auto message = generateMessage(stringField(any, "type_url"));
+    if (message != nullptr)
+      message->ParsePartialFromString(stringField(any, "value"));
+    return message;
+  }
+};
+
+AnyEncoder& standardAny() {
+  static StandardAnyEncoder encoder;
+  return encoder;
+}
+
+// Between two classes of one message type, such as a compiled and a dynamic one.
+void copyAcross(const Message& from, Message& to) {
+  if (from.GetDescriptor() == to.GetDescriptor())
+    to.CopyFrom(from);
+  else
+    to.ParsePartialFromString(from.SerializePartialAsString());
+}
+
+}  // namespace
+
+bool AnyMessages::isAny(const MessageShape& shape) {
+  if (shape.special() != SpecialForm::AnyLayout)
+    return false;
+  const auto known = isAny_.find(&shape);
+  if (known != isAny_.end())
+    return known->second;
+  const bool result = (callers_ != nullptr && callers_->isAnyMessage(shape.descriptor())) ||
+                      standardAny().isAnyMessage(shape.descriptor());
+  return isAny_[&shape] = result;
+}
+
+AnyEncoder& AnyMessages::encoderFor(const MessageShape& shape) {
+  return callers_ != nullptr && callers_->isAnyMessage(shape.descriptor()) ? *callers_ : standardAny();
+}
+
+std::string AnyMessages::typeUrl(const Message& any) {
+  return stringField(any, "type_url");
+}
+
+void AnyMessages::setTypeUrl(Message& any, std::string url) {
+  setStringField(any, "type_url", std::move(url));
+}
+
+// The caller's encoder expects its own compiled class, while `any` may be a dynamic message.
+std::unique_ptr<Message> AnyMessages::decode(const Message& any, const MessageShape& shape) {
+  AnyEncoder& encoder = encoderFor(shape);
+  auto compiled = MessageTypes::createCompiled(shape.fullName());
+  if (compiled == nullptr || compiled->GetDescriptor() == any.GetDescriptor())
+    return encoder.decodeFromAny(any);
+  copyAcross(any, *compiled);
+  return encoder.decodeFromAny(*compiled);
+}
+
+std::unique_ptr<Message> AnyMessages::unpack(const Message& any, const MessageShape& shape) {
+  const std::string value = stringField(any, "value");
+  auto message = decode(any, shape);
+  if (message == nullptr || (typeUrl(any).empty() && !value.empty()))
+    return nullptr;
+  // The encoder does not say whether it could read all of the value.
+  const std::unique_ptr<Message> check(message->New());
+  return check->ParsePartialFromString(value) ? std::move(message) : nullptr;
+}
+
+const google::protobuf::Descriptor* AnyMessages::missingType(const MessageShape& anyShape) {
+  const auto known = missing_.find(&anyShape);
+  if (known != missing_.end())
+    return known->second;
+  const google::protobuf::Descriptor* type = nullptr;
+  if (auto empty = MessageTypes::create(anyShape.fullName())) {
+    if (const auto inside = decode(*empty, anyShape))
+      type = inside->GetDescriptor();
+  }
+  return missing_[&anyShape] = type;
+}
+
+std::string AnyMessages::usualTypeUrl(const Message& message, const MessageShape& anyShape) {
+  const bool missing = message.GetDescriptor() == missingType(anyShape) && message.ByteSizeLong() == 0;
+  return missing ? "" : getTypeUrl(message);
+}
+
+void AnyMessages::pack(const Message& message, Message& any, const MessageShape& shape) {
+  const auto packed = encoderFor(shape).encodeToAny(message);
+  copyAcross(*packed, any);
+  setTypeUrl(any, usualTypeUrl(message, shape));
+}
+
+}  // namespace parallel::protobufencoding

@@ -1,0 +1,46 @@
+// Any messages: those that the caller's AnyEncoder knows, and protobuf's own google.protobuf.Any always.
+// Threads: one thread at a time per object.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "platform/protobufencoding/AnyEncoder.h"
+#include "platform/protobufencoding/internal/MessageShapes.h"
+
+namespace parallel::protobufencoding {
+
+class AnyMessages {
+ public:
+  // `callers` may be null.
+  explicit AnyMessages(AnyEncoder* callers) : callers_(callers) {}
+
+  bool isAny(const MessageShape& shape);
+
+  // The message inside, whole; null when its type is unknown or the bytes are not all of one such message.
+  std::unique_ptr<google::protobuf::Message> unpack(const google::protobuf::Message& any, const MessageShape& shape);
+
+  // Puts `message` into `any`, which is of the type that `shape` describes.
+  void pack(const google::protobuf::Message& message, google::protobuf::Message& any, const MessageShape& shape);
+
+  // The URL that pack() writes for the message: the usual one, or none for the type that stands for a missing value.
+  std::string usualTypeUrl(const google::protobuf::Message& message, const MessageShape& anyShape);
+
+  static std::string typeUrl(const google::protobuf::Message& any);
+  static void setTypeUrl(google::protobuf::Message& any, std::string url);
+
+ private:
+  AnyEncoder& encoderFor(const MessageShape& shape);
+  std::unique_ptr<google::protobuf::Message> decode(const google::protobuf::Message& any, const MessageShape& shape);
+  // The type that an Any without a URL decodes to; null when it decodes to nothing.
+  const google::protobuf::Descriptor* missingType(const MessageShape& anyShape);
+
+  AnyEncoder* callers_;
+  std::unordered_map<const MessageShape*, bool> isAny_;
+  std::unordered_map<const MessageShape*, const google::protobuf::Descriptor*> missing_;
+};
+
+}  // namespace parallel::protobufencoding

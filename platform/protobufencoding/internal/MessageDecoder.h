@@ -1,0 +1,77 @@
+// Messages to host values, one conversion's worth: docs/message-mapping.md, left to right.
+// Threads: one thread at a time per object.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/array/qxArray.h"
+#include "platform/protobufencoding/AnyEncoder.h"
+#include "platform/protobufencoding/internal/AnyMessages.h"
+#include "platform/protobufencoding/internal/MessageShapes.h"
+
+namespace parallel::protobufencoding {
+
+class MessageDecoder {
+ public:
+  explicit MessageDecoder(AnyEncoder* anyEncoder) : anys_(anyEncoder) {}
+
+  // The struct with the message's fields. Throws DecodeTooDeep.
+  qxArrayPtr generalForm(const google::protobuf::Message& message) {
+    return generalForm(message, shapes_.of(message.GetDescriptor()), 0);
+  }
+
+ private:
+  using Message = google::protobuf::Message;
+
+  // Which fields of a struct a message fills.
+  struct Present {
+    std::vector<const FieldShape*> fields;
+    bool unknown = false;
+    bool operator==(const Present&) const = default;
+  };
+
+  static void checkDepth(const MessageShape& shape, int depth);
+
+  // `depth`: messages around this one.
+  qxArrayPtr generalForm(const Message& message, const MessageShape& shape, int depth);
+  // The special form where the message has one that loses nothing, else the general form.
+  qxArrayPtr value(const Message& message, const MessageShape& shape, int depth);
+  qxArrayPtr specialForm(const Message& message, const MessageShape& shape, int depth);  // null: none without a loss
+
+  void findPresent(const Message& message, const MessageShape& shape, Present& present);
+  qxArrayPtr createStruct(std::size_t count, const MessageShape& shape, const Present& present);
+  void fillStruct(qxArray* target, std::size_t element, const Message& message, const MessageShape& shape,
+                  const Present& present, int depth);
+  qxArrayPtr messageTypeText(const MessageShape& shape);
+
+  qxArrayPtr field(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr single(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr repeated(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr repeatedMessages(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr listOfMessages(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr enumValue(const FieldShape& field, int number);
+
+  qxArrayPtr map(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr mapAsStruct(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
+  qxArrayPtr mapAsEntries(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
+  qxArrayPtr mapAsList(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
+  void fillEntry(qxArray* target, std::size_t element, const Message& message, const MessageShape& entry, int depth);
+  qxArrayPtr mapValue(const Message& message, const MessageShape& entry, int depth);
+
+  qxArrayPtr anyContent(const Message& message, const MessageShape& shape, int depth);
+  qxArrayPtr timeText(const Message& message, const MessageShape& shape);
+  qxArrayPtr fieldMaskText(const Message& message, const MessageShape& shape);
+  qxArrayPtr jsonStruct(const Message& message, const MessageShape& shape, int depth);
+  qxArrayPtr jsonValue(const Message& message, const MessageShape& shape, int depth);
+
+  MessageShapes shapes_;
+  AnyMessages anys_;
+  std::unordered_map<const MessageShape*, qxArrayPtr> typeTexts_;
+  std::unordered_map<const google::protobuf::EnumValueDescriptor*, qxArrayPtr> enumTexts_;
+};
+
+}  // namespace parallel::protobufencoding

@@ -1,0 +1,151 @@
+#include "platform/protobufencoding/internal/MessageEncoder.h"
+
+#include <google/protobuf/unknown_field_set.h>
+
+#include "platform/protobufencoding/internal/MessageTypes.h"
+#include "platform/protobufencoding/internal/encodeErrors.h"
+#include "platform/protobufencoding/internal/scalarFields.h"
+
+namespace parallel::protobufencoding {
+
+using google::protobuf::FieldDescriptor;
+using google::protobuf::Message;
+using google::protobuf::Reflection;
+
+namespace {
+
+void checkIsStruct(const qxArray* array, const MessageShape& shape, const FieldPath& path) {
+  if (array == nullptr || qxGetClass(array) != qxClass::Struct || !isScalar(array))
+    throwEncodeError(path, describe(array), "a struct 1-by-1 (" + shape.fullName() + ")");
+}
+
+}  // namespace
+
+std::unique_ptr<Message> MessageEncoder::encode(const qxArray* value) {
+  const FieldPath root("the value");
+  if (value == nullptr || qxGetClass(value) != qxClass::Struct || !isScalar(value))
+    throwEncodeError(root, describe(value), "a struct 1-by-1");
+  if (!qxHasField(value, kMessageTypeField))
+    throwEncodeError(root, "no field MessageType", "the full name of a message type in it");
+  const std::string name = textFrom(qxGetField(value, 0, kMessageTypeField), FieldPath(root, kMessageTypeField));
+  auto message = MessageTypes::create(name);
+  if (message == nullptr)
+    throwEncodeError(FieldPath(root, kMessageTypeField), "\"" + name + "\"", "the full name of a known message type");
+  const FieldPath path(name);
+  generalForm({*message, shapes_.of(message->GetDescriptor()), 0}, value, 0, path);
+  checkRequired(*message, path);
+  return message;
+}
+
+MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const MessageShape& shape,
+                                              const FieldPath& path) {
+  Bindings bindings;
+  for (const std::string& name : qxGetFieldNames(structs))
+    bindings.push_back(bindField(structs, name, shape, path));
+  return bindings;
+}
+
+MessageEncoder::Binding MessageEncoder::bindField(const qxArray* structs, const std::string& name,
+                                                  const MessageShape& shape, const FieldPath& path) {
+  if (const FieldShape* field = shape.find(name))
+    return {Binding::Role::Field, &name, field};
+  if (name == kMessageTypeField)
+    return {Binding::Role::MessageType, &name, nullptr};
+  if (name == kUnknownFieldsField)
+    return {Binding::Role::UnknownFields, &name, nullptr};
+  if (name.starts_with('[') && name.ends_with(']')) {
+    // The reflection of a message of this type knows which extensions there are.
+    const std::string extension = name.substr(1, name.size() - 2);
+    const auto* pool = shape.descriptor()->file()->pool();
+    const FieldDescriptor* field = pool->FindExtensionByName(extension);
+    if (field != nullptr && field->containing_type() == shape.descriptor())
+      return {Binding::Role::Field, &name, &shapes_.ofExtension(field)};
+  }
+  static_cast<void>(structs);
+  throwEncodeError(path, "the field \"" + name + "\"",
+                   "fields of " + shape.fullName() + " (" + shape.fieldNames() + ")");
+}
+
+void MessageEncoder::generalForm(const Target& target, const qxArray* structs, std::size_t element,
+                                 const Bindings& bindings, const FieldPath& path) {
+  if (target.depth > kMaxMessageNesting) {
+    throwEncodeError(path, "more than " + std::to_string(kMaxMessageNesting) + " levels of messages",
+                     "at most " + std::to_string(kMaxMessageNesting));
+  }
+  for (const Binding& binding : bindings) {
+    const qxArray* array = qxGetField(structs, element, *binding.name);
+    if (array == nullptr)
+      continue;
+    const FieldPath fieldPath(path, *binding.name);
+    switch (binding.role) {
+      case Binding::Role::MessageType:
+        checkMessageType(target.shape, array, fieldPath);
+        break;
+      case Binding::Role::UnknownFields:
+        setUnknownFields(target.message, array, fieldPath);
+        break;
+      case Binding::Role::TypeUrl:
+        break;
+      case Binding::Role::Field:
+        checkOneof(target.message, *binding.field, fieldPath);
+        field(target, *binding.field, array, fieldPath);
+        break;
+    }
+  }
+}
+
+void MessageEncoder::checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path) {
+  const std::string found = textFrom(name, path);
+  if (found != shape.fullName())
+    throwEncodeError(path, "\"" + found + "\"", "\"" + shape.fullName() + "\"");
+}
+
+void MessageEncoder::setUnknownFields(Message& message, const qxArray* bytes, const FieldPath& path) {
+  const std::string wire = bytesFrom(bytes, path);
+  if (!message.GetReflection()->MutableUnknownFields(&message)->ParseFromString(wire))
+    throwEncodeError(path, "bytes that are not encoded fields", "encoded fields");
+}
+
+void MessageEncoder::checkOneof(const Message& message, const FieldShape& field, const FieldPath& path) {
+  if (field.oneof == nullptr || !message.GetReflection()->HasOneof(message, field.oneof))
+    return;
+  const FieldDescriptor* other = message.GetReflection()->GetOneofFieldDescriptor(message, field.oneof);
+  throwEncodeError(path, "also the field \"" + std::string(other->name()) + "\"",
+                   "only one member of the oneof \"" + std::string(field.oneof->name()) + "\"");
+}
+
+void MessageEncoder::checkRequired(const Message& message, const FieldPath& path) {
+  if (!message.IsInitialized())
+    throwEncodeError(path, "nothing in " + message.InitializationErrorString(), "a value in each required field");
+}
+
+void MessageEncoder::value(const Target& target, const qxArray* array, const FieldPath& path) {
+  const SpecialForm special = target.shape.special();
+  const bool isStruct = array != nullptr && qxGetClass(array) == qxClass::Struct;
+  if (special == SpecialForm::Value)
+    return jsonValue(target, array, path);
+  if (special == SpecialForm::Wrapper && !isStruct)
+    return single(target, target.shape.number(1), array, path);
+  if (special == SpecialForm::ListValue && !isStruct)
+    return repeatedMessages(target, target.shape.number(1), array, path);
+  const bool isText = array != nullptr && qxGetClass(array) == qxClass::Text;
+  if (isText && (special == SpecialForm::Timestamp || special == SpecialForm::Duration))
+    return timeText(target, array, path);
+  if (isText && special == SpecialForm::FieldMask)
+    return fieldMaskText(target, array, path);
+  checkIsStruct(array, target.shape, path);
+  structValue(target, array, 0, path);
+}
+
+void MessageEncoder::structValue(const Target& target, const qxArray* structs, std::size_t element,
+                                 const FieldPath& path) {
+  if (target.shape.special() == SpecialForm::Struct)
+    return jsonStruct(target, structs, element, path);
+  if (target.shape.special() == SpecialForm::Value)
+    return jsonStructValue(target, structs, element, path);
+  if (anys_.isAny(target.shape))
+    return anyContent(target, structs, element, path);
+  generalForm(target, structs, element, path);
+}
+
+}  // namespace parallel::protobufencoding

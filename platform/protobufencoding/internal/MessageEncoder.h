@@ -1,0 +1,88 @@
+// Host values to messages, one conversion's worth: docs/message-mapping.md, right to left.
+// Threads: one thread at a time per object.
+// Errors:  EncodeError.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/array/qxArray.h"
+#include "platform/protobufencoding/AnyEncoder.h"
+#include "platform/protobufencoding/internal/AnyMessages.h"
+#include "platform/protobufencoding/internal/FieldPath.h"
+#include "platform/protobufencoding/internal/MessageShapes.h"
+
+namespace parallel::protobufencoding {
+
+class MessageEncoder {
+ public:
+  explicit MessageEncoder(AnyEncoder* anyEncoder) : anys_(anyEncoder) {}
+
+  // The message that a 1-by-1 struct in general form describes.
+  std::unique_ptr<google::protobuf::Message> encode(const qxArray* value);
+
+ private:
+  using Message = google::protobuf::Message;
+
+  // One field of a struct array, and what it means.
+  struct Binding {
+    enum class Role { MessageType, UnknownFields, TypeUrl, Field };
+    Role role;
+    const std::string* name;
+    const FieldShape* field;  // of the role Field
+  };
+  using Bindings = std::vector<Binding>;
+
+  // Where a value goes: `depth` messages are around the message.
+  struct Target {
+    Message& message;
+    const MessageShape& shape;
+    int depth;
+  };
+
+  Bindings bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path);
+  Binding bindField(const qxArray* structs, const std::string& name, const MessageShape& shape, const FieldPath& path);
+  void generalForm(const Target& target, const qxArray* structs, std::size_t element, const Bindings& bindings,
+                   const FieldPath& path);
+  void generalForm(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path) {
+    generalForm(target, structs, element, bind(structs, target.shape, path), path);
+  }
+  void checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path);
+  void setUnknownFields(Message& message, const qxArray* bytes, const FieldPath& path);
+  void checkOneof(const Message& message, const FieldShape& field, const FieldPath& path);
+  void checkRequired(const Message& message, const FieldPath& path);
+
+  // The message that an array stands for by itself, in special or general form.
+  void value(const Target& target, const qxArray* array, const FieldPath& path);
+  // The same for one element of a struct array.
+  void structValue(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path);
+
+  void field(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void single(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void repeated(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void repeatedEnums(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void repeatedStrings(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void repeatedMessages(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  Target add(const Target& target, const FieldShape& field);
+
+  void map(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void mapFromStruct(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void mapFromEntries(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void mapEntry(const Target& entry, const qxArray* structs, std::size_t element, const FieldPath& path);
+  void checkKeys(const Target& target, const FieldShape& field, const FieldPath& path);
+
+  void anyContent(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path);
+  void timeText(const Target& target, const qxArray* text, const FieldPath& path);
+  void fieldMaskText(const Target& target, const qxArray* text, const FieldPath& path);
+  void jsonValue(const Target& target, const qxArray* array, const FieldPath& path);
+  void jsonStructValue(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path);
+  void jsonStruct(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path);
+
+  MessageShapes shapes_;
+  AnyMessages anys_;
+};
+
+}  // namespace parallel::protobufencoding

@@ -1,0 +1,193 @@
+#include "platform/protobufencoding/internal/MessageShape.h"
+
+#include <google/protobuf/descriptor.pb.h>
+
+#include <algorithm>
+#include <array>
+#include <initializer_list>
+
+#include "platform/protobufencoding/internal/protobufCompat.h"
+
+namespace parallel::protobufencoding {
+
+namespace {
+
+using google::protobuf::Descriptor;
+using google::protobuf::FieldDescriptor;
+
+// A field called like one of the struct's own gets an underscore more, and so does one that would then clash.
+std::string structFieldName(std::string_view name) {
+  std::string_view stem = name;
+  while (stem.ends_with('_'))
+    stem.remove_suffix(1);
+  const bool reserved = stem == kMessageTypeField || stem == kUnknownFieldsField || stem == kTypeUrlField;
+  return std::string(name) + (reserved ? "_" : "");
+}
+
+std::string structFieldName(const FieldDescriptor& field) {
+  if (field.is_extension())
+    return "[" + std::string(field.full_name()) + "]";
+  return structFieldName(std::string_view(field.name()));
+}
+
+ValueKind kindOf(const FieldDescriptor& field) {
+  switch (field.cpp_type()) {
+    case FieldDescriptor::CPPTYPE_INT32:
+      return ValueKind::Int32;
+    case FieldDescriptor::CPPTYPE_INT64:
+      return ValueKind::Int64;
+    case FieldDescriptor::CPPTYPE_UINT32:
+      return ValueKind::Uint32;
+    case FieldDescriptor::CPPTYPE_UINT64:
+      return ValueKind::Uint64;
+    case FieldDescriptor::CPPTYPE_DOUBLE:
+      return ValueKind::Double;
+    case FieldDescriptor::CPPTYPE_FLOAT:
+      return ValueKind::Float;
+    case FieldDescriptor::CPPTYPE_BOOL:
+      return ValueKind::Bool;
+    case FieldDescriptor::CPPTYPE_ENUM:
+      return ValueKind::Enum;
+    case FieldDescriptor::CPPTYPE_STRING:
+      return field.type() == FieldDescriptor::TYPE_BYTES ? ValueKind::Bytes : ValueKind::String;
+    case FieldDescriptor::CPPTYPE_MESSAGE:
+      break;
+  }
+  return ValueKind::Message;
+}
+
+struct Expected {
+  int number;
+  std::string_view name;
+  FieldDescriptor::Type type;
+  bool repeated = false;
+};
+
+// Types of these names may come from a descriptor set that means something else by them.
+bool hasFields(const Descriptor& descriptor, std::initializer_list<Expected> expected) {
+  if (descriptor.field_count() != static_cast<int>(expected.size()))
+    return false;
+  return std::all_of(expected.begin(), expected.end(), [&](const Expected& e) {
+    const FieldDescriptor* field = descriptor.FindFieldByNumber(e.number);
+    return field != nullptr && std::string_view(field->name()) == e.name && field->type() == e.type &&
+           field->is_repeated() == e.repeated;
+  });
+}
+
+bool isFieldOf(const Descriptor& descriptor, int number, std::string_view messageType) {
+  return std::string_view(descriptor.FindFieldByNumber(number)->message_type()->full_name()) == messageType;
+}
+
+bool isWrapper(const Descriptor& descriptor, std::string_view name) {
+  constexpr std::array<std::pair<std::string_view, FieldDescriptor::Type>, 9> kWrappers{{
+      {"google.protobuf.DoubleValue", FieldDescriptor::TYPE_DOUBLE},
+      {"google.protobuf.FloatValue", FieldDescriptor::TYPE_FLOAT},
+      {"google.protobuf.Int64Value", FieldDescriptor::TYPE_INT64},
+      {"google.protobuf.UInt64Value", FieldDescriptor::TYPE_UINT64},
+      {"google.protobuf.Int32Value", FieldDescriptor::TYPE_INT32},
+      {"google.protobuf.UInt32Value", FieldDescriptor::TYPE_UINT32},
+      {"google.protobuf.BoolValue", FieldDescriptor::TYPE_BOOL},
+      {"google.protobuf.StringValue", FieldDescriptor::TYPE_STRING},
+      {"google.protobuf.BytesValue", FieldDescriptor::TYPE_BYTES},
+  }};
+  return std::any_of(kWrappers.begin(), kWrappers.end(), [&](const auto& wrapper) {
+    return wrapper.first == name && hasFields(descriptor, {{1, "value", wrapper.second}});
+  });
+}
+
+bool isStruct(const Descriptor& descriptor) {
+  if (!hasFields(descriptor, {{1, "fields", FieldDescriptor::TYPE_MESSAGE, true}}))
+    return false;
+  const FieldDescriptor* fields = descriptor.FindFieldByNumber(1);
+  return fields->is_map() && isFieldOf(*fields->message_type(), 2, "google.protobuf.Value") &&
+         fields->message_type()->FindFieldByNumber(1)->type() == FieldDescriptor::TYPE_STRING;
+}
+
+bool isValue(const Descriptor& descriptor) {
+  return hasFields(descriptor, {{1, "null_value", FieldDescriptor::TYPE_ENUM},
+                                {2, "number_value", FieldDescriptor::TYPE_DOUBLE},
+                                {3, "string_value", FieldDescriptor::TYPE_STRING},
+                                {4, "bool_value", FieldDescriptor::TYPE_BOOL},
+                                {5, "struct_value", FieldDescriptor::TYPE_MESSAGE},
+                                {6, "list_value", FieldDescriptor::TYPE_MESSAGE}}) &&
+         isFieldOf(descriptor, 5, "google.protobuf.Struct") && isFieldOf(descriptor, 6, "google.protobuf.ListValue");
+}
+
+bool hasAnyLayout(const Descriptor& descriptor) {
+  const FieldDescriptor* url = descriptor.FindFieldByName("type_url");
+  const FieldDescriptor* value = descriptor.FindFieldByName("value");
+  return url != nullptr && value != nullptr && url->type() == FieldDescriptor::TYPE_STRING &&
+         value->type() == FieldDescriptor::TYPE_BYTES && !url->is_repeated() && !value->is_repeated();
+}
+
+SpecialForm specialFormOf(const Descriptor& descriptor) {
+  const std::string_view name = descriptor.full_name();
+  const auto isTime = [&] {
+    return hasFields(descriptor,
+                     {{1, "seconds", FieldDescriptor::TYPE_INT64}, {2, "nanos", FieldDescriptor::TYPE_INT32}});
+  };
+  if (name == "google.protobuf.Timestamp" && isTime())
+    return SpecialForm::Timestamp;
+  if (name == "google.protobuf.Duration" && isTime())
+    return SpecialForm::Duration;
+  if (isWrapper(descriptor, name))
+    return SpecialForm::Wrapper;
+  if (name == "google.protobuf.Struct" && isStruct(descriptor))
+    return SpecialForm::Struct;
+  if (name == "google.protobuf.Value" && isValue(descriptor))
+    return SpecialForm::Value;
+  if (name == "google.protobuf.ListValue" &&
+      hasFields(descriptor, {{1, "values", FieldDescriptor::TYPE_MESSAGE, true}}) &&
+      isFieldOf(descriptor, 1, "google.protobuf.Value"))
+    return SpecialForm::ListValue;
+  if (name == "google.protobuf.FieldMask" && hasFields(descriptor, {{1, "paths", FieldDescriptor::TYPE_STRING, true}}))
+    return SpecialForm::FieldMask;
+  return hasAnyLayout(descriptor) ? SpecialForm::AnyLayout : SpecialForm::None;
+}
+
+Cardinality cardinalityOf(const FieldDescriptor& field) {
+  if (field.is_map())
+    return Cardinality::Map;
+  return field.is_repeated() ? Cardinality::Repeated : Cardinality::Single;
+}
+
+}  // namespace
+
+FieldShape::FieldShape(const FieldDescriptor* field)
+    : descriptor(field),
+      name(structFieldName(*field)),
+      kind(kindOf(*field)),
+      cardinality(cardinalityOf(*field)),
+      hasPresence(field->has_presence()),
+      requiresUtf8(compat::requiresUtf8(*field)),
+      isClosedEnum(compat::isClosedEnum(*field)),
+      oneof(field->real_containing_oneof()) {}
+
+MessageShape::MessageShape(const Descriptor* descriptor)
+    : descriptor_(descriptor),
+      fullName_(descriptor->full_name()),
+      special_(specialFormOf(*descriptor)),
+      isMapEntry_(descriptor->options().map_entry()) {
+  for (int i = 0; i < descriptor->field_count(); ++i) {
+    const FieldShape& field = fields_.emplace_back(descriptor->field(i));
+    byName_.emplace(field.name, &field);
+  }
+}
+
+const FieldShape* MessageShape::find(std::string_view name) const {
+  const auto found = byName_.find(name);
+  return found == byName_.end() ? nullptr : found->second;
+}
+
+const FieldShape& MessageShape::number(int number) const {
+  return *find(structFieldName(*descriptor_->FindFieldByNumber(number)));
+}
+
+std::string MessageShape::fieldNames() const {
+  std::string names;
+  for (const FieldShape& field : fields_)
+    names.append(names.empty() ? "" : ", ").append(field.name);
+  return names;
+}
+
+}  // namespace parallel::protobufencoding

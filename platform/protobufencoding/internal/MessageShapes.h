@@ -1,0 +1,26 @@
+// The shapes that one conversion uses.
+// Shapes of types that last as long as the process (generated ones, and those of loaded descriptor sets) are made once
+// for all conversions. Those of any other pool, which may end and leave its addresses to others, live with this object.
+// Threads: one thread at a time per object.
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+
+#include "platform/protobufencoding/internal/MessageShape.h"
+
+namespace parallel::protobufencoding {
+
+class MessageShapes {
+ public:
+  const MessageShape& of(const google::protobuf::Descriptor* descriptor);
+  // Of a field of kind Message.
+  const MessageShape& of(const FieldShape& field);
+  const FieldShape& ofExtension(const google::protobuf::FieldDescriptor* extension);
+
+ private:
+  std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<const MessageShape>> own_;
+  std::unordered_map<const google::protobuf::FieldDescriptor*, std::unique_ptr<const FieldShape>> extensions_;
+};
+
+}  // namespace parallel::protobufencoding

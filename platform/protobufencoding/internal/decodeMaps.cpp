@@ -1,0 +1,109 @@
+// Map fields to host values. Reflection shows a map as repeated messages of a key and a value.
+#include <algorithm>
+
+#include "platform/errors/ustring.h"
+#include "platform/protobufencoding/internal/MessageDecoder.h"
+#include "platform/protobufencoding/internal/hostValues.h"
+
+namespace parallel::protobufencoding {
+
+namespace {
+
+using google::protobuf::Message;
+
+template <class Key>
+void sortByKey(std::vector<const Message*>& entries, Key key) {
+  std::sort(entries.begin(), entries.end(),
+            [&](const Message* left, const Message* right) { return key(*left) < key(*right); });
+}
+
+void sortEntries(std::vector<const Message*>& entries, const FieldShape& key) {
+  const auto by = [&](auto get) {
+    sortByKey(entries, [&](const Message& entry) { return (entry.GetReflection()->*get)(entry, key.descriptor); });
+  };
+  using google::protobuf::Reflection;
+  switch (key.kind) {
+    case ValueKind::Int32:
+      return by(&Reflection::GetInt32);
+    case ValueKind::Int64:
+      return by(&Reflection::GetInt64);
+    case ValueKind::Uint32:
+      return by(&Reflection::GetUInt32);
+    case ValueKind::Uint64:
+      return by(&Reflection::GetUInt64);
+    case ValueKind::Bool:
+      return by(&Reflection::GetBool);
+    default:
+      return by(&Reflection::GetString);
+  }
+}
+
+std::string stringKey(const Message& entry, const MessageShape& shape) {
+  return entry.GetReflection()->GetString(entry, shape.number(kKeyNumber).descriptor);
+}
+
+}  // namespace
+
+qxArrayPtr MessageDecoder::map(const Message& message, const FieldShape& field, int depth) {
+  const MessageShape& entry = shapes_.of(field);
+  const google::protobuf::Reflection& reflection = *message.GetReflection();
+  std::vector<const Message*> entries;
+  for (int i = 0; i < reflection.FieldSize(message, field.descriptor); ++i)
+    entries.push_back(&reflection.GetRepeatedMessage(message, field.descriptor, i));
+  sortEntries(entries, entry.number(kKeyNumber));
+  checkDepth(entry, depth + 1);
+  if (entry.number(kKeyNumber).kind == ValueKind::String) {
+    const bool nameable = std::all_of(entries.begin(), entries.end(), [&](const Message* e) {
+      const std::string key = stringKey(*e, entry);
+      return !key.empty() && fl::i18n::isWellFormed(key);
+    });
+    return nameable ? mapAsStruct(entries, entry, depth + 1) : mapAsList(entries, entry, depth + 1);
+  }
+  return mapAsEntries(entries, entry, depth + 1);
+}
+
+// One struct with a field for each key.
+qxArrayPtr MessageDecoder::mapAsStruct(const std::vector<const Message*>& entries, const MessageShape& entry,
+                                       int depth) {
+  std::vector<std::string> names;
+  for (const Message* e : entries)
+    names.push_back(stringKey(*e, entry));
+  qxArrayPtr result = qxCreateStructArray(column(1), names);
+  for (std::size_t i = 0; i < entries.size(); ++i)
+    qxSetField(result.get(), 0, names[i], mapValue(*entries[i], entry, depth));
+  return result;
+}
+
+// A struct array of keys and values.
+qxArrayPtr MessageDecoder::mapAsEntries(const std::vector<const Message*>& entries, const MessageShape& entry,
+                                        int depth) {
+  const std::vector<std::string> names{std::string(kKeyField), std::string(kValueField)};
+  qxArrayPtr result = qxCreateStructArray(column(entries.size()), names);
+  for (std::size_t i = 0; i < entries.size(); ++i)
+    fillEntry(result.get(), i, *entries[i], entry, depth);
+  return result;
+}
+
+// A list of one struct for each entry: for text keys that cannot name a field.
+qxArrayPtr MessageDecoder::mapAsList(const std::vector<const Message*>& entries, const MessageShape& entry, int depth) {
+  const std::vector<std::string> names{std::string(kKeyField), std::string(kValueField)};
+  qxArrayPtr result = qxCreateListArray(column(entries.size()));
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    qxArrayPtr element = qxCreateStructArray(column(1), names);
+    fillEntry(element.get(), 0, *entries[i], entry, depth);
+    qxSetListElement(result.get(), i, std::move(element));
+  }
+  return result;
+}
+
+void MessageDecoder::fillEntry(qxArray* target, std::size_t element, const Message& message, const MessageShape& entry,
+                               int depth) {
+  qxSetField(target, element, kKeyField, single(message, entry.number(kKeyNumber), depth));
+  qxSetField(target, element, kValueField, mapValue(message, entry, depth));
+}
+
+qxArrayPtr MessageDecoder::mapValue(const Message& message, const MessageShape& entry, int depth) {
+  return single(message, entry.number(kValueNumber), depth);
+}
+
+}  // namespace parallel::protobufencoding

@@ -1,0 +1,115 @@
+// Messages whose value is not a struct with their fields. Each function returns null where the special form would lose
+// something, and then the general form is used.
+#include <google/protobuf/unknown_field_set.h>
+
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "platform/protobufencoding/internal/MessageDecoder.h"
+#include "platform/protobufencoding/internal/hostValues.h"
+#include "platform/protobufencoding/internal/jsonFields.h"
+#include "platform/protobufencoding/internal/timeText.h"
+
+namespace parallel::protobufencoding {
+
+using google::protobuf::Message;
+using google::protobuf::Reflection;
+
+qxArrayPtr MessageDecoder::specialForm(const Message& message, const MessageShape& shape, int depth) {
+  if (shape.special() == SpecialForm::None || !message.GetReflection()->GetUnknownFields(message).empty())
+    return nullptr;
+  switch (shape.special()) {
+    case SpecialForm::AnyLayout:
+      return anyContent(message, shape, depth);
+    case SpecialForm::Timestamp:
+    case SpecialForm::Duration:
+      return timeText(message, shape);
+    case SpecialForm::Wrapper:
+      return single(message, shape.number(1), depth);
+    case SpecialForm::Struct:
+      return jsonStruct(message, shape, depth);
+    case SpecialForm::Value:
+      return jsonValue(message, shape, depth);
+    case SpecialForm::ListValue:
+      return listOfMessages(message, shape.number(1), depth);
+    case SpecialForm::FieldMask:
+      return fieldMaskText(message, shape);
+    case SpecialForm::None:
+      break;
+  }
+  return nullptr;
+}
+
+// The struct of the message inside. An Any in an Any stays as it is, or nobody could tell which of them the struct
+// means.
+qxArrayPtr MessageDecoder::anyContent(const Message& message, const MessageShape& shape, int depth) {
+  if (!anys_.isAny(shape))
+    return nullptr;
+  const auto content = anys_.unpack(message, shape);
+  if (content == nullptr)
+    return nullptr;
+  const MessageShape& contentShape = shapes_.of(content->GetDescriptor());
+  if (anys_.isAny(contentShape))
+    return nullptr;
+  const std::string url = AnyMessages::typeUrl(message);
+  const bool usualUrl = url == anys_.usualTypeUrl(*content, shape);
+  if (!fl::i18n::isWellFormed(url))
+    return nullptr;
+  try {
+    qxArrayPtr result = generalForm(*content, contentShape, depth + 1);
+    if (!usualUrl)
+      qxSetField(result.get(), 0, kTypeUrlField, qxCreateStringUtf8(url));
+    return result;
+  } catch (const Exception<::parallel::protobuf::DecodeTooDeep>&) {
+    return nullptr;  // its bytes are still whole
+  }
+}
+
+qxArrayPtr MessageDecoder::timeText(const Message& message, const MessageShape& shape) {
+  const Reflection& reflection = *message.GetReflection();
+  const SecondsAndNanos time{reflection.GetInt64(message, shape.number(1).descriptor),
+                             reflection.GetInt32(message, shape.number(2).descriptor)};
+  const auto text = shape.special() == SpecialForm::Timestamp ? formatTimestamp(time) : formatDuration(time);
+  return text ? qxCreateStringUtf8(*text) : nullptr;
+}
+
+qxArrayPtr MessageDecoder::fieldMaskText(const Message& message, const MessageShape& shape) {
+  const Reflection& reflection = *message.GetReflection();
+  const auto* paths = shape.number(1).descriptor;
+  std::string joined;
+  for (int i = 0; i < reflection.FieldSize(message, paths); ++i) {
+    const std::string path = reflection.GetRepeatedString(message, paths, i);
+    if (path.empty() || path.find(',') != std::string::npos || !fl::i18n::isWellFormed(path))
+      return nullptr;
+    joined.append(joined.empty() ? "" : ",").append(path);
+  }
+  return qxCreateStringUtf8(joined);
+}
+
+// A key called like the field that marks general forms would make the struct look like one.
+qxArrayPtr MessageDecoder::jsonStruct(const Message& message, const MessageShape& shape, int depth) {
+  qxArrayPtr fields = map(message, shape.number(1), depth);
+  const bool plain = qxGetClass(fields.get()) == qxClass::Struct && !qxHasField(fields.get(), kMessageTypeField);
+  return plain ? std::move(fields) : nullptr;
+}
+
+qxArrayPtr MessageDecoder::jsonValue(const Message& message, const MessageShape& shape, int depth) {
+  const Reflection& reflection = *message.GetReflection();
+  const FieldShape& null = shape.number(json::kNull);
+  if (reflection.HasField(message, null.descriptor)) {
+    const bool isNull = reflection.GetEnumValue(message, null.descriptor) == 0;
+    return isNull ? qxCreateNumericArray(std::array<std::size_t, 2>{0, 0}, qxClass::Float64) : nullptr;
+  }
+  const FieldShape& string = shape.number(json::kString);
+  if (reflection.HasField(message, string.descriptor)) {
+    const std::string text = reflection.GetString(message, string.descriptor);
+    return fl::i18n::isWellFormed(text) ? qxCreateStringUtf8(text) : nullptr;
+  }
+  for (const int number : {json::kNumber, json::kBool, json::kStruct, json::kList}) {
+    const FieldShape& field = shape.number(number);
+    if (reflection.HasField(message, field.descriptor))
+      return single(message, field, depth);
+  }
+  return nullptr;  // no kind at all
+}
+
+}  // namespace parallel::protobufencoding

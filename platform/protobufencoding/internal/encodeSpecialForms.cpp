@@ -1,0 +1,120 @@
+// Messages from host values that are not structs with their fields.
+#include "platform/protobufencoding/internal/MessageEncoder.h"
+#include "platform/protobufencoding/internal/MessageTypes.h"
+#include "platform/protobufencoding/internal/encodeErrors.h"
+#include "platform/protobufencoding/internal/jsonFields.h"
+#include "platform/protobufencoding/internal/scalarFields.h"
+#include "platform/protobufencoding/internal/timeText.h"
+
+namespace parallel::protobufencoding {
+
+using google::protobuf::Message;
+using google::protobuf::Reflection;
+
+namespace {
+
+const qxArray* fieldOrNull(const qxArray* structs, std::size_t element, std::string_view name) {
+  return qxHasField(structs, name) ? qxGetField(structs, element, name) : nullptr;
+}
+
+// The type that a struct says it is; empty when it says none.
+std::string messageType(const qxArray* structs, std::size_t element, const FieldPath& path) {
+  const qxArray* name = fieldOrNull(structs, element, kMessageTypeField);
+  return name == nullptr ? "" : textFrom(name, FieldPath(path, kMessageTypeField));
+}
+
+}  // namespace
+
+void MessageEncoder::anyContent(const Target& target, const qxArray* structs, std::size_t element,
+                                const FieldPath& path) {
+  const std::string type = messageType(structs, element, path);
+  if (type.empty())
+    throwEncodeError(path, "no field MessageType", "the full name of a message type in it");
+  if (type == target.shape.fullName())
+    return generalForm(target, structs, element, path);
+  const auto content = MessageTypes::create(type);
+  if (content == nullptr)
+    throwEncodeError(FieldPath(path, kMessageTypeField), "\"" + type + "\"", "the full name of a known message type");
+  generalForm({*content, shapes_.of(content->GetDescriptor()), target.depth + 1}, structs, element, path);
+  checkRequired(*content, path);
+  anys_.pack(*content, target.message, target.shape);
+  if (const qxArray* url = fieldOrNull(structs, element, kTypeUrlField))
+    AnyMessages::setTypeUrl(target.message, textFrom(url, FieldPath(path, kTypeUrlField)));
+}
+
+void MessageEncoder::timeText(const Target& target, const qxArray* text, const FieldPath& path) {
+  const bool isTimestamp = target.shape.special() == SpecialForm::Timestamp;
+  const std::string found = textFrom(text, path);
+  const auto time = isTimestamp ? parseTimestamp(found) : parseDuration(found);
+  if (!time) {
+    throwEncodeError(path, "\"" + found + "\"",
+                     isTimestamp ? "a time like 2024-02-29T12:00:00.5Z, of the years 1 to 9999"
+                                 : "a duration in seconds like -1.5s, of at most 10000 years");
+  }
+  const Reflection& reflection = *target.message.GetReflection();
+  reflection.SetInt64(&target.message, target.shape.number(1).descriptor, time->seconds);
+  reflection.SetInt32(&target.message, target.shape.number(2).descriptor, time->nanos);
+}
+
+void MessageEncoder::fieldMaskText(const Target& target, const qxArray* text, const FieldPath& path) {
+  const std::string joined = textFrom(text, path);
+  for (std::size_t begin = 0; begin < joined.size();) {
+    const std::size_t end = std::min(joined.find(',', begin), joined.size());
+    if (end == begin || end + 1 == joined.size())
+      throwEncodeError(path, "\"" + joined + "\"", "paths with single commas between them");
+    target.message.GetReflection()->AddString(&target.message, target.shape.number(1).descriptor,
+                                              joined.substr(begin, end - begin));
+    begin = end + 1;
+  }
+}
+
+void MessageEncoder::jsonStruct(const Target& target, const qxArray* structs, std::size_t element,
+                                const FieldPath& path) {
+  if (qxHasField(structs, kMessageTypeField))
+    return generalForm(target, structs, element, path);
+  const FieldShape& fields = target.shape.number(1);
+  for (const std::string& name : qxGetFieldNames(structs)) {
+    const qxArray* mapped = qxGetField(structs, element, name);
+    if (mapped == nullptr)
+      continue;
+    const Target entry = add(target, fields);
+    entry.message.GetReflection()->SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, name);
+    single(entry, entry.shape.number(kValueNumber), mapped, FieldPath(path, name));
+  }
+}
+
+void MessageEncoder::jsonValue(const Target& target, const qxArray* array, const FieldPath& path) {
+  const auto set = [&](int number) { single(target, target.shape.number(number), array, path); };
+  if (array == nullptr)
+    throwEncodeError(path, describe(array), "a value");
+  switch (qxGetClass(array)) {
+    case qxClass::Text:
+      return set(json::kString);
+    case qxClass::Boolean:
+      return set(json::kBool);
+    case qxClass::List:
+      return set(json::kList);
+    case qxClass::Struct:
+      if (!isScalar(array))
+        throwEncodeError(path, describe(array), "a struct 1-by-1");
+      return jsonStructValue(target, array, 0, path);
+    default:
+      break;
+  }
+  if (!isEmptyLiteral(array))
+    return set(json::kNumber);
+  target.message.GetReflection()->SetEnumValue(&target.message, target.shape.number(json::kNull).descriptor, 0);
+}
+
+// A struct stands for a JSON object, unless it names one of the three types itself.
+void MessageEncoder::jsonStructValue(const Target& target, const qxArray* structs, std::size_t element,
+                                     const FieldPath& path) {
+  const std::string type = messageType(structs, element, path);
+  if (type == target.shape.fullName())
+    return generalForm(target, structs, element, path);
+  const FieldShape& field = target.shape.number(type == "google.protobuf.ListValue" ? json::kList : json::kStruct);
+  Message* inner = target.message.GetReflection()->MutableMessage(&target.message, field.descriptor);
+  structValue({*inner, shapes_.of(field), target.depth + 1}, structs, element, path);
+}
+
+}  // namespace parallel::protobufencoding
