@@ -1,0 +1,289 @@
+#include "cli/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string_view>
+
+namespace zks {
+namespace {
+
+constexpr const char* kExamples = R"(
+Examples:
+  zks run --file data.csv --output sum.txt -- sh -c 'cut -d, -f2 data.csv | sort > sum.txt'
+      Sends data.csv, runs the command on the service, fetches sum.txt into this directory.
+  zks echo --array '[[1,2],[3,4]]' --plain hello --file data.csv
+      Sends items of three kinds to the service and compares what comes back.
+  zks --address unix:/run/user/1000/zks.sock call runTask \
+      --protobuf '{"@type": "parallel.zksmessages.TaskDescription", "argv": ["date"]}' --reply protobuf,plain,plain
+      Calls a method of a running service by its name.
+
+Without --address the service is started inside zks, for the length of the command.
+)";
+
+constexpr const char* kItemHelp = R"(
+Items go out in the order in which they are given:
+  --array VALUE      numbers as nested lists, '[[1,2],[3,4]]', with a class before them if it is not float64,
+                     'int32:[1,2]', true and false, or a "text"; '@FILE.npy' a NumPy file, '@FILE.cbor' a saved array
+  --protobuf JSON    a message; its member "@type" names it: '{"@type": "parallel.zksmessages.TaskDescription", ...}'
+  --plain TEXT       the bytes of the text; '@FILE' those of a file, '@@...' a text that begins with '@'
+  --file PATH        the contents of a file, of any size
+)";
+
+constexpr const char* kRunExits = R"(
+Files lie in the task's scratch directory under their own names; outputs are fetched from there.
+Exit code: the task's own; 128 + N when signal N ended it; 124 when its time was over; 127 when it could not be started;
+125 when zks itself failed or an output is missing; 130 after Ctrl-C.
+)";
+
+// Item options of one command, which keep the order of the line.
+class ItemOptions {
+ public:
+  explicit ItemOptions(CLI::App& command) : command_(command) {
+    add("--array", ItemArgument::Form::Array, "VALUE", "An array (see below)");
+    add("--protobuf", ItemArgument::Form::Message, "JSON", "A message (see below)");
+    add("--plain", ItemArgument::Form::Plain, "TEXT", "Bytes (see below)");
+    add("--file", ItemArgument::Form::File, "PATH", "The contents of a file");
+  }
+
+  std::vector<ItemArgument> inOrder() const {
+    std::map<const CLI::Option*, std::size_t> used;
+    std::vector<ItemArgument> items;
+    for (const CLI::Option* option : command_.parse_order()) {
+      const auto form = forms_.find(option);
+      if (form != forms_.end())
+        items.push_back({form->second, option->results().at(used[option]++)});
+    }
+    return items;
+  }
+
+ private:
+  void add(const char* name, ItemArgument::Form form, const char* type, const char* help) {
+    CLI::Option* option = command_.add_option(name)->description(help)->type_name(type);
+    // One value each time the option is given; brackets in a value are the array's and not a list of CLI11's.
+    option->type_size(1)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->allow_extra_args(false);
+    forms_[option] = form;
+  }
+
+  CLI::App& command_;
+  std::map<const CLI::Option*, ItemArgument::Form> forms_;
+};
+
+CLI::Option* addRepeated(CLI::App& app, const char* name, std::vector<std::string>& values, const char* type,
+                         const char* help) {
+  return app.add_option(name, values, help)
+      ->type_name(type)
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false);
+}
+
+[[noreturn]] void refuse(const std::string& text) {
+  throw CLI::ValidationError(text);
+}
+
+void refuseRepeats(const std::vector<std::string>& names, const std::string& what) {
+  std::set<std::string> seen;
+  for (const std::string& name : names) {
+    if (!seen.insert(name).second)
+      refuse(what + " \"" + name + "\" is given twice");
+  }
+}
+
+void checkOutputName(const std::string& name) {
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
+    refuse("--output \"" + name + "\" is not a plain file name");
+}
+
+std::vector<std::pair<std::string, std::string>> splitEnvironment(const std::vector<std::string>& settings) {
+  std::vector<std::pair<std::string, std::string>> environment;
+  std::vector<std::string> names;
+  for (const std::string& setting : settings) {
+    const std::size_t equals = setting.find('=');
+    if (equals == std::string::npos || equals == 0)
+      refuse("--env \"" + setting + "\" is not of the form NAME=VALUE");
+    environment.emplace_back(setting.substr(0, equals), setting.substr(equals + 1));
+    names.push_back(environment.back().first);
+  }
+  refuseRepeats(names, "--env");
+  return environment;
+}
+
+void checkRun(const RunOptions& run) {
+  if (run.command.empty())
+    refuse("there is no command to run; put it after --, as in: zks run -- COMMAND ARG...");
+  std::vector<std::string> names;
+  for (const std::string& file : run.files) {
+    names.push_back(std::filesystem::path(file).filename().string());
+    if (names.back().empty() || names.back() == "." || names.back() == "..")
+      refuse("--file \"" + file + "\" does not name a file");
+  }
+  refuseRepeats(names, "the input file");
+  std::for_each(run.outputs.begin(), run.outputs.end(), checkOutputName);
+  refuseRepeats(run.outputs, "--output");
+  if (run.seconds && !(*run.seconds > 0 && *run.seconds < 1e9))
+    refuse("--time is a number of seconds greater than 0");
+}
+
+ReplyKind parseReplyKind(std::string_view word) {
+  constexpr std::string_view filePrefix = "file:";
+  if (word == "array")
+    return {ReplyKind::Form::Array, {}};
+  if (word == "protobuf")
+    return {ReplyKind::Form::Message, {}};
+  if (word == "plain")
+    return {ReplyKind::Form::Plain, {}};
+  if (word == "file")
+    return {ReplyKind::Form::File, {}};
+  if (word.starts_with(filePrefix) && word.size() > filePrefix.size())
+    return {ReplyKind::Form::File, std::string(word.substr(filePrefix.size()))};
+  refuse("--reply knows the kinds array, protobuf, plain, file and file:PATH, and not \"" + std::string(word) + "\"");
+}
+
+std::vector<ReplyKind> parseReplyKinds(const std::vector<std::string>& lists) {
+  std::vector<ReplyKind> kinds;
+  for (std::string_view list : lists) {
+    while (!list.empty()) {
+      const std::size_t comma = std::min(list.find(','), list.size());
+      kinds.push_back(parseReplyKind(list.substr(0, comma)));
+      list.remove_prefix(std::min(comma + 1, list.size()));
+    }
+  }
+  return kinds;
+}
+
+struct Grammar {
+  CLI::App app{"zks: run commands and call methods on a job-scheduler service (ZKS)", "zks"};
+  CommandLine line;
+  RunOptions run;
+  EchoOptions echo;
+  CallOptions call;
+  std::vector<std::string> environment;
+  std::vector<std::string> replyLists;
+  double seconds = 0;
+  CLI::App* runCommand = nullptr;
+  CLI::App* echoCommand = nullptr;
+  CLI::App* callCommand = nullptr;
+  std::optional<ItemOptions> echoItems;
+  std::optional<ItemOptions> callItems;
+
+  Grammar() {
+    app.set_version_flag("--version", std::string("zks ") + ZKS_VERSION);
+    app.require_subcommand(1);
+    app.footer(kExamples);
+    app.add_option("--address", line.global.address, "The service: unix:PATH or HOST:PORT (default: one inside zks)");
+    app.add_option("--log", line.global.logLevel, "Log records on standard error: off, error, warning, detail or trace")
+        ->type_name("LEVEL")
+        ->capture_default_str();
+    addRepeated(app, "--descriptors", line.global.descriptorFiles, "FILE",
+                "Message types to know: a descriptor set of protoc (with --include_imports)");
+    addRun();
+    addEcho();
+    addCall();
+  }
+
+  CLI::App* addCommand(const char* name, const char* help, const char* footer) {
+    CLI::App* command = app.add_subcommand(name, help);
+    command->fallthrough();
+    command->footer(footer);
+    return command;
+  }
+
+  void addRun() {
+    runCommand = addCommand("run", "Run a command on the service: zks run [OPTIONS] -- COMMAND ARG...", kRunExits);
+    addRepeated(*runCommand, "--file", run.files, "PATH", "A file to send along");
+    addRepeated(*runCommand, "--output", run.outputs, "NAME", "A file that the task makes, to fetch");
+    runCommand->add_option("--to", run.directory, "Where outputs go")->type_name("DIR")->capture_default_str();
+    addRepeated(*runCommand, "--env", environment, "NAME=VALUE", "Set an environment variable of the task");
+    runCommand->add_option("--time", seconds, "The longest that the task may run")->type_name("SECONDS");
+    runCommand->add_option("--memory", run.memoryBytes, "The address space of each process, in bytes or as 512M, 2G")
+        ->type_name("BYTES")
+        ->transform(CLI::AsSizeValue(false));
+  }
+
+  void addEcho() {
+    echoCommand = addCommand("echo", "Send items to the service and compare what comes back", kItemHelp);
+    echoItems.emplace(*echoCommand);
+    echoCommand->add_option("--save", echo.saveDirectory, "Keep what came back as files here")->type_name("DIR");
+  }
+
+  void addCall() {
+    callCommand = addCommand("call", "Call a method by its name and show the reply", kItemHelp);
+    callCommand->add_option("METHOD", call.method, "The method")->required();
+    callItems.emplace(*callCommand);
+    addRepeated(*callCommand, "--reply", replyLists, "KINDS",
+                "The kinds of the reply's items, which a reply does not tell: array,protobuf,plain,file,file:PATH");
+    callCommand->add_option("--save", call.saveDirectory, "Keep what came back as files here")->type_name("DIR");
+  }
+
+  // What CLI11 has parsed, checked further.
+  CommandLine result(std::vector<std::string> command) {
+    if (!runCommand->parsed() && !command.empty())
+      refuse("only \"run\" takes a command after --");
+    if (runCommand->parsed()) {
+      run.command = std::move(command);
+      run.environment = splitEnvironment(environment);
+      if (runCommand->count("--time") > 0)
+        run.seconds = seconds;
+      checkRun(run);
+      line.command = run;
+    } else if (echoCommand->parsed()) {
+      echo.items = echoItems->inOrder();
+      line.command = echo;
+    } else {
+      call.items = callItems->inOrder();
+      call.reply = parseReplyKinds(replyLists);
+      line.command = call;
+    }
+    return line;
+  }
+
+  std::string helpHint() const {
+    for (const CLI::App* command : {runCommand, echoCommand, callCommand}) {
+      if (command->parsed())
+        return "\"zks " + command->get_name() + " --help\"";
+    }
+    return "\"zks --help\"";
+  }
+
+  std::string help() const {
+    for (const CLI::App* command : {runCommand, echoCommand, callCommand}) {
+      if (command->parsed())
+        return command->help("zks");
+    }
+    return app.help();
+  }
+};
+
+std::string firstLine(std::string text) {
+  text.erase(std::min(text.find('\n'), text.size()));
+  while (!text.empty() && (text.back() == '.' || text.back() == ' '))
+    text.pop_back();
+  return text;
+}
+
+}  // namespace
+
+std::variant<CommandLine, EarlyExit> parseCommandLine(std::vector<std::string> arguments) {
+  // The task's own words are not ours to parse.
+  const auto mark = std::find(arguments.begin(), arguments.end(), "--");
+  std::vector<std::string> command(mark == arguments.end() ? mark : mark + 1, arguments.end());
+  arguments.erase(mark, arguments.end());
+
+  Grammar grammar;
+  try {
+    std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them from the back
+    grammar.app.parse(std::move(arguments));
+    return grammar.result(std::move(command));
+  } catch (const CLI::CallForHelp&) {
+    return EarlyExit{0, grammar.help()};
+  } catch (const CLI::CallForVersion& version) {
+    return EarlyExit{0, std::string(version.what()) + "\n"};
+  } catch (const CLI::ParseError& error) {
+    return EarlyExit{kUsageExit, firstLine(error.what()) + "; " + grammar.helpHint() + " tells more"};
+  }
+}
+
+}  // namespace zks

@@ -1,0 +1,75 @@
+// What the user asked for: the command line, taken apart and checked as far as its words go.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace zks {
+
+// One item as given on the line; what stands for it is read later.
+struct ItemArgument {
+  enum class Form { Array, Message, Plain, File };
+  Form form = Form::Array;
+  std::string text;
+
+  bool operator==(const ItemArgument&) const = default;
+};
+
+// How one item of a reply is to be read.
+struct ReplyKind {
+  enum class Form { Array, Message, Plain, File };
+  Form form = Form::Array;
+  std::string path;  // where a File goes; empty: it is only looked at
+
+  bool operator==(const ReplyKind&) const = default;
+};
+
+struct GlobalOptions {
+  std::string address;  // empty: an embedded service
+  std::string logLevel = "off";
+  std::vector<std::string> descriptorFiles;
+};
+
+struct RunOptions {
+  std::vector<std::string> files;
+  std::vector<std::string> outputs;
+  std::string directory = ".";
+  std::vector<std::pair<std::string, std::string>> environment;
+  std::optional<double> seconds;
+  std::optional<std::uint64_t> memoryBytes;
+  std::vector<std::string> command;
+};
+
+struct EchoOptions {
+  std::vector<ItemArgument> items;
+  std::string saveDirectory;  // empty: nothing is saved
+};
+
+struct CallOptions {
+  std::string method;
+  std::vector<ItemArgument> items;
+  std::vector<ReplyKind> reply;
+  std::string saveDirectory;
+};
+
+struct CommandLine {
+  GlobalOptions global;
+  std::variant<RunOptions, EchoOptions, CallOptions> command;
+};
+
+// The line asked for nothing but a text (help, the version), or was wrong.
+struct EarlyExit {
+  int code = 0;
+  std::string text;  // for standard output when the code is 0, else one line for standard error
+};
+
+constexpr int kUsageExit = 2;
+
+// `arguments` are those after the program's name.
+std::variant<CommandLine, EarlyExit> parseCommandLine(std::vector<std::string> arguments);
+
+}  // namespace zks

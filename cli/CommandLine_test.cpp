@@ -1,0 +1,172 @@
+#include "cli/CommandLine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace zks {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::Pair;
+
+using Words = std::vector<std::string>;
+using ItemForm = ItemArgument::Form;
+using ReplyForm = ReplyKind::Form;
+
+template <class Options>
+Options parsed(Words words) {
+  auto outcome = parseCommandLine(std::move(words));
+  if (const auto* exit = std::get_if<EarlyExit>(&outcome)) {
+    ADD_FAILURE() << "refused: " << exit->text;
+    return {};
+  }
+  return std::get<Options>(std::get<CommandLine>(outcome).command);
+}
+
+GlobalOptions parsedGlobal(Words words) {
+  auto outcome = parseCommandLine(std::move(words));
+  if (const auto* exit = std::get_if<EarlyExit>(&outcome)) {
+    ADD_FAILURE() << "refused: " << exit->text;
+    return {};
+  }
+  return std::get<CommandLine>(outcome).global;
+}
+
+EarlyExit refused(Words words) {
+  auto outcome = parseCommandLine(std::move(words));
+  if (std::holds_alternative<CommandLine>(outcome)) {
+    ADD_FAILURE() << "accepted";
+    return {};
+  }
+  return std::get<EarlyExit>(outcome);
+}
+
+void expectUsageError(Words words, const std::string& text) {
+  const EarlyExit exit = refused(std::move(words));
+  EXPECT_EQ(exit.code, 2);
+  EXPECT_THAT(exit.text, HasSubstr(text));
+  EXPECT_THAT(exit.text, Not(HasSubstr("\n")));
+}
+
+TEST(CommandLine, RunTakesEverythingAfterTheMarkAsItIs) {
+  const auto run = parsed<RunOptions>({"run", "--", "git", "--file", "-x", "--", "[1,2]", ""});
+  EXPECT_THAT(run.command, ElementsAre("git", "--file", "-x", "--", "[1,2]", ""));
+  EXPECT_THAT(run.files, IsEmpty());
+  EXPECT_EQ(run.directory, ".");
+  EXPECT_FALSE(run.seconds);
+  EXPECT_FALSE(run.memoryBytes);
+}
+
+TEST(CommandLine, RunTakesItsOptionsInAnyNumber) {
+  const auto run = parsed<RunOptions>(
+      {"run", "--file", "a/b",   "--output", "o1", "--file=c", "--output", "o2",       "--to", "dir", "--env",
+       "A=1", "--env",  "B=x=y", "--env",    "C=", "--time",   "2.5",      "--memory", "64M",  "--",  "true"});
+  EXPECT_THAT(run.files, ElementsAre("a/b", "c"));
+  EXPECT_THAT(run.outputs, ElementsAre("o1", "o2"));
+  EXPECT_EQ(run.directory, "dir");
+  EXPECT_THAT(run.environment, ElementsAre(Pair("A", "1"), Pair("B", "x=y"), Pair("C", "")));
+  EXPECT_EQ(run.seconds, 2.5);
+  EXPECT_EQ(run.memoryBytes, 64u << 20);
+}
+
+TEST(CommandLine, RunWithoutACommandSaysWhereItGoes) {
+  expectUsageError({"run"}, "put it after --");
+  expectUsageError({"run", "--"}, "put it after --");
+  expectUsageError({"run", "ls"}, "\"zks run --help\" tells more");
+}
+
+TEST(CommandLine, RunRefusesWhatCannotBeMeant) {
+  expectUsageError({"run", "--file", "a/x", "--file", "b/x", "--", "c"}, "\"x\" is given twice");
+  expectUsageError({"run", "--file", "a/", "--", "c"}, "does not name a file");
+  expectUsageError({"run", "--output", "o", "--output", "o", "--", "c"}, "\"o\" is given twice");
+  for (const char* name : {"a/b", ".", "..", "/x"})
+    expectUsageError({"run", "--output", name, "--", "c"}, "is not a plain file name");
+  expectUsageError({"run", "--env", "A", "--", "c"}, "NAME=VALUE");
+  expectUsageError({"run", "--env", "=1", "--", "c"}, "NAME=VALUE");
+  expectUsageError({"run", "--env", "A=1", "--env", "A=2", "--", "c"}, "\"A\" is given twice");
+  expectUsageError({"run", "--time", "0", "--", "c"}, "greater than 0");
+  expectUsageError({"run", "--time", "-1", "--", "c"}, "greater than 0");
+  expectUsageError({"run", "--time", "nan", "--", "c"}, "greater than 0");
+  expectUsageError({"run", "--time", "soon", "--", "c"}, "--time");
+  expectUsageError({"run", "--memory", "much", "--", "c"}, "--memory");
+}
+
+TEST(CommandLine, ItemsKeepTheOrderOfTheLine) {
+  const auto echo = parsed<EchoOptions>({"echo", "--plain", "p1", "--file", "f", "--array", "[1,2,3]", "--plain=p2",
+                                         "--protobuf", "{}", "--array", "[]", "--plain", ""});
+  EXPECT_THAT(echo.items, ElementsAre(ItemArgument{ItemForm::Plain, "p1"}, ItemArgument{ItemForm::File, "f"},
+                                      ItemArgument{ItemForm::Array, "[1,2,3]"}, ItemArgument{ItemForm::Plain, "p2"},
+                                      ItemArgument{ItemForm::Message, "{}"}, ItemArgument{ItemForm::Array, "[]"},
+                                      ItemArgument{ItemForm::Plain, ""}));
+}
+
+TEST(CommandLine, ItemValueMayBeginWithADash) {
+  const auto echo = parsed<EchoOptions>({"echo", "--array=-1", "--plain=--x"});
+  EXPECT_THAT(echo.items, ElementsAre(ItemArgument{ItemForm::Array, "-1"}, ItemArgument{ItemForm::Plain, "--x"}));
+}
+
+TEST(CommandLine, EchoWithoutItemsIsAllowed) {
+  EXPECT_THAT(parsed<EchoOptions>({"echo"}).items, IsEmpty());
+}
+
+TEST(CommandLine, CallTakesMethodItemsAndReplyKindsInAnyOrder) {
+  const auto call = parsed<CallOptions>({"call", "--plain", "x", "stat", "--reply", "array,protobuf", "--file", "f",
+                                         "--reply", "plain,file,file:a:b", "--save", "d"});
+  EXPECT_EQ(call.method, "stat");
+  EXPECT_THAT(call.items, ElementsAre(ItemArgument{ItemForm::Plain, "x"}, ItemArgument{ItemForm::File, "f"}));
+  EXPECT_THAT(call.reply, ElementsAre(ReplyKind{ReplyForm::Array, ""}, ReplyKind{ReplyForm::Message, ""},
+                                      ReplyKind{ReplyForm::Plain, ""}, ReplyKind{ReplyForm::File, ""},
+                                      ReplyKind{ReplyForm::File, "a:b"}));
+  EXPECT_EQ(call.saveDirectory, "d");
+}
+
+TEST(CommandLine, CallRefusesUnknownKindsAndAMissingMethod) {
+  expectUsageError({"call", "m", "--reply", "array,matrix"}, "not \"matrix\"");
+  expectUsageError({"call", "m", "--reply", "file:"}, "not \"file:\"");
+  expectUsageError({"call", "m", "--reply", "array,,plain"}, "not \"\"");
+  expectUsageError({"call"}, "METHOD");
+}
+
+TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
+  for (const Words& words : {Words{"--address", "unix:/s", "--log", "trace", "--descriptors", "d", "echo"},
+                             Words{"echo", "--address", "unix:/s", "--log", "trace", "--descriptors", "d"}}) {
+    const GlobalOptions global = parsedGlobal(words);
+    EXPECT_EQ(global.address, "unix:/s");
+    EXPECT_EQ(global.logLevel, "trace");
+    EXPECT_THAT(global.descriptorFiles, ElementsAre("d"));
+  }
+  EXPECT_EQ(parsedGlobal({"echo"}).address, "");
+  EXPECT_EQ(parsedGlobal({"echo"}).logLevel, "off");
+}
+
+TEST(CommandLine, WrongWordsAreUsageErrorsOfOneLine) {
+  expectUsageError({}, "\"zks --help\" tells more");
+  expectUsageError({"jump"}, "\"zks --help\" tells more");
+  expectUsageError({"echo", "--nonsense"}, "--nonsense");
+  expectUsageError({"echo", "--plain"}, "--plain");
+  expectUsageError({"echo", "--", "x"}, "only \"run\"");
+}
+
+TEST(CommandLine, HelpTellsOfEachCommandAndShowsExamples) {
+  const EarlyExit general = refused({"--help"});
+  EXPECT_EQ(general.code, 0);
+  for (const char* word : {"run", "echo", "call", "--address", "--log", "Examples:"})
+    EXPECT_THAT(general.text, HasSubstr(word));
+  const EarlyExit run = refused({"run", "--help"});
+  EXPECT_EQ(run.code, 0);
+  for (const char* word : {"--output", "--to", "--time", "Exit code"})
+    EXPECT_THAT(run.text, HasSubstr(word));
+  EXPECT_THAT(refused({"call", "--help"}).text, HasSubstr("--reply"));
+}
+
+TEST(CommandLine, VersionIsTheProjects) {
+  const EarlyExit exit = refused({"--version"});
+  EXPECT_EQ(exit.code, 0);
+  EXPECT_EQ(exit.text, std::string("zks ") + ZKS_VERSION + "\n");
+}
+
+}  // namespace
+}  // namespace zks

@@ -1,0 +1,87 @@
+#include "cli/ItemReader.h"
+
+#include <google/protobuf/util/json_util.h>
+
+#include <cstring>
+#include <memory>
+
+#include "cli/CliError.h"
+#include "cli/MappedFile.h"
+#include "cli/arrayText.h"
+#include "cli/jsonType.h"
+#include "cli/npy.h"
+#include "platform/errors/Exception.h"
+#include "platform/protobufencoding/protobufencoding.h"
+#include "toolbox/hostMessage.h"
+
+namespace zks {
+namespace {
+
+qxArrayPtr bytesOf(std::string_view text) {
+  const std::size_t shape[] = {text.size(), 1};
+  qxArrayPtr array = qxCreateUninitializedArray(shape, qxClass::Uint8);
+  if (!text.empty())
+    std::memcpy(qxGetWritableData(array.get()), text.data(), text.size());
+  return array;
+}
+
+// The file's bytes, mapped: it must not change until the call is over.
+qxArrayPtr bytesOfFile(const std::string& path) {
+  auto file = std::make_shared<const MappedFile>(path);
+  const auto bytes = file->bytes();
+  const std::size_t shape[] = {bytes.size(), 1};
+  if (bytes.empty())
+    return qxCreateNumericArray(shape, qxClass::Uint8);
+  return qxAdoptArray(shape, qxClass::Uint8, false, const_cast<std::byte*>(bytes.data()), false,
+                      [file = std::move(file)]() mutable { file.reset(); });
+}
+
+qxArrayPtr readSavedArray(const std::string& path) {
+  const MappedFile file(path);
+  qxArrayPtr array(qxDeserialize(file.bytes().data(), file.bytes().size()));
+  if (array == nullptr)
+    throw CliError("cannot read \"" + path + "\" as an array: it is neither a .npy file nor a saved array");
+  return array;
+}
+
+qxArrayPtr readArray(const std::string& text) {
+  if (!text.starts_with('@'))
+    return parseArrayText(text);
+  const std::string path = text.substr(1);
+  return path.ends_with(".npy") ? readNpy(path) : readSavedArray(path);
+}
+
+qxArrayPtr readPlain(const std::string& text) {
+  if (text.starts_with("@@"))
+    return bytesOf(std::string_view(text).substr(1));
+  return text.starts_with('@') ? bytesOfFile(text.substr(1)) : bytesOf(text);
+}
+
+}  // namespace
+
+qxArrayPtr readMessage(const std::string& json) {
+  const TypedJson typed = splitJsonType(json);
+  const auto message = parallel::protobufencoding::generateMessageByName(typed.typeName);
+  if (message == nullptr)
+    throw UsageError("--protobuf: there is no message type \"" + typed.typeName + "\"; --descriptors FILE adds types");
+  const auto status = google::protobuf::util::JsonStringToMessage(typed.body, message.get());
+  if (!status.ok())
+    throw UsageError("--protobuf: this is no JSON of a " + typed.typeName + ": " + std::string(status.message()));
+  return parallel::toolbox::hostFromMessage(*message);
+}
+
+qxArrayPtr readItem(const ItemArgument& argument) {
+  switch (argument.form) {
+    case ItemArgument::Form::Array:
+      return readArray(argument.text);
+    case ItemArgument::Form::Message:
+      return readMessage(argument.text);
+    case ItemArgument::Form::Plain:
+      return readPlain(argument.text);
+    case ItemArgument::Form::File:
+      return qxCreateStringUtf8(argument.text);
+  }
+  return nullptr;
+}
+
+}  // namespace zks

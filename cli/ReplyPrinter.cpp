@@ -1,0 +1,152 @@
+#include "cli/ReplyPrinter.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "cli/AtomicFile.h"
+#include "cli/CliError.h"
+#include "cli/ContentCheck.h"
+#include "cli/Digest.h"
+#include "cli/StandardStreams.h"
+#include "cli/formatValue.h"
+#include "cli/npy.h"
+#include "cli/takeToFile.h"
+#include "toolbox/hostMessage.h"
+
+namespace zks {
+namespace {
+
+constexpr std::size_t kShownBytes = 64;
+
+std::string digestOf(const void* data, std::size_t nbytes) {
+  Digest digest;
+  digest.add(data, nbytes);
+  return digest.text();
+}
+
+std::string_view viewOf(const qxArray* bytes) {
+  return {static_cast<const char*>(qxGetData(bytes)), qxGetNumberOfElements(bytes)};
+}
+
+// Arrays of numbers and the like by their elements, others by their saved form.
+std::string arrayDigest(const qxArray* array) {
+  if (qxClassBytes(qxGetClass(array)) > 0)
+    return digestOf(qxGetData(array), qxGetDataBytes(array));
+  const qxArrayPtr saved(qxSerializeEx(array, qxSerializeDefaults));
+  return digestOf(qxGetData(saved.get()), qxGetNumberOfElements(saved.get()));
+}
+
+// The value, unless that only tells class and shape again.
+std::string valueText(const qxArray* array) {
+  const std::string value = formatValue(array);
+  return value.front() == '<' ? "" : "  " + value;
+}
+
+bool isShortText(std::string_view bytes) {
+  const auto printable = [](char c) { return (c >= ' ' && c <= '~') || c == '\n' || c == '\t'; };
+  return bytes.size() <= kShownBytes && std::all_of(bytes.begin(), bytes.end(), printable);
+}
+
+std::string bytesCount(std::uint64_t nbytes) {
+  return std::to_string(nbytes) + (nbytes == 1 ? " byte" : " bytes");
+}
+
+std::string messageName(const qxArray* message) {
+  const qxArray* name = qxHasField(message, "MessageType") ? qxGetField(message, 0, "MessageType") : nullptr;
+  return name != nullptr && qxGetClass(name) == qxClass::Text ? qxGetStringUtf8(name) : "struct";
+}
+
+void writeFile(const std::string& path, std::string_view bytes) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  if (!file)
+    throw CliError("cannot write the file \"" + path + "\": " + systemReason(errno));
+}
+
+}  // namespace
+
+ReplyPrinter::ReplyPrinter(parallel::toolbox::Reply& reply, std::string saveDirectory)
+    : reply_(reply), saveDirectory_(std::move(saveDirectory)) {
+  if (!saveDirectory_.empty())
+    checkDirectory(saveDirectory_);
+}
+
+bool ReplyPrinter::print(const std::string& kind, const std::string& text, bool compared, bool same) {
+  const char* verdict = !compared ? "" : same ? "  same" : "  DIFFERENT";
+  writeOutput(std::to_string(reply_.itemsTaken()) + " " + kind + "  " + text + verdict + "\n");
+  return same;
+}
+
+std::string ReplyPrinter::savedName(const char* extension) const {
+  return "item-" + std::to_string(reply_.itemsTaken()) + extension;
+}
+
+void ReplyPrinter::saveBytes(const char* extension, std::string_view bytes) const {
+  AtomicFile file(saveDirectory_, savedName(extension));
+  writeFile(file.temporaryPath(), bytes);
+  file.commit();
+}
+
+void ReplyPrinter::saveArray(const qxArray* array) const {
+  if (!canWriteNpy(array)) {
+    const qxArrayPtr saved(qxSerializeEx(array, qxSerializeDefaults));
+    return saveBytes(".cbor", viewOf(saved.get()));
+  }
+  AtomicFile file(saveDirectory_, savedName(".npy"));
+  writeNpy(file.temporaryPath(), array);
+  file.commit();
+}
+
+bool ReplyPrinter::showArray(const qxArray* original) {
+  const auto array = reply_.takeArray();
+  if (!saveDirectory_.empty())
+    saveArray(array.get());
+  return print("array", formatClassAndShape(array.get()) + "  " + arrayDigest(array.get()) + valueText(array.get()),
+               original != nullptr, original == nullptr || qxEqual(array.get(), original));
+}
+
+bool ReplyPrinter::showMessage(const qxArray* original) {
+  const auto message = reply_.takeMessage();
+  if (!saveDirectory_.empty())
+    saveBytes(".pb", parallel::toolbox::messageFromHost(message.get())->SerializeAsString());
+  return print("protobuf", messageName(message.get()) + valueText(message.get()), original != nullptr,
+               original == nullptr || qxEqual(message.get(), original));
+}
+
+bool ReplyPrinter::showPlain(const qxArray* original) {
+  const auto array = reply_.takePlain();
+  const std::string_view bytes = viewOf(array.get());
+  if (!saveDirectory_.empty())
+    saveBytes(".bin", bytes);
+  const std::string value = isShortText(bytes) ? "  " + quotedText(bytes) : "";
+  return print("plain", bytesCount(bytes.size()) + "  " + digestOf(bytes.data(), bytes.size()) + value,
+               original != nullptr, original == nullptr || viewOf(original) == bytes);
+}
+
+bool ReplyPrinter::showFile(const std::string& path, const std::string& name,
+                            const std::optional<std::string>& original) {
+  ContentCheck check(original);
+  std::filesystem::path place = path;
+  if (path.empty() && !saveDirectory_.empty())
+    place = std::filesystem::path(saveDirectory_) / (name.empty() ? savedName(".file") : name);
+  if (place.empty()) {
+    takeForCheck(reply_, check);
+  } else {
+    const std::string directory = place.has_parent_path() ? place.parent_path().string() : ".";
+    AtomicFile file(directory, place.filename().string());
+    takeToFile(reply_, file);
+    checkFile(file.temporaryPath(), check);
+    file.commit();
+  }
+  const std::string shownName = place.empty() ? name : place.string();
+  return print("file",
+               (shownName.empty() ? "" : quotedText(shownName) + "  ") + bytesCount(check.digest().nbytes()) + "  " +
+                   check.digest().text(),
+               original.has_value(), check.isSame());
+}
+
+}  // namespace zks

@@ -1,0 +1,41 @@
+#include "cli/Session.h"
+
+#include <chrono>
+#include <string>
+
+#include "cli/MappedFile.h"
+#include "platform/protobufencoding/protobufencoding.h"
+#include "platform/spf/inprocess/connectInProcess.h"
+#include "scheduler/SchedulerService.h"
+
+namespace zks {
+namespace {
+
+using parallel::toolbox::Connection;
+
+// Ctrl-C waits for this long at most for a task that ignores the polite signal.
+constexpr std::chrono::milliseconds kKillGrace{50};
+
+void loadDescriptors(const GlobalOptions& options) {
+  for (const std::string& path : options.descriptorFiles) {
+    const MappedFile file(path);
+    const auto bytes = file.bytes();
+    parallel::protobufencoding::loadDescriptorSet({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  }
+}
+
+Connection openConnection(const GlobalOptions& options) {
+  loadDescriptors(options);
+  if (!options.address.empty())
+    return Connection::connect(options.address);
+  parallel::scheduler::SchedulerOptions scheduler;
+  scheduler.killGrace = kKillGrace;
+  return {agent::spf::inprocess::connectInProcess(parallel::scheduler::makeSchedulerService(scheduler)),
+          "the embedded service"};
+}
+
+}  // namespace
+
+Session::Session(const GlobalOptions& options) : connection_(openConnection(options)) {}
+
+}  // namespace zks

@@ -1,0 +1,29 @@
+// The service that a command talks to, for the length of the command: one at an address, or one of its own.
+#pragma once
+
+#include <memory>
+
+#include "cli/CommandLine.h"
+#include "platform/spf/core/Service.h"
+#include "toolbox/Connection.h"
+#include "toolbox/SchedulerClient.h"
+
+namespace zks {
+
+class Session {
+ public:
+  // Loads the message types that the options name, then connects or starts the service.
+  explicit Session(const GlobalOptions& options);
+
+  parallel::toolbox::SchedulerClient client() const {
+    return parallel::toolbox::SchedulerClient(connection_, progress_);
+  }
+  const std::shared_ptr<parallel::toolbox::TransferProgress>& progress() const noexcept { return progress_; }
+
+ private:
+  std::shared_ptr<parallel::toolbox::TransferProgress> progress_ =
+      std::make_shared<parallel::toolbox::TransferProgress>();
+  parallel::toolbox::Connection connection_;
+};
+
+}  // namespace zks

@@ -1,0 +1,60 @@
+#include <string>
+#include <vector>
+
+#include "cli/AtomicFile.h"
+#include "cli/CliError.h"
+#include "cli/ItemReader.h"
+#include "cli/ProgressBar.h"
+#include "cli/ReplyPrinter.h"
+#include "cli/Session.h"
+#include "cli/commands.h"
+#include "cli/requestItem.h"
+
+namespace zks {
+namespace {
+
+using parallel::toolbox::Item;
+using parallel::toolbox::Reply;
+using Form = ReplyKind::Form;
+
+void show(ReplyPrinter& printer, const ReplyKind& kind) {
+  switch (kind.form) {
+    case Form::Array:
+      printer.showArray();
+      break;
+    case Form::Message:
+      printer.showMessage();
+      break;
+    case Form::Plain:
+      printer.showPlain();
+      break;
+    case Form::File:
+      printer.showFile(kind.path, "");
+      break;
+  }
+}
+
+void checkKinds(const Reply& reply, const CallOptions& options) {
+  if (reply.itemCount() == options.reply.size())
+    return;
+  throw CliError("the reply to " + options.method + " has " + std::to_string(reply.itemCount()) +
+                 " items and --reply names " + std::to_string(options.reply.size()) + " kinds; name the kind of each");
+}
+
+}  // namespace
+
+int callCommand(const GlobalOptions& global, const CallOptions& options) {
+  const Session session(global);  // first, for the message types that it loads
+  std::vector<Item> items;
+  for (const ItemArgument& argument : options.items)
+    items.push_back(requestItem(argument, readItem(argument).get()));
+  const ProgressBar bar(session.progress());
+  Reply reply = session.client().call(options.method, items);
+  checkKinds(reply, options);
+  ReplyPrinter printer(reply, options.saveDirectory);
+  for (const ReplyKind& kind : options.reply)
+    show(printer, kind);
+  return 0;
+}
+
+}  // namespace zks

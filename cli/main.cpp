@@ -1,0 +1,114 @@
+// zks: the command line.
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <exception>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "cli/AtomicFile.h"
+#include "cli/CliError.h"
+#include "cli/CommandLine.h"
+#include "cli/Interrupts.h"
+#include "cli/LogOutput.h"
+#include "cli/StandardStreams.h"
+#include "cli/commands.h"
+#include "cli/errorLine.h"
+
+namespace {
+
+using zks::CommandLine;
+using zks::EarlyExit;
+
+// Ctrl-C is answered within 200 ms. An embedded service gets time to end its tasks and remove what they leave.
+constexpr std::chrono::milliseconds kPatience{140};
+constexpr std::chrono::milliseconds kEmbeddedPatience{3000};
+
+int interruptedExit() {
+  return zks::kSignalExit + zks::Interrupts::signal();
+}
+
+void endAtOnce() {
+  zks::removeAllTemporaryFiles();
+  zks::reportInterrupted();
+  ::_exit(interruptedExit());
+}
+
+int execute(const CommandLine& line) {
+  struct Execute {
+    const zks::GlobalOptions& global;
+    int operator()(const zks::RunOptions& run) const { return zks::runCommand(global, run); }
+    int operator()(const zks::EchoOptions& echo) const { return zks::echoCommand(global, echo); }
+    int operator()(const zks::CallOptions& call) const { return zks::callCommand(global, call); }
+  };
+  return std::visit(Execute{line.global}, line.command);
+}
+
+int failureExit(const CommandLine& line, const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const zks::UsageError&) {
+    return zks::kUsageExit;
+  } catch (...) {
+    return std::holds_alternative<zks::RunOptions>(line.command) ? zks::kRunFailureExit : zks::kFailureExit;
+  }
+}
+
+// An interrupt may arrive as itself or, from under a catch-all, as some other error.
+int reportFailure(const CommandLine& line, const std::exception_ptr& error, const std::string& cause) {
+  if (zks::Interrupts::signal() != 0) {
+    zks::reportInterrupted();
+    return interruptedExit();
+  }
+  zks::writeError("zks: " + zks::errorLine(error, cause) + "\n");
+  return failureExit(line, error);
+}
+
+int executeAndReport(const CommandLine& line) {
+  zks::Interrupts interrupts;
+  interrupts.setEmergency(line.global.address.empty() ? kEmbeddedPatience : kPatience, endAtOnce);
+  std::string cause;
+  try {
+    const zks::LogOutput log(line.global.logLevel);
+    try {
+      return execute(line);
+    } catch (...) {
+      cause = log.lastCause();
+      throw;
+    }
+  } catch (...) {
+    return reportFailure(line, std::current_exception(), cause);
+  }
+}
+
+int exitEarly(const EarlyExit& exit) {
+  if (exit.code != 0) {
+    zks::writeError("zks: " + exit.text + "\n");
+    return exit.code;
+  }
+  zks::writeOutput(exit.text);
+  return 0;
+}
+
+// Writing past a limit or to a reader that has gone is an error like others, not the end of the process.
+void ignoreWriteSignals() {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  ignoreWriteSignals();
+  try {
+    const auto outcome = zks::parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+    if (const auto* exit = std::get_if<EarlyExit>(&outcome))
+      return exitEarly(*exit);
+    return executeAndReport(std::get<CommandLine>(outcome));
+  } catch (const std::exception& error) {
+    zks::writeError("zks: " + zks::joinedLines(error.what()) + "\n");
+    return zks::kFailureExit;
+  }
+}

@@ -1,0 +1,68 @@
+#include "toolbox/Address.h"
+
+#include <sys/un.h>
+
+#include <charconv>
+#include <filesystem>
+
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+
+namespace parallel::toolbox {
+namespace {
+
+constexpr std::string_view kSocketPrefix = "unix:";
+constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
+
+[[noreturn]] void refuse(std::string_view text, std::string_view reason) {
+  throw Exception<BadAddress>(text, reason);
+}
+
+std::string resolveSocketPath(std::string_view text) {
+  const std::string_view path = text.substr(kSocketPrefix.size());
+  if (path.empty())
+    refuse(text, "the path of the socket file is missing");
+  if (path.find('\0') != std::string_view::npos)
+    refuse(text, "a path cannot hold a NUL");
+  const std::string absolute = std::filesystem::absolute(std::filesystem::path(path)).lexically_normal().string();
+  if (absolute.size() > kLongestSocketPath)
+    refuse(text, "the path of a socket file has at most " + std::to_string(kLongestSocketPath) + " bytes");
+  return std::string(kSocketPrefix) + absolute;
+}
+
+void checkPort(std::string_view text, std::string_view port) {
+  if (port.empty())
+    refuse(text, "the port is missing");
+  unsigned value = 0;
+  const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), value);
+  if (error != std::errc{} || end != port.data() + port.size() || value == 0 || value > 65535)
+    refuse(text, "the port is a number from 1 to 65535");
+}
+
+// "[::1]" or a name or number without colons.
+void checkHost(std::string_view text, std::string_view host) {
+  if (host.empty())
+    refuse(text, "the host is missing");
+  const bool bracketed = host.front() == '[' && host.back() == ']' && host.size() > 2;
+  if (!bracketed && host.find_first_of(":[]") != std::string_view::npos)
+    refuse(text, "the host of an IPv6 address stands in brackets, as in [::1]:7777");
+  if (host.find_first_of(" \t\n/\\") != std::string_view::npos)
+    refuse(text, "a host holds no blanks and no slashes");
+}
+
+}  // namespace
+
+std::string resolveAddress(std::string_view text) {
+  if (text.empty())
+    refuse(text, "it is empty");
+  if (text.starts_with(kSocketPrefix))
+    return resolveSocketPath(text);
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string_view::npos)
+    refuse(text, text.front() == '/' ? "a socket file needs unix: before its path" : "the port is missing");
+  checkHost(text, text.substr(0, colon));
+  checkPort(text, text.substr(colon + 1));
+  return std::string(text);
+}
+
+}  // namespace parallel::toolbox

@@ -1,0 +1,14 @@
+// The addresses of services as users type them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace parallel::toolbox {
+
+// The address in the form that the service framework connects to: "unix:/absolute/path" or "HOST:PORT".
+// A relative socket path is taken from the current directory. `BadAddress` says what is wrong with the text; nothing is
+// looked up here, so a good address may still lead nowhere.
+std::string resolveAddress(std::string_view text);
+
+}  // namespace parallel::toolbox

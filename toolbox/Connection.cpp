@@ -1,0 +1,115 @@
+#include "toolbox/Connection.h"
+
+#include <mutex>
+#include <utility>
+
+#include "platform/interrupt/interpreterContext.h"
+#include "platform/interrupt/utInterruptState.h"
+#include "platform/spf/grpc/connect.h"
+#include "toolbox/Address.h"
+#include "transport/client/ConnectionRecord.h"
+#include "transport/client/expandSPFErrors.h"
+
+namespace parallel::toolbox {
+
+using agent::spf::core::Invokable;
+
+// A dead connection is found by a thread of the framework, which must not be the one that destroys it: there it would
+// wait for itself. So it is put aside until the owner lets go.
+struct Connection::Record : spf::transport::ConnectionRecord {
+  bool dead = false;                   // guarded by mutex
+  std::shared_ptr<Invokable> retired;  // guarded by mutex
+
+  void fill(std::shared_ptr<Invokable> connected) {
+    const std::lock_guard lock(mutex);
+    (dead ? retired : invokable) = std::move(connected);
+  }
+
+  void markDead() {
+    const std::lock_guard lock(mutex);
+    dead = true;
+    if (invokable != nullptr)
+      retired = std::move(invokable);
+    invokable = nullptr;
+  }
+
+  void release() {
+    std::shared_ptr<Invokable> live;
+    std::shared_ptr<Invokable> old;
+    {
+      const std::lock_guard lock(mutex);
+      dead = true;
+      live = std::move(invokable);
+      old = std::move(retired);
+      invokable = nullptr;
+      retired = nullptr;
+    }
+    // Both end here, outside the lock.
+  }
+};
+
+namespace {
+
+void pollInterrupts() {
+  if (foundation::usm::Detail<foundation::usm::scope::Tvm>::isRequiredContextActive())
+    utInterruptState::ThrowIfInterruptPending();
+}
+
+}  // namespace
+
+Connection Connection::connect(std::string_view address, std::chrono::milliseconds timeout) {
+  const std::string resolved = resolveAddress(address);
+  auto record = std::make_shared<Record>();
+  agent::spf::grpc_transport::ConnectOptions options;
+  options.connectTimeout = timeout;
+  options.poll = pollInterrupts;
+  options.onDisconnect = [watched = std::weak_ptr<Record>(record)] {
+    if (const auto found = watched.lock())
+      found->markDead();
+  };
+  try {
+    record->fill(agent::spf::grpc_transport::connect(resolved, options));
+  } catch (...) {
+    spf::transport::throwExpandedSPFErrors();
+  }
+  return Connection(std::move(record), resolved);
+}
+
+Connection::Connection(std::shared_ptr<Invokable> invokable, std::string name)
+    : Connection(std::make_shared<Record>(), std::move(name)) {
+  record_->fill(std::move(invokable));
+}
+
+Connection::Connection(std::shared_ptr<Record> record, std::string name)
+    : record_(std::move(record)), name_(std::move(name)) {}
+
+Connection::Connection(Connection&&) noexcept = default;
+
+Connection& Connection::operator=(Connection&& other) noexcept {
+  if (this != &other) {
+    close();
+    record_ = std::move(other.record_);
+    name_ = std::move(other.name_);
+  }
+  return *this;
+}
+
+Connection::~Connection() {
+  close();
+}
+
+void Connection::close() noexcept {
+  if (record_ != nullptr)
+    record_->release();
+}
+
+bool Connection::isOpen() const {
+  const std::lock_guard lock(record_->mutex);
+  return record_->invokable != nullptr;
+}
+
+spf::transport::TransportClient Connection::client() const {
+  return spf::transport::TransportClient(record_);
+}
+
+}  // namespace parallel::toolbox

@@ -1,0 +1,108 @@
+#include "toolbox/Item.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <ios>
+#include <system_error>
+
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "platform/files/nativePath.h"
+#include "toolbox/hostMessage.h"
+
+namespace parallel::toolbox {
+namespace {
+
+using spf::transport::ByteSink;
+using spf::transport::SerializableData;
+
+std::string reasonOf(int error) {
+  return std::generic_category().message(error);
+}
+
+// Empty when the file can be read from its beginning.
+std::string reasonNotReadable(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file < 0)
+    return reasonOf(errno);
+  struct stat status {};
+  const int failure = ::fstat(file, &status) == 0 ? 0 : errno;
+  ::close(file);
+  if (failure != 0)
+    return reasonOf(failure);
+  if (S_ISDIR(status.st_mode))
+    return "it is a directory";
+  if (!S_ISREG(status.st_mode))
+    return "it is not a regular file";
+  return {};
+}
+
+void checkReadable(const std::string& path) {
+  const std::string reason = reasonNotReadable(path);
+  if (!reason.empty())
+    throw Exception<CannotReadFile>(path, reason);
+}
+
+// Adds the name, which the stream's own failure lacks.
+void serializeNamedFile(const std::string& path, const SerializableData& file, ByteSink& sink) {
+  try {
+    file.serialize(sink);
+  } catch (const std::ios_base::failure&) {
+    checkReadable(path);  // names the reason when it still holds
+    std::throw_with_nested(Exception<CannotReadFile>(path, "reading it failed"));
+  }
+}
+
+std::size_t fileSizeHint(const qxArray* path) noexcept {
+  try {
+    struct stat status {};
+    const bool known = ::stat(qxGetStringUtf8(path).c_str(), &status) == 0 && status.st_size > 0;
+    return known ? static_cast<std::size_t>(status.st_size) : 0;
+  } catch (...) {
+    return 0;
+  }
+}
+
+}  // namespace
+
+Item arrayItem(const qxArray* array) {
+  return {zksmessages::ITEM_KIND_ARRAY, SerializableData::createQxArray(array), std::nullopt};
+}
+
+Item messageItem(const qxArray* message) {
+  return {zksmessages::ITEM_KIND_PROTOBUF, SerializableData::createProtobuf(message), std::nullopt};
+}
+
+Item messageItem(const google::protobuf::Message& message) {
+  return messageItem(hostFromMessage(message).get());
+}
+
+Item resultItem(const qxArray* message) {
+  const std::string fields[] = {"MessageType", "result"};
+  const std::size_t scalar[] = {1, 1};
+  const qxArrayPtr payload = qxCreateStructArray(scalar, fields);
+  qxSetField(payload.get(), 0, fields[0], qxCreateStringUtf8(zksmessages::ResultPayload::descriptor()->full_name()));
+  qxSetField(payload.get(), 0, fields[1], qxCreateSharedCopy(message));
+  return messageItem(payload.get());
+}
+
+Item plainItem(const qxArray* bytes) {
+  if (qxGetElementBytes(bytes) != 1)
+    throw Exception<host::array::WrongClass>(qxClassName(qxGetClass(bytes)), "uint8, int8 or boolean");
+  return {zksmessages::ITEM_KIND_PLAIN, SerializableData::createPlain(bytes), qxGetDataBytes(bytes)};
+}
+
+Item fileItem(const std::string& path) {
+  checkReadable(path);
+  const qxArrayPtr name = qxCreateString(files::hostPath(path));
+  const auto file = SerializableData::createFile(name.get());
+  auto encoder = [path, file](const qxArray*, ByteSink& sink) { serializeNamedFile(path, *file, sink); };
+  return {zksmessages::ITEM_KIND_FILE, std::make_shared<SerializableData>(name.get(), std::move(encoder), fileSizeHint),
+          std::nullopt};
+}
+
+}  // namespace parallel::toolbox

@@ -1,0 +1,86 @@
+#include "toolbox/Reply.h"
+
+#include <exception>
+#include <utility>
+
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "platform/files/nativePath.h"
+#include "platform/interrupt/utInterruptState.h"
+#include "transport/client/expandSPFErrors.h"
+
+namespace parallel::toolbox {
+namespace {
+
+using spf::transport::DeserializableData;
+using tova::factory::qxArrayProxy;
+
+// The item's own error says less than what broke the stream under it.
+[[noreturn]] void rethrowRootCause(const CallObservation& observation) {
+  const std::exception_ptr failure = observation.streamFailure();
+  if (failure != nullptr)
+    std::rethrow_exception(failure);
+  throw;
+}
+
+qxArrayProxy resultOf(const std::string& method, const qxArrayProxy& payload) {
+  const qxArray* result = qxHasField(payload.get(), "result") ? qxGetField(payload.get(), 0, "result") : nullptr;
+  if (result == nullptr || qxGetClass(result) != qxClass::Struct)
+    throw Exception<MalformedReply>(method, "a message that should hold a result holds none");
+  return qxArrayProxy(qxCreateSharedCopy(result));
+}
+
+}  // namespace
+
+Reply::Reply(std::string method, const spf::transport::OutputPayload& payload,
+             std::shared_ptr<const CallObservation> observation)
+    : method_(std::move(method)), items_(payload.getDeserializableData()), observation_(std::move(observation)) {}
+
+void Reply::expectItems(std::size_t count, const std::string& description) const {
+  if (items_.size() == count)
+    return;
+  throw Exception<MalformedReply>(method_, "it has " + std::to_string(items_.size()) + " items, not " +
+                                               std::to_string(count) + " (" + description + ")");
+}
+
+qxArrayProxy Reply::take(const Operation& operation) {
+  if (taken_ == items_.size())
+    throw Exception<MalformedReply>(method_, "it ends after " + std::to_string(items_.size()) + " items");
+  const std::size_t number = ++taken_;
+  try {
+    try {
+      return operation(*items_[number - 1]);
+    } catch (const Corvane::System::InterruptException&) {
+      throw;
+    } catch (...) {
+      try {
+        rethrowRootCause(*observation_);
+      } catch (...) {
+        std::throw_with_nested(Exception<ReplyItemFailed>(number, items_.size(), method_));
+      }
+    }
+  } catch (...) {
+    spf::transport::throwExpandedSPFErrors();
+  }
+}
+
+qxArrayProxy Reply::takeMessage() {
+  return take([this](DeserializableData& item) { return resultOf(method_, item.deserializeProtobuf()); });
+}
+
+qxArrayProxy Reply::takeArray() {
+  return take([](DeserializableData& item) { return item.deserializeQxArray(qxArrayProxy()); });
+}
+
+qxArrayProxy Reply::takePlain() {
+  return take([](DeserializableData& item) { return item.deserializePlain(); });
+}
+
+void Reply::takeFile(const std::string& path) {
+  take([&path](DeserializableData& item) {
+    item.deserializeToFile(files::hostPath(path));
+    return qxArrayProxy();
+  });
+}
+
+}  // namespace parallel::toolbox

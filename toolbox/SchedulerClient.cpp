@@ -1,0 +1,113 @@
+#include "toolbox/SchedulerClient.h"
+
+#include <exception>
+#include <utility>
+
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "platform/interrupt/utInterruptState.h"
+#include "platform/spf/core/errors.h"
+#include "toolbox/hostMessage.h"
+#include "toolbox/observedItem.h"
+#include "transport/client/ConnectionRecord.h"
+#include "transport/client/expandSPFErrors.h"
+#include "transport/data/InputPayload.h"
+
+namespace parallel::toolbox {
+namespace {
+
+using spf::transport::InputPayload;
+using spf::transport::OutputPayload;
+using spf::transport::SerializableData;
+using spf::transport::TransportClient;
+
+// Puts the method and the service on top of the exception in hand.
+[[noreturn]] void throwWithContext(const std::string& method, const std::string& service) {
+  try {
+    throw;
+  } catch (const Corvane::System::InterruptException&) {
+    throw;
+  } catch (const agent::spf::Terminated&) {
+    std::throw_with_nested(Exception<ServiceGone>(method, service));
+  } catch (const agent::spf::Timeout&) {
+    std::throw_with_nested(Exception<NoAnswer>(method, service));
+  } catch (...) {
+    std::throw_with_nested(Exception<CallFailed>(method, service));
+  }
+}
+
+InputPayload observedPayload(const std::vector<Item>& items, const std::shared_ptr<CallObservation>& observation) {
+  std::vector<std::shared_ptr<SerializableData>> data;
+  data.reserve(items.size());
+  for (const Item& item : items)
+    data.push_back(observedItem(item.data, observation));
+  return InputPayload(std::move(data));
+}
+
+// A client of this one call, so that what is observed belongs to it alone.
+TransportClient observedClient(const Connection& connection, std::shared_ptr<CallObservation> observation) {
+  const auto record = std::make_shared<spf::transport::ConnectionRecord>();
+  record->invokable = std::make_shared<ObservingInvokable>(connection.client().getInvokable(), std::move(observation));
+  return TransportClient(record);
+}
+
+zksmessages::EchoRequest describe(const std::vector<Item>& items) {
+  zksmessages::EchoRequest request;
+  for (const Item& item : items) {
+    auto* entry = request.add_items();
+    entry->set_kind(item.kind);
+    if (item.nbytes)
+      entry->set_nbytes(*item.nbytes);
+  }
+  return request;
+}
+
+}  // namespace
+
+SchedulerClient::SchedulerClient(const Connection& connection, std::shared_ptr<TransferProgress> progress)
+    : connection_(connection),
+      progress_(progress != nullptr ? std::move(progress) : std::make_shared<TransferProgress>()) {}
+
+Reply SchedulerClient::call(const std::string& method, const std::vector<Item>& items) const {
+  const auto observation = std::make_shared<CallObservation>(progress_);
+  const TransportClient client = observedClient(connection_, observation);
+  try {
+    try {
+      return {method, client.invokeMethod(method, observedPayload(items, observation)), observation};
+    } catch (...) {
+      throwWithContext(method, connection_.name());
+    }
+  } catch (...) {
+    spf::transport::throwExpandedSPFErrors();
+  }
+}
+
+Reply SchedulerClient::echo(const std::vector<Item>& items) const {
+  std::vector<Item> request;
+  request.reserve(items.size() + 1);
+  request.push_back(messageItem(describe(items)));
+  request.insert(request.end(), items.begin(), items.end());
+  Reply reply = call("echo", request);
+  reply.expectItems(items.size(), "those that were sent");
+  return reply;
+}
+
+TaskResult SchedulerClient::runTask(const zksmessages::TaskDescription& description,
+                                    const std::vector<Item>& inputs) const {
+  constexpr std::size_t kItemsBeforeOutputs = 3;  // how it ran, standard output, standard error
+  std::vector<Item> request;
+  request.reserve(inputs.size() + 1);
+  request.push_back(messageItem(description));
+  request.insert(request.end(), inputs.begin(), inputs.end());
+  Reply reply = call("runTask", request);
+  reply.expectItems(kItemsBeforeOutputs + static_cast<std::size_t>(description.output_files_size()),
+                    "the execution record, standard output, standard error, output files");
+  zksmessages::TesselTaskExecutionInfo info;
+  if (!tryMessageFromHost(reply.takeMessage().get(), info))
+    throw Exception<MalformedReply>("runTask", "its first item is not an execution record");
+  auto standardOutput = reply.takePlain();
+  auto standardError = reply.takePlain();
+  return {std::move(info), std::move(standardOutput), std::move(standardError), std::move(reply)};
+}
+
+}  // namespace parallel::toolbox
