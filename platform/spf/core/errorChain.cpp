@@ -1,0 +1,154 @@
+#include "platform/spf/core/errorChain.h"
+
+#include <cxxabi.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <typeinfo>
+#include <utility>
+
+#include "platform/errors/IException.h"
+#include "platform/errors/RemoteException.h"
+#include "platform/errors/ustring.h"
+#include "platform/spf/core/errors.h"
+
+namespace agent::spf::core {
+
+namespace {
+
+using Kind = ErrorLevel::Kind;
+
+// Call inside a catch block.
+std::string nameOfCurrentType() {
+  const std::type_info* type = abi::__cxa_current_exception_type();
+  if (type == nullptr)
+    return "a foreign exception";
+  int status = 0;
+  const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(type->name(), nullptr, nullptr, &status),
+                                                         &std::free);
+  return std::string("an object of type ") + (name == nullptr ? type->name() : name.get());
+}
+
+ErrorLevel levelOf(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const UnknownRemoteError& e) {
+    return {Kind::unknown, "", "", e.what()};
+  } catch (const FrameworkError& e) {
+    return {Kind::framework, "", "", e.what()};
+  } catch (const Timeout& e) {
+    return {Kind::timeout, "", "", e.what()};
+  } catch (const Terminated& e) {
+    return {Kind::terminated, "", "", e.what()};
+  } catch (const IException& e) {
+    return {Kind::identified, e.component(), e.name(), fl::i18n::to_string(e.ToUstring())};
+  } catch (const std::exception& e) {
+    return {Kind::standard, "", "", e.what()};
+  } catch (const std::string& text) {
+    return {Kind::unknown, "", "", text};
+  } catch (...) {
+    return {Kind::unknown, "", "", nameOfCurrentType()};
+  }
+}
+
+std::exception_ptr nestedIn(const std::exception_ptr& error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const std::nested_exception& nested) {
+    return nested.nested_ptr();
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+void cutText(std::string& text, std::size_t room) {
+  if (text.size() <= room)
+    return;
+  const std::size_t left = text.size() - room;
+  text.resize(room);
+  text += " [" + std::to_string(left) + " more bytes were left out]";
+}
+
+std::size_t countLevels(std::exception_ptr error) {
+  std::size_t count = 0;
+  for (; error != nullptr; error = nestedIn(error))
+    ++count;
+  return count;
+}
+
+template <class Error>
+std::exception_ptr wrap(Error error, const std::exception_ptr& inner) {
+  if (inner == nullptr)
+    return std::make_exception_ptr(std::move(error));
+  try {
+    try {
+      std::rethrow_exception(inner);
+    } catch (...) {
+      std::throw_with_nested(std::move(error));
+    }
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
+std::exception_ptr rebuildLevel(const ErrorLevel& level, const std::exception_ptr& inner) {
+  switch (level.kind) {
+    case Kind::framework:
+      return wrap(FrameworkError(level.text), inner);
+    case Kind::timeout:
+      return wrap(Timeout(level.text), inner);
+    case Kind::terminated:
+      return wrap(Terminated(level.text), inner);
+    case Kind::identified:
+      return wrap(RemoteException(level.component, level.name, level.text), inner);
+    case Kind::standard:
+      return wrap(std::runtime_error(level.text), inner);
+    case Kind::unknown:
+      break;
+  }
+  return wrap(UnknownRemoteError(level.text), inner);
+}
+
+}  // namespace
+
+ErrorChain flattenErrorChain(const std::exception_ptr& error) {
+  ErrorChain chain;
+  std::size_t room = kMaxErrorBytes;
+  std::exception_ptr current = error;
+  for (; current != nullptr && chain.size() < kMaxErrorLevels; current = nestedIn(current)) {
+    ErrorLevel level = levelOf(current);
+    cutText(level.text, room);
+    room -= std::min(room, level.text.size());
+    chain.push_back(std::move(level));
+  }
+  if (current != nullptr)
+    chain.push_back({Kind::standard, "", "", "[" + std::to_string(countLevels(current)) + " more levels were left out]"});
+  return chain;
+}
+
+std::exception_ptr rebuildErrorChain(std::span<const ErrorLevel> chain) {
+  if (chain.empty())
+    return std::make_exception_ptr(FrameworkError("The service reported an error without saying which."));
+  std::exception_ptr error;
+  for (std::size_t i = chain.size(); i-- > 0;)
+    error = rebuildLevel(chain[i], error);
+  return error;
+}
+
+std::string summaryOf(std::span<const ErrorLevel> chain, std::size_t maxBytes) {
+  std::string text;
+  for (const ErrorLevel& level : chain) {
+    text += text.empty() ? "" : "\n";
+    if (level.kind == Kind::identified)
+      text += level.component + ":" + level.name + ": ";
+    text += level.text;
+  }
+  constexpr std::string_view kMark = " [...]";
+  if (text.size() > maxBytes)
+    text = text.substr(0, maxBytes - std::min(maxBytes, kMark.size())) + std::string(kMark);
+  return text;
+}
+
+}  // namespace agent::spf::core

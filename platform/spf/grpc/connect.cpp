@@ -1,0 +1,87 @@
+#include "platform/spf/grpc/connect.h"
+
+#include <grpcpp/create_channel.h>
+#include <grpcpp/security/credentials.h>
+#include <grpcpp/support/channel_arguments.h>
+
+#include <climits>
+#include <utility>
+
+#include "platform/spf/core/errors.h"
+#include "platform/spf/grpc/internal/ClientConnection.h"
+#include "platform/spf/grpc/internal/address.h"
+
+namespace agent::spf::grpc_transport {
+
+namespace {
+
+using internal::ClientCall;
+using internal::ClientConnection;
+
+constexpr std::chrono::milliseconds kPollInterval{50};
+
+// What the caller holds. The connection itself outlives it while a thread of its own is still in it.
+class Connection : public core::Invokable {
+ public:
+  explicit Connection(std::shared_ptr<ClientConnection> connection) : connection_(std::move(connection)) {}
+  ~Connection() override { connection_->close(); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  void invoke(core::CallTag tag, const std::string& method, core::CompletionHandler&& handler,
+              core::GenericPayload&& request, int flags) override {
+    core::internal::CallRequest checked(method, request, flags);
+    connection_->invoke(std::make_shared<ClientCall>(ClientCall{tag, method, std::move(handler), std::move(checked)}));
+  }
+
+ private:
+  std::shared_ptr<ClientConnection> connection_;
+};
+
+grpc::ChannelArguments channelArguments(const std::string& address) {
+  grpc::ChannelArguments arguments;
+  arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);  // a connection of its own
+  arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
+  arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);
+  arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
+  arguments.SetInt(GRPC_ARG_CLIENT_IDLE_TIMEOUT_MS, INT_MAX);
+  arguments.SetMaxReceiveMessageSize(static_cast<int>(internal::kMaxFrameBytes));
+  arguments.SetMaxSendMessageSize(-1);
+  if (!internal::isUnixAddress(address)) {
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, 20'000);
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 10'000);
+    arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
+  }
+  return arguments;
+}
+
+void waitUntilReady(grpc::Channel& channel, const std::string& address, const ConnectOptions& options) {
+  const auto deadline = std::chrono::system_clock::now() + options.connectTimeout;
+  grpc_connectivity_state state = channel.GetState(true);
+  while (state != GRPC_CHANNEL_READY) {
+    if (state == GRPC_CHANNEL_TRANSIENT_FAILURE || state == GRPC_CHANNEL_SHUTDOWN)
+      throw FrameworkError("No connection to " + address + ": " + internal::whyUnreachable(address) + ".");
+    const auto now = std::chrono::system_clock::now();
+    if (now >= deadline)
+      throw Timeout("No connection to " + address + ": it did not answer within " +
+                    std::to_string(options.connectTimeout.count()) + " ms.");
+    channel.WaitForStateChange(state, std::min(now + kPollInterval, deadline));
+    if (options.poll)
+      options.poll();
+    state = channel.GetState(true);
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options) {
+  internal::checkAddress(address);
+  auto channel =
+      grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address));
+  waitUntilReady(*channel, address, options);
+  auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options.onDisconnect);
+  connection->start();
+  return std::make_shared<Connection>(std::move(connection));
+}
+
+}  // namespace agent::spf::grpc_transport

@@ -1,0 +1,162 @@
+#include "platform/spf/grpc/internal/ClientConnection.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/spf/core/errors.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+namespace {
+
+// Requests up to this size are written on the thread that calls invoke(): one hand-off less, and no time to speak of.
+constexpr long kDirectBytes = 64L << 10;
+// Streams kept open for later calls.
+constexpr std::size_t kFreeStreams = 32;
+
+}  // namespace
+
+ClientConnection::ClientConnection(std::shared_ptr<grpc::Channel> channel, std::string address,
+                                   std::function<void()> onDisconnect)
+    : channel_(std::move(channel)), address_(std::move(address)), stub_(channel_), onDisconnect_(std::move(onDisconnect)) {}
+
+void ClientConnection::start() {
+  queueThread_ = std::thread([self = shared_from_this()] { self->serveQueue(); });
+  makeStream()->openAsWatch();
+}
+
+void ClientConnection::serveQueue() {
+  void* tag = nullptr;
+  bool ok = false;
+  while (queue_.Next(&tag, &ok))
+    static_cast<CompletionTag*>(tag)->complete(ok);
+}
+
+std::shared_ptr<ClientStream> ClientConnection::makeStream() {
+  auto stream = std::make_shared<ClientStream>(shared_from_this());
+  const std::lock_guard lock(mutex_);
+  ++openCount_;
+  std::erase_if(open_, [](const auto& weak) { return weak.expired(); });
+  open_.push_back(stream);
+  return stream;
+}
+
+// Null when the connection is dead.
+std::shared_ptr<ClientStream> ClientConnection::freeStream() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (dead_ != nullptr)
+      return nullptr;
+    if (!free_.empty()) {
+      auto stream = std::move(free_.back());
+      free_.pop_back();
+      return stream;
+    }
+  }
+  auto stream = makeStream();
+  stream->open();
+  return stream;
+}
+
+std::exception_ptr ClientConnection::deadReason() {
+  const std::lock_guard lock(mutex_);
+  return dead_;
+}
+
+void ClientConnection::runBlocking(std::function<void()> task) {
+  try {
+    workers_.run(std::move(task));
+  } catch (const std::system_error& e) {
+    throw FrameworkError(std::string("No thread can be had for a call: ") + e.what());
+  }
+}
+
+void ClientConnection::invoke(std::shared_ptr<ClientCall> call) {
+  const auto stream = freeStream();
+  if (stream == nullptr)
+    return runBlocking([call, reason = deadReason()] { call->handler.fail(reason); });
+  stream->take(call);
+  if (call->request.size() <= kDirectBytes)
+    stream->upload(call);
+  else
+    runBlocking([stream, call] { stream->upload(call); });
+}
+
+void ClientConnection::release(const std::shared_ptr<ClientStream>& stream) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (dead_ == nullptr && free_.size() < kFreeStreams) {
+      free_.push_back(stream);
+      return;
+    }
+  }
+  stream->abort(nullptr);
+}
+
+void ClientConnection::ended(const ClientStream& stream, const std::exception_ptr& lostBy) {
+  {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(free_, [&](const auto& candidate) { return candidate.get() == &stream; });
+  }
+  if (lostBy != nullptr)
+    lost(lostBy);
+}
+
+void ClientConnection::lost(const std::exception_ptr& reason) {
+  std::vector<std::shared_ptr<ClientStream>> unused;
+  std::function<void()> onDisconnect;
+  {
+    const std::lock_guard lock(mutex_);
+    if (dead_ != nullptr)
+      return;
+    dead_ = reason;
+    unused.swap(free_);
+    onDisconnect.swap(onDisconnect_);
+  }
+  for (const auto& stream : unused)
+    stream->abort(nullptr);
+  if (onDisconnect)
+    runBlocking([self = shared_from_this(), onDisconnect = std::move(onDisconnect)] { onDisconnect(); });
+}
+
+void ClientConnection::gone() {
+  bool last = false;
+  {
+    const std::lock_guard lock(mutex_);
+    --openCount_;
+    last = closing_ && openCount_ == 0;
+  }
+  if (last)
+    queue_.Shutdown();
+}
+
+bool ClientConnection::onOwnThread() const {
+  return queueThread_.get_id() == std::this_thread::get_id() || workers_.isOwnThread();
+}
+
+void ClientConnection::close() {
+  const auto reason = std::make_exception_ptr(Terminated("The connection to " + address_ + " was closed."));
+  std::vector<std::weak_ptr<ClientStream>> streams;
+  std::vector<std::shared_ptr<ClientStream>> unused;
+  {
+    const std::lock_guard lock(mutex_);
+    closing_ = true;
+    ++openCount_;  // this function's own, so that the queue stays until here all has been cancelled
+    if (dead_ == nullptr)
+      dead_ = reason;
+    onDisconnect_ = nullptr;  // this is no disconnect
+    streams.swap(open_);
+    unused.swap(free_);
+  }
+  for (const auto& weak : streams)
+    if (const auto stream = weak.lock())
+      stream->abort(reason);
+  unused.clear();
+  gone();
+  if (onOwnThread())
+    return queueThread_.detach();
+  queueThread_.join();
+  workers_.join();
+}
+
+}  // namespace agent::spf::grpc_transport::internal

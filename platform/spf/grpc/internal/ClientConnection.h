@@ -1,0 +1,67 @@
+// One connection of a client: its channel, its completion queue with the one thread that serves it, and its open streams.
+#pragma once
+
+#include <grpcpp/channel.h>
+#include <grpcpp/completion_queue.h>
+#include <grpcpp/generic/generic_stub.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/spf/core/internal/WorkerThreads.h"
+#include "platform/spf/grpc/internal/ClientStream.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+// Threads: any. Ownership: shared by its handle, its streams and its threads, so that it may be closed from any of them.
+class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
+ public:
+  ClientConnection(std::shared_ptr<grpc::Channel> channel, std::string address, std::function<void()> onDisconnect);
+
+  // Starts the queue's thread and watches the connection.
+  void start();
+  // Cancels the calls under way and waits for the connection's threads, except on one of them.
+  void close();
+  void invoke(std::shared_ptr<ClientCall> call);
+
+  const std::string& address() const noexcept { return address_; }
+  grpc::CompletionQueue& queue() noexcept { return queue_; }
+  grpc::GenericStub& stub() noexcept { return stub_; }
+
+  // For its streams.
+  void release(const std::shared_ptr<ClientStream>& stream);         // is free for another call
+  void ended(const ClientStream& stream, const std::exception_ptr& lostBy);  // lostBy: why the connection is dead, or null
+  void gone();                                                       // a stream's last operation has ended
+  // Runs the task on a thread that may block; FrameworkError when no thread can be had.
+  void runBlocking(std::function<void()> task);
+
+ private:
+  void serveQueue();
+  std::shared_ptr<ClientStream> freeStream();
+  std::shared_ptr<ClientStream> makeStream();
+  void lost(const std::exception_ptr& reason);
+  std::exception_ptr deadReason();
+  bool onOwnThread() const;
+
+  const std::shared_ptr<grpc::Channel> channel_;
+  const std::string address_;
+  grpc::CompletionQueue queue_;
+  grpc::GenericStub stub_;
+  core::internal::WorkerThreads workers_;
+  std::thread queueThread_;
+
+  std::mutex mutex_;
+  std::function<void()> onDisconnect_;                 // guarded by mutex_, as all below
+  std::vector<std::shared_ptr<ClientStream>> free_;    // the one used last comes last, and is used first
+  std::vector<std::weak_ptr<ClientStream>> open_;
+  std::size_t openCount_ = 0;
+  std::exception_ptr dead_;
+  bool closing_ = false;
+};
+
+}  // namespace agent::spf::grpc_transport::internal

@@ -1,0 +1,289 @@
+#include "platform/spf/grpc/internal/ClientStream.h"
+
+#include <utility>
+
+#include "platform/spf/core/errors.h"
+#include "platform/spf/core/internal/ReplySource.h"
+#include "platform/spf/grpc/internal/ClientConnection.h"
+#include "platform/spf/grpc/internal/FrameOutlet.h"
+#include "platform/spf/grpc/internal/errorMessage.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+namespace {
+
+constexpr const char* kMethod = "/agent.spf.v1.Transport/Converse";
+
+using Upload = ClientCall::Upload;
+
+std::string encodeHeadOf(const ClientCall& call) {
+  v1::CallHead head;
+  head.set_protocol_version(kProtocolVersion);
+  head.set_method(call.method);
+  head.set_size(call.request.size());
+  head.set_tag_high(call.tag.high);
+  head.set_tag_low(call.tag.low);
+  return encodeCallHead(head);
+}
+
+void checkVersion(const v1::ReplyHead& head) {
+  if (head.protocol_version() != kProtocolVersion)
+    throw FrameworkError("it speaks protocol version " + std::to_string(head.protocol_version()) +
+                         ", this client speaks version " + std::to_string(kProtocolVersion));
+}
+
+}  // namespace
+
+ClientStream::ClientStream(std::shared_ptr<ClientConnection> connection)
+    : connection_(std::move(connection)),
+      sender_([this](const grpc::ByteBuffer& message) { stream_->Write(message, writeTag_.arm(shared_from_this())); }),
+      buffers_(std::make_shared<SendBuffers>()) {}
+
+ClientStream::~ClientStream() {
+  stream_ = nullptr;
+  context_ = nullptr;
+  connection_->gone();
+}
+
+void ClientStream::prepare() {
+  context_ = std::make_unique<grpc::ClientContext>();
+  context_->set_initial_metadata_corked(!watch_);
+  stream_ = connection_->stub().PrepareCall(context_.get(), kMethod, &connection_->queue());
+}
+
+void ClientStream::open() {
+  prepare();
+  stream_->StartCall(nullptr);  // corked: it goes with the first message, and no tag comes back
+}
+
+void ClientStream::openAsWatch() {
+  watch_ = true;
+  prepare();
+  stream_->StartCall(startTag_.arm(shared_from_this()));
+}
+
+void ClientStream::onStarted(bool /*ok*/) { readNext(); }
+
+void ClientStream::take(const std::shared_ptr<ClientCall>& call) {
+  const std::weak_ptr<ClientStream> self = weak_from_this();
+  const std::weak_ptr<ClientCall> weakCall = call;
+  FrameInlet::Callbacks callbacks;
+  callbacks.roomAgain = [self] {
+    if (const auto stream = self.lock())
+      stream->readNext();
+  };
+  callbacks.abandoned = [self, weakCall] {
+    const auto stream = self.lock();
+    const auto abandoned = weakCall.lock();
+    if (stream != nullptr && abandoned != nullptr)
+      stream->abandon(abandoned);
+  };
+  call->reply = std::make_shared<FrameInlet>("reply of call \"" + call->method + "\"", std::move(callbacks));
+  if (call->request.isBytes())
+    call->reply->close();  // its bytes are only counted; no stream carries the call yet, so this abandons nothing
+  const std::lock_guard lock(mutex_);
+  call_ = call;
+}
+
+void ClientStream::upload(const std::shared_ptr<ClientCall>& call) {
+  FrameOutlet::Options options;
+  options.head = [&](std::optional<long>) { return encodeHeadOf(*call); };
+  options.beforeEnd = [&] { setUpload(*call, Upload::ending); };
+  options.brokenText = [&] { return "Call \"" + call->method + "\" ended before all of its request was sent."; };
+  try {
+    FrameOutlet outlet(sender_, buffers_, std::move(options));
+    call->request.writeTo(outlet);
+    finishUpload(call);
+  } catch (...) {
+    // A sender that is broken has its own reason, which reaches the call as the end of the stream.
+    if (!sender_.isBroken())
+      abort(std::current_exception());
+  }
+  readNext();
+}
+
+void ClientStream::setUpload(ClientCall& call, Upload state) {
+  const std::lock_guard lock(mutex_);
+  call.upload = state;
+}
+
+void ClientStream::finishUpload(const std::shared_ptr<ClientCall>& call) {
+  {
+    const std::lock_guard lock(mutex_);
+    call->upload = Upload::ended;
+    if (!call->replyEnded || call_ != call)
+      return;
+    call_ = nullptr;
+  }
+  connection_->release(shared_from_this());
+}
+
+std::shared_ptr<ClientCall> ClientStream::current() {
+  const std::lock_guard lock(mutex_);
+  return call_;
+}
+
+// Reads on unless that would read too far ahead. Whoever makes room calls this again.
+void ClientStream::readNext() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (reading_ || aborted_ || (call_ != nullptr && !call_->reply->hasRoom()))
+      return;
+    reading_ = true;
+  }
+  stream_->Read(&incoming_, readTag_.arm(shared_from_this()));
+}
+
+// The end of the stream can be waited for once a first read is over: the two would else both ask for the stream's head.
+void ClientStream::askStatus() {
+  if (std::exchange(statusAsked_, true))
+    return;
+  stream_->Finish(&status_, statusTag_.arm(shared_from_this()));
+}
+
+void ClientStream::onRead(bool ok) {
+  askStatus();
+  if (!ok)
+    return;  // reading_ stays: there is nothing more to read
+  grpc::ByteBuffer message;
+  message.Swap(&incoming_);
+  try {
+    receive(decodeFrame(message));
+  } catch (const std::exception& e) {
+    abort(std::make_exception_ptr(
+        FrameworkError("The service at " + connection_->address() + " does not keep to the protocol: " + e.what())));
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    reading_ = false;
+  }
+  readNext();
+}
+
+void ClientStream::receive(Frame frame) {
+  const std::shared_ptr<ClientCall> call = current();
+  if (call == nullptr) {
+    const std::lock_guard lock(mutex_);
+    if (aborted_)
+      return;  // late frames of a call that has been given up
+    throw FrameworkError("a frame outside any call");
+  }
+  if (frame.call)
+    throw FrameworkError("a call where a reply is due");
+  receiveReply(call, frame);
+}
+
+void ClientStream::receiveReply(const std::shared_ptr<ClientCall>& call, Frame& frame) {
+  if (frame.reply) {
+    if (std::exchange(call->replyBegun, true))
+      throw FrameworkError("a second reply to one call");
+    checkVersion(*frame.reply);
+    if (frame.reply->has_size())
+      call->reply->announce(frame.reply->size());
+  }
+  if ((frame.dataBytes > 0 || frame.end) && !call->replyBegun)
+    throw FrameworkError("a reply without a head");
+  if (frame.dataBytes > 0 && !call->reply->push(std::move(frame.data), frame.dataBytes))
+    std::rethrow_exception(call->reply->failure());
+  if (frame.error)
+    call->reply->fail(core::rebuildErrorChain(fromMessage(*frame.error)));
+  else if (frame.end)
+    call->reply->end();
+  if (frame.end || frame.error)
+    endReply(call);
+  answer(call, frame);
+}
+
+// The stream is free for the next call before the handler, who may start that one, is told.
+void ClientStream::endReply(const std::shared_ptr<ClientCall>& call) {
+  Upload upload{};
+  {
+    const std::lock_guard lock(mutex_);
+    call->replyEnded = true;
+    upload = call->upload;
+    if (upload != Upload::ending && call_ == call)
+      call_ = nullptr;
+  }
+  if (upload == Upload::ended)
+    connection_->release(shared_from_this());
+  else if (upload == Upload::underWay)
+    abort(nullptr);  // the service wants no more of the request
+}
+
+void ClientStream::answer(const std::shared_ptr<ClientCall>& call, const Frame& frame) {
+  const std::exception_ptr failure = call->reply->failure();
+  const bool isBytes = call->request.isBytes();
+  const bool begins = frame.reply.has_value();
+  const bool ends = frame.end || frame.error.has_value();
+  // An error after the head reaches whoever reads the reply; one that comes instead of it, or with it, the handler.
+  if (failure != nullptr && (begins || isBytes || !call->replyBegun))
+    return failCall(call, failure);
+  if (!(isBytes ? ends : begins) || !takeAnswer(*call))
+    return;
+  if (isBytes)
+    return call->handler.succeed({});
+  std::shared_ptr<core::ImportedDataSource> source = std::make_shared<core::internal::ReplySource>(call->reply);
+  call->handler.succeed(core::GenericPayload(std::move(source)));
+}
+
+bool ClientStream::takeAnswer(ClientCall& call) {
+  const std::lock_guard lock(mutex_);
+  return !std::exchange(call.answered, true);
+}
+
+void ClientStream::failCall(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error) {
+  call->reply->fail(error);
+  if (takeAnswer(*call))
+    call->handler.fail(error);
+}
+
+void ClientStream::abandon(const std::shared_ptr<ClientCall>& call) {
+  if (current() == call)
+    abort(nullptr);
+}
+
+void ClientStream::abort(const std::exception_ptr& error) {
+  std::shared_ptr<ClientCall> call;
+  {
+    const std::lock_guard lock(mutex_);
+    call = std::exchange(call_, nullptr);
+    aborted_ = true;
+  }
+  sender_.breakOff();
+  buffers_->stop();
+  context_->TryCancel();
+  if (call != nullptr && error != nullptr)
+    failCall(call, error);
+}
+
+void ClientStream::onWritten(bool ok) { sender_.written(ok); }
+
+void ClientStream::onStatus(bool /*ok*/) {
+  const std::shared_ptr<ClientCall> call = current();
+  const std::exception_ptr error = errorOf(status_, call == nullptr ? "" : " during call \"" + call->method + "\"");
+  const bool lost = watch_ || status_.error_code() == grpc::StatusCode::UNAVAILABLE;
+  connection_->ended(*this, lost ? error : nullptr);
+  abort(error);
+}
+
+std::exception_ptr ClientStream::errorOf(const grpc::Status& status, const std::string& during) const {
+  const std::string service = "The service at " + connection_->address();
+  const std::string detail = status.error_message().empty() ? "." : ": " + status.error_message();
+  switch (status.error_code()) {
+    case grpc::StatusCode::UNIMPLEMENTED:
+      return std::make_exception_ptr(
+          FrameworkError("What answers at " + connection_->address() + " is not such a service" + detail));
+    case grpc::StatusCode::INVALID_ARGUMENT:
+    case grpc::StatusCode::RESOURCE_EXHAUSTED:
+    case grpc::StatusCode::FAILED_PRECONDITION:
+    case grpc::StatusCode::PERMISSION_DENIED:
+    case grpc::StatusCode::UNAUTHENTICATED:
+      return std::make_exception_ptr(FrameworkError(service + " broke off" + during + detail));
+    case grpc::StatusCode::DEADLINE_EXCEEDED:
+      return std::make_exception_ptr(Timeout(service + " did not answer in time" + during + detail));
+    default:
+      return std::make_exception_ptr(Terminated(service + " went away" + during + detail));
+  }
+}
+
+}  // namespace agent::spf::grpc_transport::internal

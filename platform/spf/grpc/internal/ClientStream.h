@@ -1,0 +1,101 @@
+// One open stream of a client: carries one call at a time, and the next when that has ended well.
+#pragma once
+
+#include <grpcpp/client_context.h>
+#include <grpcpp/generic/generic_stub.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "platform/spf/core/CompletionHandler.h"
+#include "platform/spf/core/Invokable.h"
+#include "platform/spf/core/internal/CallRequest.h"
+#include "platform/spf/grpc/internal/CompletionTag.h"
+#include "platform/spf/grpc/internal/Frame.h"
+#include "platform/spf/grpc/internal/FrameInlet.h"
+#include "platform/spf/grpc/internal/FrameSender.h"
+#include "platform/spf/grpc/internal/SendBuffers.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+class ClientConnection;
+
+struct ClientCall {
+  core::CallTag tag;
+  std::string method;
+  core::CompletionHandler handler;
+  core::internal::CallRequest request;
+  std::shared_ptr<FrameInlet> reply = nullptr;  // set by the stream that carries the call
+
+  // How far it has got; guarded by the stream's mutex.
+  enum class Upload { underWay, ending, ended };
+  Upload upload = Upload::underWay;
+  bool replyBegun = false;
+  bool replyEnded = false;
+  bool answered = false;  // the handler has been called
+};
+
+// Threads: take(), upload() and what the reply's reader causes on any thread, the rest on the queue's. A stream lives as long as
+// an operation of it is under way, and tells its connection when it ends.
+class ClientStream : public std::enable_shared_from_this<ClientStream> {
+ public:
+  explicit ClientStream(std::shared_ptr<ClientConnection> connection);
+  ~ClientStream();
+  ClientStream(const ClientStream&) = delete;
+  ClientStream& operator=(const ClientStream&) = delete;
+
+  // Makes the stream ready for calls; nothing is sent before the first one.
+  void open();
+  // Opens it for nothing but to see the connection end.
+  void openAsWatch();
+  // Makes the call this free stream's own. upload() is due next.
+  void take(const std::shared_ptr<ClientCall>& call);
+  // Sends the request. Blocks as long as that takes. Its failures go to the call.
+  void upload(const std::shared_ptr<ClientCall>& call);
+  // Ends the stream; the call on it, if any, fails with the error, unless that is null.
+  void abort(const std::exception_ptr& error);
+  bool isWatch() const noexcept { return watch_; }
+
+ private:
+  void prepare();
+  void readNext();
+  void receive(Frame frame);
+  void receiveReply(const std::shared_ptr<ClientCall>& call, Frame& frame);
+  void endReply(const std::shared_ptr<ClientCall>& call);
+  void answer(const std::shared_ptr<ClientCall>& call, const Frame& frame);
+  std::shared_ptr<ClientCall> current();
+  void failCall(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error);
+  void abandon(const std::shared_ptr<ClientCall>& call);
+  void setUpload(ClientCall& call, ClientCall::Upload state);
+  void finishUpload(const std::shared_ptr<ClientCall>& call);
+  bool takeAnswer(ClientCall& call);
+  void askStatus();
+  std::exception_ptr errorOf(const grpc::Status& status, const std::string& during) const;
+
+  void onStarted(bool ok);
+  void onRead(bool ok);
+  void onWritten(bool ok);
+  void onStatus(bool ok);
+
+  const std::shared_ptr<ClientConnection> connection_;
+  std::unique_ptr<grpc::ClientContext> context_;
+  std::unique_ptr<grpc::GenericClientAsyncReaderWriter> stream_;
+  bool watch_ = false;
+  grpc::ByteBuffer incoming_;  // belongs to the read under way
+  grpc::Status status_;        // belongs to the wait for the end
+  FrameSender sender_;
+  std::shared_ptr<SendBuffers> buffers_;
+  MemberTag<ClientStream> startTag_{&ClientStream::onStarted};
+  MemberTag<ClientStream> readTag_{&ClientStream::onRead};
+  MemberTag<ClientStream> writeTag_{&ClientStream::onWritten};
+  MemberTag<ClientStream> statusTag_{&ClientStream::onStatus};
+
+  std::mutex mutex_;
+  std::shared_ptr<ClientCall> call_;  // guarded by mutex_, as all below
+  bool reading_ = false;
+  bool aborted_ = false;
+  bool statusAsked_ = false;
+};
+
+}  // namespace agent::spf::grpc_transport::internal

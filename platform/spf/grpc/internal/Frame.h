@@ -1,0 +1,52 @@
+// A Frame of transport.proto, encoded and decoded by hand so that bulk bytes stay the slices they are.
+#pragma once
+
+#include <grpcpp/support/byte_buffer.h>
+#include <grpcpp/support/slice.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/spf/grpc/transport.pb.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+// The version that this code speaks.
+inline constexpr std::uint32_t kProtocolVersion = 1;
+// Bulk bytes per frame, sent. A receiver takes frames up to kMaxFrameBytes, everything in them counted.
+inline constexpr std::size_t kFrameDataBytes = std::size_t{1} << 20;
+inline constexpr std::size_t kMaxFrameBytes = std::size_t{16} << 20;
+
+struct Frame {
+  std::optional<v1::CallHead> call;
+  std::optional<v1::ReplyHead> reply;
+  std::vector<grpc::Slice> data;  // the pieces of the one data field, in order; none of them empty
+  std::size_t dataBytes = 0;
+  bool end = false;
+  std::optional<v1::ErrorChain> error;
+};
+
+// The parts of a frame around its data.
+struct FrameEnvelope {
+  std::string heads;  // encoded fields before the data
+  bool end = false;
+  std::string error;  // the encoded error field, or nothing
+};
+
+std::string encodeCallHead(const v1::CallHead& head);
+std::string encodeReplyHead(const v1::ReplyHead& head);
+std::string encodeError(const v1::ErrorChain& error);
+
+// One message. The data slice is shared, not copied, unless it is so small that a copy costs less.
+grpc::ByteBuffer encodeFrame(const FrameEnvelope& envelope, const grpc::Slice& data);
+// As above for few bytes, copied together with the rest into one slice.
+grpc::ByteBuffer encodeSmallFrame(const FrameEnvelope& envelope, const char* data, std::size_t nbytes);
+
+// Takes what the generated parser would take, to the same values; unknown fields are skipped.
+// Throws FrameworkError that says what is wrong with the bytes.
+Frame decodeFrame(const grpc::ByteBuffer& message);
+
+}  // namespace agent::spf::grpc_transport::internal

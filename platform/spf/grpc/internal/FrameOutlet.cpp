@@ -1,0 +1,82 @@
+#include "platform/spf/grpc/internal/FrameOutlet.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/spf/core/errors.h"
+#include "platform/spf/grpc/internal/BorrowedBytes.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+namespace {
+
+// Up to here gathered bytes are copied into their frame and the buffer is free again at once.
+constexpr std::size_t kCopyBytes = std::size_t{8} << 10;
+
+}  // namespace
+
+FrameOutlet::FrameOutlet(FrameSender& sender, std::shared_ptr<SendBuffers> buffers, Options options)
+    : sender_(sender), buffers_(std::move(buffers)), options_(std::move(options)) {}
+
+FrameOutlet::~FrameOutlet() {
+  if (buffer_ != nullptr)
+    buffers_->giveBack(std::move(buffer_));
+}
+
+void FrameOutlet::throwBroken() const { throw Terminated(options_.brokenText()); }
+
+std::string FrameOutlet::takeHead() {
+  if (std::exchange(headSent_, true))
+    return {};
+  return options_.head(size_);
+}
+
+std::span<char> FrameOutlet::room() {
+  if (buffer_ == nullptr)
+    buffer_ = buffers_->acquire();
+  if (buffer_ == nullptr)
+    throwBroken();
+  return {buffer_.get(), SendBuffers::kBufferBytes};
+}
+
+void FrameOutlet::send(const FrameEnvelope& envelope, std::size_t nbytes) {
+  grpc::ByteBuffer frame = nbytes <= kCopyBytes
+                               ? encodeSmallFrame(envelope, buffer_.get(), nbytes)
+                               : encodeFrame(envelope, SendBuffers::lend(buffers_, std::move(buffer_), nbytes));
+  if (!sender_.enqueueBulk(std::move(frame)))
+    throwBroken();
+}
+
+void FrameOutlet::sendGathered(std::size_t nbytes) {
+  if (nbytes == 0 && headSent_)
+    return;
+  send({takeHead(), false, {}}, nbytes);
+}
+
+void FrameOutlet::sendBorrowed(std::span<const char> bytes) {
+  BorrowedBytes borrowed(bytes);
+  for (std::size_t offset = 0; offset < bytes.size(); offset += kFrameDataBytes) {
+    const std::size_t part = std::min(kFrameDataBytes, bytes.size() - offset);
+    if (!sender_.enqueueBulk(encodeFrame({takeHead(), false, {}}, borrowed.lend(offset, part))))
+      throwBroken();
+  }
+  borrowed.waitForRelease();
+  if (sender_.isBroken())
+    throwBroken();
+}
+
+void FrameOutlet::finish(std::size_t nbytes) {
+  const FrameEnvelope envelope{takeHead(), true, {}};
+  if (options_.beforeEnd)
+    options_.beforeEnd();
+  send(envelope, nbytes);
+}
+
+void FrameOutlet::finishWithError(const v1::ErrorChain& error) {
+  const FrameEnvelope envelope{{}, false, encodeError(error)};
+  if (options_.beforeEnd)
+    options_.beforeEnd();
+  sender_.enqueue(encodeSmallFrame(envelope, nullptr, 0));
+}
+
+}  // namespace agent::spf::grpc_transport::internal

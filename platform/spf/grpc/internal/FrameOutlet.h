@@ -1,0 +1,50 @@
+// Turns the bytes of one transfer into frames of a stream.
+#pragma once
+
+#include <grpcpp/support/slice.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/spf/core/internal/ServedCall.h"
+#include "platform/spf/grpc/internal/Frame.h"
+#include "platform/spf/grpc/internal/FrameSender.h"
+#include "platform/spf/grpc/internal/SendBuffers.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+// Ownership: borrows the sender. Errors: Terminated with the text given when the stream is broken.
+class FrameOutlet : public core::internal::ReplyOutlet {
+ public:
+  struct Options {
+    std::function<std::string(std::optional<long> size)> head;  // encodes the head, when the first frame is made
+    std::function<void()> beforeEnd;                            // runs before the last frame is sent; may be empty
+    std::function<std::string()> brokenText;
+  };
+
+  FrameOutlet(FrameSender& sender, std::shared_ptr<SendBuffers> buffers, Options options);
+  ~FrameOutlet() override;
+
+  void setSize(long size) override { size_ = size; }
+  std::span<char> room() override;
+  void sendGathered(std::size_t nbytes) override;
+  void sendBorrowed(std::span<const char> bytes) override;
+  void finish(std::size_t nbytes) override;
+  // Ends the transfer with an error, whatever was sent before.
+  void finishWithError(const v1::ErrorChain& error);
+
+ private:
+  void send(const FrameEnvelope& envelope, std::size_t nbytes);
+  std::string takeHead();
+  [[noreturn]] void throwBroken() const;
+
+  FrameSender& sender_;
+  std::shared_ptr<SendBuffers> buffers_;
+  Options options_;
+  std::optional<long> size_;
+  bool headSent_ = false;
+  SendBuffers::Buffer buffer_;
+};
+
+}  // namespace agent::spf::grpc_transport::internal

@@ -1,0 +1,77 @@
+#include "platform/spf/grpc/internal/FrameSender.h"
+
+#include <utility>
+
+namespace agent::spf::grpc_transport::internal {
+
+void FrameSender::start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message) {
+  writing_ = true;
+  lock.unlock();
+  startWrite_(message);
+}
+
+bool FrameSender::enqueueLocked(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message) {
+  if (broken_)
+    return false;
+  if (writing_)
+    waiting_.push_back(std::move(message));
+  else
+    start(lock, std::move(message));
+  return true;
+}
+
+bool FrameSender::enqueue(grpc::ByteBuffer message) {
+  std::unique_lock lock(mutex_);
+  return enqueueLocked(lock, std::move(message));
+}
+
+bool FrameSender::enqueueBulk(grpc::ByteBuffer message) {
+  std::unique_lock lock(mutex_);
+  if (waiting_.size() >= kHighWater)
+    room_.wait(lock, [this] { return broken_ || waiting_.size() <= kLowWater; });
+  return enqueueLocked(lock, std::move(message));
+}
+
+void FrameSender::written(bool ok) {
+  if (!ok)
+    breakOff();
+  std::unique_lock lock(mutex_);
+  if (!waiting_.empty()) {
+    grpc::ByteBuffer next = std::move(waiting_.front());
+    waiting_.pop_front();
+    if (waiting_.size() == kLowWater)
+      room_.notify_one();
+    return start(lock, std::move(next));
+  }
+  writing_ = false;
+  const std::function<void()> action = std::exchange(whenIdle_, nullptr);
+  lock.unlock();
+  if (action)
+    action();
+}
+
+void FrameSender::breakOff() {
+  std::deque<grpc::ByteBuffer> dropped;  // ends after the lock: its slices may call back
+  const std::lock_guard lock(mutex_);
+  broken_ = true;
+  dropped.swap(waiting_);
+  room_.notify_all();
+}
+
+bool FrameSender::isBroken() const {
+  const std::lock_guard lock(mutex_);
+  return broken_;
+}
+
+void FrameSender::whenIdle(std::function<void()> action) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (writing_) {
+      whenIdle_ = std::move(action);
+      return;
+    }
+  }
+  action();
+}
+
+}  // namespace agent::spf::grpc_transport::internal

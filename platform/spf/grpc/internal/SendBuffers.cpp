@@ -1,0 +1,53 @@
+#include "platform/spf/grpc/internal/SendBuffers.h"
+
+#include <utility>
+
+namespace agent::spf::grpc_transport::internal {
+
+namespace {
+
+struct Loan {
+  std::shared_ptr<SendBuffers> owner;
+  SendBuffers::Buffer buffer;
+};
+
+void endLoan(void* pointer) {
+  const std::unique_ptr<Loan> loan(static_cast<Loan*>(pointer));
+  loan->owner->giveBack(std::move(loan->buffer));
+}
+
+}  // namespace
+
+SendBuffers::Buffer SendBuffers::acquire() {
+  std::unique_lock lock(mutex_);
+  returned_.wait(lock, [this] { return stopped_ || !free_.empty() || made_ < kBuffers; });
+  if (stopped_)
+    return nullptr;
+  if (free_.empty()) {
+    ++made_;
+    return Buffer(new char[kBufferBytes]);  // not zeroed: pages that stay unused are never touched
+  }
+  Buffer buffer = std::move(free_.back());
+  free_.pop_back();
+  return buffer;
+}
+
+grpc::Slice SendBuffers::lend(const std::shared_ptr<SendBuffers>& self, Buffer buffer, std::size_t nbytes) {
+  char* bytes = buffer.get();
+  auto loan = std::make_unique<Loan>(Loan{self, std::move(buffer)});
+  return {bytes, nbytes, endLoan, loan.release()};
+}
+
+void SendBuffers::giveBack(Buffer buffer) {
+  const std::lock_guard lock(mutex_);
+  free_.push_back(std::move(buffer));
+  returned_.notify_one();
+}
+
+void SendBuffers::stop() {
+  const std::lock_guard lock(mutex_);
+  stopped_ = true;
+  returned_.notify_all();
+}
+
+}  // namespace agent::spf::grpc_transport::internal

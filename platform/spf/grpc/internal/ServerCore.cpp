@@ -1,0 +1,107 @@
+#include "platform/spf/grpc/internal/ServerCore.h"
+
+#include <grpcpp/security/server_credentials.h>
+#include <grpcpp/server_builder.h>
+
+#include <utility>
+
+#include "platform/spf/core/errors.h"
+#include "platform/spf/grpc/internal/address.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+namespace {
+
+void setArguments(grpc::ServerBuilder& builder) {
+  builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);  // two services at one port would share its calls
+  builder.SetMaxReceiveMessageSize(static_cast<int>(kMaxFrameBytes));
+  builder.SetMaxSendMessageSize(-1);
+  // Clients may ask every few seconds whether the connection still lives.
+  builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 5'000);
+  builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PING_STRIKES, 0);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, 60'000);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 20'000);
+}
+
+}  // namespace
+
+ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const std::string& address)
+    : service_(std::move(service)), address_(address) {
+  listen();
+  queueThread_ = std::thread([this] { serveQueue(); });
+  acceptNext();
+}
+
+ServerCore::~ServerCore() { shutDown({}); }
+
+void ServerCore::listen() {
+  checkAddress(address_);
+  std::string why = whyNotListening(address_);
+  if (why.empty()) {
+    grpc::ServerBuilder builder;
+    setArguments(builder);
+    int port = 0;
+    builder.AddListeningPort(address_, grpc::InsecureServerCredentials(), &port);
+    builder.RegisterAsyncGenericService(&generic_);
+    queue_ = builder.AddCompletionQueue();
+    server_ = builder.BuildAndStart();
+    if (server_ != nullptr && port != 0) {
+      if (!isUnixAddress(address_))
+        address_ = hostOf(address_) + ":" + std::to_string(port);
+      return;
+    }
+    why = "the address cannot be used";
+  }
+  if (queue_ != nullptr)
+    queue_->Shutdown();
+  throw FrameworkError("Cannot listen at " + address_ + ": " + why + ".");
+}
+
+void ServerCore::serveQueue() {
+  void* tag = nullptr;
+  bool ok = false;
+  while (queue_->Next(&tag, &ok))
+    static_cast<CompletionTag*>(tag)->complete(ok);
+}
+
+void ServerCore::acceptNext() {
+  auto stream = std::make_shared<ServerStream>(*this);
+  {
+    const std::lock_guard lock(mutex_);
+    ++streamCount_;
+    if (draining_)
+      return;
+    std::erase_if(streams_, [](const auto& weak) { return weak.expired(); });
+    streams_.push_back(stream);
+  }
+  stream->accept();
+}
+
+void ServerCore::gone() {
+  const std::lock_guard lock(mutex_);
+  if (--streamCount_ == 0)
+    allGone_.notify_all();
+}
+
+void ServerCore::shutDown(std::chrono::milliseconds grace) {
+  if (!queueThread_.joinable())
+    return;
+  std::vector<std::weak_ptr<ServerStream>> streams;
+  {
+    const std::lock_guard lock(mutex_);
+    draining_ = true;
+    streams.swap(streams_);
+  }
+  for (const auto& weak : streams)
+    if (const auto stream = weak.lock())
+      stream->drain();
+  server_->Shutdown(std::chrono::system_clock::now() + grace);
+  {
+    std::unique_lock lock(mutex_);
+    allGone_.wait(lock, [this] { return streamCount_ == 0; });
+  }
+  queue_->Shutdown();
+  queueThread_.join();
+}
+
+}  // namespace agent::spf::grpc_transport::internal

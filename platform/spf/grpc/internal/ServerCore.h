@@ -1,0 +1,62 @@
+// What the streams of one server share: the listening server, its completion queue with the one thread that serves it.
+#pragma once
+
+#include <grpcpp/completion_queue.h>
+#include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/server.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/spf/core/Service.h"
+#include "platform/spf/core/internal/WorkerThreads.h"
+#include "platform/spf/grpc/internal/ServerStream.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+class ServerCore {
+ public:
+  // Listens at once. FrameworkError names the address when that fails.
+  ServerCore(std::shared_ptr<const core::Service> service, const std::string& address);
+  ~ServerCore();
+  ServerCore(const ServerCore&) = delete;
+  ServerCore& operator=(const ServerCore&) = delete;
+
+  // Takes no more calls, lets those under way end within the grace time, cancels the rest and waits for the handlers.
+  void shutDown(std::chrono::milliseconds grace);
+  const std::string& address() const noexcept { return address_; }
+
+  // For its streams.
+  const core::Service& service() const noexcept { return *service_; }
+  grpc::AsyncGenericService& generic() noexcept { return generic_; }
+  grpc::ServerCompletionQueue* queue() noexcept { return queue_.get(); }
+  void acceptNext();
+  void gone();
+  void runBlocking(std::function<void()> task) { workers_.run(std::move(task)); }
+
+ private:
+  void listen();
+  void serveQueue();
+
+  const std::shared_ptr<const core::Service> service_;
+  std::string address_;
+  grpc::AsyncGenericService generic_;
+  std::unique_ptr<grpc::ServerCompletionQueue> queue_;
+  std::unique_ptr<grpc::Server> server_;
+  core::internal::WorkerThreads workers_;
+  std::thread queueThread_;
+
+  std::mutex mutex_;
+  std::condition_variable allGone_;
+  std::vector<std::weak_ptr<ServerStream>> streams_;  // guarded by mutex_, as all below
+  std::size_t streamCount_ = 0;
+  bool draining_ = false;
+};
+
+}  // namespace agent::spf::grpc_transport::internal

@@ -1,0 +1,276 @@
+#include "platform/spf/grpc/internal/ServerStream.h"
+
+#include <utility>
+
+#include "platform/spf/core/errorChain.h"
+#include "platform/spf/core/errors.h"
+#include "platform/spf/core/internal/ServedCall.h"
+#include "platform/spf/grpc/internal/ServerCore.h"
+#include "platform/spf/grpc/internal/errorMessage.h"
+
+namespace agent::spf::grpc_transport::internal {
+
+namespace {
+
+constexpr const char* kMethod = "/agent.spf.v1.Transport/Converse";
+// The short form of an error in a status: percent-encoding may triple it, and stock clients drop trailers of over 4 KiB.
+constexpr std::size_t kStatusTextBytes = 1200;
+
+std::exception_ptr abandoned() {
+  return std::make_exception_ptr(Terminated("The call was abandoned by its client, or the connection to it is gone."));
+}
+
+void checkVersion(const v1::CallHead& head) {
+  if (head.protocol_version() != kProtocolVersion)
+    throw FrameworkError("The client speaks protocol version " + std::to_string(head.protocol_version()) +
+                         ", this service speaks version " + std::to_string(kProtocolVersion) + ".");
+}
+
+grpc::Status statusOf(const core::ErrorChain& chain) {
+  using Kind = core::ErrorLevel::Kind;
+  const Kind kind = chain.empty() ? Kind::unknown : chain.front().kind;
+  const auto code = kind == Kind::framework    ? grpc::StatusCode::FAILED_PRECONDITION
+                    : kind == Kind::timeout    ? grpc::StatusCode::DEADLINE_EXCEEDED
+                    : kind == Kind::terminated ? grpc::StatusCode::ABORTED
+                                               : grpc::StatusCode::UNKNOWN;
+  return {code, core::summaryOf(chain, kStatusTextBytes)};
+}
+
+}  // namespace
+
+ServerStream::ServerStream(ServerCore& server)
+    : server_(server),
+      context_(std::make_unique<grpc::GenericServerContext>()),
+      stream_(std::make_unique<grpc::GenericServerAsyncReaderWriter>(context_.get())),
+      sender_([this](const grpc::ByteBuffer& message) { stream_->Write(message, writeTag_.arm(shared_from_this())); }),
+      buffers_(std::make_shared<SendBuffers>()) {}
+
+ServerStream::~ServerStream() {
+  stream_ = nullptr;
+  context_ = nullptr;
+  server_.gone();
+}
+
+void ServerStream::accept() {
+  context_->AsyncNotifyWhenDone(doneTag_.arm(shared_from_this()));
+  server_.generic().RequestCall(context_.get(), stream_.get(), server_.queue(), server_.queue(),
+                                acceptTag_.arm(shared_from_this()));
+}
+
+void ServerStream::onAccepted(bool ok) {
+  if (!ok)
+    return doneTag_.disarm();  // the server has ended, and this stream was never opened
+  server_.acceptNext();
+  {
+    const std::lock_guard lock(mutex_);
+    accepted_ = true;
+  }
+  if (context_->method() != kMethod)
+    return finish({grpc::StatusCode::UNIMPLEMENTED, "There is no method " + context_->method() + " here."});
+  readNext();
+  finishIfUnused();
+}
+
+void ServerStream::drain() {
+  {
+    const std::lock_guard lock(mutex_);
+    draining_ = true;
+    if (!accepted_)
+      return;
+  }
+  finishIfUnused();
+}
+
+ServerStream::CallPointer ServerStream::current() {
+  const std::lock_guard lock(mutex_);
+  return call_;
+}
+
+// Reads on unless that would read too far ahead. Whoever makes room calls this again.
+void ServerStream::readNext() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (reading_ || finished_ || (call_ != nullptr && !call_->request->hasRoom()))
+      return;
+    reading_ = true;
+  }
+  stream_->Read(&incoming_, readTag_.arm(shared_from_this()));
+}
+
+void ServerStream::onRead(bool ok) {
+  if (!ok) {  // reading_ stays: there is nothing more to read
+    const CallPointer call = current();
+    {
+      const std::lock_guard lock(mutex_);
+      halfClosed_ = true;
+    }
+    if (call != nullptr) {
+      call->request->fail(
+          std::make_exception_ptr(FrameworkError("The client's stream ended before the request on it did.")));
+      endRequest(*call);
+    }
+    return finishIfUnused();
+  }
+  grpc::ByteBuffer message;
+  message.Swap(&incoming_);
+  try {
+    receive(decodeFrame(message));
+  } catch (const std::exception& e) {
+    const std::string text = std::string("The client does not keep to the protocol: ") + e.what();
+    cancelCall(std::make_exception_ptr(FrameworkError(text)));
+    finish({grpc::StatusCode::INVALID_ARGUMENT, text});
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    reading_ = false;
+  }
+  readNext();
+}
+
+void ServerStream::receive(Frame frame) {
+  if (frame.reply)
+    throw FrameworkError("a reply where a call is due");
+  if (frame.call)
+    beginCall(*frame.call);
+  receiveRequest(frame);
+  if (!frame.call)
+    return;
+  // Not before: the handler of a small call finds its whole request there.
+  server_.runBlocking([self = shared_from_this(), call = current()] { self->serve(call); });
+}
+
+void ServerStream::beginCall(const v1::CallHead& head) {
+  const std::weak_ptr<ServerStream> self = weak_from_this();
+  const auto readOn = [self] {
+    if (const auto stream = self.lock())
+      stream->readNext();
+  };
+  auto call = std::make_shared<IncomingCall>();
+  call->head = head;
+  call->request = std::make_shared<FrameInlet>("request of call \"" + head.method() + "\"",
+                                               FrameInlet::Callbacks{readOn, readOn});
+  if (head.has_size())
+    call->request->announce(head.size());
+  const std::lock_guard lock(mutex_);
+  if (call_ != nullptr)
+    throw FrameworkError("a call before the last one on its stream has ended");
+  call_ = std::move(call);
+}
+
+void ServerStream::receiveRequest(Frame& frame) {
+  const CallPointer call = current();
+  if (call == nullptr)
+    throw FrameworkError("a frame outside any call");
+  if (frame.dataBytes > 0)
+    call->request->push(std::move(frame.data), frame.dataBytes);  // too many: the transfer has failed, its reader sees it
+  if (frame.error)
+    call->request->fail(core::rebuildErrorChain(fromMessage(*frame.error)));
+  else if (frame.end)
+    call->request->end();
+  if (frame.error || frame.end)
+    endRequest(*call);
+}
+
+void ServerStream::endRequest(IncomingCall& call) {
+  const std::lock_guard lock(mutex_);
+  call.requestEnded = true;
+  if (call.replyEnded && call_.get() == &call)
+    call_ = nullptr;
+}
+
+void ServerStream::markReplyEnded(IncomingCall& call) {
+  const std::lock_guard lock(mutex_);
+  call.replyEnded = true;
+  if (call.requestEnded && call_.get() == &call)
+    call_ = nullptr;
+}
+
+void ServerStream::serve(const CallPointer& call) noexcept {
+  FrameOutlet::Options options;
+  options.head = [](std::optional<long> size) {
+    v1::ReplyHead head;
+    head.set_protocol_version(kProtocolVersion);
+    if (size)
+      head.set_size(*size);
+    return encodeReplyHead(head);
+  };
+  options.beforeEnd = [this, &call] { markReplyEnded(*call); };
+  options.brokenText = [] { return "The call was abandoned by its client, or the connection to it is gone."; };
+  FrameOutlet outlet(sender_, buffers_, std::move(options));
+  reply(*call, outlet);
+  finishIfUnused();
+}
+
+void ServerStream::reply(IncomingCall& call, FrameOutlet& outlet) {
+  std::exception_ptr error;
+  try {
+    checkVersion(call.head);
+    const std::optional<long> size = call.head.has_size() ? std::optional<long>(call.head.size()) : std::nullopt;
+    core::internal::ServedCall served(call.head.method(), size, call.request, outlet, call.notice);
+    error = served.serve(server_.service());
+    if (error != nullptr)
+      replyError(outlet, error);
+  } catch (...) {
+    replyError(outlet, std::current_exception());
+  }
+  call.request->close();  // what is still to come of it is dropped
+}
+
+void ServerStream::replyError(FrameOutlet& outlet, const std::exception_ptr& error) {
+  const core::ErrorChain chain = core::flattenErrorChain(error);
+  {
+    const std::lock_guard lock(mutex_);
+    lastStatus_ = statusOf(chain);
+  }
+  outlet.finishWithError(toMessage(chain));
+}
+
+// A stream that will carry no further call is ended when the last one has.
+void ServerStream::finishIfUnused() {
+  grpc::Status status;
+  {
+    const std::lock_guard lock(mutex_);
+    if (call_ != nullptr || !(halfClosed_ || draining_))
+      return;
+    status = halfClosed_ ? lastStatus_ : grpc::Status::OK;
+  }
+  finish(status);
+}
+
+void ServerStream::finish(const grpc::Status& status) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (finished_ || cancelled_)
+      return;
+    finished_ = true;
+  }
+  sender_.whenIdle([self = shared_from_this(), status] {
+    self->stream_->Finish(status, self->finishTag_.arm(self));
+  });
+}
+
+void ServerStream::onWritten(bool ok) { sender_.written(ok); }
+
+void ServerStream::onFinished(bool /*ok*/) {}
+
+// The stream is over, whichever side ended it.
+void ServerStream::onDone(bool /*ok*/) {
+  {
+    const std::lock_guard lock(mutex_);
+    cancelled_ = true;
+  }
+  cancelCall(abandoned());
+}
+
+void ServerStream::cancelCall(const std::exception_ptr& reason) {
+  const CallPointer call = current();
+  sender_.breakOff();
+  buffers_->stop();
+  if (call == nullptr)
+    return;
+  call->request->fail(reason);
+  if (call->notice.mark())
+    server_.runBlocking([call] { call->notice.run(); });
+}
+
+}  // namespace agent::spf::grpc_transport::internal

@@ -1,0 +1,20 @@
+// Addresses: "unix:/absolute/path" or "HOST:PORT".
+#pragma once
+
+#include <string>
+
+namespace agent::spf::grpc_transport::internal {
+
+// FrameworkError when the text is neither.
+void checkAddress(const std::string& address);
+bool isUnixAddress(const std::string& address) noexcept;
+// The HOST of "HOST:PORT".
+std::string hostOf(const std::string& address);
+
+// Why a connection to the address fails, found out by trying once: "nothing listens there (Connection refused)".
+std::string whyUnreachable(const std::string& address);
+// Why nobody can listen at the address, or nothing when it seems that one can. A socket file that nothing serves any more
+// is in nobody's way.
+std::string whyNotListening(const std::string& address);
+
+}  // namespace agent::spf::grpc_transport::internal

@@ -1,0 +1,137 @@
+#include "platform/spf/inprocess/internal/EmbeddedCall.h"
+
+#include <utility>
+#include <vector>
+
+#include "platform/spf/core/errorChain.h"
+#include "platform/spf/core/errors.h"
+#include "platform/spf/core/internal/ReplySource.h"
+#include "platform/spf/core/internal/ServedCall.h"
+
+namespace agent::spf::inprocess::internal {
+
+namespace {
+
+constexpr std::size_t kGatherBytes = std::size_t{64} << 10;
+
+std::exception_ptr abandoned() {
+  return std::make_exception_ptr(Terminated("The call was abandoned by its caller."));
+}
+
+}  // namespace
+
+class EmbeddedCall::Outlet : public core::internal::ReplyOutlet {
+ public:
+  // `begin` runs before the first bytes; may be empty.
+  Outlet(RendezvousPipe& pipe, std::function<void()> begin) : pipe_(pipe), begin_(std::move(begin)) {}
+
+  void setSize(long size) override { pipe_.announce(size); }
+
+  std::span<char> room() override {
+    if (buffer_.empty())
+      buffer_.resize(kGatherBytes);
+    return buffer_;
+  }
+
+  void sendGathered(std::size_t nbytes) override { sendBorrowed(std::span<const char>(buffer_.data(), nbytes)); }
+
+  void sendBorrowed(std::span<const char> bytes) override {
+    if (const auto begin = std::exchange(begin_, nullptr))
+      begin();
+    pipe_.write(bytes);
+  }
+
+  void finish(std::size_t nbytes) override {
+    sendGathered(nbytes);
+    pipe_.end();
+  }
+
+ private:
+  RendezvousPipe& pipe_;
+  std::function<void()> begin_;
+  std::vector<char> buffer_;
+};
+
+class EmbeddedCall::Inlet : public core::internal::ByteInlet {
+ public:
+  // `abandoned` runs when reading stops before the end.
+  Inlet(std::shared_ptr<EmbeddedCall> call, RendezvousPipe& pipe, std::function<void(EmbeddedCall&)> abandoned)
+      : call_(std::move(call)), pipe_(pipe), abandoned_(std::move(abandoned)) {}
+
+  std::span<const char> next() override { return pipe_.read(); }
+  std::optional<long> remaining() const noexcept override { return pipe_.remaining(); }
+  void close() noexcept override {
+    if (pipe_.stopReading())
+      abandoned_(*call_);
+  }
+
+ private:
+  std::shared_ptr<EmbeddedCall> call_;
+  RendezvousPipe& pipe_;
+  std::function<void(EmbeddedCall&)> abandoned_;
+};
+
+EmbeddedCall::EmbeddedCall(std::string method, core::CompletionHandler handler, core::internal::CallRequest request,
+                           core::internal::WorkerThreads& workers)
+    : method_(std::move(method)), handler_(std::move(handler)), request_(std::move(request)), workers_(workers) {
+  requestPipe_.announce(request_.size());
+  if (request_.isBytes())
+    replyPipe_.stopReading();
+}
+
+void EmbeddedCall::upload() {
+  Outlet outlet(requestPipe_, nullptr);
+  try {
+    request_.writeTo(outlet);
+  } catch (...) {
+    // A pipe that is broken has its own reason, which has reached the caller, or need not.
+    if (!requestPipe_.isBroken())
+      abort(std::current_exception());
+  }
+}
+
+void EmbeddedCall::serve(const core::Service& service) {
+  Outlet outlet(replyPipe_, [this] { beginReply(); });
+  const auto request =
+      std::make_shared<Inlet>(shared_from_this(), requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
+  core::internal::ServedCall served(method_, request_.size(), request, outlet, notice_);
+  if (const std::exception_ptr error = served.serve(service))
+    failReply(core::rebuildErrorChain(core::flattenErrorChain(error)));
+  else if (request_.isBytes() && takeAnswer())
+    handler_.succeed({});
+}
+
+void EmbeddedCall::stopUpload() {
+  requestPipe_.breakOff(std::make_exception_ptr(
+      Terminated("Call \"" + method_ + "\" ended before all of its request was sent.")));
+}
+
+void EmbeddedCall::beginReply() {
+  if (request_.isBytes() || !takeAnswer())
+    return;
+  std::shared_ptr<core::ImportedDataSource> source = std::make_shared<core::internal::ReplySource>(
+      std::make_shared<Inlet>(shared_from_this(), replyPipe_, [](EmbeddedCall& call) { call.cancel(abandoned()); }));
+  handler_.succeed(core::GenericPayload(std::move(source)));
+}
+
+void EmbeddedCall::failReply(const std::exception_ptr& error) {
+  replyPipe_.fail(error);
+  if (takeAnswer())
+    handler_.fail(error);
+}
+
+void EmbeddedCall::cancel(const std::exception_ptr& reason) {
+  if (!notice_.mark())
+    return;
+  requestPipe_.breakOff(reason);
+  replyPipe_.breakOff(reason);
+  workers_.run([self = shared_from_this()] { self->notice_.run(); });
+}
+
+void EmbeddedCall::abort(const std::exception_ptr& reason) {
+  cancel(reason);
+  if (takeAnswer())
+    handler_.fail(reason);
+}
+
+}  // namespace agent::spf::inprocess::internal

@@ -1,0 +1,50 @@
+// One call inside this process: two pipes between its caller and its handler.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/spf/core/CompletionHandler.h"
+#include "platform/spf/core/Service.h"
+#include "platform/spf/core/internal/CallRequest.h"
+#include "platform/spf/core/internal/CancelNotice.h"
+#include "platform/spf/core/internal/WorkerThreads.h"
+#include "platform/spf/inprocess/internal/RendezvousPipe.h"
+
+namespace agent::spf::inprocess::internal {
+
+// Threads: upload() and serve() each on a thread of their own, cancel() on any.
+class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
+ public:
+  EmbeddedCall(std::string method, core::CompletionHandler handler, core::internal::CallRequest request,
+               core::internal::WorkerThreads& workers);
+
+  void upload();
+  void serve(const core::Service& service);
+  // Nobody waits any more: the handler is told, and both pipes break off.
+  void cancel(const std::exception_ptr& reason);
+  // As above, and the caller gets the reason.
+  void abort(const std::exception_ptr& reason);
+
+ private:
+  class Outlet;
+  class Inlet;
+
+  void stopUpload();
+  void beginReply();
+  void failReply(const std::exception_ptr& error);
+  bool takeAnswer() noexcept { return !answered_.exchange(true); }
+
+  const std::string method_;
+  const core::CompletionHandler handler_;
+  const core::internal::CallRequest request_;
+  core::internal::WorkerThreads& workers_;
+  core::internal::CancelNotice notice_;
+  RendezvousPipe requestPipe_;
+  RendezvousPipe replyPipe_;
+  std::atomic<bool> answered_{false};
+};
+
+}  // namespace agent::spf::inprocess::internal

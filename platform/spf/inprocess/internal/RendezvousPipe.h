@@ -1,0 +1,48 @@
+// Passes bytes from a writing thread to a reading one without storing them: the writer waits while the reader reads its
+// memory.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <span>
+
+namespace agent::spf::inprocess::internal {
+
+// Threads: one writer, one reader, and breakOff() from any.
+class RendezvousPipe {
+ public:
+  // Writer. write() returns when the reader is done with the bytes, and throws what broke the pipe off.
+  void announce(long size);
+  void write(std::span<const char> bytes);
+  void end();
+  void fail(std::exception_ptr error);  // the reader gets it after what was written
+
+  // Reader. As core::internal::ByteInlet; read() and not next(), as the pipe is no inlet itself.
+  std::span<const char> read();
+  std::optional<long> remaining() const;
+  // The reader reads no more: writes are dropped from now on. True when the end had not come yet.
+  bool stopReading();
+
+  // Both sides get the error from now on, unless the pipe has ended.
+  void breakOff(std::exception_ptr error);
+  bool isBroken() const;
+
+ private:
+  void takeBack();
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::span<const char> lent_;  // guarded by mutex_, as all below; not empty while the writer waits
+  bool taken_ = false;          // the reader is reading lent_
+  bool ended_ = false;
+  bool dropping_ = false;
+  std::exception_ptr failure_;  // for the reader
+  std::exception_ptr broken_;   // for both
+  std::optional<long> announced_;
+  long given_ = 0;
+};
+
+}  // namespace agent::spf::inprocess::internal
