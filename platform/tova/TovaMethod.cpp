@@ -73,7 +73,8 @@ void TovaMethod::checkInputs(const qxArray** prhs) const {
     if (input != nullptr)
       impl::validateSelfPointer(input);
     if (input == nullptr || !detail::isOfType(input, type)) {
-      const std::string place = self == 1 && position == 0 ? "its object" : std::to_string(position + 1 - self);
+      const std::string place =
+          self == 1 && position == 0 ? "its object" : "input " + std::to_string(position + 1 - self);
       throw Exception<host::classes::WrongArgumentType>(fullName_, place, type, detail::describeValue(input));
     }
   };

@@ -18,6 +18,7 @@
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -121,7 +122,9 @@ class FunctionMethod final : public TovaMethod {
       : TovaMethod(name, attributes, description), function_(std::move(function)) {
     std::vector<std::string> inputs{Argument<std::remove_cvref_t<Parameters>>::kType...};
     std::string self;
-    if (takesSelf && !inputs.empty()) {
+    if (takesSelf) {
+      if (inputs.empty())
+        throw std::invalid_argument("an instance method takes its object as the first parameter");
       self = inputs.front();
       inputs.erase(inputs.begin());
     }

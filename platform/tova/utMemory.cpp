@@ -16,21 +16,23 @@ void systemRelease(void* room) noexcept {
   std::free(room);
 }
 
-std::atomic<utAllocator> allocatorInPlace{utAllocator{systemAllocate, systemRelease}};
+constexpr utAllocator kSystemAllocator{systemAllocate, systemRelease};
+
+std::atomic<const utAllocator*> allocatorInPlace{&kSystemAllocator};
 
 }  // namespace
 
 void* utCalloc(std::size_t count, std::size_t nbytes) {
-  if (void* room = allocatorInPlace.load().allocate(count, nbytes))
+  if (void* room = allocatorInPlace.load()->allocate(count, nbytes))
     return room;
   throw Exception<host::memory::OutOfMemory, std::bad_alloc>(count * nbytes);
 }
 
 void utFree(void* room) noexcept {
   if (room != nullptr)
-    allocatorInPlace.load().release(room);
+    allocatorInPlace.load()->release(room);
 }
 
-utAllocator utSetAllocator(utAllocator allocator) noexcept {
+const utAllocator* utSetAllocator(const utAllocator* allocator) noexcept {
   return allocatorInPlace.exchange(allocator);
 }

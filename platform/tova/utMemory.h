@@ -17,6 +17,6 @@ struct utAllocator {
   void (*release)(void* room) noexcept;
 };
 
-// Puts another allocator in place and returns the earlier one. For hosts, before anything is allocated, and for tests;
-// blocks that are still out then go to the new allocator's release.
-utAllocator utSetAllocator(utAllocator allocator) noexcept;
+// Puts another allocator in place and returns the earlier one. It must outlive its use. For hosts, before anything is
+// allocated, and for tests; blocks that are still out then go to the new allocator's release.
+const utAllocator* utSetAllocator(const utAllocator* allocator) noexcept;
