@@ -23,13 +23,20 @@ namespace errors_detail {
 // Replaces {0}, {1}, ... in the template by the arguments.
 std::string fillTemplate(std::string_view text, std::span<const std::string> arguments);
 
-inline std::string toText(std::string value) { return value; }
-inline std::string toText(std::string_view value) { return std::string(value); }
-inline std::string toText(const char* value) { return value; }
-inline std::string toText(char value) { return std::string(1, value); }
+inline std::string toText(std::string value) {
+  return value;
+}
+inline std::string toText(std::string_view value) {
+  return std::string(value);
+}
+inline std::string toText(const char* value) {
+  return value;
+}
+inline std::string toText(char value) {
+  return std::string(1, value);
+}
 template <class Number>
-  requires std::is_arithmetic_v<Number>
-std::string toText(Number value) {
+requires std::is_arithmetic_v<Number> std::string toText(Number value) {
   return std::to_string(value);
 }
 
@@ -39,8 +46,7 @@ template <class Tag, class Base = std::exception>
 class Exception : public Base, public IException {
  public:
   template <class... Arguments>
-  explicit Exception(const Arguments&... arguments)
-      : component_(Tag::component), name_(Tag::name) {
+  explicit Exception(const Arguments&... arguments) : component_(Tag::component), name_(Tag::name) {
     static_assert(sizeof...(Arguments) == Tag::argumentCount, "the catalogue entry takes another number of arguments");
     const std::array<std::string, sizeof...(Arguments)> texts{errors_detail::toText(arguments)...};
     text_ = errors_detail::fillTemplate(Tag::text, texts);

@@ -1,5 +1,7 @@
 // Framing of 256 MiB as one array, written and read, beside a plain copy of the same bytes into memory that is as warm.
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <vector>
@@ -69,6 +71,8 @@ int main() {
     value[index] = static_cast<std::byte>(index * 7);
   Bytes wire(block_format::framedBytes(kNbytes));
   Bytes copy(kNbytes);
+  ArraySink first(wire.data());
+  writeFramed(value, first);
   const auto toWire = [&](ByteSink& sink) { writeFramed(value, sink); };
   const auto toCopy = [&](ByteSink& sink) { readFramed(wire, sink); };
   const auto directly = [](Bytes& target, const auto& work) {
