@@ -8,6 +8,7 @@
 #include "transport/streams/ByteStream.h"
 #include "transport/streams/FunctionalByteSink.h"
 #include "transport/streams/readBigEndian.h"
+#include "transport/streams/reserveBytes.h"
 
 namespace parallel::spf::transport::internal {
 
@@ -25,6 +26,8 @@ qxArrayPtr readPlain(ByteStream& stream) {
   qxArrayPtr array = qxCreateNumericArray(std::array<std::size_t, 2>{count, 1}, qxClass::Uint8);
 
   auto* cursor = static_cast<std::byte*>(qxGetWritableData(array.get()));
+  if (count >= kHugePageReservationBytes)
+    adviseHugePages(cursor, count);
   FunctionalByteSink intoArray(
       [&cursor](const std::byte* data, std::size_t nbytes) { cursor = std::copy_n(data, nbytes, cursor); });
   // A short item is let pass: the service may announce more than it has.
