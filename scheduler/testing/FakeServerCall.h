@@ -1,0 +1,58 @@
+// A call without a framework: the request is a string, the reply is collected, the test cancels.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "platform/spf/core/Service.h"
+
+namespace parallel::scheduler::testing {
+
+class FakeServerCall : public agent::spf::core::ServerCall {
+ public:
+  explicit FakeServerCall(std::string request, std::string method = "method")
+      : method_(std::move(method)), requestSize_(static_cast<long>(request.size())), request_(std::move(request)) {
+    request_.exceptions(std::ios::badbit);
+    reply_.exceptions(std::ios::badbit);
+  }
+
+  const std::string& method() const noexcept override { return method_; }
+  std::optional<long> requestSize() const noexcept override { return requestSize_; }
+  void setReplySize(long size) override { replySize_ = size; }
+  bool isCancelled() const noexcept override { return cancelled_; }
+  void onCancel(std::function<void()> callback) override {
+    const std::scoped_lock lock(mutex_);
+    callback_ = std::move(callback);
+    if (cancelled_ && callback_)
+      callback_();
+  }
+  std::istream& request() override { return request_; }
+  std::ostream& reply() override { return reply_; }
+
+  void cancel() {
+    const std::scoped_lock lock(mutex_);
+    cancelled_ = true;
+    if (callback_)
+      callback_();
+  }
+  void forgetRequestSize() { requestSize_.reset(); }
+  std::optional<long> replySize() const { return replySize_; }
+  std::string replyText() const { return reply_.str(); }
+
+ private:
+  std::string method_;
+  std::optional<long> requestSize_;
+  std::optional<long> replySize_;
+  std::istringstream request_;
+  std::ostringstream reply_;
+  std::mutex mutex_;
+  std::atomic<bool> cancelled_{false};
+  std::function<void()> callback_;  // guarded by mutex_
+};
+
+}  // namespace parallel::scheduler::testing
