@@ -11,6 +11,7 @@
 
 #include "cli/CliError.h"
 #include "cli/testing/TemporaryDirectory.h"
+#include "cli/testing/files.h"
 
 namespace zks {
 namespace {
@@ -21,10 +22,7 @@ class AtomicFiles : public testing::Test {
  protected:
   static void write(const AtomicFile& file, const std::string& text) { std::ofstream(file.temporaryPath()) << text; }
 
-  std::string contents(const std::string& name) const {
-    std::ifstream file(directory_.path() + "/" + name);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  }
+  std::string contents(const std::string& name) const { return readFile(directory_.path() + "/" + name); }
 
   std::size_t fileCount() const {
     const auto files = std::filesystem::directory_iterator(directory_.path());

@@ -16,16 +16,7 @@ using parallel::toolbox::Connection;
 // Ctrl-C waits for this long at most for a task that ignores the polite signal.
 constexpr std::chrono::milliseconds kKillGrace{50};
 
-void loadDescriptors(const GlobalOptions& options) {
-  for (const std::string& path : options.descriptorFiles) {
-    const MappedFile file(path);
-    const auto bytes = file.bytes();
-    parallel::protobufencoding::loadDescriptorSet({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-  }
-}
-
 Connection openConnection(const GlobalOptions& options) {
-  loadDescriptors(options);
   if (!options.address.empty())
     return Connection::connect(options.address);
   parallel::scheduler::SchedulerOptions scheduler;
@@ -35,6 +26,14 @@ Connection openConnection(const GlobalOptions& options) {
 }
 
 }  // namespace
+
+void loadDescriptors(const GlobalOptions& options) {
+  for (const std::string& path : options.descriptorFiles) {
+    const MappedFile file(path);
+    const auto bytes = file.bytes();
+    parallel::protobufencoding::loadDescriptorSet({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  }
+}
 
 Session::Session(const GlobalOptions& options) : connection_(openConnection(options)) {}
 

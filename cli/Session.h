@@ -10,9 +10,12 @@
 
 namespace zks {
 
+// Makes the message types known that the options name. Before items are read.
+void loadDescriptors(const GlobalOptions& options);
+
 class Session {
  public:
-  // Loads the message types that the options name, then connects or starts the service.
+  // Connects, or starts the service.
   explicit Session(const GlobalOptions& options);
 
   parallel::toolbox::SchedulerClient client() const {

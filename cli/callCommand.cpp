@@ -44,10 +44,11 @@ void checkKinds(const Reply& reply, const CallOptions& options) {
 }  // namespace
 
 int callCommand(const GlobalOptions& global, const CallOptions& options) {
-  const Session session(global);  // first, for the message types that it loads
+  loadDescriptors(global);
   std::vector<Item> items;
   for (const ItemArgument& argument : options.items)
     items.push_back(requestItem(argument, readItem(argument).get()));
+  const Session session(global);
   const ProgressBar bar(session.progress());
   Reply reply = session.client().call(options.method, items);
   checkKinds(reply, options);

@@ -39,13 +39,14 @@ bool show(ReplyPrinter& printer, const ItemArgument& argument, const qxArray* se
 }  // namespace
 
 int echoCommand(const GlobalOptions& global, const EchoOptions& options) {
-  const Session session(global);  // first, for the message types that it loads
+  loadDescriptors(global);
   std::vector<qxArrayPtr> values;
   std::vector<Item> items;
   for (const ItemArgument& argument : options.items) {
     values.push_back(readItem(argument));
     items.push_back(echoItem(argument, values.back().get()));
   }
+  const Session session(global);
   const ProgressBar bar(session.progress());
   Reply reply = session.client().echo(items);
   ReplyPrinter printer(reply, options.saveDirectory);

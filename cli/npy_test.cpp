@@ -5,11 +5,11 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <vector>
 
 #include "cli/CliError.h"
 #include "cli/testing/TemporaryDirectory.h"
+#include "cli/testing/files.h"
 
 namespace zks {
 namespace {
@@ -22,7 +22,7 @@ class Npy : public testing::Test {
   std::string path(const std::string& name = "a.npy") const { return directory_.path() + "/" + name; }
 
   std::string write(const std::string& bytes) const {
-    std::ofstream(path(), std::ios::binary) << bytes;
+    writeFile(path(), bytes);
     return path();
   }
 
@@ -155,8 +155,7 @@ TEST_F(Npy, ClassesWithoutANumpyTypeCannotBeWritten) {
 TEST_F(Npy, EveryTruncationIsRefused) {
   const std::size_t shape[] = {2, 2};
   writeNpy(path(), qxCreateNumericArray(shape, qxClass::Int16).get());
-  std::ifstream whole(path(), std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(whole), std::istreambuf_iterator<char>()};
+  const std::string bytes = readFile(path());
   for (std::size_t length = 0; length < bytes.size(); ++length)
     EXPECT_THAT(refusal(write(bytes.substr(0, length))), HasSubstr(path())) << length;
 }

@@ -1,0 +1,103 @@
+#include "cli/testing/ChildProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <stdexcept>
+#include <system_error>
+
+#include "scheduler/testing/waiting.h"
+
+namespace zks {
+namespace {
+
+using parallel::scheduler::UniqueFd;
+using parallel::scheduler::testing::TestPipe;
+
+class SpawnActions {
+ public:
+  SpawnActions() { posix_spawn_file_actions_init(&actions_); }
+  ~SpawnActions() { posix_spawn_file_actions_destroy(&actions_); }
+  SpawnActions(const SpawnActions&) = delete;
+  SpawnActions& operator=(const SpawnActions&) = delete;
+  posix_spawn_file_actions_t* get() noexcept { return &actions_; }
+
+ private:
+  posix_spawn_file_actions_t actions_{};
+};
+
+// Reads both until they end.
+void collect(int output, int error, ProcessOutcome& outcome) {
+  pollfd ends[] = {{output, POLLIN, 0}, {error, POLLIN, 0}};
+  std::string* texts[] = {&outcome.output, &outcome.error};
+  char piece[65536];
+  while (ends[0].fd >= 0 || ends[1].fd >= 0) {
+    if (::poll(ends, 2, 120'000) <= 0)
+      throw std::runtime_error("the program wrote nothing and did not end within two minutes");
+    for (int i = 0; i < 2; ++i) {
+      if (ends[i].fd < 0 || ends[i].revents == 0)
+        continue;
+      const ssize_t got = ::read(ends[i].fd, piece, sizeof piece);
+      if (got > 0)
+        texts[i]->append(piece, static_cast<std::size_t>(got));
+      else
+        ends[i].fd = -1;
+    }
+  }
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::string& directory) {
+  TestPipe output;
+  TestPipe error;
+  SpawnActions actions;
+  posix_spawn_file_actions_addopen(actions.get(), 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(actions.get(), output.writing.get(), 1);
+  posix_spawn_file_actions_adddup2(actions.get(), error.writing.get(), 2);
+  posix_spawn_file_actions_addchdir_np(actions.get(), directory.c_str());
+  std::vector<char*> words;
+  for (const std::string& word : command)
+    words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  const int failure = posix_spawnp(&pid_, words[0], actions.get(), nullptr, words.data(), environ);
+  if (failure != 0)
+    throw std::system_error(failure, std::generic_category(), command[0]);
+  output_ = std::move(output.reading);
+  error_ = std::move(error.reading);
+}
+
+ChildProcess::~ChildProcess() {
+  if (pid_ > 0) {
+    ::kill(pid_, SIGCONT);
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+  }
+}
+
+void ChildProcess::send(int signal) const { ::kill(pid_, signal); }
+
+std::string ChildProcess::readLine() const { return parallel::scheduler::testing::readLine(output_.get()); }
+
+ProcessOutcome ChildProcess::wait() {
+  ProcessOutcome outcome;
+  collect(output_.get(), error_.get(), outcome);
+  int status = 0;
+  struct rusage usage {};
+  if (::wait4(pid_, &status, 0, &usage) != pid_)
+    throw std::system_error(errno, std::generic_category(), "wait4");
+  pid_ = -1;
+  outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  outcome.peakMemoryKiB = usage.ru_maxrss;
+  return outcome;
+}
+
+ProcessOutcome runProgram(const std::vector<std::string>& command, const std::string& directory) {
+  return ChildProcess(command, directory).wait();
+}
+
+}  // namespace zks
