@@ -1,80 +1,24 @@
-// How much memory qxDeserialize asks for. A program of its own, since it stands in for the allocators: the linker
-// wraps malloc, calloc and mmap (see CMakeLists.txt), and operator new is replaced below.
+// How much memory qxDeserialize asks for.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <string>
+#include <vector>
 
 #include "platform/array/qxArray.h"
+#include "platform/array/testing/allocationHooks.h"
 #include "platform/array/testing/goldenArrays.h"
-
-namespace {
-
-std::atomic<std::size_t> requestedBytes{0};
-
-void* newBytes(std::size_t nbytes) {
-  requestedBytes += nbytes;
-  void* block = std::malloc(nbytes > 0 ? nbytes : 1);
-  if (block == nullptr)
-    throw std::bad_alloc();
-  return block;
-}
-
-}  // namespace
-
-extern "C" {
-void* __real_malloc(std::size_t nbytes);
-void* __real_calloc(std::size_t count, std::size_t nbytes);
-void* __real_mmap(void* address, std::size_t length, int protection, int flags, int file, off_t offset);
-
-void* __wrap_malloc(std::size_t nbytes) {
-  requestedBytes += nbytes;
-  return __real_malloc(nbytes);
-}
-
-void* __wrap_calloc(std::size_t count, std::size_t nbytes) {
-  requestedBytes += count * nbytes;
-  return __real_calloc(count, nbytes);
-}
-
-void* __wrap_mmap(void* address, std::size_t length, int protection, int flags, int file, off_t offset) {
-  requestedBytes += length;
-  return __real_mmap(address, length, protection, flags, file, offset);
-}
-}
-
-void* operator new(std::size_t nbytes) {
-  return newBytes(nbytes);
-}
-void* operator new[](std::size_t nbytes) {
-  return newBytes(nbytes);
-}
-void operator delete(void* block) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-  std::free(block);
-}
 
 namespace {
 
 using array_testing::Bytes;
 using array_testing::bytesFromHex;
+using array_testing::requestedBytes;
 
 // All bytes asked for while the document is read and its array destroyed, whether freed in between or not.
 std::size_t bytesRequestedFor(const Bytes& document) {
-  const std::size_t before = requestedBytes;
+  const std::size_t before = requestedBytes();
   const qxArrayPtr array(qxDeserialize(document.data(), document.size()));
-  return requestedBytes - before;
+  return requestedBytes() - before;
 }
 
 std::size_t bytesRequestedFor(const std::string& hex) {
@@ -90,17 +34,17 @@ constexpr std::size_t kSmall = 4096;
 }  // namespace
 
 TEST(DeserializeAllocation, CounterSeesWhatArraysTake) {
-  const std::size_t before = requestedBytes;
+  const std::size_t before = requestedBytes();
   const std::vector<std::size_t> small{1000, 1};
   const std::vector<std::size_t> large{10000000, 1};
   const qxArrayPtr zeroed = qxCreateNumericArray(small, qxClass::Uint8);
-  EXPECT_GE(requestedBytes - before, 1000U);
+  EXPECT_GE(requestedBytes() - before, 1000U);
   const qxArrayPtr unspecified = qxCreateUninitializedArray(small, qxClass::Uint8);
-  EXPECT_GE(requestedBytes - before, 2000U);
+  EXPECT_GE(requestedBytes() - before, 2000U);
   const qxArrayPtr mapped = qxCreateNumericArray(large, qxClass::Uint8);
-  EXPECT_GE(requestedBytes - before, 10000000U);
+  EXPECT_GE(requestedBytes() - before, 10000000U);
   const qxArrayPtr list = qxCreateListArray(large);
-  EXPECT_GE(requestedBytes - before, 90000000U);
+  EXPECT_GE(requestedBytes() - before, 90000000U);
 }
 
 TEST(DeserializeAllocation, NumericHeaderThatClaimsATebibyteTakesNothing) {

@@ -8,7 +8,6 @@
 #include "platform/errors/catalogue.h"
 
 using Dimensions = std::vector<std::size_t>;
-using OutOfMemory = Exception<host::memory::OutOfMemory, std::bad_alloc>;
 
 namespace {
 
@@ -60,11 +59,6 @@ TEST(ListArray, AListCanHoldAShareOfItself) {
   const qxArray* inner = qxGetListElement(list.get(), 0);
   ASSERT_NE(inner, nullptr);
   EXPECT_EQ(qxGetListElement(inner, 0), nullptr);  // what it was before
-}
-
-TEST(ListArray, MoreElementsThanMemoryThrowsOutOfMemory) {
-  const Dimensions dimensions{std::size_t{1} << 58, 1};
-  EXPECT_THROW(qxCreateListArray(dimensions), OutOfMemory);
 }
 
 TEST(ListArray, ReplaceMakesTheShareAnotherValue) {

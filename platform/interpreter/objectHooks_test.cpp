@@ -24,6 +24,7 @@ namespace {
 
 // A native class whose saved value is its number.
 struct Counter {
+  explicit Counter(double start) : number(start) {}
   double number;
 };
 
@@ -262,7 +263,7 @@ TEST_F(ObjectHooks, WhatALoadFunctionThrowsPassesThroughAndChangesNothing) {
   form.load = [](const qxArray* saved) -> std::shared_ptr<void> {
     if (qxGetElements<double>(saved)[0] == 3)
       throw std::runtime_error("odd");
-    return std::make_shared<Counter>();
+    return std::make_shared<Counter>(0);
   };
   registerObjectForm("Counter", form);
   const qxArrayPtr array = nested(savedCounter);

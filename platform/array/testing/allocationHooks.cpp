@@ -1,0 +1,84 @@
+#include "platform/array/testing/allocationHooks.h"
+
+#include <sys/mman.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+namespace {
+
+constexpr int kNever = std::numeric_limits<int>::max();
+
+std::atomic<std::size_t> requested{0};
+std::atomic<int> allocationsBeforeFailure{kNever};
+
+// Counts one allocation; false when it is the one that shall fail.
+bool mayAllocate(std::size_t nbytes) {
+  requested += nbytes;
+  return allocationsBeforeFailure == kNever || allocationsBeforeFailure.fetch_sub(1) != 0;
+}
+
+}  // namespace
+
+extern "C" {
+void* __real_malloc(std::size_t nbytes);
+void* __real_calloc(std::size_t count, std::size_t nbytes);
+void* __real_mmap(void* address, std::size_t length, int protection, int flags, int file, off_t offset);
+
+void* __wrap_malloc(std::size_t nbytes) {
+  return mayAllocate(nbytes) ? __real_malloc(nbytes) : nullptr;
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t nbytes) {
+  return mayAllocate(count * nbytes) ? __real_calloc(count, nbytes) : nullptr;
+}
+
+void* __wrap_mmap(void* address, std::size_t length, int protection, int flags, int file, off_t offset) {
+  return mayAllocate(length) ? __real_mmap(address, length, protection, flags, file, offset) : MAP_FAILED;
+}
+}
+
+void* operator new(std::size_t nbytes) {
+  void* block = std::malloc(nbytes > 0 ? nbytes : 1);  // counted there
+  if (block == nullptr)
+    throw std::bad_alloc();
+  return block;
+}
+
+void* operator new[](std::size_t nbytes) {
+  return operator new(nbytes);
+}
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+void operator delete[](void* block) noexcept {
+  std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+  std::free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+  std::free(block);
+}
+
+namespace array_testing {
+
+std::size_t requestedBytes() {
+  return requested;
+}
+
+FailingAllocation::FailingAllocation(int number) {
+  allocationsBeforeFailure = number;
+}
+
+FailingAllocation::~FailingAllocation() {
+  allocationsBeforeFailure = kNever;
+}
+
+bool FailingAllocation::happened() const {
+  return allocationsBeforeFailure < 0;
+}
+
+}  // namespace array_testing
