@@ -98,6 +98,17 @@ TEST_F(LoadedLibrary, EveryStaticMethodMakesAHandleByIntrospectionAlone) {
   EXPECT_EQ(called, 4);
 }
 
+TEST_F(LoadedLibrary, ClassesWorkOnWhenTheHostClosesTheLibrary) {
+  void* const again = dlopen(std::getenv("ZKS_TRANSPORT_LIBRARY"), RTLD_NOW | RTLD_LOCAL);
+  ASSERT_EQ(again, library());
+  dlclose(again);
+  dlclose(again);  // the one that library() holds
+  const qxArrayPtr value = qxCreateScalar(1);
+  const qxArray* const inputs[] = {value.get()};
+  EXPECT_EQ(tova::callStaticMethod(kSerializable, "createPlain", 1, inputs).size(), 1U);
+  EXPECT_EQ(dlopen(std::getenv("ZKS_TRANSPORT_LIBRARY"), RTLD_NOW | RTLD_LOCAL), again);
+}
+
 TEST_F(LoadedLibrary, ErrorsCrossTheBorderIdentified) {
   try {
     tova::callStaticMethod(kSerializable, "createFile", 1, {});
