@@ -71,22 +71,5 @@ TEST(ProtobufItem, FailureIsNotLogged) {
   EXPECT_TRUE(log.records().empty());
 }
 
-// 2 GiB of zeros and their encoded copies: run by hand (label "large").
-TEST(ProtobufItemLarge, MessageOfTwoGibibytesOverflows) {
-  qxArrayPtr any = testing::messageStruct("parallel.zksmessages.Any");
-  qxSetField(any.get(), 0, "type_url", qxCreateString(u"x/y"));
-  const std::size_t nbytes = std::size_t{1} << 31;
-  qxSetField(any.get(), 0, "value", qxCreateNumericArray(std::array<std::size_t, 2>{nbytes, 1}, qxClass::Uint8));
-  RecordingByteSink sink;
-  try {
-    SerializableData::createProtobuf(any)->serialize(sink);
-    FAIL() << "protobuf counts to 2^31 - 1";
-  } catch (const InternalException& error) {
-    EXPECT_STREQ(error.what(),
-                 "Error occurred serializing protobuf message: bad numeric conversion: positive overflow\n");
-  }
-  EXPECT_TRUE(sink.sizes.empty());
-}
-
 }  // namespace
 }  // namespace parallel::spf::transport
