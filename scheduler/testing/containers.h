@@ -40,9 +40,11 @@ inline std::string containerOf(const std::vector<std::string>& items) {
   return textOf(spf::transport::testing::container(contents));
 }
 
-inline std::string requestOf(const google::protobuf::MessageLite& description, std::vector<std::string> items = {}) {
-  items.insert(items.begin(), description.SerializeAsString());
-  return containerOf(items);
+inline std::string requestOf(const google::protobuf::MessageLite& description,
+                             const std::vector<std::string>& items = {}) {
+  std::vector<std::string> all{description.SerializeAsString()};
+  all.insert(all.end(), items.begin(), items.end());
+  return containerOf(all);
 }
 
 // The items of a whole container. Throws when it is not well-formed or goes on after its last item.

@@ -1,0 +1,324 @@
+#include "scheduler/RunTaskMethod.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <thread>
+
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "platform/logging/createQLVLogger.h"
+#include "platform/spf/core/errors.h"
+#include "scheduler/testing/FakeServerCall.h"
+#include "scheduler/testing/containers.h"
+#include "scheduler/testing/expectError.h"
+#include "scheduler/testing/waiting.h"
+#include "transport/data/testing/TemporaryDirectory.h"
+
+namespace parallel::scheduler {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using spf::transport::testing::TemporaryDirectory;
+using testing::FakeServerCall;
+using testing::hasEnded;
+using testing::itemsOf;
+using testing::raw;
+using testing::requestOf;
+using zksmessages::TaskDescription;
+using zksmessages::TesselTaskExecutionInfo;
+
+TaskDescription taskOf(std::vector<std::string> argv) {
+  TaskDescription task;
+  for (std::string& argument : argv)
+    task.add_argv(std::move(argument));
+  return task;
+}
+
+TaskDescription shellTask(const std::string& script) {
+  return taskOf({"sh", "-c", script});
+}
+
+// A reply, unpacked.
+struct Reply {
+  TesselTaskExecutionInfo info;
+  std::string output;
+  std::string error;
+  std::vector<std::string> files;
+};
+
+Reply unpack(const std::string& container) {
+  const auto items = itemsOf(container);
+  Reply reply;
+  zksmessages::ResultPayload payload;
+  if (items.size() < 3 || !payload.ParseFromString(items[0]) || !reply.info.ParseFromString(payload.result().value()))
+    throw std::runtime_error("The reply is not one of runTask");
+  EXPECT_EQ(payload.result().type_url(), "type.googleapis.com/parallel.zksmessages.TesselTaskExecutionInfo");
+  reply.output = testing::plainOf(items[1]);
+  reply.error = testing::plainOf(items[2]);
+  reply.files.assign(items.begin() + 3, items.end());
+  return reply;
+}
+
+class RunTask : public ::testing::Test {
+ protected:
+  explicit RunTask(std::size_t slots = 2)
+      : method_({.slots = slots,
+                 .scratchParent = parent_.file(""),
+                 .killGrace = 100ms,
+                 .environment = {"PATH=/usr/bin:/bin", "OWN=service"}},
+                logging::createQLVLogger("zks.scheduler.test")) {}
+
+  ~RunTask() override { EXPECT_TRUE(taskDirectories().empty()) << "a task's directory is left"; }
+
+  void serve(FakeServerCall& call) { method_.serve(call); }
+
+  Reply run(const TaskDescription& task, const std::vector<std::string>& inputs = {}) {
+    FakeServerCall call(requestOf(task, inputs), "runTask");
+    serve(call);
+    EXPECT_EQ(call.replySize(), static_cast<long>(call.replyText().size()));
+    return unpack(call.replyText());
+  }
+  Reply shell(const std::string& script) { return run(shellTask(script)); }
+
+  std::vector<fs::path> taskDirectories() const {
+    std::vector<fs::path> directories;
+    for (const auto& area : fs::directory_iterator(parent_.file(""))) {
+      for (const auto& task : fs::directory_iterator(area))
+        directories.push_back(task);
+    }
+    return directories;
+  }
+
+  // Waits until a task has made that file, and gives its first word.
+  std::string wordFrom(const char* name) {
+    std::string word;
+    EXPECT_TRUE(testing::eventually([&] {
+      for (const fs::path& directory : taskDirectories()) {
+        std::ifstream file(directory / "work" / name);
+        std::string line;
+        if (std::getline(file, line) && !file.eof()) {
+          word = line;
+          return true;
+        }
+      }
+      return false;
+    }));
+    return word;
+  }
+
+ private:
+  TemporaryDirectory parent_;
+  RunTaskMethod method_;
+};
+
+class RunTaskOneAtATime : public RunTask {
+ protected:
+  RunTaskOneAtATime() : RunTask(1) {}
+};
+
+TEST_F(RunTask, ExitStatusOutputAndErrorComeBack) {
+  const Reply reply = shell("echo out; echo err >&2; exit 7");
+  EXPECT_EQ(reply.info.outcome(), TesselTaskExecutionInfo::OUTCOME_EXITED);
+  EXPECT_EQ(reply.info.exit_status(), 7);
+  EXPECT_FALSE(reply.info.has_signal());
+  EXPECT_EQ(reply.output, "out\n");
+  EXPECT_EQ(reply.error, "err\n");
+  EXPECT_TRUE(reply.files.empty());
+  EXPECT_GT(reply.info.wall_time().nanos() + reply.info.wall_time().seconds(), 0);
+}
+
+TEST_F(RunTask, SignalIsTold) {
+  const Reply reply = shell("kill -KILL $$");
+  EXPECT_EQ(reply.info.outcome(), TesselTaskExecutionInfo::OUTCOME_SIGNALLED);
+  EXPECT_EQ(reply.info.signal(), SIGKILL);
+  EXPECT_FALSE(reply.info.has_exit_status());
+}
+
+TEST_F(RunTask, InputsBecomeFilesAndOutputsComeBackInOrder) {
+  TaskDescription task = shellTask("cat b a > joined; printf x > second");
+  task.add_input_files("a");
+  task.add_input_files("b");
+  task.add_output_files("second");
+  task.add_output_files("joined");
+  const std::string large = testing::patternOf(200'000);
+  const Reply reply = run(task, {"tail", large});
+  ASSERT_EQ(reply.files.size(), 2U);
+  EXPECT_EQ(reply.files[0], "x");
+  EXPECT_EQ(reply.files[1], large + "tail");
+  EXPECT_EQ(reply.info.missing_outputs_size(), 0);
+}
+
+TEST_F(RunTask, BorderSizesOfFilesComeBack) {
+  for (const std::size_t nbytes : {0U, 1U, 32766U, 32767U, 32768U, 65534U, 65535U, 70000U}) {
+    TaskDescription task = taskOf({"cat", "data"});
+    task.add_input_files("data");
+    task.add_output_files("data");
+    const std::string content = testing::patternOf(nbytes);
+    const Reply reply = run(task, {content});
+    EXPECT_EQ(reply.output, content) << nbytes;
+    EXPECT_EQ(reply.files.at(0), content) << nbytes;
+  }
+}
+
+TEST_F(RunTask, InputFileCanBeTheProgram) {
+  TaskDescription task = taskOf({"./tool", "argument"});
+  task.add_input_files("tool");
+  EXPECT_EQ(run(task, {"#!/bin/sh\necho ran with $1\n"}).output, "ran with argument\n");
+}
+
+TEST_F(RunTask, OutputsThatWereNotMadeAreEmptyAndNamed) {
+  TaskDescription task = shellTask("printf here > b");
+  for (const char* name : {"a", "b", "c"})
+    task.add_output_files(name);
+  const Reply reply = run(task);
+  EXPECT_EQ(reply.files, (std::vector<std::string>{"", "here", ""}));
+  ASSERT_EQ(reply.info.missing_outputs_size(), 2);
+  EXPECT_EQ(reply.info.missing_outputs(0), "a");
+  EXPECT_EQ(reply.info.missing_outputs(1), "c");
+}
+
+TEST_F(RunTask, OutputThatIsNoRegularFileIsRefused) {
+  TaskDescription folder = shellTask("mkdir result");
+  folder.add_output_files("result");
+  EXPECT_IDENTIFIED(OutputNotAFile, "The task's output \"result\" is a directory; only regular files can be returned.",
+                    run(folder));
+  TaskDescription link = shellTask("ln -s /etc/passwd result");
+  link.add_output_files("result");
+  EXPECT_IDENTIFIED(OutputNotAFile,
+                    "The task's output \"result\" is a symbolic link; only regular files can be returned.", run(link));
+}
+
+TEST_F(RunTask, ProgramThatIsNotThereIsNotStarted) {
+  TaskDescription task = taskOf({"no-such-program"});
+  task.add_output_files("result");
+  const Reply reply = run(task);
+  EXPECT_EQ(reply.info.outcome(), TesselTaskExecutionInfo::OUTCOME_NOT_STARTED);
+  EXPECT_EQ(reply.info.message(), "No program \"no-such-program\" in PATH (/usr/bin:/bin)");
+  EXPECT_FALSE(reply.info.has_exit_status());
+  EXPECT_EQ(reply.info.missing_outputs_size(), 1);
+}
+
+TEST_F(RunTask, EnvironmentIsAddedToTheServicesOwnOrReplacesIt) {
+  TaskDescription task = taskOf({"env"});
+  (*task.mutable_environment())["OWN"] = "task";
+  EXPECT_EQ(run(task).output, "PATH=/usr/bin:/bin\nOWN=task\n");
+  task.set_clear_environment(true);
+  EXPECT_EQ(run(task).output, "OWN=task\n");
+  task.clear_environment();
+  task.set_clear_environment(false);
+  EXPECT_EQ(run(task).output, "PATH=/usr/bin:/bin\nOWN=service\n");
+}
+
+TEST_F(RunTask, WallTimeIsALimit) {
+  TaskDescription task = shellTask("echo begun; sleep 1000");
+  task.mutable_limits()->mutable_wall_time()->set_nanos(200'000'000);
+  const Reply reply = run(task);
+  EXPECT_EQ(reply.info.outcome(), TesselTaskExecutionInfo::OUTCOME_TIMED_OUT);
+  EXPECT_EQ(reply.info.message(), "Ended after its wall time of 0.2 s.");
+  EXPECT_EQ(reply.output, "begun\n");
+}
+
+TEST_F(RunTask, ResourceLimitsReachTheTask) {
+  TaskDescription task = shellTask("ulimit -t; ulimit -v; ulimit -f; ulimit -n");
+  auto& limits = *task.mutable_limits();
+  limits.mutable_cpu_time()->set_seconds(33);
+  limits.set_memory_bytes(512 << 20);
+  limits.set_file_bytes(1 << 20);
+  limits.set_open_files(44);
+  EXPECT_EQ(run(task).output, "33\n524288\n2048\n44\n");
+}
+
+TEST_F(RunTask, TaskSeesOnlyItsOwnFiles) {
+  TaskDescription task = shellTask("ls -A; pwd");
+  task.add_input_files("data");
+  const Reply reply = run(task, {"x"});
+  EXPECT_EQ(reply.output.substr(0, 5), "data\n");
+  EXPECT_NE(reply.output.find("/zks-scratch-"), std::string::npos);
+}
+
+TEST_F(RunTask, BadDescriptionsAndCountsAreRefusedBeforeAnythingIsMade) {
+  EXPECT_IDENTIFIED(BadTaskField, "The task description cannot be used: argv: it is empty, and names no program.",
+                    run(TaskDescription()));
+  TaskDescription task = taskOf({"true"});
+  task.add_input_files("a");
+  EXPECT_IDENTIFIED(WrongItemCount, "The request to runTask has the wrong number of items: 2 expected, 1 found.",
+                    run(task));
+  EXPECT_IDENTIFIED(WrongItemCount, "The request to runTask has the wrong number of items: 2 expected, 3 found.",
+                    run(task, {"x", "y"}));
+  FakeServerCall empty(raw("\0\0\0\0\0"), "runTask");
+  EXPECT_THROW(serve(empty), Exception<parallel::scheduler::WrongItemCount>);
+  FakeServerCall unparseable(testing::containerOf({raw("\xFF")}), "runTask");
+  EXPECT_THROW(serve(unparseable), Exception<parallel::scheduler::UnreadableDescription>);
+}
+
+TEST_F(RunTask, EveryTruncationIsRefusedAndNothingRuns) {
+  TaskDescription task = taskOf({"true"});
+  task.add_input_files("a");
+  const std::string whole = requestOf(task, {"xyz"});
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    FakeServerCall call(whole.substr(0, length), "runTask");
+    EXPECT_THROW(serve(call), Exception<parallel::scheduler::MalformedRequest>) << length;
+    EXPECT_EQ(call.replyText(), "");
+  }
+  FakeServerCall longer(whole + "x", "runTask");
+  EXPECT_THROW(serve(longer), Exception<parallel::scheduler::MalformedRequest>);
+}
+
+TEST_F(RunTask, CancelEndsTheProcessTree) {
+  FakeServerCall call(requestOf(shellTask("sleep 1000 & echo $! > child; wait")), "runTask");
+  auto serving = std::async(std::launch::async, [&] { serve(call); });
+  const pid_t child = std::stoi(wordFrom("child"));
+  call.cancel();
+  EXPECT_THROW(serving.get(), agent::spf::Terminated);
+  EXPECT_TRUE(hasEnded(child));
+}
+
+TEST_F(RunTask, CancelledBeforeItBeganRunsNothing) {
+  const TemporaryDirectory elsewhere;
+  const fs::path trace = elsewhere.file("trace");
+  FakeServerCall call(requestOf(taskOf({"touch", trace.string()})), "runTask");
+  call.cancel();
+  EXPECT_THROW(serve(call), agent::spf::Terminated);
+  EXPECT_FALSE(fs::exists(trace));
+}
+
+TEST_F(RunTaskOneAtATime, NextWaitsItsTurnAndIsTold) {
+  FakeServerCall first(requestOf(shellTask("echo up > up; while test ! -e go; do sleep 0.01; done")), "runTask");
+  auto firstServing = std::async(std::launch::async, [&] { serve(first); });
+  wordFrom("up");
+  const fs::path firstDirectory = taskDirectories().at(0);
+
+  FakeServerCall second(requestOf(shellTask("true")), "runTask");
+  auto secondServing = std::async(std::launch::async, [&] { serve(second); });
+  EXPECT_TRUE(testing::eventually([&] { return taskDirectories().size() == 2; }));
+  EXPECT_EQ(secondServing.wait_for(50ms), std::future_status::timeout);
+
+  std::ofstream(firstDirectory / "work" / "go") << "go";
+  firstServing.get();
+  secondServing.get();
+  const Reply reply = unpack(second.replyText());
+  EXPECT_EQ(reply.info.outcome(), TesselTaskExecutionInfo::OUTCOME_EXITED);
+  EXPECT_GT(reply.info.queued_time().seconds() + reply.info.queued_time().nanos(), 0);
+}
+
+TEST_F(RunTaskOneAtATime, CancelTakesAWaitingTaskOut) {
+  FakeServerCall first(requestOf(shellTask("echo up > up; sleep 1000")), "runTask");
+  auto firstServing = std::async(std::launch::async, [&] { serve(first); });
+  wordFrom("up");
+  FakeServerCall second(requestOf(shellTask("true")), "runTask");
+  auto secondServing = std::async(std::launch::async, [&] { serve(second); });
+  EXPECT_TRUE(testing::eventually([&] { return taskDirectories().size() == 2; }));
+  second.cancel();
+  EXPECT_THROW(secondServing.get(), agent::spf::Terminated);
+  first.cancel();
+  EXPECT_THROW(firstServing.get(), agent::spf::Terminated);
+}
+
+}  // namespace
+}  // namespace parallel::scheduler
