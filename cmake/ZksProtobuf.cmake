@@ -1,13 +1,12 @@
-# zks_add_proto_module(NAME PROTOS file.proto... [LINKS target...] [DESCRIPTOR_SET file])
+# zks_add_proto_module(NAME PROTOS file.proto... [LINKS target...])
 # A static library of the C++ code that protoc makes of schemas of this tree. A schema platform/a/b.proto is included as
 # "platform/a/b.pb.h", and imported by other schemas as "platform/a/b.proto". Generated code is compiled without our
-# warnings. DESCRIPTOR_SET also writes the schemas, with all that they import, as one FileDescriptorSet.
+# warnings.
 function(zks_add_proto_module name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "DESCRIPTOR_SET" "PROTOS;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PROTOS;LINKS")
   set(out "${PROJECT_BINARY_DIR}/generated")
   file(MAKE_DIRECTORY "${out}")
   set(generated "")
-  set(paths "")
   foreach(proto IN LISTS arg_PROTOS)
     cmake_path(ABSOLUTE_PATH proto OUTPUT_VARIABLE path)
     cmake_path(RELATIVE_PATH path BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE relative)
@@ -19,18 +18,21 @@ function(zks_add_proto_module name)
       COMMENT "protoc ${relative}"
       VERBATIM)
     list(APPEND generated "${out}/${stem}.pb.cc" "${out}/${stem}.pb.h")
-    list(APPEND paths "${path}")
   endforeach()
-  if(arg_DESCRIPTOR_SET)
-    add_custom_command(
-      OUTPUT "${arg_DESCRIPTOR_SET}"
-      COMMAND protobuf::protoc "--proto_path=${PROJECT_SOURCE_DIR}" --include_imports
-              "--descriptor_set_out=${arg_DESCRIPTOR_SET}" ${paths}
-      DEPENDS ${arg_PROTOS} protobuf::protoc
-      VERBATIM)
-    list(APPEND generated "${arg_DESCRIPTOR_SET}")
-  endif()
   add_library(${name} STATIC ${generated})
   target_include_directories(${name} SYSTEM PUBLIC $<BUILD_INTERFACE:${out}>)
   target_link_libraries(${name} PUBLIC protobuf::libprotobuf ${arg_LINKS})
+endfunction()
+
+# zks_add_descriptor_set(NAME PROTO file.proto OUTPUT file.desc)
+# The schema and all that it imports as a FileDescriptorSet, made by the target NAME.
+function(zks_add_descriptor_set name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "PROTO;OUTPUT" "")
+  add_custom_command(
+    OUTPUT "${arg_OUTPUT}"
+    COMMAND protobuf::protoc "--proto_path=${PROJECT_SOURCE_DIR}" --include_imports
+            "--descriptor_set_out=${arg_OUTPUT}" "${CMAKE_CURRENT_SOURCE_DIR}/${arg_PROTO}"
+    DEPENDS "${arg_PROTO}" protobuf::protoc
+    VERBATIM)
+  add_custom_target(${name} DEPENDS "${arg_OUTPUT}")
 endfunction()

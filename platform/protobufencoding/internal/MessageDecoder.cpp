@@ -194,13 +194,14 @@ qxArrayPtr MessageDecoder::repeatedMessages(const Message& message, const FieldS
   const MessageShape& shape = shapes_.of(field);
   if (shape.special() != SpecialForm::None && (shape.special() != SpecialForm::AnyLayout || anys_.isAny(shape)))
     return listOfMessages(message, field, depth);
-  checkDepth(shape, depth + 1);
   const Reflection& reflection = *message.GetReflection();
   const int count = reflection.FieldSize(message, field.descriptor);
   Present first;
   Present other;
-  if (count > 0)
+  if (count > 0) {
+    checkDepth(shape, depth + 1);
     findPresent(reflection.GetRepeatedMessage(message, field.descriptor, 0), shape, first);
+  }
   for (int i = 1; i < count; ++i) {
     findPresent(reflection.GetRepeatedMessage(message, field.descriptor, i), shape, other);
     if (other != first)

@@ -37,41 +37,45 @@ std::unique_ptr<Message> MessageEncoder::encode(const qxArray* value) {
   return message;
 }
 
-MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const MessageShape& shape,
-                                              const FieldPath& path) {
+MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
+                                              Context context) {
   Bindings bindings;
   for (const std::string& name : qxGetFieldNames(structs))
-    bindings.push_back(bindField(structs, name, shape, path));
+    bindings.push_back(bindField(name, shape, path, context));
   return bindings;
 }
 
-MessageEncoder::Binding MessageEncoder::bindField(const qxArray* structs, const std::string& name,
-                                                  const MessageShape& shape, const FieldPath& path) {
+MessageEncoder::Binding MessageEncoder::bindField(const std::string& name, const MessageShape& shape,
+                                                  const FieldPath& path, Context context) {
   if (const FieldShape* field = shape.find(name))
     return {Binding::Role::Field, &name, field};
   if (name == kMessageTypeField)
     return {Binding::Role::MessageType, &name, nullptr};
   if (name == kUnknownFieldsField)
     return {Binding::Role::UnknownFields, &name, nullptr};
+  if (name == kTypeUrlField && context == Context::AnyContent)
+    return {Binding::Role::TypeUrl, &name, nullptr};
   if (name.starts_with('[') && name.ends_with(']')) {
-    // The reflection of a message of this type knows which extensions there are.
     const std::string extension = name.substr(1, name.size() - 2);
     const auto* pool = shape.descriptor()->file()->pool();
     const FieldDescriptor* field = pool->FindExtensionByName(extension);
     if (field != nullptr && field->containing_type() == shape.descriptor())
       return {Binding::Role::Field, &name, &shapes_.ofExtension(field)};
   }
-  static_cast<void>(structs);
   throwEncodeError(path, "the field \"" + name + "\"",
                    "fields of " + shape.fullName() + " (" + shape.fieldNames() + ")");
 }
 
+void MessageEncoder::checkDepth(const Target& target, const FieldPath& path) {
+  if (target.depth <= kMaxMessageNesting)
+    return;
+  throwEncodeError(path, "more than " + std::to_string(kMaxMessageNesting) + " levels of messages",
+                   "at most " + std::to_string(kMaxMessageNesting));
+}
+
 void MessageEncoder::generalForm(const Target& target, const qxArray* structs, std::size_t element,
                                  const Bindings& bindings, const FieldPath& path) {
-  if (target.depth > kMaxMessageNesting) {
-    throwEncodeError(path, "more than " + std::to_string(kMaxMessageNesting) + " levels of messages",
-                     "at most " + std::to_string(kMaxMessageNesting));
-  }
+  checkDepth(target, path);
   for (const Binding& binding : bindings) {
     const qxArray* array = qxGetField(structs, element, *binding.name);
     if (array == nullptr)
@@ -120,6 +124,7 @@ void MessageEncoder::checkRequired(const Message& message, const FieldPath& path
 }
 
 void MessageEncoder::value(const Target& target, const qxArray* array, const FieldPath& path) {
+  checkDepth(target, path);
   const SpecialForm special = target.shape.special();
   const bool isStruct = array != nullptr && qxGetClass(array) == qxClass::Struct;
   if (special == SpecialForm::Value)
@@ -139,6 +144,7 @@ void MessageEncoder::value(const Target& target, const qxArray* array, const Fie
 
 void MessageEncoder::structValue(const Target& target, const qxArray* structs, std::size_t element,
                                  const FieldPath& path) {
+  checkDepth(target, path);
   if (target.shape.special() == SpecialForm::Struct)
     return jsonStruct(target, structs, element, path);
   if (target.shape.special() == SpecialForm::Value)

@@ -43,8 +43,13 @@ class MessageEncoder {
     int depth;
   };
 
-  Bindings bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path);
-  Binding bindField(const qxArray* structs, const std::string& name, const MessageShape& shape, const FieldPath& path);
+  // Whether a TypeUrl may stand beside the fields.
+  enum class Context { Plain, AnyContent };
+
+  Bindings bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
+                Context context = Context::Plain);
+  Binding bindField(const std::string& name, const MessageShape& shape, const FieldPath& path, Context context);
+  static void checkDepth(const Target& target, const FieldPath& path);
   void generalForm(const Target& target, const qxArray* structs, std::size_t element, const Bindings& bindings,
                    const FieldPath& path);
   void generalForm(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path) {

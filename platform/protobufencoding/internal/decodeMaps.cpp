@@ -11,10 +11,17 @@ namespace {
 
 using google::protobuf::Message;
 
+// The parser leaves equal keys in dynamic messages, where the last one counts.
 template <class Key>
 void sortByKey(std::vector<const Message*>& entries, Key key) {
-  std::sort(entries.begin(), entries.end(),
-            [&](const Message* left, const Message* right) { return key(*left) < key(*right); });
+  std::stable_sort(entries.begin(), entries.end(),
+                   [&](const Message* left, const Message* right) { return key(*left) < key(*right); });
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (i + 1 == entries.size() || key(*entries[i]) < key(*entries[i + 1]))
+      entries[kept++] = entries[i];
+  }
+  entries.resize(kept);
 }
 
 void sortEntries(std::vector<const Message*>& entries, const FieldShape& key) {
@@ -51,7 +58,8 @@ qxArrayPtr MessageDecoder::map(const Message& message, const FieldShape& field, 
   for (int i = 0; i < reflection.FieldSize(message, field.descriptor); ++i)
     entries.push_back(&reflection.GetRepeatedMessage(message, field.descriptor, i));
   sortEntries(entries, entry.number(kKeyNumber));
-  checkDepth(entry, depth + 1);
+  if (!entries.empty())
+    checkDepth(entry, depth + 1);
   if (entry.number(kKeyNumber).kind == ValueKind::String) {
     const bool nameable = std::all_of(entries.begin(), entries.end(), [&](const Message* e) {
       const std::string key = stringKey(*e, entry);

@@ -35,7 +35,9 @@ void MessageEncoder::anyContent(const Target& target, const qxArray* structs, st
   const auto content = MessageTypes::create(type);
   if (content == nullptr)
     throwEncodeError(FieldPath(path, kMessageTypeField), "\"" + type + "\"", "the full name of a known message type");
-  generalForm({*content, shapes_.of(content->GetDescriptor()), target.depth + 1}, structs, element, path);
+  const MessageShape& contentShape = shapes_.of(content->GetDescriptor());
+  generalForm({*content, contentShape, target.depth + 1}, structs, element,
+              bind(structs, contentShape, path, Context::AnyContent), path);
   checkRequired(*content, path);
   anys_.pack(*content, target.message, target.shape);
   if (const qxArray* url = fieldOrNull(structs, element, kTypeUrlField))
