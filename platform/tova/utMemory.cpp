@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 #include "platform/errors/Exception.h"
@@ -23,9 +24,11 @@ std::atomic<const utAllocator*> allocatorInPlace{&kSystemAllocator};
 }  // namespace
 
 void* utCalloc(std::size_t count, std::size_t nbytes) {
-  if (void* room = allocatorInPlace.load()->allocate(count, nbytes))
+  constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max();
+  const bool fits = nbytes == 0 || count <= kMost / nbytes;
+  if (void* room = fits ? allocatorInPlace.load()->allocate(count, nbytes) : nullptr)
     return room;
-  throw Exception<host::memory::OutOfMemory, std::bad_alloc>(count * nbytes);
+  throw Exception<host::memory::OutOfMemory, std::bad_alloc>(fits ? count * nbytes : kMost);
 }
 
 void utFree(void* room) noexcept {
