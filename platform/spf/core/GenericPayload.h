@@ -42,9 +42,11 @@ class GenericPayload {
   // type than T.
   template <class T>
   std::shared_ptr<T> getValueAsPointer(std::size_t index) const {
-    if (index >= values_.size()) throw FrameworkError("Invalid GenericPayload index");
+    if (index >= values_.size())
+      throw FrameworkError("Invalid GenericPayload index");
     const Value& value = values_[index];
-    if (value.pointer == nullptr) throw FrameworkError("GenericPayload empty at index");
+    if (value.pointer == nullptr)
+      throw FrameworkError("GenericPayload empty at index");
     if (value.type != std::type_index(typeid(T)))
       throw FrameworkError("Polymorphic types are not supported with futures");
     return std::static_pointer_cast<T>(value.pointer);

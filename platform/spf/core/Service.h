@@ -37,7 +37,8 @@ class ServerCall {
 // Threads: handlers run on threads of the framework, several at once; the table is complete before serving starts.
 class Service {
  public:
-  // Returning ends the reply. An exception ends it with that error, its whole nested chain, whatever was written before.
+  // Returning ends the reply. An exception ends it with that error, its whole nested chain, whatever was written
+  // before.
   using Handler = std::function<void(ServerCall&)>;
 
   void add(std::string method, Handler handler);

@@ -124,7 +124,8 @@ ErrorChain flattenErrorChain(const std::exception_ptr& error) {
     chain.push_back(std::move(level));
   }
   if (current != nullptr)
-    chain.push_back({Kind::standard, "", "", "[" + std::to_string(countLevels(current)) + " more levels were left out]"});
+    chain.push_back(
+        {Kind::standard, "", "", "[" + std::to_string(countLevels(current)) + " more levels were left out]"});
   return chain;
 }
 

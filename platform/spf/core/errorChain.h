@@ -34,8 +34,8 @@ class UnknownRemoteError : public std::runtime_error {
 inline constexpr std::size_t kMaxErrorLevels = 1000;
 inline constexpr std::size_t kMaxErrorBytes = std::size_t{4} << 20;
 
-// The levels of `error` and of what is nested in it. Empty for a null pointer. A level of an unknown type has the text of
-// a thrown string, else the name of its type.
+// The levels of `error` and of what is nested in it. Empty for a null pointer. A level of an unknown type has the text
+// of a thrown string, else the name of its type.
 ErrorChain flattenErrorChain(const std::exception_ptr& error);
 
 // A chain of real nested exceptions: each level but the innermost also is a std::nested_exception. FrameworkError,

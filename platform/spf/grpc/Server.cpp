@@ -26,6 +26,8 @@ Server::Server(std::shared_ptr<const core::Service> service, const ServerOptions
 
 Server::~Server() = default;
 
-const std::string& Server::address() const noexcept { return impl_->address(); }
+const std::string& Server::address() const noexcept {
+  return impl_->address();
+}
 
 }  // namespace agent::spf::grpc_transport

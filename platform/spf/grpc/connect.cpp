@@ -76,8 +76,7 @@ void waitUntilReady(grpc::Channel& channel, const std::string& address, const Co
 
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options) {
   internal::checkAddress(address);
-  auto channel =
-      grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address));
+  auto channel = grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address));
   waitUntilReady(*channel, address, options);
   auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options.onDisconnect);
   connection->start();

@@ -18,9 +18,9 @@ struct ConnectOptions {
   std::function<void()> onDisconnect;
 };
 
-// `address`: "unix:/absolute/path" or "HOST:PORT". FrameworkError names the address and what was wrong (nothing listens,
-// no such socket file, no permission); Timeout when it does not answer in time.
-// Destroying the Invokable cancels the calls under way; their handlers get Terminated.
+// `address`: "unix:/absolute/path" or "HOST:PORT". FrameworkError names the address and what was wrong (nothing
+// listens, no such socket file, no permission); Timeout when it does not answer in time. Destroying the Invokable
+// cancels the calls under way; their handlers get Terminated.
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options = {});
 
 }  // namespace agent::spf::grpc_transport

@@ -13,7 +13,8 @@ class ByteInlet {
   virtual ~ByteInlet() = default;
 
   // The next bytes, valid until the next call of next() or close(); waits for them. Empty at the end, and only there.
-  // Throws what ended the transfer, after the bytes that came before it; once thrown, each further call throws it again.
+  // Throws what ended the transfer, after the bytes that came before it; once thrown, each further call throws it
+  // again.
   virtual std::span<const char> next() = 0;
   // Bytes that next() has still to give, where the sender announced how many there are.
   virtual std::optional<long> remaining() const noexcept = 0;

@@ -18,8 +18,8 @@ class CallRequest {
 
   bool isBytes() const noexcept { return bytes_ != nullptr; }
   long size() const noexcept;
-  // Writes the request into the outlet and ends it there. Throws what the writer or the outlet throws, and FrameworkError
-  // when the writer's bytes are not as many as it announced.
+  // Writes the request into the outlet and ends it there. Throws what the writer or the outlet throws, and
+  // FrameworkError when the writer's bytes are not as many as it announced.
   void writeTo(ByteOutlet& outlet) const;
 
  private:

@@ -26,8 +26,8 @@ class CancelNotice {
   std::atomic<bool> cancelled_{false};
   std::mutex mutex_;
   std::condition_variable ended_;
-  std::function<void()> callback_;   // guarded by mutex_
-  std::thread::id runner_;           // guarded by mutex_; whose thread runs a callback now
+  std::function<void()> callback_;  // guarded by mutex_
+  std::thread::id runner_;          // guarded by mutex_; whose thread runs a callback now
 };
 
 }  // namespace agent::spf::core::internal

@@ -8,7 +8,9 @@ namespace agent::spf::core::internal {
 
 InputStreambuf::InputStreambuf(std::shared_ptr<ByteInlet> inlet) : inlet_(std::move(inlet)) {}
 
-InputStreambuf::~InputStreambuf() { inlet_->close(); }
+InputStreambuf::~InputStreambuf() {
+  inlet_->close();
+}
 
 bool InputStreambuf::fill() {
   if (piece_.empty() && !ended_) {

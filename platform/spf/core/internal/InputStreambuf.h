@@ -1,8 +1,8 @@
 // The streambuf behind every istream that the framework hands out: reads straight from the received pieces.
 //
-// It shows no get area. in_avail() looks at the get area first and asks showmanyc() only when that is empty; without one
-// it always tells how many bytes are still sure to come, which is what a reader sizes its memory by. Bulk reads lose
-// nothing: they copy from the received piece into the reader's memory, once.
+// It shows no get area. in_avail() looks at the get area first and asks showmanyc() only when that is empty; without
+// one it always tells how many bytes are still sure to come, which is what a reader sizes its memory by. Bulk reads
+// lose nothing: they copy from the received piece into the reader's memory, once.
 #pragma once
 
 #include <cstddef>

@@ -21,7 +21,9 @@ ServedCall::ServedCall(std::string method, std::optional<long> requestSize, std:
 }
 
 // The handler's callback may use what ended with the handler.
-ServedCall::~ServedCall() { notice_.setCallback(nullptr); }
+ServedCall::~ServedCall() {
+  notice_.setCallback(nullptr);
+}
 
 void ServedCall::setReplySize(long size) {
   replyBuffer_.announce(size);

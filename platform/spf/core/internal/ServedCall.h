@@ -25,8 +25,8 @@ class ReplyOutlet : public ByteOutlet {
 class ServedCall : public ServerCall {
  public:
   // Ownership: borrows the outlet and the notice.
-  ServedCall(std::string method, std::optional<long> requestSize, std::shared_ptr<ByteInlet> request, ReplyOutlet& reply,
-             CancelNotice& notice);
+  ServedCall(std::string method, std::optional<long> requestSize, std::shared_ptr<ByteInlet> request,
+             ReplyOutlet& reply, CancelNotice& notice);
   ~ServedCall() override;
 
   const std::string& method() const noexcept override { return method_; }

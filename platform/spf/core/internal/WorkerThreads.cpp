@@ -38,7 +38,9 @@ struct WorkerThreads::State {
 
 WorkerThreads::WorkerThreads() : state_(std::make_shared<State>()) {}
 
-WorkerThreads::~WorkerThreads() { join(); }
+WorkerThreads::~WorkerThreads() {
+  join();
+}
 
 void WorkerThreads::join() {
   std::vector<std::thread> threads;

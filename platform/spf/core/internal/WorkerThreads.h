@@ -6,8 +6,9 @@
 
 namespace agent::spf::core::internal {
 
-// Threads: run() from any thread. Errors: run() throws std::system_error when no thread can be had; a task must not throw.
-// Closing: join() waits for all tasks, except one that is calling it; what is run afterwards runs on the caller's thread.
+// Threads: run() from any thread. Errors: run() throws std::system_error when no thread can be had; a task must not
+// throw. Closing: join() waits for all tasks, except one that is calling it; what is run afterwards runs on the
+// caller's thread.
 //            The destructor joins.
 class WorkerThreads {
  public:

@@ -18,7 +18,10 @@ constexpr std::size_t kFreeStreams = 32;
 
 ClientConnection::ClientConnection(std::shared_ptr<grpc::Channel> channel, std::string address,
                                    std::function<void()> onDisconnect)
-    : channel_(std::move(channel)), address_(std::move(address)), stub_(channel_), onDisconnect_(std::move(onDisconnect)) {}
+    : channel_(std::move(channel)),
+      address_(std::move(address)),
+      stub_(channel_),
+      onDisconnect_(std::move(onDisconnect)) {}
 
 void ClientConnection::start() {
   queueThread_ = std::thread([self = shared_from_this()] { self->serveQueue(); });

@@ -1,4 +1,5 @@
-// One connection of a client: its channel, its completion queue with the one thread that serves it, and its open streams.
+// One connection of a client: its channel, its completion queue with the one thread that serves it, and its open
+// streams.
 #pragma once
 
 #include <grpcpp/channel.h>
@@ -18,7 +19,8 @@
 
 namespace agent::spf::grpc_transport::internal {
 
-// Threads: any. Ownership: shared by its handle, its streams and its threads, so that it may be closed from any of them.
+// Threads: any. Ownership: shared by its handle, its streams and its threads, so that it may be closed from any of
+// them.
 class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
  public:
   ClientConnection(std::shared_ptr<grpc::Channel> channel, std::string address, std::function<void()> onDisconnect);
@@ -34,9 +36,10 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   grpc::GenericStub& stub() noexcept { return stub_; }
 
   // For its streams.
-  void release(const std::shared_ptr<ClientStream>& stream);         // is free for another call
-  void ended(const ClientStream& stream, const std::exception_ptr& lostBy);  // lostBy: why the connection is dead, or null
-  void gone();                                                       // a stream's last operation has ended
+  void release(const std::shared_ptr<ClientStream>& stream);  // is free for another call
+  void ended(const ClientStream& stream,
+             const std::exception_ptr& lostBy);  // lostBy: why the connection is dead, or null
+  void gone();                                   // a stream's last operation has ended
   // Runs the task on a thread that may block; FrameworkError when no thread can be had.
   void runBlocking(std::function<void()> task);
 
@@ -56,8 +59,8 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   std::thread queueThread_;
 
   std::mutex mutex_;
-  std::function<void()> onDisconnect_;                 // guarded by mutex_, as all below
-  std::vector<std::shared_ptr<ClientStream>> free_;    // the one used last comes last, and is used first
+  std::function<void()> onDisconnect_;               // guarded by mutex_, as all below
+  std::vector<std::shared_ptr<ClientStream>> free_;  // the one used last comes last, and is used first
   std::vector<std::weak_ptr<ClientStream>> open_;
   std::size_t openCount_ = 0;
   std::exception_ptr dead_;

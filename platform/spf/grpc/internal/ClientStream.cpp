@@ -36,13 +36,25 @@ void checkVersion(const v1::ReplyHead& head) {
 
 ClientStream::ClientStream(std::shared_ptr<ClientConnection> connection)
     : connection_(std::move(connection)),
-      sender_([this](const grpc::ByteBuffer& message) { stream_->Write(message, writeTag_.arm(shared_from_this())); }),
+      gate_([this] { dispose(); }),
+      sender_([this](const grpc::ByteBuffer& message) { return write(message); }),
       buffers_(std::make_shared<SendBuffers>()) {}
 
 ClientStream::~ClientStream() {
+  gate_.close();
+  connection_->gone();
+}
+
+void ClientStream::dispose() {
   stream_ = nullptr;
   context_ = nullptr;
-  connection_->gone();
+}
+
+bool ClientStream::write(const grpc::ByteBuffer& message) {
+  if (!gate_.begin())
+    return false;
+  stream_->Write(message, writeTag_.arm(shared_from_this()));
+  return true;
 }
 
 void ClientStream::prepare() {
@@ -59,10 +71,14 @@ void ClientStream::open() {
 void ClientStream::openAsWatch() {
   watch_ = true;
   prepare();
+  gate_.begin();
   stream_->StartCall(startTag_.arm(shared_from_this()));
 }
 
-void ClientStream::onStarted(bool /*ok*/) { readNext(); }
+void ClientStream::onStarted(bool /*ok*/) {
+  readNext();
+  gate_.done();
+}
 
 void ClientStream::take(const std::shared_ptr<ClientCall>& call) {
   const std::weak_ptr<ClientStream> self = weak_from_this();
@@ -90,6 +106,7 @@ void ClientStream::upload(const std::shared_ptr<ClientCall>& call) {
   options.head = [&](std::optional<long>) { return encodeHeadOf(*call); };
   options.beforeEnd = [&] { setUpload(*call, Upload::ending); };
   options.brokenText = [&] { return "Call \"" + call->method + "\" ended before all of its request was sent."; };
+  readNext();  // the reply may begin, and must be read, while the request is still being sent
   try {
     FrameOutlet outlet(sender_, buffers_, std::move(options));
     call->request.writeTo(outlet);
@@ -99,7 +116,6 @@ void ClientStream::upload(const std::shared_ptr<ClientCall>& call) {
     if (!sender_.isBroken())
       abort(std::current_exception());
   }
-  readNext();
 }
 
 void ClientStream::setUpload(ClientCall& call, Upload state) {
@@ -127,7 +143,7 @@ std::shared_ptr<ClientCall> ClientStream::current() {
 void ClientStream::readNext() {
   {
     const std::lock_guard lock(mutex_);
-    if (reading_ || aborted_ || (call_ != nullptr && !call_->reply->hasRoom()))
+    if (reading_ || (call_ != nullptr && !call_->reply->hasRoom()) || !gate_.begin())
       return;
     reading_ = true;
   }
@@ -136,15 +152,19 @@ void ClientStream::readNext() {
 
 // The end of the stream can be waited for once a first read is over: the two would else both ask for the stream's head.
 void ClientStream::askStatus() {
-  if (std::exchange(statusAsked_, true))
+  if (std::exchange(statusAsked_, true) || !gate_.begin())
     return;
   stream_->Finish(&status_, statusTag_.arm(shared_from_this()));
 }
 
 void ClientStream::onRead(bool ok) {
   askStatus();
-  if (!ok)
-    return;  // reading_ stays: there is nothing more to read
+  if (ok)  // else reading_ stays: there is nothing more to read
+    takeMessage();
+  gate_.done();
+}
+
+void ClientStream::takeMessage() {
   grpc::ByteBuffer message;
   message.Swap(&incoming_);
   try {
@@ -251,12 +271,19 @@ void ClientStream::abort(const std::exception_ptr& error) {
   }
   sender_.breakOff();
   buffers_->stop();
-  context_->TryCancel();
+  if (gate_.begin()) {
+    context_->TryCancel();
+    gate_.done();
+  }
+  gate_.close();
   if (call != nullptr && error != nullptr)
     failCall(call, error);
 }
 
-void ClientStream::onWritten(bool ok) { sender_.written(ok); }
+void ClientStream::onWritten(bool ok) {
+  sender_.written(ok);
+  gate_.done();
+}
 
 void ClientStream::onStatus(bool /*ok*/) {
   const std::shared_ptr<ClientCall> call = current();
@@ -264,6 +291,7 @@ void ClientStream::onStatus(bool /*ok*/) {
   const bool lost = watch_ || status_.error_code() == grpc::StatusCode::UNAVAILABLE;
   connection_->ended(*this, lost ? error : nullptr);
   abort(error);
+  gate_.done();
 }
 
 std::exception_ptr ClientStream::errorOf(const grpc::Status& status, const std::string& during) const {

@@ -15,6 +15,7 @@
 #include "platform/spf/grpc/internal/Frame.h"
 #include "platform/spf/grpc/internal/FrameInlet.h"
 #include "platform/spf/grpc/internal/FrameSender.h"
+#include "platform/spf/grpc/internal/OperationGate.h"
 #include "platform/spf/grpc/internal/SendBuffers.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -36,8 +37,8 @@ struct ClientCall {
   bool answered = false;  // the handler has been called
 };
 
-// Threads: take(), upload() and what the reply's reader causes on any thread, the rest on the queue's. A stream lives as long as
-// an operation of it is under way, and tells its connection when it ends.
+// Threads: take(), upload() and what the reply's reader causes on any thread, the rest on the queue's. A stream lives
+// as long as an operation of it is under way, and tells its connection when it ends.
 class ClientStream : public std::enable_shared_from_this<ClientStream> {
  public:
   explicit ClientStream(std::shared_ptr<ClientConnection> connection);
@@ -59,7 +60,10 @@ class ClientStream : public std::enable_shared_from_this<ClientStream> {
 
  private:
   void prepare();
+  void dispose();
+  bool write(const grpc::ByteBuffer& message);
   void readNext();
+  void takeMessage();
   void receive(Frame frame);
   void receiveReply(const std::shared_ptr<ClientCall>& call, Frame& frame);
   void endReply(const std::shared_ptr<ClientCall>& call);
@@ -84,6 +88,7 @@ class ClientStream : public std::enable_shared_from_this<ClientStream> {
   bool watch_ = false;
   grpc::ByteBuffer incoming_;  // belongs to the read under way
   grpc::Status status_;        // belongs to the wait for the end
+  OperationGate gate_;         // before each use of the two objects above
   FrameSender sender_;
   std::shared_ptr<SendBuffers> buffers_;
   MemberTag<ClientStream> startTag_{&ClientStream::onStarted};

@@ -21,7 +21,9 @@ constexpr char kErrorTag = 5 << 3 | 2;
 // Data up to this size is copied into the slice of its frame: less work than a slice of its own.
 constexpr std::size_t kCopyBytes = 1024;
 
-[[noreturn]] void malformed(const char* why) { throw FrameworkError(std::string("malformed frame: ") + why); }
+[[noreturn]] void malformed(const char* why) {
+  throw FrameworkError(std::string("malformed frame: ") + why);
+}
 
 void appendVarint(std::string& to, std::uint64_t value) {
   for (; value >= 0x80U; value >>= 7U)
@@ -80,9 +82,15 @@ void decodeField(SliceCursor& cursor, std::uint32_t tag, Frame& frame) {
 
 }  // namespace
 
-std::string encodeCallHead(const v1::CallHead& head) { return encodeMessageField(kCallTag, head); }
-std::string encodeReplyHead(const v1::ReplyHead& head) { return encodeMessageField(kReplyTag, head); }
-std::string encodeError(const v1::ErrorChain& error) { return encodeMessageField(kErrorTag, error); }
+std::string encodeCallHead(const v1::CallHead& head) {
+  return encodeMessageField(kCallTag, head);
+}
+std::string encodeReplyHead(const v1::ReplyHead& head) {
+  return encodeMessageField(kReplyTag, head);
+}
+std::string encodeError(const v1::ErrorChain& error) {
+  return encodeMessageField(kErrorTag, error);
+}
 
 grpc::ByteBuffer encodeSmallFrame(const FrameEnvelope& envelope, const char* data, std::size_t nbytes) {
   const std::string before = beforeData(envelope, nbytes);

@@ -18,9 +18,9 @@ bool FrameInlet::push(std::vector<grpc::Slice> slices, std::size_t nbytes) {
   const std::lock_guard lock(mutex_);
   received_ += static_cast<long>(nbytes);
   if (announced_ && received_ > *announced_) {
-    failLocked(std::make_exception_ptr(FrameworkError("The " + what_ + " was announced with " +
-                                                      std::to_string(*announced_) + " bytes, but " +
-                                                      std::to_string(received_) + " or more arrived.")));
+    failLocked(
+        std::make_exception_ptr(FrameworkError("The " + what_ + " was announced with " + std::to_string(*announced_) +
+                                               " bytes, but " + std::to_string(received_) + " or more arrived.")));
     return false;
   }
   if (closed_)
@@ -34,9 +34,9 @@ bool FrameInlet::push(std::vector<grpc::Slice> slices, std::size_t nbytes) {
 void FrameInlet::end() {
   const std::lock_guard lock(mutex_);
   if (announced_ && received_ < *announced_)
-    return failLocked(std::make_exception_ptr(
-        FrameworkError("The " + what_ + " was announced with " + std::to_string(*announced_) + " bytes, but only " +
-                       std::to_string(received_) + " arrived.")));
+    return failLocked(
+        std::make_exception_ptr(FrameworkError("The " + what_ + " was announced with " + std::to_string(*announced_) +
+                                               " bytes, but only " + std::to_string(received_) + " arrived.")));
   ended_ = true;
   arrived_.notify_one();
 }

@@ -62,10 +62,10 @@ class FrameInlet : public core::internal::ByteInlet {
     std::vector<grpc::Slice> slices;
     std::size_t nbytes;
   };
-  std::deque<Frame> frames_;         // guarded by mutex_, as all below
+  std::deque<Frame> frames_;  // guarded by mutex_, as all below
   std::size_t waitingBytes_ = 0;
   long received_ = 0;
-  long given_ = 0;                   // bytes that next() has handed out
+  long given_ = 0;  // bytes that next() has handed out
   std::optional<long> announced_;
   bool ended_ = false;
   bool closed_ = false;

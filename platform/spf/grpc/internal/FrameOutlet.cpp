@@ -23,7 +23,9 @@ FrameOutlet::~FrameOutlet() {
     buffers_->giveBack(std::move(buffer_));
 }
 
-void FrameOutlet::throwBroken() const { throw Terminated(options_.brokenText()); }
+void FrameOutlet::throwBroken() const {
+  throw Terminated(options_.brokenText());
+}
 
 std::string FrameOutlet::takeHead() {
   if (std::exchange(headSent_, true))

@@ -4,19 +4,21 @@
 
 namespace agent::spf::grpc_transport::internal {
 
-void FrameSender::start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message) {
+bool FrameSender::start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message) {
   writing_ = true;
   lock.unlock();
-  startWrite_(message);
+  if (startWrite_(message))
+    return true;
+  written(false);
+  return false;
 }
 
 bool FrameSender::enqueueLocked(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message) {
   if (broken_)
     return false;
-  if (writing_)
-    waiting_.push_back(std::move(message));
-  else
-    start(lock, std::move(message));
+  if (!writing_)
+    return start(lock, std::move(message));
+  waiting_.push_back(std::move(message));
   return true;
 }
 
@@ -41,7 +43,8 @@ void FrameSender::written(bool ok) {
     waiting_.pop_front();
     if (waiting_.size() == kLowWater)
       room_.notify_one();
-    return start(lock, std::move(next));
+    start(lock, std::move(next));
+    return;
   }
   writing_ = false;
   const std::function<void()> action = std::exchange(whenIdle_, nullptr);

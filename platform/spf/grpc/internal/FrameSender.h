@@ -19,7 +19,8 @@ class FrameSender {
   static constexpr std::size_t kHighWater = 12;
   static constexpr std::size_t kLowWater = 4;
 
-  using StartWrite = std::function<void(const grpc::ByteBuffer&)>;
+  // False when the stream takes no more.
+  using StartWrite = std::function<bool(const grpc::ByteBuffer&)>;
 
   explicit FrameSender(StartWrite startWrite) : startWrite_(std::move(startWrite)) {}
 
@@ -36,7 +37,7 @@ class FrameSender {
   void whenIdle(std::function<void()> action);
 
  private:
-  void start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message);
+  bool start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message);
   bool enqueueLocked(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message);
 
   StartWrite startWrite_;

@@ -1,4 +1,5 @@
-// The few buffers in which one stream gathers outgoing bytes: filled, lent to gRPC, and taken back when it has sent them.
+// The few buffers in which one stream gathers outgoing bytes: filled, lent to gRPC, and taken back when it has sent
+// them.
 #pragma once
 
 #include <grpcpp/support/slice.h>
@@ -31,7 +32,7 @@ class SendBuffers {
  private:
   std::mutex mutex_;
   std::condition_variable returned_;
-  std::vector<Buffer> free_;   // guarded by mutex_, as all below
+  std::vector<Buffer> free_;  // guarded by mutex_, as all below
   std::size_t made_ = 0;
   bool stopped_ = false;
 };

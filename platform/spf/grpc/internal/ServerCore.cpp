@@ -32,7 +32,9 @@ ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const std::
   acceptNext();
 }
 
-ServerCore::~ServerCore() { shutDown({}); }
+ServerCore::~ServerCore() {
+  shutDown({});
+}
 
 void ServerCore::listen() {
   checkAddress(address_);

@@ -13,7 +13,8 @@ namespace agent::spf::grpc_transport::internal {
 namespace {
 
 constexpr const char* kMethod = "/agent.spf.v1.Transport/Converse";
-// The short form of an error in a status: percent-encoding may triple it, and stock clients drop trailers of over 4 KiB.
+// The short form of an error in a status: percent-encoding may triple it, and stock clients drop trailers of over 4
+// KiB.
 constexpr std::size_t kStatusTextBytes = 1200;
 
 std::exception_ptr abandoned() {
@@ -42,24 +43,46 @@ ServerStream::ServerStream(ServerCore& server)
     : server_(server),
       context_(std::make_unique<grpc::GenericServerContext>()),
       stream_(std::make_unique<grpc::GenericServerAsyncReaderWriter>(context_.get())),
-      sender_([this](const grpc::ByteBuffer& message) { stream_->Write(message, writeTag_.arm(shared_from_this())); }),
+      gate_([this] { dispose(); }),
+      sender_([this](const grpc::ByteBuffer& message) { return write(message); }),
       buffers_(std::make_shared<SendBuffers>()) {}
 
 ServerStream::~ServerStream() {
-  stream_ = nullptr;
-  context_ = nullptr;
+  gate_.close();
   server_.gone();
 }
 
+void ServerStream::dispose() {
+  stream_ = nullptr;
+  context_ = nullptr;
+}
+
+bool ServerStream::write(const grpc::ByteBuffer& message) {
+  if (!gate_.begin())
+    return false;
+  stream_->Write(message, writeTag_.arm(shared_from_this()));
+  return true;
+}
+
 void ServerStream::accept() {
+  gate_.begin();  // for the end
+  gate_.begin();  // for the beginning
   context_->AsyncNotifyWhenDone(doneTag_.arm(shared_from_this()));
   server_.generic().RequestCall(context_.get(), stream_.get(), server_.queue(), server_.queue(),
                                 acceptTag_.arm(shared_from_this()));
 }
 
 void ServerStream::onAccepted(bool ok) {
-  if (!ok)
-    return doneTag_.disarm();  // the server has ended, and this stream was never opened
+  if (ok) {
+    opened();
+  } else {  // the server has ended; this stream was never opened, and its end will not be told
+    doneTag_.disarm();
+    gate_.done();
+  }
+  gate_.done();
+}
+
+void ServerStream::opened() {
   server_.acceptNext();
   {
     const std::lock_guard lock(mutex_);
@@ -90,7 +113,7 @@ ServerStream::CallPointer ServerStream::current() {
 void ServerStream::readNext() {
   {
     const std::lock_guard lock(mutex_);
-    if (reading_ || finished_ || (call_ != nullptr && !call_->request->hasRoom()))
+    if (reading_ || (call_ != nullptr && !call_->request->hasRoom()) || !gate_.begin())
       return;
     reading_ = true;
   }
@@ -98,19 +121,28 @@ void ServerStream::readNext() {
 }
 
 void ServerStream::onRead(bool ok) {
-  if (!ok) {  // reading_ stays: there is nothing more to read
-    const CallPointer call = current();
-    {
-      const std::lock_guard lock(mutex_);
-      halfClosed_ = true;
-    }
-    if (call != nullptr) {
-      call->request->fail(
-          std::make_exception_ptr(FrameworkError("The client's stream ended before the request on it did.")));
-      endRequest(*call);
-    }
-    return finishIfUnused();
+  if (ok)
+    takeMessage();
+  else  // reading_ stays: there is nothing more to read
+    endOfStream();
+  gate_.done();
+}
+
+void ServerStream::endOfStream() {
+  const CallPointer call = current();
+  {
+    const std::lock_guard lock(mutex_);
+    halfClosed_ = true;
   }
+  if (call != nullptr) {
+    call->request->fail(
+        std::make_exception_ptr(FrameworkError("The client's stream ended before the request on it did.")));
+    endRequest(*call);
+  }
+  finishIfUnused();
+}
+
+void ServerStream::takeMessage() {
   grpc::ByteBuffer message;
   message.Swap(&incoming_);
   try {
@@ -147,8 +179,8 @@ void ServerStream::beginCall(const v1::CallHead& head) {
   };
   auto call = std::make_shared<IncomingCall>();
   call->head = head;
-  call->request = std::make_shared<FrameInlet>("request of call \"" + head.method() + "\"",
-                                               FrameInlet::Callbacks{readOn, readOn});
+  call->request =
+      std::make_shared<FrameInlet>("request of call \"" + head.method() + "\"", FrameInlet::Callbacks{readOn, readOn});
   if (head.has_size())
     call->request->announce(head.size());
   const std::lock_guard lock(mutex_);
@@ -162,7 +194,8 @@ void ServerStream::receiveRequest(Frame& frame) {
   if (call == nullptr)
     throw FrameworkError("a frame outside any call");
   if (frame.dataBytes > 0)
-    call->request->push(std::move(frame.data), frame.dataBytes);  // too many: the transfer has failed, its reader sees it
+    call->request->push(std::move(frame.data),
+                        frame.dataBytes);  // too many: the transfer has failed, its reader sees it
   if (frame.error)
     call->request->fail(core::rebuildErrorChain(fromMessage(*frame.error)));
   else if (frame.end)
@@ -240,26 +273,30 @@ void ServerStream::finishIfUnused() {
 void ServerStream::finish(const grpc::Status& status) {
   {
     const std::lock_guard lock(mutex_);
-    if (finished_ || cancelled_)
+    if (finished_)
       return;
     finished_ = true;
   }
   sender_.whenIdle([self = shared_from_this(), status] {
-    self->stream_->Finish(status, self->finishTag_.arm(self));
+    if (self->gate_.begin())
+      self->stream_->Finish(status, self->finishTag_.arm(self));
   });
 }
 
-void ServerStream::onWritten(bool ok) { sender_.written(ok); }
+void ServerStream::onWritten(bool ok) {
+  sender_.written(ok);
+  gate_.done();
+}
 
-void ServerStream::onFinished(bool /*ok*/) {}
+void ServerStream::onFinished(bool /*ok*/) {
+  gate_.done();
+}
 
 // The stream is over, whichever side ended it.
 void ServerStream::onDone(bool /*ok*/) {
-  {
-    const std::lock_guard lock(mutex_);
-    cancelled_ = true;
-  }
   cancelCall(abandoned());
+  gate_.close();
+  gate_.done();
 }
 
 void ServerStream::cancelCall(const std::exception_ptr& reason) {

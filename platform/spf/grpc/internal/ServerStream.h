@@ -13,6 +13,7 @@
 #include "platform/spf/grpc/internal/FrameInlet.h"
 #include "platform/spf/grpc/internal/FrameOutlet.h"
 #include "platform/spf/grpc/internal/FrameSender.h"
+#include "platform/spf/grpc/internal/OperationGate.h"
 #include "platform/spf/grpc/internal/SendBuffers.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -52,7 +53,12 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   void onFinished(bool ok);
   void onDone(bool ok);
 
+  void dispose();
+  bool write(const grpc::ByteBuffer& message);
+  void opened();
   void readNext();
+  void takeMessage();
+  void endOfStream();
   void receive(Frame frame);
   void beginCall(const v1::CallHead& head);
   void receiveRequest(Frame& frame);
@@ -70,6 +76,7 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   std::unique_ptr<grpc::GenericServerContext> context_;
   std::unique_ptr<grpc::GenericServerAsyncReaderWriter> stream_;
   grpc::ByteBuffer incoming_;  // belongs to the read under way
+  OperationGate gate_;         // before each use of the two objects above
   FrameSender sender_;
   std::shared_ptr<SendBuffers> buffers_;
   MemberTag<ServerStream> acceptTag_{&ServerStream::onAccepted};
@@ -85,7 +92,6 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   bool reading_ = false;
   bool halfClosed_ = false;
   bool draining_ = false;
-  bool cancelled_ = false;
   bool finished_ = false;
 };
 

@@ -12,7 +12,9 @@ enum WireType : std::uint32_t { kVarint = 0, kFixed64 = 1, kLength = 2, kGroupSt
 
 constexpr int kMaxGroupDepth = 100;  // as the generated parsers
 
-[[noreturn]] void malformed(const char* why) { throw FrameworkError(std::string("malformed frame: ") + why); }
+[[noreturn]] void malformed(const char* why) {
+  throw FrameworkError(std::string("malformed frame: ") + why);
+}
 
 }  // namespace
 
@@ -90,7 +92,9 @@ void SliceCursor::skip(std::size_t nbytes) {
   takeParts(nbytes, [](const grpc::Slice&, std::size_t, std::size_t) {});
 }
 
-void SliceCursor::skipField(std::uint32_t tag) { skipValue(tag, 0); }
+void SliceCursor::skipField(std::uint32_t tag) {
+  skipValue(tag, 0);
+}
 
 void SliceCursor::skipGroup(std::uint32_t number, int depth) {
   if (depth >= kMaxGroupDepth)

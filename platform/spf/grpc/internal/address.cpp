@@ -38,9 +38,13 @@ class Socket {
   int fd_;
 };
 
-std::string textOf(int error) { return std::generic_category().message(error); }
+std::string textOf(int error) {
+  return std::generic_category().message(error);
+}
 
-std::string unixPath(const std::string& address) { return address.substr(kUnix.size()); }
+std::string unixPath(const std::string& address) {
+  return address.substr(kUnix.size());
+}
 
 bool fillAddress(const std::string& path, sockaddr_un& to) {
   to = {};
@@ -76,7 +80,9 @@ int tryConnectUnix(const std::string& path) {
   return tryConnect(AF_UNIX, reinterpret_cast<const sockaddr*>(&to), sizeof to);
 }
 
-std::string portOf(const std::string& address) { return address.substr(address.rfind(':') + 1); }
+std::string portOf(const std::string& address) {
+  return address.substr(address.rfind(':') + 1);
+}
 
 std::string withoutBrackets(const std::string& host) {
   return host.size() >= 2 && host.front() == '[' && host.back() == ']' ? host.substr(1, host.size() - 2) : host;
@@ -164,9 +170,13 @@ std::string whyTcpNotListening(const std::string& address) {
 
 }  // namespace
 
-bool isUnixAddress(const std::string& address) noexcept { return address.starts_with(kUnix); }
+bool isUnixAddress(const std::string& address) noexcept {
+  return address.starts_with(kUnix);
+}
 
-std::string hostOf(const std::string& address) { return address.substr(0, address.rfind(':')); }
+std::string hostOf(const std::string& address) {
+  return address.substr(0, address.rfind(':'));
+}
 
 void checkAddress(const std::string& address) {
   const std::string wanted = " is not an address: unix:/absolute/path or HOST:PORT is wanted.";

@@ -13,8 +13,8 @@ std::string hostOf(const std::string& address);
 
 // Why a connection to the address fails, found out by trying once: "nothing listens there (Connection refused)".
 std::string whyUnreachable(const std::string& address);
-// Why nobody can listen at the address, or nothing when it seems that one can. A socket file that nothing serves any more
-// is in nobody's way.
+// Why nobody can listen at the address, or nothing when it seems that one can. A socket file that nothing serves any
+// more is in nobody's way.
 std::string whyNotListening(const std::string& address);
 
 }  // namespace agent::spf::grpc_transport::internal

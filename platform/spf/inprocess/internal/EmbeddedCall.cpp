@@ -101,9 +101,13 @@ void EmbeddedCall::serve(const core::Service& service) {
     handler_.succeed({});
 }
 
+std::exception_ptr EmbeddedCall::endedEarly() const {
+  return std::make_exception_ptr(Terminated("Call \"" + method_ + "\" ended before all of its request was sent."));
+}
+
+// The handler is done with the request, and reads no more of it.
 void EmbeddedCall::stopUpload() {
-  requestPipe_.breakOff(std::make_exception_ptr(
-      Terminated("Call \"" + method_ + "\" ended before all of its request was sent.")));
+  requestPipe_.breakOff(abandoned(), endedEarly());
 }
 
 void EmbeddedCall::beginReply() {
@@ -123,14 +127,15 @@ void EmbeddedCall::failReply(const std::exception_ptr& error) {
 void EmbeddedCall::cancel(const std::exception_ptr& reason) {
   if (!notice_.mark())
     return;
-  requestPipe_.breakOff(reason);
-  replyPipe_.breakOff(reason);
+  requestPipe_.breakOff(abandoned(), endedEarly());
+  replyPipe_.breakOff(reason, abandoned());
   workers_.run([self = shared_from_this()] { self->notice_.run(); });
 }
 
 void EmbeddedCall::abort(const std::exception_ptr& reason) {
+  const bool unanswered = takeAnswer();  // before the handler, which cancel() may end, answers with an error of its own
   cancel(reason);
-  if (takeAnswer())
+  if (unanswered)
     handler_.fail(reason);
 }
 

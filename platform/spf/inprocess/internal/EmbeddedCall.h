@@ -32,6 +32,7 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
   class Outlet;
   class Inlet;
 
+  std::exception_ptr endedEarly() const;
   void stopUpload();
   void beginReply();
   void failReply(const std::exception_ptr& error);

@@ -12,16 +12,16 @@ void RendezvousPipe::announce(long size) {
 // A reader that has taken the bytes is waited for in any case: it reads the writer's memory.
 void RendezvousPipe::write(std::span<const char> bytes) {
   std::unique_lock lock(mutex_);
-  if (broken_ != nullptr)
-    std::rethrow_exception(broken_);
+  if (brokenWriter_ != nullptr)
+    std::rethrow_exception(brokenWriter_);
   if (bytes.empty() || dropping_)
     return;
   lent_ = bytes;
   changed_.notify_all();
-  changed_.wait(lock, [this] { return lent_.empty() || (!taken_ && (dropping_ || broken_ != nullptr)); });
+  changed_.wait(lock, [this] { return lent_.empty() || (!taken_ && (dropping_ || brokenReader_ != nullptr)); });
   lent_ = {};
-  if (broken_ != nullptr)
-    std::rethrow_exception(broken_);
+  if (brokenWriter_ != nullptr)
+    std::rethrow_exception(brokenWriter_);
 }
 
 void RendezvousPipe::end() {
@@ -48,9 +48,9 @@ void RendezvousPipe::takeBack() {
 std::span<const char> RendezvousPipe::read() {
   std::unique_lock lock(mutex_);
   takeBack();
-  changed_.wait(lock, [this] { return !lent_.empty() || ended_ || failure_ != nullptr || broken_ != nullptr; });
-  if (broken_ != nullptr && !ended_)
-    std::rethrow_exception(broken_);
+  changed_.wait(lock, [this] { return !lent_.empty() || ended_ || failure_ != nullptr || brokenReader_ != nullptr; });
+  if (brokenReader_ != nullptr && !ended_)
+    std::rethrow_exception(brokenReader_);
   if (!lent_.empty()) {
     taken_ = true;
     given_ += static_cast<long>(lent_.size());
@@ -73,19 +73,21 @@ bool RendezvousPipe::stopReading() {
   takeBack();
   dropping_ = true;
   changed_.notify_all();
-  return !ended_ && failure_ == nullptr && broken_ == nullptr;
+  return !ended_ && failure_ == nullptr && brokenReader_ == nullptr;
 }
 
-void RendezvousPipe::breakOff(std::exception_ptr error) {
+void RendezvousPipe::breakOff(std::exception_ptr forReader, std::exception_ptr forWriter) {
   const std::lock_guard lock(mutex_);
-  if (broken_ == nullptr)
-    broken_ = std::move(error);
+  if (brokenReader_ == nullptr) {
+    brokenReader_ = std::move(forReader);
+    brokenWriter_ = std::move(forWriter);
+  }
   changed_.notify_all();
 }
 
 bool RendezvousPipe::isBroken() const {
   const std::lock_guard lock(mutex_);
-  return broken_ != nullptr;
+  return brokenReader_ != nullptr;
 }
 
 }  // namespace agent::spf::inprocess::internal

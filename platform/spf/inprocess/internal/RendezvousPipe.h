@@ -26,8 +26,8 @@ class RendezvousPipe {
   // The reader reads no more: writes are dropped from now on. True when the end had not come yet.
   bool stopReading();
 
-  // Both sides get the error from now on, unless the pipe has ended.
-  void breakOff(std::exception_ptr error);
+  // Each side gets its error from now on, unless the pipe has ended.
+  void breakOff(std::exception_ptr forReader, std::exception_ptr forWriter);
   bool isBroken() const;
 
  private:
@@ -39,8 +39,9 @@ class RendezvousPipe {
   bool taken_ = false;          // the reader is reading lent_
   bool ended_ = false;
   bool dropping_ = false;
-  std::exception_ptr failure_;  // for the reader
-  std::exception_ptr broken_;   // for both
+  std::exception_ptr failure_;       // for the reader, after what was written
+  std::exception_ptr brokenReader_;  // both are set together
+  std::exception_ptr brokenWriter_;
   std::optional<long> announced_;
   long given_ = 0;
 };

@@ -1,0 +1,279 @@
+// What every transport must do: many calls at once, slow readers, calls that are given up, connections that end.
+#include <algorithm>
+#include <thread>
+
+#include "platform/spf/grpc/TransportsTest.h"
+
+namespace agent::spf {
+namespace {
+
+using core::ServerCall;
+using core::testing::await;
+using core::testing::call;
+using core::testing::kDeadline;
+using core::testing::openReply;
+using core::testing::patternOf;
+using core::testing::readAll;
+using core::testing::sourceOf;
+using testing::awaitEvent;
+using testing::echo;
+using ::testing::HasSubstr;
+using testing::nameOfTransport;
+using testing::Probe;
+
+class TransportsFlow : public testing::Transports {};
+
+constexpr long kMebibyte = 1L << 20;
+
+// Writes pieces for ever, counting, until the call is given up.
+void produce(ServerCall& call, Probe& probe) {
+  const std::string piece = patternOf(static_cast<std::size_t>(kMebibyte) / 2);
+  try {
+    for (;;) {
+      call.reply().write(piece.data(), static_cast<long>(piece.size()));
+      probe.bytes += static_cast<long>(piece.size());
+    }
+  } catch (const std::exception&) {
+    probe.left.set_value();
+    throw;
+  }
+}
+
+TEST_P(TransportsFlow, SixtyFourCallsAtOnceAllEndWell) {
+  auto arrived = std::make_shared<std::atomic<int>>(0);
+  serve("meet", [arrived](ServerCall& call) {
+    const std::string request = readAll(call.request());
+    ++*arrived;
+    arrived->notify_all();
+    for (int count = *arrived; count < 64; count = *arrived)
+      arrived->wait(count);  // every call is in its handler before the first returns
+    call.reply() << request;
+  });
+  std::vector<core::testing::ReplyFuture> futures;
+  for (std::size_t i = 0; i < 64; ++i)
+    futures.push_back(core::testing::start(client(), "meet", sourceOf(patternOf(1000 * i, i))));
+  for (std::size_t i = 0; i < 64; ++i)
+    EXPECT_TRUE(readAll(*await(futures[i])->getImportedIstream()) == patternOf(1000 * i, i)) << i;
+}
+
+TEST_P(TransportsFlow, ThreadsThatCallOverAndOverGetTheirOwnReplies) {
+  serve("echo", echo);
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  for (std::uint64_t thread = 0; thread < 6; ++thread)
+    threads.emplace_back([&, thread] {
+      for (std::uint64_t i = 0; i < 60; ++i) {
+        const std::string bytes = patternOf((i % 7 == 0 ? 400'000 : 100) + i, thread * 1000 + i);
+        if (call(client(), "echo", bytes) != bytes)
+          ++wrong;
+      }
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+// How far a writer got whose reader does nothing, after far more time than it needs to fill every buffer on its way:
+// the other calls in the meantime also show that it holds up nobody else.
+long stalledAt(core::Invokable& client, const std::atomic<long>& bytes) {
+  for (int i = 0; i < 20; ++i)
+    call(client, "echo", patternOf(10'000'000));
+  return bytes;
+}
+
+TEST_P(TransportsFlow, SlowReaderStallsTheWriterOfTheReply) {
+  service().add("echo", echo);
+  serve("produce", [probe = probe()](ServerCall& call) { produce(call, *probe); });
+  auto reply = openReply(client(), "produce", sourceOf(""));
+  long read = 0;
+  std::vector<char> part(static_cast<std::size_t>(kMebibyte));
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_LE(stalledAt(client(), probe()->bytes) - read, 32 * kMebibyte);
+    for (int i = 0; i < 40; ++i) {  // more than any buffer holds: the writer went on
+      reply->read(part.data(), static_cast<long>(part.size()));
+      read += reply->gcount();
+    }
+    EXPECT_GE(probe()->bytes + kMebibyte, read);
+  }
+  reply = nullptr;
+  awaitEvent(probe()->left);
+}
+
+TEST_P(TransportsFlow, SlowHandlerStallsTheWriterOfTheRequest) {
+  service().add("echo", echo);
+  serve("slow", [probe = probe()](ServerCall& call) {
+    awaitEvent(probe->mayGoOn);
+    readAll(call.request());
+  });
+  constexpr long kSize = 200 * kMebibyte;
+  const auto writer = [probe = probe()](std::ostream& out) {
+    const std::string piece = patternOf(static_cast<std::size_t>(kMebibyte));
+    for (long sent = 0; sent < kSize; sent += kMebibyte) {
+      out.write(piece.data(), kMebibyte);
+      probe->bytes += kMebibyte;
+    }
+  };
+  auto future = core::testing::start(client(), "slow", sourceOf(writer, kSize));
+  EXPECT_LE(stalledAt(client(), probe()->bytes), 32 * kMebibyte);
+  probe()->mayGoOn.set_value();
+  EXPECT_EQ(readAll(*await(future)->getImportedIstream()), "");
+  EXPECT_EQ(probe()->bytes, kSize);
+}
+
+TEST_P(TransportsFlow, ReplyGivenUpHalfwayCancelsItsHandlerAndTheNextCallSucceeds) {
+  service().add("echo", echo);
+  serve("produce", [probe = probe()](ServerCall& call) {
+    call.onCancel([probe] { probe->cancelled.set_value(); });
+    produce(call, *probe);
+  });
+  auto reply = openReply(client(), "produce", sourceOf(""));
+  reply->ignore(1000);
+  reply = nullptr;
+  awaitEvent(probe()->cancelled);
+  awaitEvent(probe()->left);
+  EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
+}
+
+TEST_P(TransportsFlow, ReplyWhoseStreamIsNeverTakenCancelsItsHandler) {
+  service().add("echo", echo);
+  serve("produce", [probe = probe()](ServerCall& call) { produce(call, *probe); });
+  auto future = core::testing::start(client(), "produce", sourceOf(""));
+  await(future);
+  awaitEvent(probe()->left);
+  EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
+}
+
+TEST_P(TransportsFlow, CancelledHandlerSeesItAndIsToldOnce) {
+  auto told = std::make_shared<std::atomic<int>>(0);
+  serve("wait", [probe = probe(), told](ServerCall& call) {
+    call.onCancel([told, probe] {
+      if (++*told == 1)
+        probe->cancelled.set_value();
+    });
+    call.reply() << "x" << std::flush;
+    awaitEvent(probe->cancelled);
+    EXPECT_TRUE(call.isCancelled());
+    int late = 0;
+    call.onCancel([&late] { ++late; });  // it has happened: at once
+    EXPECT_EQ(late, 1);
+    EXPECT_THROW(call.reply() << patternOf(10'000'000), Terminated);
+    probe->left.set_value();
+  });
+  auto reply = openReply(client(), "wait", sourceOf(""));
+  EXPECT_EQ(reply->get(), 'x');
+  reply = nullptr;
+  awaitEvent(probe()->left);
+  disconnect();
+  EXPECT_EQ(*told, 1);
+}
+
+TEST_P(TransportsFlow, HandlerWaitingForItsRequestIsWokenByTheCancel) {
+  serve("read", [probe = probe()](ServerCall& call) {
+    call.reply() << "x" << std::flush;
+    try {
+      readAll(call.request());
+    } catch (const std::exception&) {
+      probe->left.set_value();
+      throw;
+    }
+  });
+  const auto writer = [probe = probe()](std::ostream& out) {
+    out << "first" << std::flush;
+    awaitEvent(probe->mayGoOn);
+    out << "never read";
+  };
+  auto reply = openReply(client(), "read", sourceOf(writer, 100'000));
+  EXPECT_EQ(reply->get(), 'x');
+  reply = nullptr;
+  awaitEvent(probe()->left);
+  probe()->mayGoOn.set_value();
+}
+
+TEST_P(TransportsFlow, CallbackTakenBackIsNotRun) {
+  auto told = std::make_shared<std::atomic<int>>(0);
+  serve("wait", [probe = probe(), told](ServerCall& call) {
+    call.onCancel([told] { ++*told; });
+    call.onCancel(nullptr);
+    produce(call, *probe);
+  });
+  openReply(client(), "wait", sourceOf(""));
+  awaitEvent(probe()->left);
+  disconnect();
+  EXPECT_EQ(*told, 0);
+}
+
+TEST_P(TransportsFlow, ClosingTheConnectionTerminatesWaitersAndReaders) {
+  service().add("produce", [probe = probe()](ServerCall& call) { produce(call, *probe); });
+  serve("silent", [probe = probe()](ServerCall& call) {
+    call.onCancel([probe] { probe->cancelled.set_value(); });
+    probe->entered.set_value();
+    awaitEvent(probe->cancelled);
+  });
+  auto waiting = core::testing::start(client(), "silent", sourceOf(""));
+  awaitEvent(probe()->entered);
+  const auto reading = openReply(client(), "produce", sourceOf(""));
+  disconnect();
+  EXPECT_THROW(await(waiting), Terminated);
+  EXPECT_THROW(readAll(*reading), Terminated);
+}
+
+TEST_P(TransportsFlow, ConnectionMayBeLetGoInsideACompletionHandler) {
+  serve("echo", echo);
+  auto held = std::make_shared<std::shared_ptr<core::Invokable>>();
+  std::promise<void> answered;
+  core::CompletionHandler handler(
+      [held, &answered](core::GenericPayload) {
+        *held = nullptr;
+        answered.set_value();
+      },
+      [](const std::exception_ptr&) {});
+  core::Invokable& invokable = client();
+  *held = takeClient();
+  invokable.invoke({}, "echo", std::move(handler), core::GenericPayload(sourceOf("x")), 0);
+  awaitEvent(answered);
+}
+
+INSTANTIATE_TRANSPORTS(TransportsFlow);
+
+// The rest needs a server of its own.
+class TransportsServer : public testing::Transports {};
+
+TEST_P(TransportsServer, StoppingTheServiceTerminatesCallsUnderWayAndLaterOnes) {
+  std::promise<void> disconnected;
+  setOnDisconnect([&] { disconnected.set_value(); });
+  service().add("produce", [probe = probe()](ServerCall& call) { produce(call, *probe); });
+  serve("silent", [probe = probe()](ServerCall& call) {
+    call.onCancel([probe] { probe->cancelled.set_value(); });
+    probe->entered.set_value();
+    awaitEvent(probe->cancelled);
+  });
+  auto waiting = core::testing::start(client(), "silent", sourceOf(""));
+  awaitEvent(probe()->entered);
+  const auto reading = openReply(client(), "produce", sourceOf(""));
+  const std::string where = address();
+  stopServer();
+  const auto chain = testing::chainThrownBy([&] { await(waiting); });
+  ASSERT_EQ(chain.size(), 1U);
+  EXPECT_EQ(chain[0].kind, core::ErrorLevel::Kind::terminated);
+  EXPECT_THAT(chain[0].text, HasSubstr(where));
+  EXPECT_THROW(readAll(*reading), Terminated);
+  EXPECT_THROW(call(client(), "silent", std::string()), Terminated);
+  awaitEvent(disconnected);
+}
+
+TEST_P(TransportsServer, IdleConnectionLearnsThatTheServiceEnded) {
+  std::promise<void> disconnected;
+  setOnDisconnect([&] {
+    disconnect();  // as an owner does that empties its record: the last reference goes on a framework's thread
+    disconnected.set_value();
+  });
+  serve("echo", echo);
+  EXPECT_EQ(call(client(), "echo", std::string("x")), "x");
+  stopServer();
+  awaitEvent(disconnected);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, TransportsServer, ::testing::Values("unix", "tcp"), nameOfTransport);
+
+}  // namespace
+}  // namespace agent::spf
