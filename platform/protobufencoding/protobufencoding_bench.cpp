@@ -1,0 +1,145 @@
+// Messages to structs beside protobuf's own parsing of the same bytes, and structs to messages beside its serialising.
+#include <cstdint>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/measure.h"
+#include "platform/protobufencoding/protobufencoding.h"
+#include "platform/protobufencoding/testing/everything3.pb.h"
+
+namespace {
+
+using google::protobuf::Message;
+using namespace parallel::protobufencoding;
+using testing::Everything;
+using testing::Optionals;
+using testing::Point;
+using testing::Repeateds;
+using testing::Scalars;
+using testing::Tree;
+
+double microsecondsOf(int times, const std::function<void()>& work) {
+  return 1e6 / times * bench::secondsOf([&] {
+           for (int i = 0; i < times; ++i)
+             work();
+         });
+}
+
+// A message type and the bytes of one or of many messages of it.
+struct Case {
+  std::string name;
+  std::unique_ptr<Message> prototype;
+  std::vector<std::string> messages;
+  int times;  // how often a sample goes through all of them
+};
+
+void measure(const Case& subject) {
+  std::vector<std::unique_ptr<Message>> parsed;
+  std::vector<qxArrayPtr> structs;
+  for (const std::string& bytes : subject.messages) {
+    parsed.emplace_back(subject.prototype->New());
+    if (!parsed.back()->ParseFromString(bytes))
+      std::abort();
+    structs.push_back(decode(*parsed.back(), nullptr));
+  }
+  const auto timed = [&](const std::function<void(std::size_t)>& one) {
+    return microsecondsOf(subject.times, [&] {
+      for (std::size_t i = 0; i < subject.messages.size(); ++i)
+        one(i);
+    });
+  };
+  const std::vector<bench::Contender> reading = {
+      {"protobuf parse",
+       [&] {
+         return timed([&](std::size_t i) {
+           const std::unique_ptr<Message> message(subject.prototype->New());
+           message->ParseFromString(subject.messages[i]);
+         });
+       }},
+      {"decode", [&] { return timed([&](std::size_t i) { decode(*parsed[i], nullptr); }); }},
+  };
+  const std::vector<bench::Contender> writing = {
+      {"protobuf serialise", [&] { return timed([&](std::size_t i) { parsed[i]->SerializeAsString(); }); }},
+      {"encode", [&] { return timed([&](std::size_t i) { encode(structs[i].get(), nullptr, 0); }); }},
+  };
+  for (const auto& contenders : {reading, writing})
+    bench::tableOf(subject.name, "us", contenders, bench::measureInterleaved(contenders, 7), 0, 1).print(std::cout);
+}
+
+std::string wide() {
+  Everything message;
+  for (auto* scalars : {message.mutable_scalars()}) {
+    scalars->set_a_double(1.5);
+    scalars->set_a_int64(1LL << 40U);
+    scalars->set_a_string("a text of middling length");
+  }
+  Optionals& optionals = *message.mutable_optionals();
+  optionals.set_a_double(1.5);
+  optionals.set_a_float(1.5F);
+  optionals.set_a_int32(5);
+  optionals.set_a_int64(5);
+  optionals.set_a_uint32(5);
+  optionals.set_a_uint64(5);
+  optionals.set_a_sint32(5);
+  optionals.set_a_sint64(5);
+  optionals.set_a_bool(true);
+  optionals.set_a_string("text");
+  optionals.set_a_bytes("bytes");
+  for (int i = 0; i < 20; ++i) {
+    message.mutable_repeateds()->add_a_int32(i);
+    message.mutable_repeateds()->add_a_string("text " + std::to_string(i));
+  }
+  message.mutable_choice()->set_a_int32(5);
+  return message.SerializeAsString();
+}
+
+std::string deep() {
+  Tree root;
+  Tree* tree = &root;
+  for (int i = 0; i < 90; ++i) {
+    tree->set_value(i + 1);
+    tree = tree->mutable_child();
+  }
+  return root.SerializeAsString();
+}
+
+std::string bulk() {
+  Repeateds message;
+  for (int i = 0; i < 10'000'000; ++i)
+    message.add_a_double(i * 0.5);
+  return message.SerializeAsString();
+}
+
+std::vector<std::string> small() {
+  std::vector<std::string> messages;
+  for (int i = 0; i < 10'000; ++i) {
+    Point point;
+    point.set_x(i);
+    point.set_y(-i);
+    messages.push_back(point.SerializeAsString());
+  }
+  return messages;
+}
+
+std::string smallTogether() {
+  Everything message;
+  for (int i = 0; i < 10'000; ++i) {
+    Point& point = *message.add_points();
+    point.set_x(i);
+    point.set_y(-i);
+  }
+  return message.SerializeAsString();
+}
+
+}  // namespace
+
+int main() {
+  measure({"a wide message (60 fields)", std::make_unique<Everything>(), {wide()}, 500});
+  measure({"a deep message (90 levels)", std::make_unique<Tree>(), {deep()}, 200});
+  measure({"one repeated double of 10 million", std::make_unique<Repeateds>(), {bulk()}, 1});
+  measure({"10000 small messages, one by one", std::make_unique<Point>(), small(), 1});
+  measure({"10000 small messages in one", std::make_unique<Everything>(), {smallTogether()}, 1});
+}
