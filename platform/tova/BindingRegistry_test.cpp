@@ -195,11 +195,13 @@ TEST_F(Bindings, OnlyConcreteHandleClassesThatAreRegisteredCanBeBound) {
   EXPECT_EQ(motor.use_count(), 1);
 }
 
+class UnnamedMotor final : public Motor {};
 class GeneratorMotor final : public Motor {};
 
 TEST_F(Bindings, ObjectAppearsAsTheClassThatItsOwnTypeIsNamedAfter) {
+  const std::shared_ptr<Motor> unnamed = std::make_shared<UnnamedMotor>();
+  EXPECT_EQ(qxGetObjectClassName(handleOf(unnamed).get()), "plant.Motor");
   const std::shared_ptr<Motor> generator = std::make_shared<GeneratorMotor>();
-  EXPECT_EQ(qxGetObjectClassName(handleOf(generator).get()), "plant.Motor");
   BindingRegistry::nameType(typeid(GeneratorMotor), "plant.Generator");
   const auto fill = [](COSClass& cls) { cls.addSuperclass(COSString("plant.Motor"), true, false, true); };
   plant()->addClass(std::make_unique<TestClassInfo>("Generator", fill), nullptr, OnDuplicate::Refuse);

@@ -46,6 +46,7 @@ const TovaMethod& chooseMethod(const COSClass& cls, std::string_view name, Metho
   if (chosen != candidates.end())
     return **chosen;
   std::vector<std::size_t> accepted;
+  accepted.reserve(candidates.size());
   for (const TovaMethod* method : candidates)
     accepted.push_back(method->signature().inputs.size());
   factory::throwWrongInputCount(cls.fullName() + "." + std::string(name), std::move(accepted), inputCount);
