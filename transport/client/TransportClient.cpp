@@ -75,14 +75,15 @@ std::shared_ptr<Invokable> TransportClient::getInvokable() const {
 OutputPayload TransportClient::invokeMethod(std::string method, InputPayload&& payload) const {
   // First of all, so that the caller's payload is empty whatever happens.
   InputPayload taken = std::move(payload);
-  logMethodName(method);
+  const std::string name = std::move(method);
+  logMethodName(name);
   std::shared_ptr<Invokable> invokable = getInvokable();
   GenericPayload request = exportedPayload(std::move(taken));
 
   // Shared with the handler, which may outlive an interrupted wait.
   const auto promise = std::make_shared<std::promise<Reply>>();
   std::future<Reply> reply = promise->get_future();
-  invokable->invoke(CallTag{}, method, promiseCompletingHandler(promise), std::move(request), 0);
+  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise), std::move(request), 0);
   invokable.reset();
 
   waitForReply(reply);
@@ -90,11 +91,12 @@ OutputPayload TransportClient::invokeMethod(std::string method, InputPayload&& p
 }
 
 void TransportClient::invokeMethod(std::string method, const std::string& bytes) const {
-  logMethodName(method);
+  const std::string name = std::move(method);
+  logMethodName(name);
   std::shared_ptr<Invokable> invokable = getInvokable();
   const auto promise = std::make_shared<std::promise<void>>();
   std::future<void> answered = promise->get_future();
-  invokable->invoke(CallTag{}, method, promiseCompletingHandler(promise),
+  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise),
                     GenericPayload(std::make_shared<std::string>(bytes)), 0);
   invokable.reset();
   answered.get();
@@ -102,11 +104,12 @@ void TransportClient::invokeMethod(std::string method, const std::string& bytes)
 
 void TransportClient::invokeMethodAsync(std::string method, InputPayload&& payload, CompletionHandler&& handler) const {
   InputPayload taken = std::move(payload);
-  logMethodName(method);
+  const std::string name = std::move(method);
+  logMethodName(name);
   std::shared_ptr<Invokable> invokable = getInvokable();
   GenericPayload request = exportedPayload(std::move(taken));
   CompletionHandler ownHandler = std::move(handler);
-  invokable->invoke(CallTag{}, method, std::move(ownHandler), std::move(request), 0);
+  invokable->invoke(CallTag{}, name, std::move(ownHandler), std::move(request), 0);
 }
 
 }  // namespace parallel::spf::transport

@@ -21,7 +21,6 @@ namespace parallel::spf::transport {
 namespace {
 
 using agent::spf::core::GenericPayload;
-using agent::spf::core::ImportedDataSource;
 using foundation::usm::InterpreterContext;
 using testing::FakeInvokable;
 using testing::FakeReply;

@@ -26,7 +26,6 @@ using agent::spf::core::CompletionHandler;
 using agent::spf::core::ExportedDataSource;
 using agent::spf::core::GenericPayload;
 using agent::spf::core::ImportedDataSource;
-using agent::spf::core::Invokable;
 using testing::Bytes;
 using testing::bytesOf;
 using testing::FakeInvokable;
@@ -151,7 +150,7 @@ TEST_F(AnsweringService, PayloadIsEmptyAfterwards) {
   client_.invokeMethod("echo", std::move(payload));
   EXPECT_TRUE(isEmpty(payload));  // NOLINT(bugprone-use-after-move): what is being tested
   payload = payloadOf("abc");
-  client_.invokeMethodAsync("echo", std::move(payload), CompletionHandler([](GenericPayload) {}, {}));
+  client_.invokeMethodAsync("echo", std::move(payload), CompletionHandler([](const GenericPayload&) {}, {}));
   EXPECT_TRUE(isEmpty(payload));  // NOLINT(bugprone-use-after-move): what is being tested
 }
 
@@ -347,8 +346,8 @@ TEST_F(TransportClientTest, AsyncReturnsAtOnceAndTheHandlerGetsTheRawReply) {
   int companionCalls = 0;
   client_.invokeMethodAsync(
       "someMethod", payloadOf("abc"),
-      CompletionHandler([&](GenericPayload reply) { received = reply.getValueAsPointer<ImportedDataSource>(0); },
-                        [](std::exception_ptr) { FAIL(); }, {[&] { ++companionCalls; }}));
+      CompletionHandler([&](const GenericPayload& reply) { received = reply.getValueAsPointer<ImportedDataSource>(0); },
+                        [](const std::exception_ptr&) { FAIL(); }, {[&] { ++companionCalls; }}));
   const ReceivedCall call = service_->take();
   EXPECT_EQ(call.method, "someMethod");
   EXPECT_EQ(call.tag.high, 0U);
@@ -369,7 +368,7 @@ TEST_F(TransportClientTest, AsyncReturnsAtOnceAndTheHandlerGetsTheRawReply) {
 TEST_F(TransportClientTest, AsyncErrorReachesTheHandlerAsItIs) {
   std::exception_ptr received;
   client_.invokeMethodAsync("echo", payloadOf(""),
-                            CompletionHandler([](GenericPayload) { FAIL(); },
+                            CompletionHandler([](const GenericPayload&) { FAIL(); },
                                               [&](std::exception_ptr error) { received = std::move(error); }));
   const std::exception_ptr stored = std::make_exception_ptr(OddError("odd"));
   service_->take().handler.fail(stored);

@@ -19,11 +19,11 @@ struct Expansion {
   std::vector<std::string> messages;  // one a level, outermost first
   bool framework = false;             // whether a level is a FrameworkError
 
-  void add(std::string message) { add(message, message); }
+  void add(const std::string& message) { add(message, message); }
 
-  void add(const std::string& logText, std::string message) {
+  void add(const std::string& logText, const std::string& message) {
     FOUNDATION_LOG(getLogger(), 256) << "Error depth = " << messages.size() << " : " << logText;
-    messages.push_back(std::move(message));
+    messages.push_back(message);
   }
 };
 

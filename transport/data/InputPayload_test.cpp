@@ -99,6 +99,7 @@ TEST(InputPayload, MovedFromIsEmpty) {
 
 RC_GTEST_PROP(InputPayload, AnyItemsGiveTheContainerWrittenPlainly, (const std::vector<std::string>& texts)) {
   std::vector<Bytes> contents;
+  contents.reserve(texts.size());
   for (const std::string& text : texts)
     contents.push_back(bytesOf(text));
   RC_ASSERT(serialized(payloadOf(contents)).bytes == testing::container(contents));

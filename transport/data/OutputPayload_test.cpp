@@ -128,6 +128,18 @@ TEST(OutputPayload, NothingIsReadAheadOfAnItem) {
   EXPECT_EQ(watch->delivered, 5U + first.size());
 }
 
+TEST(OutputPayload, ReplyOfOnePlainItemHasItsGoldenBytes) {
+  const Bytes reply = bytesOf({0x00, 0x00, 0x00, 0x00, 0x01,                                // version, one item
+                               0x00, 0x0B, 0,    0,    0,    0, 0, 0, 0, 3, 'a', 'b', 'c',  // its length and bytes
+                               0xFF, 0xFF});
+  const auto items = payloadOf(reply).getDeserializableData();
+  ASSERT_EQ(items.size(), 1U);
+  EXPECT_EQ(plainBytes(*items[0]), bytesOf("abc"));
+
+  const Bytes empty = bytesOf({0, 0, 0, 0, 1, 0x00, 0x08, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF});
+  EXPECT_EQ(plainBytes(*payloadOf(empty).getDeserializableData().at(0)), Bytes());
+}
+
 // --- A reply of every kind, in pieces and cut short ---
 
 class GoldenReply : public ::testing::Test {
