@@ -1,0 +1,217 @@
+#include "platform/spf/grpc/internal/Frame.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "platform/spf/core/errors.h"
+#include "platform/spf/grpc/internal/errorMessage.h"
+
+namespace agent::spf::grpc_transport::internal {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+// The bytes as a message in slices of `step` bytes each.
+grpc::ByteBuffer messageOf(const std::string& bytes, std::size_t step) {
+  std::vector<grpc::Slice> slices;
+  for (std::size_t offset = 0; offset < bytes.size(); offset += step)
+    slices.emplace_back(bytes.data() + offset, std::min(step, bytes.size() - offset));
+  return grpc::ByteBuffer(slices.data(), slices.size());
+}
+
+std::string bytesOf(const grpc::ByteBuffer& message) {
+  std::vector<grpc::Slice> slices;
+  EXPECT_TRUE(message.Dump(&slices).ok());
+  std::string bytes;
+  for (const grpc::Slice& slice : slices)
+    bytes.append(slice.begin(), slice.end());
+  return bytes;
+}
+
+std::string dataOf(const Frame& frame) {
+  std::string bytes;
+  for (const grpc::Slice& slice : frame.data)
+    bytes.append(slice.begin(), slice.end());
+  EXPECT_EQ(bytes.size(), frame.dataBytes);
+  return bytes;
+}
+
+// What the generated parser makes of the bytes must be what ours makes of them, or both refuse them.
+void expectAsGenerated(const std::string& bytes, std::size_t step) {
+  v1::Frame expected;
+  const bool parses = expected.ParseFromString(bytes);
+  Frame frame;
+  try {
+    frame = decodeFrame(messageOf(bytes, step));
+  } catch (const FrameworkError& e) {
+    EXPECT_FALSE(parses) << ::testing::PrintToString(bytes) << e.what();
+    EXPECT_THAT(e.what(), HasSubstr("malformed frame"));
+    return;
+  }
+  ASSERT_TRUE(parses) << ::testing::PrintToString(bytes);
+  EXPECT_EQ(dataOf(frame), expected.data());
+  EXPECT_EQ(frame.end, expected.end());
+  ASSERT_EQ(frame.call.has_value(), expected.has_call());
+  ASSERT_EQ(frame.reply.has_value(), expected.has_reply());
+  ASSERT_EQ(frame.error.has_value(), expected.has_error());
+  EXPECT_EQ(frame.call.value_or(v1::CallHead()).SerializeAsString(), expected.call().SerializeAsString());
+  EXPECT_EQ(frame.reply.value_or(v1::ReplyHead()).SerializeAsString(), expected.reply().SerializeAsString());
+  EXPECT_EQ(frame.error.value_or(v1::ErrorChain()).SerializeAsString(), expected.error().SerializeAsString());
+}
+
+v1::CallHead exampleHead() {
+  v1::CallHead head;
+  head.set_protocol_version(1);
+  head.set_method("echo");
+  head.set_size(3);
+  head.set_tag_high(1);
+  return head;
+}
+
+v1::Frame exampleFrame() {
+  v1::Frame frame;
+  *frame.mutable_call() = exampleHead();
+  frame.set_data("abc");
+  frame.set_end(true);
+  auto* level = frame.mutable_error()->add_levels();
+  level->set_kind(v1::ErrorChain::Level::IDENTIFIED);
+  level->set_component("c");
+  level->set_text("text");
+  return frame;
+}
+
+TEST(Frame, SmallCallIsOneMessageOfTheseBytes) {
+  const std::string golden(
+      "\x0A\x13"  // call, 19 bytes
+      "\x08\x01"  // protocol_version 1
+      "\x12\x04"
+      "echo"                                  // method
+      "\x18\x03"                              // size 3
+      "\x21\x01\x00\x00\x00\x00\x00\x00\x00"  // tag_high 1
+      "\x1A\x03"
+      "abc"        // data
+      "\x20\x01",  // end
+      28);
+  const FrameEnvelope envelope{encodeCallHead(exampleHead()), true, {}};
+  EXPECT_EQ(bytesOf(encodeSmallFrame(envelope, "abc", 3)), golden);
+  EXPECT_EQ(bytesOf(encodeFrame(envelope, grpc::Slice(std::string("abc")))), golden);
+  expectAsGenerated(golden, 1);
+}
+
+TEST(Frame, DataIsSharedNotCopied) {
+  const std::string bytes(100'000, 'd');
+  const grpc::Slice data(bytes);
+  const grpc::ByteBuffer message = encodeFrame({{}, true, {}}, data);
+  const Frame frame = decodeFrame(message);
+  ASSERT_EQ(frame.data.size(), 1U);
+  EXPECT_EQ(frame.data[0].begin(), data.begin());
+  EXPECT_EQ(dataOf(frame), bytes);
+  EXPECT_TRUE(frame.end);
+}
+
+TEST(Frame, EveryEnvelopeWithDataOfBorderSizesIsReadByTheGeneratedParser) {
+  for (const std::size_t size : {0, 1, 127, 128, 1023, 1024, 1025, 16383, 16384, 100'000})
+    for (const bool end : {false, true})
+      for (const bool withHead : {false, true}) {
+        const std::string data(size, 'x');
+        const FrameEnvelope envelope{withHead ? encodeCallHead(exampleHead()) : "", end,
+                                     encodeError(exampleFrame().error())};
+        v1::Frame expected;
+        ASSERT_TRUE(expected.ParseFromString(bytesOf(encodeFrame(envelope, grpc::Slice(data)))));
+        EXPECT_EQ(expected.data(), data);
+        EXPECT_EQ(expected.end(), end);
+        EXPECT_EQ(expected.has_call(), withHead);
+        EXPECT_EQ(expected.error().SerializeAsString(), exampleFrame().error().SerializeAsString());
+      }
+}
+
+TEST(Frame, EveryTruncationIsTakenAsTheGeneratedParserTakesIt) {
+  const std::string whole = exampleFrame().SerializeAsString();
+  for (std::size_t size = 0; size <= whole.size(); ++size)
+    for (const std::size_t step : {1, 2, 3, 5, 1000})
+      expectAsGenerated(whole.substr(0, size), step);
+}
+
+// The generated parser writes a line to stderr about each text that is no UTF-8.
+class Silence {
+ public:
+  Silence() { ::testing::internal::CaptureStderr(); }
+  ~Silence() { ::testing::internal::GetCapturedStderr(); }
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+};
+
+TEST(Frame, EveryByteTakenForAnyOtherIsTakenAsTheGeneratedParserTakesIt) {
+  const Silence silence;
+  const std::string whole = exampleFrame().SerializeAsString();
+  for (std::size_t at = 0; at < whole.size(); ++at)
+    for (int value = 0; value < 256; ++value) {
+      std::string changed = whole;
+      changed[at] = static_cast<char>(value);
+      expectAsGenerated(changed, 3);
+    }
+}
+
+TEST(Frame, RandomBytesAreTakenAsTheGeneratedParserTakesThem) {
+  const Silence silence;
+  std::mt19937 random(12345);
+  // Mostly bytes that mean something: small tags, lengths, groups.
+  std::uniform_int_distribution<int> small(0, 60);
+  std::uniform_int_distribution<int> any(0, 255);
+  for (int round = 0; round < 200'000; ++round) {
+    std::string bytes(static_cast<std::size_t>(small(random)) / 3, '\0');
+    for (char& byte : bytes)
+      byte = static_cast<char>(small(random) < 50 ? small(random) : any(random));
+    expectAsGenerated(bytes, 1 + static_cast<std::size_t>(round) % 4);
+  }
+}
+
+TEST(Frame, UnknownFieldsOfEveryKindAreSkipped) {
+  const std::string unknown(
+      "\x30\x05"
+      "\x39"
+      "12345678"
+      "\x42\x02"
+      "xy"
+      "\x4B\x30\x01\x4C"
+      "\x55"
+      "1234",
+      25);
+  const Frame frame = decodeFrame(messageOf(unknown + "\x1A\x01z" + unknown, 2));
+  EXPECT_EQ(dataOf(frame), "z");
+}
+
+TEST(Frame, LengthsBeyondTheFrameAreRefusedBeforeAnythingIsTaken) {
+  for (const std::string tag : {"\x0A", "\x12", "\x1A", "\x2A", "\x42"}) {
+    const std::string bytes = tag + "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F";
+    EXPECT_THROW(decodeFrame(messageOf(bytes, 4)), FrameworkError);
+  }
+}
+
+TEST(ErrorMessage, ChainComesBackAsItWent) {
+  using Kind = core::ErrorLevel::Kind;
+  const core::ErrorChain chain{{Kind::framework, "", "", "a"},     {Kind::identified, "c:d", "N", "b\xFF"},
+                               {Kind::standard, "", "", ""},       {Kind::timeout, "", "", "t"},
+                               {Kind::terminated, "", "", "gone"}, {Kind::unknown, "", "", "?"}};
+  EXPECT_EQ(fromMessage(toMessage(chain)), chain);
+}
+
+TEST(ErrorMessage, IdentifierThatIsNoUtf8TravelsRepaired) {
+  const core::ErrorChain chain{{core::ErrorLevel::Kind::identified, "c\xFF", "n\xC0", "x"}};
+  v1::ErrorChain back;
+  ASSERT_TRUE(back.ParseFromString(toMessage(chain).SerializeAsString()));
+  EXPECT_EQ(back.levels(0).component(), "c\xEF\xBF\xBD");
+}
+
+TEST(ErrorMessage, KindOfALaterVersionBecomesUnknown) {
+  v1::ErrorChain message;
+  message.add_levels()->set_kind(static_cast<v1::ErrorChain::Level::Kind>(99));
+  message.mutable_levels(0)->set_text("new");
+  EXPECT_EQ(fromMessage(message), (core::ErrorChain{{core::ErrorLevel::Kind::unknown, "", "", "new"}}));
+}
+
+}  // namespace
+}  // namespace agent::spf::grpc_transport::internal
