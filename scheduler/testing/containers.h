@@ -9,8 +9,10 @@
 #include <vector>
 
 #include "transport/data/testing/framing.h"
+#include "transport/streams/BlockedDataByteSink.h"
 #include "transport/streams/BlockedDataByteStream.h"
 #include "transport/streams/ByteVectorByteStream.h"
+#include "transport/streams/FunctionalByteSink.h"
 #include "transport/streams/readBigEndian.h"
 #include "transport/streams/readBytes.h"
 
@@ -34,10 +36,15 @@ std::string raw(const char (&literal)[Size]) {
 }
 
 inline std::string containerOf(const std::vector<std::string>& items) {
-  std::vector<Bytes> contents;
-  for (const std::string& item : items)
-    contents.push_back(bytesOf(item));
-  return textOf(spf::transport::testing::container(contents));
+  std::string container = textOf(spf::transport::testing::bigEndian(items.size(), 5));  // the version is 0
+  spf::transport::FunctionalByteSink sink(
+      [&](const std::byte* data, std::size_t n) { container.append(reinterpret_cast<const char*>(data), n); });
+  for (const std::string& item : items) {
+    spf::transport::BlockedDataByteSink framed(sink);
+    framed.write(reinterpret_cast<const std::byte*>(item.data()), item.size());
+    framed.close();
+  }
+  return container;
 }
 
 inline std::string requestOf(const google::protobuf::MessageLite& description,

@@ -1,0 +1,91 @@
+#include "scheduler/daemon/DaemonOptions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "platform/logging/sinks.h"
+
+namespace parallel::scheduler {
+namespace {
+
+using ::testing::HasSubstr;
+
+struct Outcome {
+  ParsedArguments parsed;
+  std::string out;
+  std::string error;
+};
+
+Outcome parse(std::vector<std::string> arguments) {
+  std::ostringstream out;
+  std::ostringstream error;
+  ParsedArguments parsed = parseArguments(std::move(arguments), out, error);
+  return {std::move(parsed), out.str(), error.str()};
+}
+
+void expectUsageError(std::vector<std::string> arguments, const std::string& text) {
+  const Outcome outcome = parse(std::move(arguments));
+  EXPECT_FALSE(outcome.parsed.options);
+  EXPECT_EQ(outcome.parsed.exitCode, 2);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_THAT(outcome.error, HasSubstr(text));
+}
+
+TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
+  const auto options = parse({}).parsed.options;
+  ASSERT_TRUE(options);
+  EXPECT_EQ(options->socket, "");
+  EXPECT_EQ(options->listen, "");
+  EXPECT_EQ(options->slots, 0U);
+  EXPECT_EQ(options->scratch, "");
+  EXPECT_EQ(options->logLevels, logging::levelsFromWord("warning"));
+}
+
+TEST(DaemonOptions, EachOptionIsTaken) {
+  const auto options =
+      parse({"--socket", "/run/x.sock", "--slots", "3", "--scratch", "/tmp", "--log", "trace"}).parsed.options;
+  ASSERT_TRUE(options);
+  EXPECT_EQ(options->socket, "/run/x.sock");
+  EXPECT_EQ(options->slots, 3U);
+  EXPECT_EQ(options->scratch, "/tmp");
+  EXPECT_EQ(options->logLevels, logging::levelsFromWord("trace"));
+  const auto open = parse({"--listen", "localhost:0", "--insecure"}).parsed.options;
+  ASSERT_TRUE(open);
+  EXPECT_EQ(open->listen, "localhost:0");
+}
+
+TEST(DaemonOptions, TcpNeedsAnExplicitWord) {
+  expectUsageError({"--listen", "localhost:4711"}, "Add --insecure if everybody who can reach localhost:4711");
+}
+
+TEST(DaemonOptions, UsageErrorsNameTheOption) {
+  expectUsageError({"--insecure"}, "--listen");
+  expectUsageError({"--socket", "/x", "--listen", "h:1", "--insecure"}, "--socket");
+  expectUsageError({"--slots", "0"}, "--slots");
+  expectUsageError({"--slots", "many"}, "--slots");
+  expectUsageError({"--scratch", "/no/such/directory"}, "/no/such/directory");
+  expectUsageError({"--log", "loud"}, "--log");
+  expectUsageError({"--no-such-option"}, "--no-such-option");
+  expectUsageError({"argument"}, "argument");
+}
+
+TEST(DaemonOptions, HelpAndVersionGoToStandardOutput) {
+  for (const char* option : {"--help", "--version"}) {
+    const Outcome outcome = parse({option});
+    EXPECT_FALSE(outcome.parsed.options);
+    EXPECT_EQ(outcome.parsed.exitCode, 0);
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_THAT(outcome.out, HasSubstr("zksd"));
+  }
+}
+
+TEST(DaemonOptions, HelpNamesEveryOption) {
+  const std::string help = parse({"--help"}).out;
+  for (const char* option : {"--socket", "--listen", "--insecure", "--slots", "--scratch", "--log", "--version"})
+    EXPECT_THAT(help, HasSubstr(option));
+}
+
+}  // namespace
+}  // namespace parallel::scheduler

@@ -1,0 +1,313 @@
+// zksd as a process of its own.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <optional>
+
+#include "platform/spf/core/ExportedDataSource.h"
+#include "platform/spf/core/ImportedDataSource.h"
+#include "platform/spf/core/promiseCompletingHandler.h"
+#include "platform/spf/grpc/connect.h"
+#include "platform/zksmessages/zksmessages.pb.h"
+#include "scheduler/testing/containers.h"
+#include "scheduler/testing/waiting.h"
+#include "transport/data/testing/TemporaryDirectory.h"
+
+namespace parallel::scheduler {
+namespace {
+
+namespace fs = std::filesystem;
+namespace core = agent::spf::core;
+using spf::transport::testing::TemporaryDirectory;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using testing::TestPipe;
+
+std::string restOf(int fd) {
+  std::string text;
+  char buffer[4096];
+  for (ssize_t got = 0; testing::isReadable(fd) && (got = ::read(fd, buffer, sizeof buffer)) > 0;)
+    text.append(buffer, static_cast<std::size_t>(got));
+  return text;
+}
+
+// A running zksd. Killed with its owner, if it has not ended before.
+class Daemon {
+ public:
+  explicit Daemon(std::vector<std::string> arguments, const std::vector<std::string>& environment = {}) {
+    arguments.insert(arguments.begin(), "zksd");
+    std::vector<std::string> variables = environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+      if (!std::string(*entry).starts_with("XDG_RUNTIME_DIR="))
+        variables.emplace_back(*entry);
+    }
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, output_.writing.get(), 1);
+    ::posix_spawn_file_actions_adddup2(&actions, error_.writing.get(), 2);
+    EXPECT_EQ(
+        ::posix_spawn(&pid_, ZKSD_PATH, &actions, nullptr, pointersTo(arguments).data(), pointersTo(variables).data()),
+        0);
+    ::posix_spawn_file_actions_destroy(&actions);
+    output_.writing.reset();
+    error_.writing.reset();
+  }
+  ~Daemon() {
+    if (!status_) {
+      ::kill(pid_, SIGKILL);
+      exitCode();
+    }
+  }
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+
+  // Waits until it listens; its address.
+  std::string address() {
+    const std::string line = testing::readLine(output_.reading.get());
+    EXPECT_THAT(line, StartsWith("zksd: listening on "));
+    return line.substr(std::string("zksd: listening on ").size());
+  }
+  void signal(int number) const { ::kill(pid_, number); }
+  // Waits for its end. Negative: the signal that ended it.
+  int exitCode() {
+    if (!status_) {
+      EXPECT_TRUE(testing::hasEnded(pid_));
+      ::kill(pid_, SIGKILL);  // no more than a zombie, unless the deadline came first
+      int status = 0;
+      EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
+      status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    return *status_;
+  }
+  std::string output() const { return restOf(output_.reading.get()); }
+  std::string error() const { return restOf(error_.reading.get()); }
+
+ private:
+  static std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts)
+      pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+  }
+  TestPipe output_;
+  TestPipe error_;
+  pid_t pid_ = -1;
+  std::optional<int> status_;
+};
+
+using Reply = std::shared_ptr<core::ImportedDataSource>;
+
+std::future<Reply> start(core::Invokable& service, const std::string& method, const std::string& request) {
+  auto writer = std::make_shared<core::ExportedDataSource::Writer>(
+      [request](std::ostream& out) { out.write(request.data(), static_cast<std::streamsize>(request.size())); });
+  auto source = std::make_shared<core::ExportedDataSource>(std::move(writer), static_cast<long>(request.size()));
+  auto promise = std::make_shared<std::promise<Reply>>();
+  auto reply = promise->get_future();
+  service.invoke({}, method, core::promiseCompletingHandler(promise), core::GenericPayload(std::move(source)), 0);
+  return reply;
+}
+
+std::string contentOf(Reply reply) {
+  const auto stream = reply->getImportedIstream();
+  return {std::istreambuf_iterator<char>(*stream), std::istreambuf_iterator<char>()};
+}
+
+std::string call(const std::string& address, const std::string& method, const std::string& request) {
+  const auto service = agent::spf::grpc_transport::connect(address);
+  auto reply = start(*service, method, request);
+  EXPECT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
+  return contentOf(reply.get());
+}
+
+std::string taskRequest(const std::string& script) {
+  zksmessages::TaskDescription task;
+  for (const std::string& argument : {std::string("sh"), std::string("-c"), script})
+    task.add_argv(argument);
+  return testing::requestOf(task);
+}
+
+// That the service answers.
+void expectServes(const std::string& address) {
+  const auto items = testing::itemsOf(call(address, "runTask", taskRequest("echo it works")));
+  ASSERT_EQ(items.size(), 3U);
+  EXPECT_EQ(testing::plainOf(items[1]), "it works\n");
+}
+
+class Zksd : public ::testing::Test {
+ protected:
+  Zksd() { fs::create_directory(scratch()); }
+  ~Zksd() override { EXPECT_TRUE(fs::is_empty(scratch())) << "a scratch directory is left"; }
+
+  fs::path socket() const { return place_.file("zksd.sock"); }
+  fs::path scratch() const { return place_.file("scratch"); }
+  fs::path file(const char* name) const { return place_.file(name); }
+  std::vector<std::string> arguments(std::vector<std::string> more = {}) const {
+    std::vector<std::string> all{"--scratch", scratch()};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  }
+  std::vector<std::string> onSocket() const { return arguments({"--socket", socket()}); }
+
+  // Runs a task that does not end, until it has begun; its process.
+  std::pair<std::future<Reply>, pid_t> startEndlessTask(core::Invokable& service) const {
+    auto reply = start(service, "runTask", taskRequest("echo $$ > '" + file("pid").string() + "'; exec sleep 1000"));
+    std::string line;
+    EXPECT_TRUE(testing::eventually([&] {
+      std::ifstream pid(file("pid"));
+      return std::getline(pid, line) && !pid.eof();
+    }));
+    return {std::move(reply), std::stoi(line)};
+  }
+
+ private:
+  TemporaryDirectory place_;
+};
+
+TEST_F(Zksd, ServesOnItsSocketAndEndsCleanlyOnEachSignal) {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    Daemon daemon(onSocket());
+    const std::string address = daemon.address();
+    EXPECT_EQ(address, "unix:" + socket().string());
+    expectServes(address);
+    daemon.signal(signal);
+    EXPECT_EQ(daemon.exitCode(), 0);
+    EXPECT_EQ(daemon.output(), "");
+    EXPECT_EQ(daemon.error(), "");
+    EXPECT_FALSE(fs::exists(socket()));
+    EXPECT_FALSE(fs::exists(socket().string() + ".lock"));
+    EXPECT_TRUE(fs::is_empty(scratch()));
+  }
+}
+
+TEST_F(Zksd, SocketIsItsUsersAlone) {
+  Daemon daemon(onSocket());
+  daemon.address();
+  struct stat status {};
+  ASSERT_EQ(::lstat(socket().c_str(), &status), 0);
+  EXPECT_TRUE(S_ISSOCK(status.st_mode));
+  EXPECT_EQ(status.st_mode & 07777, 0600U);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, DefaultSocketIsInThePrivateRuntimeDirectory) {
+  const fs::path runtime = file("run");
+  fs::create_directory(runtime);
+  Daemon daemon(arguments(), {"XDG_RUNTIME_DIR=" + runtime.string()});
+  const std::string address = daemon.address();
+  EXPECT_EQ(address, "unix:" + (runtime / "zks" / "zksd.sock").string());
+  EXPECT_EQ(fs::status(runtime / "zks").permissions(), fs::perms::owner_all);
+  expectServes(address);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, RuntimeDirectoryOpenToOthersIsRefused) {
+  const fs::path runtime = file("run");
+  fs::create_directories(runtime / "zks");
+  fs::permissions(runtime / "zks", fs::perms::owner_all | fs::perms::group_exec);
+  Daemon daemon(arguments(), {"XDG_RUNTIME_DIR=" + runtime.string()});
+  EXPECT_EQ(daemon.exitCode(), 1);
+  EXPECT_THAT(daemon.error(), HasSubstr("is open to others (mode 0710, not 0700)"));
+}
+
+TEST_F(Zksd, SecondOnTheSameSocketIsRefusedAndTheFirstGoesOn) {
+  Daemon first(onSocket());
+  const std::string address = first.address();
+  Daemon second(onSocket());
+  EXPECT_EQ(second.exitCode(), 1);
+  EXPECT_THAT(second.error(), StartsWith("zksd: Another zksd (process "));
+  expectServes(address);
+  first.signal(SIGTERM);
+  EXPECT_EQ(first.exitCode(), 0);
+}
+
+TEST_F(Zksd, AfterAKillTheNextTakesOverSocketAndScratch) {
+  pid_t task = 0;
+  {
+    Daemon killed(onSocket());
+    const auto service = agent::spf::grpc_transport::connect(killed.address());
+    auto [reply, pid] = startEndlessTask(*service);
+    task = pid;
+    killed.signal(SIGKILL);
+    EXPECT_EQ(killed.exitCode(), -SIGKILL);
+    EXPECT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
+  }
+  EXPECT_TRUE(testing::hasEnded(task));
+  EXPECT_TRUE(fs::exists(socket()));
+  EXPECT_FALSE(fs::is_empty(scratch()));
+  Daemon next(onSocket());
+  expectServes(next.address());
+  next.signal(SIGTERM);
+  EXPECT_EQ(next.exitCode(), 0);
+}
+
+TEST_F(Zksd, ShutdownEndsTasksUnderWay) {
+  Daemon daemon(onSocket());
+  const auto service = agent::spf::grpc_transport::connect(daemon.address());
+  auto [reply, task] = startEndlessTask(*service);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+  EXPECT_TRUE(testing::hasEnded(task));
+  ASSERT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
+  EXPECT_ANY_THROW(reply.get());
+}
+
+TEST_F(Zksd, ClientThatGoesAwayEndsItsTask) {
+  Daemon daemon(onSocket());
+  auto service = agent::spf::grpc_transport::connect(daemon.address());
+  auto [reply, task] = startEndlessTask(*service);
+  service.reset();
+  EXPECT_TRUE(testing::hasEnded(task));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, TcpIsRefusedWithoutTheWordAndServedWithIt) {
+  Daemon refused(arguments({"--listen", "127.0.0.1:0"}));
+  EXPECT_EQ(refused.exitCode(), 2);
+  EXPECT_THAT(refused.error(), HasSubstr("--insecure"));
+  Daemon daemon(arguments({"--listen", "127.0.0.1:0", "--insecure"}));
+  const std::string address = daemon.address();
+  EXPECT_THAT(address, ::testing::Not(::testing::EndsWith(":0")));
+  expectServes(address);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, TasksDoNotInheritItsUmask) {
+  Daemon daemon(onSocket());
+  const std::string address = daemon.address();
+  const mode_t ours = ::umask(0);
+  ::umask(ours);
+  const auto items = testing::itemsOf(call(address, "runTask", taskRequest("umask")));
+  EXPECT_EQ(std::stoul(testing::plainOf(items.at(1)), nullptr, 8), ours);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, ErrorsCrossTheWire) {
+  Daemon daemon(onSocket());
+  const std::string address = daemon.address();
+  try {
+    call(address, "runTask", testing::requestOf(zksmessages::TaskDescription()));
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const std::exception& failure) {
+    EXPECT_STREQ(failure.what(), "The task description cannot be used: argv: it is empty, and names no program.");
+  }
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+  EXPECT_THAT(daemon.error(), HasSubstr("runTask failed"));
+}
+
+}  // namespace
+}  // namespace parallel::scheduler
