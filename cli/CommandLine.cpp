@@ -27,7 +27,8 @@ constexpr const char* kItemHelp = R"(
 Items go out in the order in which they are given:
   --array VALUE      numbers as nested lists, '[[1,2],[3,4]]', with a class before them if it is not float64,
                      'int32:[1,2]', true and false, or a "text"; '@FILE.npy' a NumPy file, '@FILE.cbor' a saved array
-  --protobuf JSON    a message; its member "@type" names it: '{"@type": "parallel.zksmessages.TaskDescription", ...}'
+  --protobuf JSON    a message; its member "@type" names it: '{"@type": "parallel.zksmessages.TaskDescription", ...}';
+                     '@FILE' reads the JSON from a file
   --plain TEXT       the bytes of the text; '@FILE' those of a file, '@@...' a text that begins with '@'
   --file PATH        the contents of a file, of any size
 )";

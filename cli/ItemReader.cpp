@@ -4,13 +4,13 @@
 
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "cli/CliError.h"
 #include "cli/MappedFile.h"
 #include "cli/arrayText.h"
 #include "cli/jsonType.h"
 #include "cli/npy.h"
-#include "platform/errors/Exception.h"
 #include "platform/protobufencoding/protobufencoding.h"
 #include "toolbox/hostMessage.h"
 
@@ -51,6 +51,15 @@ qxArrayPtr readArray(const std::string& text) {
   return path.ends_with(".npy") ? readNpy(path) : readSavedArray(path);
 }
 
+// A message may be longer than a command line.
+qxArrayPtr readMessageArgument(const std::string& text) {
+  if (!text.starts_with('@'))
+    return readMessage(text);
+  const MappedFile file(text.substr(1));
+  const auto bytes = file.bytes();
+  return readMessage({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
 qxArrayPtr readPlain(const std::string& text) {
   if (text.starts_with("@@"))
     return bytesOf(std::string_view(text).substr(1));
@@ -59,7 +68,7 @@ qxArrayPtr readPlain(const std::string& text) {
 
 }  // namespace
 
-qxArrayPtr readMessage(const std::string& json) {
+qxArrayPtr readMessage(std::string_view json) {
   const TypedJson typed = splitJsonType(json);
   const auto message = parallel::protobufencoding::generateMessageByName(typed.typeName);
   if (message == nullptr)
@@ -75,7 +84,7 @@ qxArrayPtr readItem(const ItemArgument& argument) {
     case ItemArgument::Form::Array:
       return readArray(argument.text);
     case ItemArgument::Form::Message:
-      return readMessage(argument.text);
+      return readMessageArgument(argument.text);
     case ItemArgument::Form::Plain:
       return readPlain(argument.text);
     case ItemArgument::Form::File:

@@ -3,7 +3,7 @@
 // Errors: UsageError for a text that means nothing, CliError or the toolbox's own errors for files.
 #pragma once
 
-#include <string>
+#include <string_view>
 
 #include "cli/CommandLine.h"
 #include "platform/array/qxArray.h"
@@ -15,6 +15,6 @@ namespace zks {
 qxArrayPtr readItem(const ItemArgument& argument);
 
 // A message from JSON, as ProtoJSON maps it; the member "@type" gives the full name, with or without a URL before it.
-qxArrayPtr readMessage(const std::string& json);
+qxArrayPtr readMessage(std::string_view json);
 
 }  // namespace zks

@@ -112,7 +112,7 @@ bool ReplyPrinter::showArray(const qxArray* original) {
 bool ReplyPrinter::showMessage(const qxArray* original) {
   const auto message = reply_.takeMessage();
   if (!saveDirectory_.empty())
-    saveBytes(".pb", parallel::toolbox::messageFromHost(message.get())->SerializeAsString());
+    saveBytes(".pb", parallel::toolbox::packedFromHost(message.get()).value());
   return print("protobuf", messageName(message.get()) + valueText(message.get()), original != nullptr,
                original == nullptr || qxEqual(message.get(), original));
 }

@@ -30,7 +30,7 @@ TEST(JsonType, MemberGoesWithOneCommaWhereverItStands) {
   expectSplit(R"({"@type":"a.B","x":1})", "a.B", R"({"x":1})");
   expectSplit(R"({"x":1,"@type":"a.B"})", "a.B", R"({"x":1})");
   expectSplit(R"({"x":1, "@type" : "a.B" , "y":2})", "a.B", R"({"x":1,  "y":2})");
-  expectSplit(R"( { "x":1 , "@type":"a.B" } )", "a.B", R"( { "x":1  } )");
+  expectSplit(R"( { "x":1 , "@type":"a.B" } )", "a.B", R"( { "x":1 } )");
 }
 
 TEST(JsonType, UrlBeforeTheNameIsLeftOut) {

@@ -1,5 +1,6 @@
 // zks against real services: what goes out comes back, tasks run, exit codes are the task's.
 #include <gmock/gmock.h>
+#include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -115,10 +116,11 @@ TEST_P(ZksEndToEnd, MessagesOfBorderSizesComeBackByteForByte) {
 }
 
 TEST_P(ZksEndToEnd, MessagesKeepTheirValues) {
-  const auto outcome = zks({"echo", "--save", "out", "--protobuf",
-                            R"({"@type":"parallel.zksmessages.TaskDescription","argv":["a","é\n"],)"
-                            R"("environment":{"K":"V"},"limits":{"wallTime":"1.5s","memoryBytes":"18446744073709551615"}})",
-                            "--protobuf", R"({"@type":"parallel.zksmessages.Missing"})"});
+  const auto outcome =
+      zks({"echo", "--save", "out", "--protobuf",
+           R"({"@type":"parallel.zksmessages.TaskDescription","argv":["a","é\n"],)"
+           R"("environment":{"K":"V"},"limits":{"wallTime":"1.5s","memoryBytes":"18446744073709551615"}})",
+           "--protobuf", R"({"@type":"parallel.zksmessages.Missing"})"});
   expectSame(outcome, 2);
   EXPECT_THAT(outcome.output, HasSubstr("18446744073709551615"));
   parallel::zksmessages::TaskDescription description;
@@ -182,14 +184,15 @@ TEST_P(ZksEndToEnd, ItemsOfAllKindsKeepTheirOrder) {
                                                     "5 protobuf  parallel.zksmessages.Missing[^\n]*same\n"));
 }
 
-TEST_P(ZksEndToEnd, EchoOfNothingIsFine) { expectSame(zks({"echo"}), 0); }
+TEST_P(ZksEndToEnd, EchoOfNothingIsFine) {
+  expectSame(zks({"echo"}), 0);
+}
 
 TEST_P(ZksEndToEnd, CallNamesTheKindsOfTheReply) {
-  const auto outcome =
-      zks({"call", "runTask", "--protobuf",
-           R"({"@type":"parallel.zksmessages.TaskDescription","argv":["sh","-c","cat i; cp i o"],)"
-           R"("inputFiles":["i"],"outputFiles":["o"]})",
-           "--file", ZKSD_PROGRAM, "--reply", "protobuf,plain", "--reply", "plain,file:out/copy"});
+  const auto outcome = zks({"call", "runTask", "--protobuf",
+                            R"({"@type":"parallel.zksmessages.TaskDescription","argv":["sh","-c","cat i; cp i o"],)"
+                            R"("inputFiles":["i"],"outputFiles":["o"]})",
+                            "--file", ZKSD_PROGRAM, "--reply", "protobuf,plain", "--reply", "plain,file:out/copy"});
   EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
   EXPECT_THAT(outcome.output, HasSubstr("1 protobuf  parallel.zksmessages.TesselTaskExecutionInfo"));
   EXPECT_THAT(outcome.output, HasSubstr("4 file  \"out/copy\""));
@@ -222,8 +225,9 @@ TEST_P(ZksEndToEnd, RunSendsFilesAndFetchesOutputs) {
   const std::string data = someBytes(100'000);
   std::filesystem::create_directory(path("in"));
   writeFile(path("in/data"), data);
-  const auto outcome = zks({"run", "--file", "in/data", "--output", "copy", "--output", "size", "--to", "out", "--env",
-                            "WORD=a b", "--", "sh", "-c", "cat data > copy; wc -c < data > size; echo \"$WORD\"; echo oops >&2"});
+  const auto outcome =
+      zks({"run", "--file", "in/data", "--output", "copy", "--output", "size", "--to", "out", "--env", "WORD=a b", "--",
+           "sh", "-c", "cat data > copy; wc -c < data > size; echo \"$WORD\"; echo oops >&2"});
   EXPECT_EQ(outcome.exitCode, 0);
   EXPECT_EQ(outcome.output, "a b\n");
   EXPECT_EQ(outcome.error, "oops\n");
@@ -271,7 +275,8 @@ TEST_P(ZksEndToEnd, MemoryLimitReachesTheTask) {
 }
 
 TEST_P(ZksEndToEnd, MissingOutputsAreNamedAndTheOthersFetched) {
-  const auto outcome = zks({"run", "--output", "a", "--output", "b", "--output", "c", "--to", "out", "--", "touch", "b"});
+  const auto outcome =
+      zks({"run", "--output", "a", "--output", "b", "--output", "c", "--to", "out", "--", "touch", "b"});
   EXPECT_EQ(outcome.exitCode, 125);
   EXPECT_EQ(outcome.error, "zks: the task did not make \"a\", \"c\"\n");
   EXPECT_THAT(namesIn("out"), ElementsAre("b"));

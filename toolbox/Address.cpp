@@ -15,7 +15,10 @@ constexpr std::string_view kSocketPrefix = "unix:";
 constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
 
 [[noreturn]] void refuse(std::string_view text, std::string_view reason) {
-  throw Exception<BadAddress>(text, reason);
+  std::string shown(text);
+  for (std::size_t at = shown.find('\0'); at != std::string::npos; at = shown.find('\0', at))
+    shown.replace(at, 1, "\\0");  // a message ends at a NUL
+  throw Exception<BadAddress>(shown, reason);
 }
 
 std::string resolveSocketPath(std::string_view text) {

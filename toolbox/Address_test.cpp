@@ -36,6 +36,12 @@ TEST(ResolveAddress, HostsAndPortsStayAsTheyAre) {
     EXPECT_EQ(resolveAddress(address), address);
 }
 
+TEST(ResolveAddress, NulInAPathIsRefusedAndShown) {
+  const std::string message = refusal(std::string_view("unix:/a\0b", 9));
+  EXPECT_THAT(message, HasSubstr("\"unix:/a\\0b\""));
+  EXPECT_THAT(message, HasSubstr("NUL"));
+}
+
 TEST(ResolveAddress, RefusalsNameTheTextAndTheReason) {
   const struct {
     std::string text;
@@ -43,7 +49,6 @@ TEST(ResolveAddress, RefusalsNameTheTextAndTheReason) {
   } cases[] = {
       {"", "it is empty"},
       {"unix:", "the path of the socket file is missing"},
-      {std::string("unix:/a\0b", 9), "NUL"},
       {"unix:/" + std::string(120, 'x'), "at most 107 bytes"},
       {"/run/zks/socket", "needs unix: before its path"},
       {"localhost", "the port is missing"},

@@ -82,12 +82,7 @@ Item messageItem(const google::protobuf::Message& message) {
 }
 
 Item resultItem(const qxArray* message) {
-  const std::string fields[] = {"MessageType", "result"};
-  const std::size_t scalar[] = {1, 1};
-  const qxArrayPtr payload = qxCreateStructArray(scalar, fields);
-  qxSetField(payload.get(), 0, fields[0], qxCreateStringUtf8(zksmessages::ResultPayload::descriptor()->full_name()));
-  qxSetField(payload.get(), 0, fields[1], qxCreateSharedCopy(message));
-  return messageItem(payload.get());
+  return messageItem(resultPayloadOf(message).get());
 }
 
 Item plainItem(const qxArray* bytes) {

@@ -79,9 +79,13 @@ ChildProcess::~ChildProcess() {
   }
 }
 
-void ChildProcess::send(int signal) const { ::kill(pid_, signal); }
+void ChildProcess::send(int signal) const {
+  ::kill(pid_, signal);
+}
 
-std::string ChildProcess::readLine() const { return parallel::scheduler::testing::readLine(output_.get()); }
+std::string ChildProcess::readLine() const {
+  return parallel::scheduler::testing::readLine(output_.get());
+}
 
 ProcessOutcome ChildProcess::wait() {
   ProcessOutcome outcome;

@@ -26,9 +26,8 @@ class ZksFixture : public testing::Test {
   void startDaemon() {
     std::filesystem::create_directory(path("daemon"));
     address_ = "unix:" + path("daemon/s");
-    daemon_ = std::make_unique<ChildProcess>(Words{ZKSD_PROGRAM, "--socket", path("daemon/s"), "--scratch",
-                                                   path("daemon"), "--log", "off"},
-                                             directory());
+    daemon_ = std::make_unique<ChildProcess>(
+        Words{ZKSD_PROGRAM, "--socket", path("daemon/s"), "--scratch", path("daemon"), "--log", "off"}, directory());
     ASSERT_NE(daemon_->readLine().find("listening"), std::string::npos);
   }
   ChildProcess& daemon() { return *daemon_; }

@@ -1,0 +1,297 @@
+// What goes wrong ends in one line on standard error, an exit code of its own and nothing left behind.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+
+#include "cli/testing/TestService.h"
+#include "cli/testing/ZksFixture.h"
+#include "platform/spf/core/errors.h"
+#include "platform/zksmessages/zksmessages.pb.h"
+#include "scheduler/testing/waiting.h"
+
+namespace zks {
+namespace {
+
+using agent::spf::core::ServerCall;
+using parallel::zksmessages::ResultPayload;
+using parallel::zksmessages::TesselTaskExecutionInfo;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class ZksErrors : public ZksFixture {
+ protected:
+  void SetUp() override { std::filesystem::create_directory(path("out")); }
+
+  // One line with all of the words, the exit code, and no files in "out".
+  void expectFailure(const ProcessOutcome& outcome, int exitCode, const Words& words) const {
+    EXPECT_EQ(outcome.exitCode, exitCode);
+    EXPECT_THAT(outcome.error, testing::StartsWith("zks: "));
+    EXPECT_EQ(std::count(outcome.error.begin(), outcome.error.end(), '\n'), 1) << outcome.error;
+    EXPECT_TRUE(outcome.error.ends_with("\n"));
+    for (const std::string& word : words)
+      EXPECT_THAT(outcome.error, HasSubstr(word));
+    EXPECT_THAT(namesIn("out"), IsEmpty());
+  }
+};
+
+// --- Containers as a service would write them ---
+
+std::string bigEndian(std::uint64_t value, int nbytes) {
+  std::string bytes;
+  for (int i = nbytes; i-- > 0;)
+    bytes += static_cast<char>(value >> (8 * i) & 0xFF);
+  return bytes;
+}
+
+std::string container(std::uint32_t count, const std::string& items) {
+  return '\0' + bigEndian(count, 4) + items;
+}
+
+std::string framed(const std::string& content) {
+  std::string bytes;
+  for (std::size_t at = 0; at < content.size(); at += 32767) {
+    const std::string block = content.substr(at, 32767);
+    bytes += bigEndian(block.size(), 2) + block;
+  }
+  return bytes + "\xFF\xFF";
+}
+
+std::string framedResult(const google::protobuf::Message& message) {
+  ResultPayload payload;
+  payload.mutable_result()->set_type_url("type.googleapis.com/" + message.GetTypeName());
+  payload.mutable_result()->set_value(message.SerializeAsString());
+  return framed(payload.SerializeAsString());
+}
+
+std::string framedPlain(const std::string& bytes) {
+  return framed(bigEndian(bytes.size(), 8) + bytes);
+}
+
+std::string goodTaskReplyHead() {
+  TesselTaskExecutionInfo info;
+  info.set_outcome(TesselTaskExecutionInfo::OUTCOME_EXITED);
+  info.set_exit_status(0);
+  return framedResult(info) + framedPlain("") + framedPlain("");
+}
+
+// --- Where the service is ---
+
+TEST_F(ZksErrors, AddressThatIsNoneSaysWhatAnAddressIs) {
+  setAddress("nonsense");
+  expectFailure(zks({"echo"}), 1, {"\"nonsense\" is not a service address", "unix:PATH or HOST:PORT"});
+}
+
+TEST_F(ZksErrors, SocketFileThatIsNotThereIsNamed) {
+  setAddress("unix:" + path("none"));
+  expectFailure(zks({"echo"}), 1, {path("none")});
+  expectFailure(zks({"run", "--", "true"}), 125, {path("none")});
+}
+
+TEST_F(ZksErrors, PortWhereNothingListensIsNamed) {
+  const parallel::scheduler::UniqueFd bound(::socket(AF_INET, SOCK_STREAM, 0));  // keeps the port, does not listen
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof name;
+  ASSERT_EQ(::bind(bound.get(), reinterpret_cast<const sockaddr*>(&name), size), 0);
+  ASSERT_EQ(::getsockname(bound.get(), reinterpret_cast<sockaddr*>(&name), &size), 0);
+  setAddress("127.0.0.1:" + std::to_string(ntohs(name.sin_port)));
+  expectFailure(zks({"echo"}), 1, {address()});
+}
+
+TEST_F(ZksErrors, ServiceThatHasEndedIsNamed) {
+  startDaemon();
+  daemon().send(SIGKILL);
+  daemon().wait();
+  expectFailure(zks({"echo"}), 1, {path("daemon/s")});
+}
+
+TEST_F(ZksErrors, ServiceThatEndsDuringACallHasGoneAway) {
+  startDaemon();
+  ASSERT_EQ(::mkfifo(path("started").c_str(), 0600), 0);
+  const auto running = startZks(
+      {"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo > " + path("started") + "; exec sleep 1000"});
+  const parallel::scheduler::UniqueFd started(::open(path("started").c_str(), O_RDONLY));
+  parallel::scheduler::testing::readLine(started.get());
+  daemon().send(SIGKILL);
+  expectFailure(running->wait(), 125, {"went away while runTask was under way", path("daemon/s")});
+}
+
+// --- What is asked for ---
+
+TEST_F(ZksErrors, UnknownMethodIsAnsweredWithThoseThereAre) {
+  expectFailure(zks({"call", "jump"}), 1, {"\"jump\"", "echo", "runTask"});
+}
+
+TEST_F(ZksErrors, WrongNumberOfItemsSaysBothNumbers) {
+  expectFailure(zks({"call", "echo"}), 1, {"wrong number of items", "1 expected", "0 found"});
+  expectFailure(zks({"call", "runTask", "--protobuf",
+                     R"({"@type":"parallel.zksmessages.TaskDescription","argv":["x"]})", "--plain", "more"}),
+                1, {"wrong number of items"});
+}
+
+TEST_F(ZksErrors, WrongNumberOfReplyKindsSaysBothNumbers) {
+  const auto outcome =
+      zks({"call", "runTask", "--protobuf", R"({"@type":"parallel.zksmessages.TaskDescription","argv":["true"]})",
+           "--reply", "protobuf"});
+  expectFailure(outcome, 1, {"has 3 items and --reply names 1"});
+}
+
+TEST_F(ZksErrors, MissingFileIsNamedBeforeAnythingHappens) {
+  setAddress("unix:" + path("none"));  // nothing is asked of a service
+  for (const auto& [words, code] :
+       {std::pair{Words{"echo", "--file", "gone"}, 1}, std::pair{Words{"call", "m", "--plain", "@gone"}, 1},
+        std::pair{Words{"echo", "--array", "@gone.npy"}, 1},
+        std::pair{Words{"run", "--file", "gone", "--", "true"}, 125}})
+    expectFailure(zks(words), code, {"\"gone", "No such file or directory"});
+  expectFailure(zks({"echo", "--file", "out"}), 1, {"\"out\"", "it is a directory"});
+}
+
+TEST_F(ZksErrors, FileThatIsNoArrayIsNamed) {
+  writeFile(path("x.npy"), "hello");
+  writeFile(path("x.cbor"), "hello");
+  expectFailure(zks({"echo", "--array", "@x.npy"}), 1, {"\"x.npy\"", "NumPy"});
+  expectFailure(zks({"echo", "--array", "@x.cbor"}), 1, {"\"x.cbor\"", "saved array"});
+}
+
+TEST_F(ZksErrors, TextsThatMeanNothingAreUsageErrors) {
+  expectFailure(zks({"echo", "--array", "[1,"}), 2, {"--array"});
+  expectFailure(zks({"echo", "--protobuf", "{}"}), 2, {"@type"});
+  expectFailure(zks({"echo", "--protobuf", R"({"@type":"parallel.zksmessages.TaskDescription","argvv":1})"}), 2,
+                {"argvv"});
+  expectFailure(zks({"--log", "loud", "echo"}), 2, {"\"loud\"", "trace"});
+  expectFailure(zks({"echo", "--what"}), 2, {"--what", "zks echo --help"});
+}
+
+TEST_F(ZksErrors, DescriptorSetThatIsNoneIsRefused) {
+  writeFile(path("bad"), "hello");
+  expectFailure(zks({"--descriptors", "bad", "echo"}), 1, {"descriptor"});
+}
+
+// --- Where things go ---
+
+TEST_F(ZksErrors, DirectoryThatCannotBeWrittenToIsNamedBeforeTheTaskRuns) {
+  startDaemon();
+  writeFile(path("file"), "");
+  const Words task{"--", "touch", path("ran"), "o"};
+  for (const auto& [to, reason] : {std::pair{"none", "No such file"}, std::pair{"file", "not a directory"}}) {
+    Words words{"run", "--output", "o", "--to", to};
+    words.insert(words.end(), task.begin(), task.end());
+    expectFailure(zks(words), 125, {std::string("\"") + to + "\"", reason});
+  }
+  EXPECT_FALSE(std::filesystem::exists(path("ran")));
+  expectFailure(zks({"echo", "--plain", "x", "--save", "none"}), 1, {"\"none\"", "No such file"});
+}
+
+TEST_F(ZksErrors, DirectoryThatRefusesNewFilesIsNamed) {
+  // Even the super-user cannot create files there.
+  expectFailure(zks({"run", "--output", "o", "--to", "/proc", "--", "touch", "o"}), 125, {"\"/proc\""});
+}
+
+TEST_F(ZksErrors, OutputWhosePlaceIsADirectoryLeavesNothing) {
+  std::filesystem::create_directories(path("to/o"));
+  const auto outcome = zks({"run", "--output", "o", "--to", "to", "--", "touch", "o"});
+  expectFailure(outcome, 125, {"\"to/o\"", "Is a directory"});
+  EXPECT_THAT(namesIn("to"), ElementsAre("o"));
+}
+
+TEST_F(ZksErrors, OutputThatDoesNotFitIsNamedAndLeavesNothing) {
+  startDaemon();  // which is not under the limit
+  for (const char* size : {"100000", "4100"}) {
+    Words words{"sh", "-c", "ulimit -f 8; exec \"$@\"", "sh"};
+    const Words command = zksWords(
+        {"run", "--output", "o", "--to", "out", "--", "sh", "-c", std::string("head -c ") + size + " /dev/zero > o"});
+    words.insert(words.end(), command.begin(), command.end());
+    expectFailure(runProgram(words, directory()), 125, {"\"out/o\"", "File too large"});
+  }
+}
+
+TEST_F(ZksErrors, StandardOutputThatIsFullIsNamed) {
+  const Words words{"sh", "-c", "exec \"$@\" > /dev/full", "sh", ZKS_PROGRAM, "run", "--", "echo", "hello"};
+  expectFailure(runProgram(words, directory()), 125, {"standard output", "No space left on device"});
+}
+
+// --- Replies as they should not be ---
+
+struct BadReply {
+  const char* what;
+  std::string bytes;
+  Words words;
+};
+
+TEST_F(ZksErrors, MalformedRepliesSayWhatIsWrong) {
+  const Words echoPlain{"echo", "--plain", "x", "--save", "out"};
+  const Words echoArray{"echo", "--array", "1", "--save", "out"};
+  const Words echoMessage{"echo", "--protobuf", R"({"@type":"parallel.zksmessages.Missing"})", "--save", "out"};
+  const Words run{"run", "--output", "o", "--to", "out", "--", "true"};
+  const std::string endsEarly = "Byte stream did not have enough bytes for deserializing type";
+  const struct {
+    std::string bytes;
+    Words command;
+    Words words;
+  } cases[] = {
+      {"", echoPlain, {"echo", endsEarly}},
+      {std::string(4, '\0'), echoPlain, {"echo", endsEarly}},
+      {'\0' + std::string(4, '\xFF'), echoPlain, {"echo", "negative overflow"}},
+      {container(0, ""), echoPlain, {"echo", "has 0 items, not 1"}},
+      {container(2, ""), echoPlain, {"echo", "has 2 items, not 1"}},
+      {container(1, ""), echoPlain, {"Item 1 of 1", endsEarly}},
+      {container(1, framed("short")), echoPlain, {"Item 1 of 1", endsEarly}},
+      {container(1, std::string("\x80\x00", 2)), echoPlain, {"Item 1 of 1", "negative overflow"}},
+      {container(1, framed("hello")), echoArray, {"Item 1 of 1", "not a serialised array"}},
+      {container(1, framed("")), echoMessage, {"Item 1 of 1", "result"}},
+      {container(1, framed("")), run, {"runTask", "has 1 items, not 4"}},
+      {container(4, framedResult(parallel::zksmessages::Missing()) + framedPlain("") + framedPlain("") + framed("")),
+       run,
+       {"runTask", "not an execution record"}},
+      {container(4, goodTaskReplyHead() + std::string("\x00\x05half", 6)), run, {"Item 4 of 4", endsEarly}},
+      {container(4, goodTaskReplyHead()), run, {"Item 4 of 4", endsEarly}},
+  };
+  int number = 0;
+  for (const auto& [bytes, command, words] : cases) {
+    const TestService service(path("s" + std::to_string(++number)), answering(bytes));
+    setAddress(service.address());
+    SCOPED_TRACE("case " + std::to_string(number));
+    expectFailure(zks(command), command.front() == "run" ? 125 : 1, words);
+  }
+}
+
+TEST_F(ZksErrors, ServicesErrorInMidReplyIsTheCauseAndLeavesNothing) {
+  const TestService service(path("s"), [](ServerCall& call) {
+    const std::string begun = container(4, goodTaskReplyHead()) + bigEndian(32767, 2) + std::string(32767, 'x');
+    call.reply().write(begun.data(), static_cast<std::streamsize>(begun.size())).flush();
+    throw agent::spf::FrameworkError("the disk of the service is on fire");
+  });
+  setAddress(service.address());
+  expectFailure(zks({"run", "--output", "o", "--to", "out", "--", "true"}), 125,
+                {"Item 4 of 4", "runTask", "the disk of the service is on fire"});
+}
+
+TEST_F(ZksErrors, ServicesErrorChainIsOneLine) {
+  const TestService service(path("s"), [](ServerCall&) {
+    try {
+      throw std::runtime_error("the reason");
+    } catch (...) {
+      std::throw_with_nested(agent::spf::FrameworkError("the consequence"));
+    }
+  });
+  setAddress(service.address());
+  expectFailure(zks({"call", "any"}), 1, {"any", "the consequence: the reason"});
+}
+
+TEST_F(ZksErrors, ItemsThatComeBackDifferentAreNamed) {
+  const TestService service(path("s"), answering(container(2, framedPlain("a") + framedPlain("c"))));
+  setAddress(service.address());
+  const auto outcome = zks({"echo", "--plain", "a", "--plain", "b"});
+  expectFailure(outcome, 1, {"item 2"});
+  EXPECT_THAT(outcome.output, HasSubstr("DIFFERENT"));
+}
+
+}  // namespace
+}  // namespace zks

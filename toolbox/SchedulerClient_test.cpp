@@ -1,0 +1,252 @@
+#include "toolbox/SchedulerClient.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <numeric>
+
+#include "platform/errors/IException.h"
+#include "platform/interrupt/interpreterContext.h"
+#include "platform/interrupt/utInterruptState.h"
+#include "platform/spf/core/errors.h"
+#include "platform/spf/inprocess/connectInProcess.h"
+#include "scheduler/SchedulerService.h"
+#include "toolbox/hostMessage.h"
+#include "toolbox/testing/FakeInvokable.h"
+#include "toolbox/testing/SocketDirectory.h"
+
+namespace parallel::toolbox {
+namespace {
+
+using agent::spf::core::ServerCall;
+using agent::spf::core::Service;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::string messageOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+std::string textOf(const tova::factory::qxArrayProxy& bytes) {
+  return {static_cast<const char*>(qxGetData(bytes.get())), qxGetNumberOfElements(bytes.get())};
+}
+
+qxArrayPtr bytesOf(const std::string& text) {
+  const std::size_t shape[] = {text.size(), 1};
+  qxArrayPtr array = qxCreateNumericArray(shape, qxClass::Uint8);
+  if (!text.empty())
+    std::memcpy(qxGetWritableData(array.get()), text.data(), text.size());
+  return array;
+}
+
+class SchedulerClientTest : public testing::Test {
+ protected:
+  std::string write(const std::string& name, const std::string& bytes) const {
+    const std::string path = files_.directory() + "/" + name;
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+  }
+  std::string read(const std::string& name) const {
+    std::ostringstream bytes;
+    bytes << std::ifstream(files_.directory() + "/" + name, std::ios::binary).rdbuf();
+    return bytes.str();
+  }
+
+  SocketDirectory files_;
+  Connection connection_{agent::spf::inprocess::connectInProcess(scheduler::makeSchedulerService()), "embedded"};
+  std::shared_ptr<TransferProgress> progress_ = std::make_shared<TransferProgress>();
+  SchedulerClient client_{connection_, progress_};
+};
+
+TEST_F(SchedulerClientTest, EchoGivesEveryKindOfItemBackInOrder) {
+  const qxArrayPtr number = qxCreateScalar(4.5);
+  zksmessages::TaskDescription description;
+  description.add_argv("word");
+  const qxArrayPtr message = hostFromMessage(description);
+  Reply reply = client_.echo({arrayItem(number.get()), plainItem(bytesOf("bytes").get()), resultItem(message.get()),
+                              fileItem(write("in", "contents")), plainItem(bytesOf("").get())});
+  ASSERT_EQ(reply.itemCount(), 5U);
+  EXPECT_TRUE(qxEqual(reply.takeArray().get(), number.get()));
+  EXPECT_EQ(textOf(reply.takePlain()), "bytes");
+  EXPECT_TRUE(qxEqual(reply.takeMessage().get(), message.get()));
+  reply.takeFile(files_.directory() + "/out");
+  EXPECT_EQ(read("out"), "contents");
+  EXPECT_EQ(textOf(reply.takePlain()), "");
+  EXPECT_EQ(reply.itemsTaken(), 5U);
+  EXPECT_THAT(messageOf([&] { reply.takePlain(); }), HasSubstr("ends after 5 items"));
+}
+
+TEST_F(SchedulerClientTest, EchoCountsItsBytesBothWays) {
+  const std::string bytes(100'000, 'x');
+  client_.echo({plainItem(bytesOf(bytes).get())}).takePlain();
+  EXPECT_GE(progress_->packed, bytes.size());
+  EXPECT_GT(progress_->toSend, bytes.size());
+  EXPECT_EQ(progress_->sent, progress_->toSend);
+  EXPECT_EQ(progress_->received, progress_->toReceive);
+  EXPECT_GT(progress_->toReceive, bytes.size());
+}
+
+TEST_F(SchedulerClientTest, RunTaskTellsHowItRanAndLeavesOutputsToTake) {
+  zksmessages::TaskDescription description;
+  for (const char* word : {"sh", "-c", "cat a b > c; echo out; echo err >&2; exit 3"})
+    description.add_argv(word);
+  description.add_input_files("a");
+  description.add_input_files("b");
+  description.add_output_files("c");
+  description.add_output_files("d");
+  TaskResult result = client_.runTask(description, {fileItem(write("x", "1")), fileItem(write("y", "2"))});
+  EXPECT_EQ(result.info.outcome(), zksmessages::TesselTaskExecutionInfo::OUTCOME_EXITED);
+  EXPECT_EQ(result.info.exit_status(), 3);
+  EXPECT_THAT(result.info.missing_outputs(), ElementsAre("d"));
+  EXPECT_EQ(textOf(result.standardOutput), "out\n");
+  EXPECT_EQ(textOf(result.standardError), "err\n");
+  result.outputs.takeFile(files_.directory() + "/c");
+  EXPECT_EQ(read("c"), "12");
+}
+
+TEST_F(SchedulerClientTest, UnknownMethodIsAFrameworkErrorThatNamesCallAndCause) {
+  try {
+    client_.call("jump", {});
+    FAIL() << "no error";
+  } catch (const agent::spf::FrameworkError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("jump at embedded failed\n"));
+    EXPECT_THAT(error.what(), HasSubstr("echo, runTask"));
+  }
+}
+
+TEST_F(SchedulerClientTest, ClosedConnectionIsUnreachable) {
+  connection_.close();
+  try {
+    client_.echo({});
+    FAIL() << "no error";
+  } catch (const std::exception& error) {
+    const auto* identified = dynamic_cast<const IException*>(&error);
+    ASSERT_NE(identified, nullptr);
+    EXPECT_EQ(identified->identifier(), "parallel:cluster:ZKSUnreachable");
+  }
+}
+
+TEST_F(SchedulerClientTest, PendingInterruptEndsThePackingAsItself) {
+  const foundation::usm::InterpreterContext context;
+  utInterruptState::request();
+  EXPECT_THROW(client_.echo({plainItem(bytesOf("x").get())}), Corvane::System::InterruptException);
+  utInterruptState::clear();
+}
+
+TEST_F(SchedulerClientTest, ArraysAreCountedWithoutBeingCopiedIntoTheItem) {
+  const std::size_t shape[] = {1000, 1};
+  const qxArrayPtr array = qxCreateNumericArray(shape, qxClass::Float64);
+  EXPECT_TRUE(qxEqual(client_.echo({arrayItem(array.get())}).takeArray().get(), array.get()));
+}
+
+TEST(Items, PlainItemsAreOfBytesOnly) {
+  const qxArrayPtr number = qxCreateScalar(1);
+  EXPECT_THAT(messageOf([&] { plainItem(number.get()); }), HasSubstr("float64"));
+}
+
+TEST(Items, FileThatCannotBeOpenedIsNamedWithTheReason) {
+  EXPECT_THAT(messageOf([] { fileItem("/no/such/file"); }), HasSubstr("\"/no/such/file\" cannot be sent: No such"));
+  EXPECT_THAT(messageOf([] { fileItem("/tmp"); }), HasSubstr("it is a directory"));
+  EXPECT_THAT(messageOf([] { fileItem("/dev/null"); }), HasSubstr("not a regular file"));
+}
+
+TEST_F(SchedulerClientTest, FileThatVanishesBeforeTheCallIsNamedWithTheReason) {
+  const std::string path = write("gone", "x");
+  const Item item = fileItem(path);
+  ASSERT_EQ(::unlink(path.c_str()), 0);
+  const std::string message = messageOf([&] { client_.echo({item}); });
+  EXPECT_THAT(message, HasSubstr("\"" + path + "\" cannot be sent: No such file"));
+}
+
+// --- Services that answer what they should not ---
+
+std::shared_ptr<Service> serviceOf(const Service::Handler& handler) {
+  auto service = std::make_shared<Service>();
+  service->add("any", handler);
+  service->add("echo", handler);
+  service->add("runTask", handler);
+  return service;
+}
+
+Connection connectionTo(const Service::Handler& handler) {
+  return {agent::spf::inprocess::connectInProcess(serviceOf(handler)), "odd service"};
+}
+
+TEST(SchedulerClientOfOddServices, TerminatedMeansThatTheServiceWentAway) {
+  const auto invokable = std::make_shared<FakeInvokable>();
+  invokable->error = std::make_exception_ptr(agent::spf::Terminated());
+  const Connection connection(invokable, "fake");
+  EXPECT_THAT(messageOf([&] { SchedulerClient(connection).call("any", {}); }),
+              HasSubstr("The service at fake went away while any was under way"));
+}
+
+TEST(SchedulerClientOfOddServices, TimeoutMeansThatItDidNotAnswer) {
+  const auto invokable = std::make_shared<FakeInvokable>();
+  invokable->error = std::make_exception_ptr(agent::spf::Timeout());
+  const Connection connection(invokable, "fake");
+  EXPECT_THAT(messageOf([&] { SchedulerClient(connection).call("any", {}); }),
+              HasSubstr("The service at fake did not answer any in time"));
+}
+
+TEST(SchedulerClientOfOddServices, InterruptFromTheServicesSidePassesAsItself) {
+  const auto invokable = std::make_shared<FakeInvokable>();
+  invokable->error = std::make_exception_ptr(Corvane::System::InterruptException());
+  const Connection connection(invokable, "fake");
+  EXPECT_THROW(SchedulerClient(connection).call("any", {}), Corvane::System::InterruptException);
+}
+
+TEST(SchedulerClientOfOddServices, BreakInMidReplyIsTheCauseOfTheItemsError) {
+  const Connection connection = connectionTo([](ServerCall& call) {
+    call.reply().write("\0\0\0\0\1\0\5half", 11).flush();
+    throw agent::spf::FrameworkError("the other half is gone");
+  });
+  Reply reply = SchedulerClient(connection).call("any", {});
+  const std::string message = messageOf([&] { reply.takePlain(); });
+  EXPECT_THAT(message, HasSubstr("Item 1 of 1 of the reply to any could not be received"));
+  EXPECT_THAT(message, HasSubstr("the other half is gone"));
+}
+
+TEST(SchedulerClientOfOddServices, WrongNumberOfItemsIsAMalformedReply) {
+  const Connection connection = connectionTo([](ServerCall& call) { call.reply().write("\0\0\0\0\0", 5); });
+  const SchedulerClient client(connection);
+  EXPECT_THAT(messageOf([&] { client.echo({plainItem(bytesOf("x").get())}); }), HasSubstr("has 0 items, not 1"));
+  EXPECT_THAT(messageOf([&] { client.runTask({}, {}); }), HasSubstr("has 0 items, not 3"));
+}
+
+TEST(HostMessage, TypedMessageAndStructAreEachOthersImage) {
+  zksmessages::TaskDescription description;
+  description.add_argv("a");
+  (*description.mutable_environment())["K"] = "V";
+  zksmessages::TaskDescription back;
+  ASSERT_TRUE(tryMessageFromHost(hostFromMessage(description).get(), back));
+  EXPECT_EQ(back.SerializeAsString(), description.SerializeAsString());
+}
+
+TEST(HostMessage, StructThatWasUnpackedFromAnUnusualUrlIsTaken) {
+  zksmessages::TaskDescription description;
+  description.add_argv("a");
+  zksmessages::ResultPayload payload;
+  payload.mutable_result()->set_type_url("elsewhere.example/" + description.GetTypeName());
+  payload.mutable_result()->set_value(description.SerializeAsString());
+  const qxArrayPtr host = hostFromMessage(payload);
+  zksmessages::TaskDescription back;
+  ASSERT_TRUE(tryMessageFromHost(qxGetField(host.get(), 0, "result"), back));
+  EXPECT_EQ(back.SerializeAsString(), description.SerializeAsString());
+}
+
+TEST(HostMessage, StructOfAnotherMessageIsNotTaken) {
+  zksmessages::TaskDescription description;
+  description.add_argv("kept");
+  EXPECT_FALSE(tryMessageFromHost(hostFromMessage(zksmessages::Missing()).get(), description));
+  EXPECT_EQ(description.argv(0), "kept");
+}
+
+}  // namespace
+}  // namespace parallel::toolbox
