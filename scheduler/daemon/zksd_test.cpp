@@ -116,9 +116,15 @@ std::future<Reply> start(core::Invokable& service, const std::string& method, co
   return reply;
 }
 
-std::string contentOf(Reply reply) {
+std::string contentOf(const Reply& reply) {
   const auto stream = reply->getImportedIstream();
-  return {std::istreambuf_iterator<char>(*stream), std::istreambuf_iterator<char>()};
+  std::string content;
+  char buffer[4096];
+  do {
+    stream->read(buffer, sizeof buffer);
+    content.append(buffer, static_cast<std::size_t>(stream->gcount()));
+  } while (*stream);
+  return content;
 }
 
 std::string call(const std::string& address, const std::string& method, const std::string& request) {
