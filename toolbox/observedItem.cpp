@@ -37,6 +37,15 @@ class ObservedSink : public ByteSink {
   TransferProgress& progress_;
 };
 
+// Messages do not know their size beforehand and are small. A payload reserves what its items expect; were it a few
+// bytes short, a large one would be copied, whole, into twice the room.
+constexpr std::size_t kUnknownSizeHint = 65536;
+
+std::size_t expectedSize(const SerializableData& item) {
+  const std::size_t hint = item.serializedSizeHint();
+  return hint != 0 ? hint : kUnknownSizeHint;
+}
+
 }  // namespace
 
 std::shared_ptr<SerializableData> observedItem(std::shared_ptr<SerializableData> item,
@@ -44,7 +53,7 @@ std::shared_ptr<SerializableData> observedItem(std::shared_ptr<SerializableData>
   // The array of the outer item carries the inner one's size, which is all that the outer one is asked about it.
   const std::size_t scalar[] = {1, 1};
   const qxArrayPtr size = qxCreateNumericArray(scalar, qxClass::Uint64);
-  qxGetWritableElements<std::uint64_t>(size.get())[0] = item->serializedSizeHint();
+  qxGetWritableElements<std::uint64_t>(size.get())[0] = expectedSize(*item);
   auto sizeHint = [](const qxArray* array) noexcept -> std::size_t {
     return *static_cast<const std::uint64_t*>(qxGetData(array));
   };
