@@ -1,12 +1,17 @@
 #include "scheduler/EchoMethod.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <streambuf>
+#include <string>
 #include <vector>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/zksmessages/zksmessages.pb.h"
+#include "scheduler/PeakMemory.h"
+#include "scheduler/ReplyWriter.h"
 #include "scheduler/testing/FakeServerCall.h"
 #include "scheduler/testing/containers.h"
 #include "scheduler/testing/expectError.h"
@@ -155,6 +160,74 @@ TEST(Echo, EveryTruncationIsRefused) {
   for (std::size_t length = 0; length < whole.size(); ++length)
     EXPECT_THROW(echoed(whole.substr(0, length)), Exception<parallel::scheduler::MalformedRequest>) << length;
   EXPECT_THROW(echoed(whole + "x"), Exception<parallel::scheduler::MalformedRequest>);
+}
+
+// Gives a head, then one unit so many times, then a tail, without holding it all.
+class Repeating : public std::streambuf {
+ public:
+  Repeating(std::string head, std::string unit, int times, std::string tail)
+      : piece_(std::move(head)), unit_(std::move(unit)), times_(times), tail_(std::move(tail)) {}
+
+ protected:
+  int_type underflow() override {
+    if (times_ < 0)
+      return traits_type::eof();
+    if (gptr() != nullptr)
+      piece_ = times_-- > 0 ? unit_ : tail_;
+    setg(piece_.data(), piece_.data(), piece_.data() + piece_.size());
+    return traits_type::to_int_type(*gptr());
+  }
+
+ private:
+  std::string piece_;
+  std::string unit_;
+  int times_;
+  std::string tail_;
+};
+
+// Counts and forgets.
+class Counting : public std::streambuf {
+ public:
+  std::uint64_t nbytes = 0;
+
+ protected:
+  std::streamsize xsputn(const char*, std::streamsize n) override {
+    nbytes += static_cast<std::uint64_t>(n);
+    return n;
+  }
+  int_type overflow(int_type c) override {
+    ++nbytes;
+    return traits_type::not_eof(c);
+  }
+};
+
+class StreamedCall : public FakeServerCall {
+ public:
+  StreamedCall(std::streambuf& request, std::streambuf& reply)
+      : FakeServerCall("", "echo"), request_(&request), reply_(&reply) {}
+  std::istream& request() override { return request_; }
+  std::ostream& reply() override { return reply_; }
+
+ private:
+  std::istream request_;
+  std::ostream reply_;
+};
+
+TEST(Echo, MemoryDoesNotGrowWithTheItem) {
+  constexpr int kBlocks = 8192;
+  const std::string block = raw("\x7F\xFF") + testing::patternOf(32767);
+  const std::string endMark = raw("\xFF\xFF");
+  EchoRequest description;
+  addItem(description, zksmessages::ITEM_KIND_FILE, 0);
+  std::string head = requestOf(description, {""});
+  head.resize(head.size() - endMark.size());
+  Repeating request(head, block, kBlocks, endMark);
+  Counting reply;
+  StreamedCall call(request, reply);
+  const std::uint64_t before = residentHighWaterMark(::getpid());
+  echo(call);
+  EXPECT_EQ(reply.nbytes, ReplyWriter::kHeadBytes + kBlocks * block.size() + endMark.size());
+  EXPECT_LT(residentHighWaterMark(::getpid()) - before, std::uint64_t{16} << 20);
 }
 
 }  // namespace
