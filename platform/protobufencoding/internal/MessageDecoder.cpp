@@ -44,42 +44,45 @@ void MessageDecoder::checkDepth(const MessageShape& shape, int depth) {
     throw Exception<::parallel::protobuf::DecodeTooDeep>(shape.fullName(), kMaxMessageNesting);
 }
 
-qxArrayPtr MessageDecoder::generalForm(const Message& message, const MessageShape& shape, int depth) {
+qxArrayPtr MessageDecoder::generalForm(const Source& source, const MessageShape& shape, int depth) {
   checkDepth(shape, depth);
   Present present;
-  findPresent(message, shape, present);
+  findPresent(source, shape, present);
   qxArrayPtr result = createStruct(1, shape, present);
-  fillStruct(result.get(), 0, message, shape, present, depth);
+  fillStruct(result.get(), 0, source, shape, present, depth);
   return result;
 }
 
-qxArrayPtr MessageDecoder::value(const Message& message, const MessageShape& shape, int depth) {
+qxArrayPtr MessageDecoder::value(const Source& source, const MessageShape& shape, int depth) {
   checkDepth(shape, depth);
-  if (qxArrayPtr special = specialForm(message, shape, depth))
+  if (qxArrayPtr special = specialForm(source, shape, depth))
     return special;
-  return generalForm(message, shape, depth);
+  return generalForm(source, shape, depth);
 }
 
-void MessageDecoder::findPresent(const Message& message, const MessageShape& shape, Present& present) {
-  const Reflection& reflection = *message.GetReflection();
+void MessageDecoder::findPresent(const Source& source, const MessageShape& shape, Present& present) {
   present.fields.clear();
   for (const FieldShape& field : shape.fields()) {
-    if (!field.hasPresence || reflection.HasField(message, field.descriptor))
+    if (!field.hasPresence || source.reflection.HasField(source.message, field.descriptor))
       present.fields.push_back(&field);
   }
+  present.allFields = present.fields.size() == shape.fields().size();
   if (shape.isExtendable()) {
     std::vector<const FieldDescriptor*> set;
-    reflection.ListFields(message, &set);
+    source.reflection.ListFields(source.message, &set);
     for (const FieldDescriptor* field : set) {
       if (field->is_extension())
         present.fields.push_back(&shapes_.ofExtension(field));
     }
+    present.allFields = present.allFields && present.fields.size() == shape.fields().size();
   }
-  present.unknown = !reflection.GetUnknownFields(message).empty();
+  present.unknown = !source.reflection.GetUnknownFields(source.message).empty();
 }
 
 // Entries of maps name no type: they are not messages to users.
 qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& shape, const Present& present) {
+  if (present.allFields && !present.unknown)
+    return qxCreateStructArray(column(count), shape.structFieldNames());
   std::vector<std::string> names;
   names.reserve(present.fields.size() + 2);
   if (!shape.isMapEntry())
@@ -91,15 +94,15 @@ qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& s
   return qxCreateStructArray(column(count), names);
 }
 
-void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Message& message, const MessageShape& shape,
+void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
                                 const Present& present, int depth) {
   if (!shape.isMapEntry())
     qxSetField(target, element, kMessageTypeField, messageTypeText(shape));
   for (const FieldShape* present_field : present.fields)
-    qxSetField(target, element, present_field->name, field(message, *present_field, depth));
+    qxSetField(target, element, present_field->name, field(source, *present_field, depth));
   if (present.unknown) {
     std::string bytes;
-    message.GetReflection()->GetUnknownFields(message).SerializeToString(&bytes);
+    source.reflection.GetUnknownFields(source.message).SerializeToString(&bytes);
     qxSetField(target, element, kUnknownFieldsField, createBytes(bytes));
   }
 }
@@ -107,119 +110,120 @@ void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Mess
 qxArrayPtr MessageDecoder::messageTypeText(const MessageShape& shape) {
   qxArrayPtr& text = typeTexts_[&shape];
   if (text == nullptr)
-    text = qxCreateStringUtf8(shape.fullName());
+    text = qxCreateString(shape.typeText());
   return qxCreateSharedCopy(text.get());
 }
 
-qxArrayPtr MessageDecoder::field(const Message& message, const FieldShape& field, int depth) {
+qxArrayPtr MessageDecoder::field(const Source& source, const FieldShape& field, int depth) {
   switch (field.cardinality) {
     case Cardinality::Single:
-      return single(message, field, depth);
+      return single(source, field, depth);
     case Cardinality::Repeated:
-      return repeated(message, field, depth);
+      return repeated(source, field, depth);
     case Cardinality::Map:
       break;
   }
-  return map(message, field, depth);
+  return map(source, field, depth);
 }
 
-qxArrayPtr MessageDecoder::single(const Message& message, const FieldShape& field, int depth) {
-  const Reflection& reflection = *message.GetReflection();
+qxArrayPtr MessageDecoder::single(const Source& source, const FieldShape& field, int depth) {
   const FieldDescriptor* descriptor = field.descriptor;
   std::string scratch;
   switch (field.kind) {
     case ValueKind::Int32:
-      return createScalar<std::int32_t>(reflection.GetInt32(message, descriptor));
+      return createScalar<std::int32_t>(source.reflection.GetInt32(source.message, descriptor));
     case ValueKind::Int64:
-      return createScalar<std::int64_t>(reflection.GetInt64(message, descriptor));
+      return createScalar<std::int64_t>(source.reflection.GetInt64(source.message, descriptor));
     case ValueKind::Uint32:
-      return createScalar<std::uint32_t>(reflection.GetUInt32(message, descriptor));
+      return createScalar<std::uint32_t>(source.reflection.GetUInt32(source.message, descriptor));
     case ValueKind::Uint64:
-      return createScalar<std::uint64_t>(reflection.GetUInt64(message, descriptor));
+      return createScalar<std::uint64_t>(source.reflection.GetUInt64(source.message, descriptor));
     case ValueKind::Double:
-      return createScalar(reflection.GetDouble(message, descriptor));
+      return createScalar(source.reflection.GetDouble(source.message, descriptor));
     case ValueKind::Float:
-      return createScalar(reflection.GetFloat(message, descriptor));
+      return createScalar(source.reflection.GetFloat(source.message, descriptor));
     case ValueKind::Bool:
-      return createScalar(reflection.GetBool(message, descriptor));
+      return createScalar(source.reflection.GetBool(source.message, descriptor));
     case ValueKind::Enum:
-      return enumValue(field, reflection.GetEnumValue(message, descriptor));
+      return enumValue(field, source.reflection.GetEnumValue(source.message, descriptor));
     case ValueKind::String:
-      return createTextOrBytes(reflection.GetStringReference(message, descriptor, &scratch));
+      return createTextOrBytes(source.reflection.GetStringReference(source.message, descriptor, &scratch));
     case ValueKind::Bytes:
-      return createBytes(reflection.GetStringReference(message, descriptor, &scratch));
+      return createBytes(source.reflection.GetStringReference(source.message, descriptor, &scratch));
     case ValueKind::Message:
       break;
   }
-  return value(reflection.GetMessage(message, descriptor), shapes_.of(field), depth + 1);
+  return value(source.reflection.GetMessage(source.message, descriptor), shapes_.of(field), depth + 1);
 }
 
-qxArrayPtr MessageDecoder::repeated(const Message& message, const FieldShape& field, int depth) {
-  const Reflection& reflection = *message.GetReflection();
+qxArrayPtr MessageDecoder::repeated(const Source& source, const FieldShape& field, int depth) {
   const FieldDescriptor* descriptor = field.descriptor;
-  const auto list = [&](auto element) { return listColumn(reflection.FieldSize(message, descriptor), element); };
+  const auto list = [&](auto element) {
+    return listColumn(source.reflection.FieldSize(source.message, descriptor), element);
+  };
   std::string scratch;
   switch (field.kind) {
     case ValueKind::Int32:
-      return typedColumn<std::int32_t>(message, descriptor);
+      return typedColumn<std::int32_t>(source.message, descriptor);
     case ValueKind::Int64:
-      return typedColumn<std::int64_t>(message, descriptor);
+      return typedColumn<std::int64_t>(source.message, descriptor);
     case ValueKind::Uint32:
-      return typedColumn<std::uint32_t>(message, descriptor);
+      return typedColumn<std::uint32_t>(source.message, descriptor);
     case ValueKind::Uint64:
-      return typedColumn<std::uint64_t>(message, descriptor);
+      return typedColumn<std::uint64_t>(source.message, descriptor);
     case ValueKind::Double:
-      return typedColumn<double>(message, descriptor);
+      return typedColumn<double>(source.message, descriptor);
     case ValueKind::Float:
-      return typedColumn<float>(message, descriptor);
+      return typedColumn<float>(source.message, descriptor);
     case ValueKind::Bool:
-      return typedColumn<bool>(message, descriptor);
+      return typedColumn<bool>(source.message, descriptor);
     case ValueKind::Enum:
-      return list([&](int i) { return enumValue(field, reflection.GetRepeatedEnumValue(message, descriptor, i)); });
+      return list([&](int i) {
+        return enumValue(field, source.reflection.GetRepeatedEnumValue(source.message, descriptor, i));
+      });
     case ValueKind::String:
       return list([&](int i) {
-        return createTextOrBytes(reflection.GetRepeatedStringReference(message, descriptor, i, &scratch));
+        return createTextOrBytes(source.reflection.GetRepeatedStringReference(source.message, descriptor, i, &scratch));
       });
     case ValueKind::Bytes:
-      return list(
-          [&](int i) { return createBytes(reflection.GetRepeatedStringReference(message, descriptor, i, &scratch)); });
+      return list([&](int i) {
+        return createBytes(source.reflection.GetRepeatedStringReference(source.message, descriptor, i, &scratch));
+      });
     case ValueKind::Message:
       break;
   }
-  return repeatedMessages(message, field, depth);
+  return repeatedMessages(source, field, depth);
 }
 
 // Messages with the same fields are one struct array; else each is a struct of its own in a list.
-qxArrayPtr MessageDecoder::repeatedMessages(const Message& message, const FieldShape& field, int depth) {
+qxArrayPtr MessageDecoder::repeatedMessages(const Source& source, const FieldShape& field, int depth) {
   const MessageShape& shape = shapes_.of(field);
   if (shape.special() != SpecialForm::None && (shape.special() != SpecialForm::AnyLayout || anys_.isAny(shape)))
-    return listOfMessages(message, field, depth);
-  const Reflection& reflection = *message.GetReflection();
-  const int count = reflection.FieldSize(message, field.descriptor);
+    return listOfMessages(source, field, depth);
+  const int count = source.reflection.FieldSize(source.message, field.descriptor);
   Present first;
   Present other;
   if (count > 0) {
     checkDepth(shape, depth + 1);
-    findPresent(reflection.GetRepeatedMessage(message, field.descriptor, 0), shape, first);
+    findPresent(source.reflection.GetRepeatedMessage(source.message, field.descriptor, 0), shape, first);
   }
   for (int i = 1; i < count; ++i) {
-    findPresent(reflection.GetRepeatedMessage(message, field.descriptor, i), shape, other);
+    findPresent(source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, other);
     if (other != first)
-      return listOfMessages(message, field, depth);
+      return listOfMessages(source, field, depth);
   }
   qxArrayPtr result = createStruct(static_cast<std::size_t>(count), shape, first);
   for (int i = 0; i < count; ++i) {
-    fillStruct(result.get(), static_cast<std::size_t>(i), reflection.GetRepeatedMessage(message, field.descriptor, i),
-               shape, first, depth + 1);
+    fillStruct(result.get(), static_cast<std::size_t>(i),
+               source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, first, depth + 1);
   }
   return result;
 }
 
-qxArrayPtr MessageDecoder::listOfMessages(const Message& message, const FieldShape& field, int depth) {
-  const Reflection& reflection = *message.GetReflection();
+qxArrayPtr MessageDecoder::listOfMessages(const Source& source, const FieldShape& field, int depth) {
   const MessageShape& shape = shapes_.of(field);
-  return listColumn(reflection.FieldSize(message, field.descriptor), [&](int i) {
-    return value(reflection.GetRepeatedMessage(message, field.descriptor, i), shape, depth + 1);
+  return listColumn(source.reflection.FieldSize(source.message, field.descriptor), [&](int i) {
+    return value(source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, depth + 1);
   });
 }
 

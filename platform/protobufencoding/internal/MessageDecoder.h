@@ -27,9 +27,19 @@ class MessageDecoder {
  private:
   using Message = google::protobuf::Message;
 
+  // A message beside its reflection, which costs more to ask for than a field.
+  struct Source {
+    Source(const Message& theMessage)  // NOLINT(google-explicit-constructor)
+        : message(theMessage), reflection(*theMessage.GetReflection()) {}
+
+    const Message& message;
+    const google::protobuf::Reflection& reflection;
+  };
+
   // Which fields of a struct a message fills.
   struct Present {
     std::vector<const FieldShape*> fields;
+    bool allFields = false;  // of the type, and no extensions
     bool unknown = false;
     bool operator==(const Present&) const = default;
   };
@@ -37,25 +47,25 @@ class MessageDecoder {
   static void checkDepth(const MessageShape& shape, int depth);
 
   // `depth`: messages around this one.
-  qxArrayPtr generalForm(const Message& message, const MessageShape& shape, int depth);
+  qxArrayPtr generalForm(const Source& source, const MessageShape& shape, int depth);
   // The special form where the message has one that loses nothing, else the general form.
-  qxArrayPtr value(const Message& message, const MessageShape& shape, int depth);
-  qxArrayPtr specialForm(const Message& message, const MessageShape& shape, int depth);  // null: none without a loss
+  qxArrayPtr value(const Source& source, const MessageShape& shape, int depth);
+  qxArrayPtr specialForm(const Source& source, const MessageShape& shape, int depth);  // null: none without a loss
 
-  void findPresent(const Message& message, const MessageShape& shape, Present& present);
+  void findPresent(const Source& source, const MessageShape& shape, Present& present);
   qxArrayPtr createStruct(std::size_t count, const MessageShape& shape, const Present& present);
-  void fillStruct(qxArray* target, std::size_t element, const Message& message, const MessageShape& shape,
+  void fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
                   const Present& present, int depth);
   qxArrayPtr messageTypeText(const MessageShape& shape);
 
-  qxArrayPtr field(const Message& message, const FieldShape& field, int depth);
-  qxArrayPtr single(const Message& message, const FieldShape& field, int depth);
-  qxArrayPtr repeated(const Message& message, const FieldShape& field, int depth);
-  qxArrayPtr repeatedMessages(const Message& message, const FieldShape& field, int depth);
-  qxArrayPtr listOfMessages(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr field(const Source& source, const FieldShape& field, int depth);
+  qxArrayPtr single(const Source& source, const FieldShape& field, int depth);
+  qxArrayPtr repeated(const Source& source, const FieldShape& field, int depth);
+  qxArrayPtr repeatedMessages(const Source& source, const FieldShape& field, int depth);
+  qxArrayPtr listOfMessages(const Source& source, const FieldShape& field, int depth);
   qxArrayPtr enumValue(const FieldShape& field, int number);
 
-  qxArrayPtr map(const Message& message, const FieldShape& field, int depth);
+  qxArrayPtr map(const Source& source, const FieldShape& field, int depth);
   qxArrayPtr mapAsStruct(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
   qxArrayPtr mapAsEntries(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
   qxArrayPtr mapAsList(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
@@ -63,10 +73,10 @@ class MessageDecoder {
   qxArrayPtr mapValue(const Message& message, const MessageShape& entry, int depth);
 
   qxArrayPtr anyContent(const Message& message, const MessageShape& shape, int depth);
-  qxArrayPtr timeText(const Message& message, const MessageShape& shape);
-  qxArrayPtr fieldMaskText(const Message& message, const MessageShape& shape);
-  qxArrayPtr jsonStruct(const Message& message, const MessageShape& shape, int depth);
-  qxArrayPtr jsonValue(const Message& message, const MessageShape& shape, int depth);
+  qxArrayPtr timeText(const Source& source, const MessageShape& shape);
+  qxArrayPtr fieldMaskText(const Source& source, const MessageShape& shape);
+  qxArrayPtr jsonStruct(const Source& source, const MessageShape& shape, int depth);
+  qxArrayPtr jsonValue(const Source& source, const MessageShape& shape, int depth);
 
   MessageShapes shapes_;
   AnyMessages anys_;

@@ -91,7 +91,7 @@ void MessageEncoder::generalForm(const Target& target, const qxArray* structs, s
       case Binding::Role::TypeUrl:
         break;
       case Binding::Role::Field:
-        checkOneof(target.message, *binding.field, fieldPath);
+        checkOneof(target, *binding.field, fieldPath);
         field(target, *binding.field, array, fieldPath);
         break;
     }
@@ -99,9 +99,9 @@ void MessageEncoder::generalForm(const Target& target, const qxArray* structs, s
 }
 
 void MessageEncoder::checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path) {
-  const std::string found = textFrom(name, path);
-  if (found != shape.fullName())
-    throwEncodeError(path, "\"" + found + "\"", "\"" + shape.fullName() + "\"");
+  if (isText(name, shape.typeText()))
+    return;
+  throwEncodeError(path, "\"" + textFrom(name, path) + "\"", "\"" + shape.fullName() + "\"");
 }
 
 void MessageEncoder::setUnknownFields(Message& message, const qxArray* bytes, const FieldPath& path) {
@@ -110,10 +110,10 @@ void MessageEncoder::setUnknownFields(Message& message, const qxArray* bytes, co
     throwEncodeError(path, "bytes that are not encoded fields", "encoded fields");
 }
 
-void MessageEncoder::checkOneof(const Message& message, const FieldShape& field, const FieldPath& path) {
-  if (field.oneof == nullptr || !message.GetReflection()->HasOneof(message, field.oneof))
+void MessageEncoder::checkOneof(const Target& target, const FieldShape& field, const FieldPath& path) {
+  if (field.oneof == nullptr || !target.reflection.HasOneof(target.message, field.oneof))
     return;
-  const FieldDescriptor* other = message.GetReflection()->GetOneofFieldDescriptor(message, field.oneof);
+  const FieldDescriptor* other = target.reflection.GetOneofFieldDescriptor(target.message, field.oneof);
   throwEncodeError(path, "also the field \"" + std::string(other->name()) + "\"",
                    "only one member of the oneof \"" + std::string(field.oneof->name()) + "\"");
 }

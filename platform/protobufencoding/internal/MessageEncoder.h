@@ -38,7 +38,11 @@ class MessageEncoder {
 
   // Where a value goes: `depth` messages are around the message.
   struct Target {
+    Target(Message& theMessage, const MessageShape& theShape, int theDepth)
+        : message(theMessage), reflection(*theMessage.GetReflection()), shape(theShape), depth(theDepth) {}
+
     Message& message;
+    const google::protobuf::Reflection& reflection;  // costs more to ask for than a field
     const MessageShape& shape;
     int depth;
   };
@@ -57,7 +61,7 @@ class MessageEncoder {
   }
   void checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path);
   void setUnknownFields(Message& message, const qxArray* bytes, const FieldPath& path);
-  void checkOneof(const Message& message, const FieldShape& field, const FieldPath& path);
+  static void checkOneof(const Target& target, const FieldShape& field, const FieldPath& path);
   void checkRequired(const Message& message, const FieldPath& path);
 
   // The message that an array stands for by itself, in special or general form.

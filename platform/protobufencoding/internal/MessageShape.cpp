@@ -6,6 +6,7 @@
 #include <array>
 #include <initializer_list>
 
+#include "platform/errors/ustring.h"
 #include "platform/protobufencoding/internal/protobufCompat.h"
 
 namespace parallel::protobufencoding {
@@ -166,11 +167,15 @@ FieldShape::FieldShape(const FieldDescriptor* field)
 MessageShape::MessageShape(const Descriptor* descriptor)
     : descriptor_(descriptor),
       fullName_(descriptor->full_name()),
+      typeText_(fl::i18n::to_ustring(fullName_)),
       special_(specialFormOf(*descriptor)),
       isMapEntry_(descriptor->options().map_entry()) {
+  if (!isMapEntry_)
+    structFieldNames_.emplace_back(kMessageTypeField);
   for (int i = 0; i < descriptor->field_count(); ++i) {
     const FieldShape& field = fields_.emplace_back(descriptor->field(i));
     byName_.emplace(field.name, &field);
+    structFieldNames_.push_back(field.name);
   }
 }
 
@@ -180,7 +185,8 @@ const FieldShape* MessageShape::find(std::string_view name) const {
 }
 
 const FieldShape& MessageShape::number(int number) const {
-  return *find(structFieldName(*descriptor_->FindFieldByNumber(number)));
+  return *std::find_if(fields_.begin(), fields_.end(),
+                       [&](const FieldShape& field) { return field.descriptor->number() == number; });
 }
 
 std::string MessageShape::fieldNames() const {

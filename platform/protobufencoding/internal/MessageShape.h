@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace parallel::protobufencoding {
 
@@ -71,11 +72,14 @@ class MessageShape {
 
   const google::protobuf::Descriptor* descriptor() const { return descriptor_; }
   const std::string& fullName() const { return fullName_; }
+  const std::u16string& typeText() const { return typeText_; }  // the full name as the host has it
   SpecialForm special() const { return special_; }
   bool isExtendable() const { return descriptor_->extension_range_count() > 0; }
   bool isMapEntry() const { return isMapEntry_; }
   // In the order of declaration, extensions not among them.
   const std::deque<FieldShape>& fields() const { return fields_; }
+  // Of a struct with all fields that are not extensions, MessageType first.
+  const std::vector<std::string>& structFieldNames() const { return structFieldNames_; }
   // By the name of the struct's field; null when there is none.
   const FieldShape* find(std::string_view name) const;
   // By the number in the schema, which must be there.
@@ -86,9 +90,11 @@ class MessageShape {
  private:
   const google::protobuf::Descriptor* descriptor_;
   std::string fullName_;
+  std::u16string typeText_;
   SpecialForm special_;
   bool isMapEntry_;
   std::deque<FieldShape> fields_;
+  std::vector<std::string> structFieldNames_;
   std::unordered_map<std::string_view, const FieldShape*> byName_;
 };
 

@@ -51,12 +51,11 @@ std::string stringKey(const Message& entry, const MessageShape& shape) {
 
 }  // namespace
 
-qxArrayPtr MessageDecoder::map(const Message& message, const FieldShape& field, int depth) {
+qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, int depth) {
   const MessageShape& entry = shapes_.of(field);
-  const google::protobuf::Reflection& reflection = *message.GetReflection();
   std::vector<const Message*> entries;
-  for (int i = 0; i < reflection.FieldSize(message, field.descriptor); ++i)
-    entries.push_back(&reflection.GetRepeatedMessage(message, field.descriptor, i));
+  for (int i = 0; i < source.reflection.FieldSize(source.message, field.descriptor); ++i)
+    entries.push_back(&source.reflection.GetRepeatedMessage(source.message, field.descriptor, i));
   sortEntries(entries, entry.number(kKeyNumber));
   if (!entries.empty())
     checkDepth(entry, depth + 1);

@@ -14,25 +14,25 @@ namespace parallel::protobufencoding {
 using google::protobuf::Message;
 using google::protobuf::Reflection;
 
-qxArrayPtr MessageDecoder::specialForm(const Message& message, const MessageShape& shape, int depth) {
-  if (shape.special() == SpecialForm::None || !message.GetReflection()->GetUnknownFields(message).empty())
+qxArrayPtr MessageDecoder::specialForm(const Source& source, const MessageShape& shape, int depth) {
+  if (shape.special() == SpecialForm::None || !source.reflection.GetUnknownFields(source.message).empty())
     return nullptr;
   switch (shape.special()) {
     case SpecialForm::AnyLayout:
-      return anyContent(message, shape, depth);
+      return anyContent(source.message, shape, depth);
     case SpecialForm::Timestamp:
     case SpecialForm::Duration:
-      return timeText(message, shape);
+      return timeText(source, shape);
     case SpecialForm::Wrapper:
-      return single(message, shape.number(1), depth);
+      return single(source, shape.number(1), depth);
     case SpecialForm::Struct:
-      return jsonStruct(message, shape, depth);
+      return jsonStruct(source, shape, depth);
     case SpecialForm::Value:
-      return jsonValue(message, shape, depth);
+      return jsonValue(source, shape, depth);
     case SpecialForm::ListValue:
-      return listOfMessages(message, shape.number(1), depth);
+      return listOfMessages(source, shape.number(1), depth);
     case SpecialForm::FieldMask:
-      return fieldMaskText(message, shape);
+      return fieldMaskText(source, shape);
     case SpecialForm::None:
       break;
   }
@@ -64,20 +64,18 @@ qxArrayPtr MessageDecoder::anyContent(const Message& message, const MessageShape
   }
 }
 
-qxArrayPtr MessageDecoder::timeText(const Message& message, const MessageShape& shape) {
-  const Reflection& reflection = *message.GetReflection();
-  const SecondsAndNanos time{reflection.GetInt64(message, shape.number(1).descriptor),
-                             reflection.GetInt32(message, shape.number(2).descriptor)};
+qxArrayPtr MessageDecoder::timeText(const Source& source, const MessageShape& shape) {
+  const SecondsAndNanos time{source.reflection.GetInt64(source.message, shape.number(1).descriptor),
+                             source.reflection.GetInt32(source.message, shape.number(2).descriptor)};
   const auto text = shape.special() == SpecialForm::Timestamp ? formatTimestamp(time) : formatDuration(time);
   return text ? qxCreateStringUtf8(*text) : nullptr;
 }
 
-qxArrayPtr MessageDecoder::fieldMaskText(const Message& message, const MessageShape& shape) {
-  const Reflection& reflection = *message.GetReflection();
+qxArrayPtr MessageDecoder::fieldMaskText(const Source& source, const MessageShape& shape) {
   const auto* paths = shape.number(1).descriptor;
   std::string joined;
-  for (int i = 0; i < reflection.FieldSize(message, paths); ++i) {
-    const std::string path = reflection.GetRepeatedString(message, paths, i);
+  for (int i = 0; i < source.reflection.FieldSize(source.message, paths); ++i) {
+    const std::string path = source.reflection.GetRepeatedString(source.message, paths, i);
     if (path.empty() || path.find(',') != std::string::npos || !fl::i18n::isWellFormed(path))
       return nullptr;
     joined.append(joined.empty() ? "" : ",").append(path);
@@ -86,28 +84,27 @@ qxArrayPtr MessageDecoder::fieldMaskText(const Message& message, const MessageSh
 }
 
 // A key called like the field that marks general forms would make the struct look like one.
-qxArrayPtr MessageDecoder::jsonStruct(const Message& message, const MessageShape& shape, int depth) {
-  qxArrayPtr fields = map(message, shape.number(1), depth);
+qxArrayPtr MessageDecoder::jsonStruct(const Source& source, const MessageShape& shape, int depth) {
+  qxArrayPtr fields = map(source, shape.number(1), depth);
   const bool plain = qxGetClass(fields.get()) == qxClass::Struct && !qxHasField(fields.get(), kMessageTypeField);
   return plain ? std::move(fields) : nullptr;
 }
 
-qxArrayPtr MessageDecoder::jsonValue(const Message& message, const MessageShape& shape, int depth) {
-  const Reflection& reflection = *message.GetReflection();
+qxArrayPtr MessageDecoder::jsonValue(const Source& source, const MessageShape& shape, int depth) {
   const FieldShape& null = shape.number(json::kNull);
-  if (reflection.HasField(message, null.descriptor)) {
-    const bool isNull = reflection.GetEnumValue(message, null.descriptor) == 0;
+  if (source.reflection.HasField(source.message, null.descriptor)) {
+    const bool isNull = source.reflection.GetEnumValue(source.message, null.descriptor) == 0;
     return isNull ? qxCreateNumericArray(std::array<std::size_t, 2>{0, 0}, qxClass::Float64) : nullptr;
   }
   const FieldShape& string = shape.number(json::kString);
-  if (reflection.HasField(message, string.descriptor)) {
-    const std::string text = reflection.GetString(message, string.descriptor);
+  if (source.reflection.HasField(source.message, string.descriptor)) {
+    const std::string text = source.reflection.GetString(source.message, string.descriptor);
     return fl::i18n::isWellFormed(text) ? qxCreateStringUtf8(text) : nullptr;
   }
   for (const int number : {json::kNumber, json::kBool, json::kStruct, json::kList}) {
     const FieldShape& field = shape.number(number);
-    if (reflection.HasField(message, field.descriptor))
-      return single(message, field, depth);
+    if (source.reflection.HasField(source.message, field.descriptor))
+      return single(source, field, depth);
   }
   return nullptr;  // no kind at all
 }

@@ -122,7 +122,7 @@ void MessageEncoder::field(const Target& target, const FieldShape& field, const 
 void MessageEncoder::single(const Target& target, const FieldShape& field, const qxArray* array,
                             const FieldPath& path) {
   Message* message = &target.message;
-  const Reflection& reflection = *message->GetReflection();
+  const Reflection& reflection = target.reflection;
   const FieldDescriptor* descriptor = field.descriptor;
   switch (field.kind) {
     case ValueKind::Int32:
@@ -181,7 +181,7 @@ void MessageEncoder::repeated(const Target& target, const FieldShape& field, con
 void MessageEncoder::repeatedEnums(const Target& target, const FieldShape& field, const qxArray* array,
                                    const FieldPath& path) {
   Message* message = &target.message;
-  const Reflection& reflection = *message->GetReflection();
+  const Reflection& reflection = target.reflection;
   if (qxIsNumeric(array)) {
     checkVector(array, "enum numbers", path);
     return convertNumbers<std::int32_t>(array, path, [&](std::int32_t number) {
@@ -204,14 +204,14 @@ void MessageEncoder::repeatedStrings(const Target& target, const FieldShape& fie
   for (std::size_t i = 0; i < qxGetNumberOfElements(array); ++i) {
     const qxArray* element = qxGetListElement(array, i);
     const FieldPath elementPath(path, i);
-    message->GetReflection()->AddString(
+    target.reflection.AddString(
         message, field.descriptor,
         field.kind == ValueKind::String ? stringFrom(element, field, elementPath) : bytesFrom(element, elementPath));
   }
 }
 
 MessageEncoder::Target MessageEncoder::add(const Target& target, const FieldShape& field) {
-  Message* added = target.message.GetReflection()->AddMessage(&target.message, field.descriptor);
+  Message* added = target.reflection.AddMessage(&target.message, field.descriptor);
   return {*added, shapes_.of(field), target.depth + 1};
 }
 

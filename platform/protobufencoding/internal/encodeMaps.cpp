@@ -50,7 +50,7 @@ void MessageEncoder::mapFromStruct(const Target& target, const FieldShape& field
     if (mapped == nullptr)
       continue;
     const Target entry = add(target, field);
-    entry.message.GetReflection()->SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, name);
+    entry.reflection.SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, name);
     single(entry, entry.shape.number(kValueNumber), mapped, FieldPath(path, name));
   }
 }
@@ -79,7 +79,7 @@ void MessageEncoder::mapEntry(const Target& entry, const qxArray* structs, std::
 }
 
 void MessageEncoder::checkKeys(const Target& target, const FieldShape& field, const FieldPath& path) {
-  const google::protobuf::Reflection& reflection = *target.message.GetReflection();
+  const google::protobuf::Reflection& reflection = target.reflection;
   const FieldShape& key = shapes_.of(field).number(kKeyNumber);
   std::set<std::string> keys;
   for (int i = 0; i < reflection.FieldSize(target.message, field.descriptor); ++i) {

@@ -53,7 +53,7 @@ void MessageEncoder::timeText(const Target& target, const qxArray* text, const F
                      isTimestamp ? "a time like 2024-02-29T12:00:00.5Z, of the years 1 to 9999"
                                  : "a duration in seconds like -1.5s, of at most 10000 years");
   }
-  const Reflection& reflection = *target.message.GetReflection();
+  const Reflection& reflection = target.reflection;
   reflection.SetInt64(&target.message, target.shape.number(1).descriptor, time->seconds);
   reflection.SetInt32(&target.message, target.shape.number(2).descriptor, time->nanos);
 }
@@ -64,8 +64,7 @@ void MessageEncoder::fieldMaskText(const Target& target, const qxArray* text, co
     const std::size_t end = std::min(joined.find(',', begin), joined.size());
     if (end == begin || end + 1 == joined.size())
       throwEncodeError(path, "\"" + joined + "\"", "paths with single commas between them");
-    target.message.GetReflection()->AddString(&target.message, target.shape.number(1).descriptor,
-                                              joined.substr(begin, end - begin));
+    target.reflection.AddString(&target.message, target.shape.number(1).descriptor, joined.substr(begin, end - begin));
     begin = end + 1;
   }
 }
@@ -80,7 +79,7 @@ void MessageEncoder::jsonStruct(const Target& target, const qxArray* structs, st
     if (mapped == nullptr)
       continue;
     const Target entry = add(target, fields);
-    entry.message.GetReflection()->SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, name);
+    entry.reflection.SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, name);
     single(entry, entry.shape.number(kValueNumber), mapped, FieldPath(path, name));
   }
 }
@@ -105,7 +104,7 @@ void MessageEncoder::jsonValue(const Target& target, const qxArray* array, const
   }
   if (!isEmptyLiteral(array))
     return set(json::kNumber);
-  target.message.GetReflection()->SetEnumValue(&target.message, target.shape.number(json::kNull).descriptor, 0);
+  target.reflection.SetEnumValue(&target.message, target.shape.number(json::kNull).descriptor, 0);
 }
 
 // A struct stands for a JSON object, unless it names one of the three types itself.
@@ -115,7 +114,7 @@ void MessageEncoder::jsonStructValue(const Target& target, const qxArray* struct
   if (type == target.shape.fullName())
     return generalForm(target, structs, element, path);
   const FieldShape& field = target.shape.number(type == "google.protobuf.ListValue" ? json::kList : json::kStruct);
-  Message* inner = target.message.GetReflection()->MutableMessage(&target.message, field.descriptor);
+  Message* inner = target.reflection.MutableMessage(&target.message, field.descriptor);
   structValue({*inner, shapes_.of(field), target.depth + 1}, structs, element, path);
 }
 

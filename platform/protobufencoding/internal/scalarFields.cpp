@@ -1,15 +1,32 @@
 #include "platform/protobufencoding/internal/scalarFields.h"
 
+#include <algorithm>
+
 #include "platform/errors/ustring.h"
 #include "platform/protobufencoding/internal/numericConversion.h"
 
 namespace parallel::protobufencoding {
 
+namespace {
+
+std::u16string_view unitsOf(const qxArray* text) {
+  const auto units = qxGetElements<char16_t>(text);
+  return {units.data(), units.size()};
+}
+
+}  // namespace
+
+bool isText(const qxArray* array, std::u16string_view text) {
+  return array != nullptr && qxGetClass(array) == qxClass::Text && isVector(array) && unitsOf(array) == text;
+}
+
 std::string textFrom(const qxArray* array, const FieldPath& path) {
   if (array == nullptr || qxGetClass(array) != qxClass::Text || !isVector(array))
     throwEncodeError(path, describe(array), "a text row");
-  const auto units = qxGetElements<char16_t>(array);
-  const std::u16string_view utf16(units.data(), units.size());
+  const std::u16string_view utf16 = unitsOf(array);
+  // Nearly all texts are ASCII, whose conversion is a plain copy.
+  if (std::all_of(utf16.begin(), utf16.end(), [](char16_t unit) { return unit < 0x80; }))
+    return {utf16.begin(), utf16.end()};
   if (!fl::i18n::isWellFormed(utf16))
     throwEncodeError(path, "text with an unpaired surrogate", "well-formed UTF-16");
   return fl::i18n::to_string(utf16);

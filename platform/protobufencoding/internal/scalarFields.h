@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/array/qxArray.h"
 #include "platform/protobufencoding/internal/FieldPath.h"
@@ -15,6 +16,9 @@ std::string stringFrom(const qxArray* array, const FieldShape& field, const Fiel
 
 // The bytes of a uint8 vector.
 std::string bytesFrom(const qxArray* array, const FieldPath& path);
+
+// Whether the array is this text.
+bool isText(const qxArray* array, std::u16string_view text);
 
 // Of a text row.
 std::string textFrom(const qxArray* array, const FieldPath& path);
