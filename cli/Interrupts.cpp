@@ -56,8 +56,8 @@ Interrupts::Interrupts() : previous_{} {
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     if (sigaction(kSignals[i], &action, &previous_[i]) != 0)
       throw std::system_error(errno, std::generic_category(), "cannot handle signals");
-    // Who started the program with a signal ignored, as nohup does, wants it ignored.
-    if (previous_[i].sa_handler == SIG_IGN && kSignals[i] == SIGHUP)
+    // Who started the program with a signal ignored, as nohup does and a script's "&", wants it ignored.
+    if (previous_[i].sa_handler == SIG_IGN)
       sigaction(kSignals[i], &previous_[i], nullptr);
   }
 }

@@ -188,6 +188,25 @@ TEST_F(ZksInterrupt, WhileNobodyReadsTheOutput) {
   interrupt(zks);
 }
 
+TEST_F(ZksInterrupt, ThatWhoeverStartedZksIgnoresIsIgnored) {
+  startDaemon();
+  ASSERT_EQ(::mkfifo(path("go").c_str(), 0600), 0);
+  Words words{"sh", "-c", "trap '' INT; exec \"$@\"", "sh"};
+  Words task = taskThatWaits();
+  task.back() = "exec 3> " + path("alive") + "; echo started >&3; read line < " + path("go") + "; touch o";
+  const Words command = zksWords(task);
+  words.insert(words.end(), command.begin(), command.end());
+  ChildProcess zks(words, directory());
+  const UniqueFd alive = waitForTask();
+  zks.send(SIGINT);
+  const UniqueFd go(::open(path("go").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(::write(go.get(), "\n", 1), 1);
+  const ProcessOutcome outcome = zks.wait();
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.error, "");
+  EXPECT_THAT(namesIn("out"), testing::ElementsAre("o"));
+}
+
 // --- On a terminal ---
 
 class Terminal {
@@ -201,6 +220,7 @@ class Terminal {
     winsize size{24, 100, 0, 0};
     pid_ = ::forkpty(&file, nullptr, nullptr, &size);
     if (pid_ == 0) {
+      std::signal(SIGINT, SIG_DFL);
       if (::chdir(directory.c_str()) == 0)
         ::execv(words[0], words.data());
       ::_exit(99);

@@ -1,0 +1,62 @@
+#include "cli/ContentCheck.h"
+
+#include <gtest/gtest.h>
+
+#include "cli/testing/TemporaryDirectory.h"
+#include "cli/testing/files.h"
+
+namespace zks {
+namespace {
+
+class ContentChecks : public testing::Test {
+ protected:
+  bool isSame(const std::string& original, const std::string& came) const {
+    writeFile(path(), original);
+    ContentCheck check(path());
+    for (const char& byte : came)
+      check.add({&byte, 1});
+    return check.isSame();
+  }
+  std::string path() const { return directory_.path() + "/original"; }
+
+  TemporaryDirectory directory_;
+};
+
+TEST_F(ContentChecks, SameBytesAreTheSame) {
+  EXPECT_TRUE(isSame("", ""));
+  EXPECT_TRUE(isSame("abc", "abc"));
+}
+
+TEST_F(ContentChecks, EveryDifferenceIsFound) {
+  EXPECT_FALSE(isSame("abc", "abd"));
+  EXPECT_FALSE(isSame("abc", "ab"));
+  EXPECT_FALSE(isSame("abc", ""));
+  EXPECT_FALSE(isSame("abc", "abcd"));
+  EXPECT_FALSE(isSame("", "a"));
+}
+
+TEST_F(ContentChecks, OriginalThatIsGoneIsADifference) {
+  ContentCheck check(path());
+  EXPECT_FALSE(check.isSame());
+}
+
+TEST_F(ContentChecks, WithoutAnOriginalBytesAreCountedAndDigested) {
+  ContentCheck check(std::nullopt);
+  const std::string bytes = "123456789";
+  check.add(bytes);
+  EXPECT_TRUE(check.isSame());
+  EXPECT_EQ(check.digest().nbytes(), 9U);
+  EXPECT_EQ(check.digest().text(), "crc32 cbf43926");
+}
+
+TEST_F(ContentChecks, FileIsReadToItsEnd) {
+  const std::string bytes(200'000, 'x');
+  writeFile(path(), bytes);
+  ContentCheck check(path());
+  checkFile(path(), check);
+  EXPECT_EQ(check.digest().nbytes(), bytes.size());
+  EXPECT_TRUE(check.isSame());
+}
+
+}  // namespace
+}  // namespace zks
