@@ -123,8 +123,15 @@ TEST_P(TransportsFlow, SlowHandlerStallsTheWriterOfTheRequest) {
 TEST_P(TransportsFlow, ReplyGivenUpHalfwayCancelsItsHandlerAndTheNextCallSucceeds) {
   service().add("echo", echo);
   serve("produce", [probe = probe()](ServerCall& call) {
-    call.onCancel([probe] { probe->cancelled.set_value(); });
-    produce(call, *probe);
+    std::promise<void> told;
+    call.onCancel([&told] { told.set_value(); });
+    try {
+      produce(call, *probe);
+    } catch (const Terminated&) {
+      awaitEvent(told);  // a handler that has left is told nothing any more
+      probe->cancelled.set_value();
+      throw;
+    }
   });
   auto reply = openReply(client(), "produce", sourceOf(""));
   reply->ignore(1000);

@@ -1,4 +1,5 @@
 // What every transport must do: bytes and errors arrive as they were.
+#include <mutex>
 #include <stdexcept>
 
 #include "platform/errors/RemoteException.h"
@@ -119,15 +120,19 @@ TEST_P(Transports, HandlerLearnsTheSizeOfTheRequest) {
 }
 
 TEST_P(Transports, StringRequestIsAnsweredWhenItsReplyHasEnded) {
-  auto seen = std::make_shared<std::string>();
-  serve("keep", [seen](ServerCall& call) {
-    *seen = readAll(call.request());
+  std::mutex mutex;
+  std::string seen;
+  serve("keep", [&](ServerCall& call) {
+    std::string request = readAll(call.request());
     call.reply() << patternOf(kFrame);
+    const std::lock_guard lock(mutex);
+    seen = std::move(request);
   });
-  callWithBytes(client(), "keep", "some bytes");
-  EXPECT_EQ(*seen, "some bytes");
-  callWithBytes(client(), "keep", patternOf(3 * kFrame));
-  EXPECT_TRUE(*seen == patternOf(3 * kFrame));
+  for (const std::string& request : {std::string("some bytes"), patternOf(3 * kFrame), std::string()}) {
+    callWithBytes(client(), "keep", request);
+    const std::lock_guard lock(mutex);
+    EXPECT_TRUE(seen == request);
+  }
 }
 
 TEST_P(Transports, StringRequestFailsWithTheErrorOfItsHandler) {

@@ -20,7 +20,7 @@ ServedCall::ServedCall(std::string method, std::optional<long> requestSize, std:
   reply_.exceptions(std::ios::badbit);
 }
 
-// The handler's callback may use what ended with the handler.
+// The handler's callback may use what ended with the handler: from here on it is not run.
 ServedCall::~ServedCall() {
   notice_.setCallback(nullptr);
 }

@@ -24,15 +24,8 @@ ClientConnection::ClientConnection(std::shared_ptr<grpc::Channel> channel, std::
       onDisconnect_(std::move(onDisconnect)) {}
 
 void ClientConnection::start() {
-  queueThread_ = std::thread([self = shared_from_this()] { self->serveQueue(); });
+  queueThread_ = std::thread([self = shared_from_this()] { serveCompletions(self->queue_); });
   makeStream()->openAsWatch();
-}
-
-void ClientConnection::serveQueue() {
-  void* tag = nullptr;
-  bool ok = false;
-  while (queue_.Next(&tag, &ok))
-    static_cast<CompletionTag*>(tag)->complete(ok);
 }
 
 std::shared_ptr<ClientStream> ClientConnection::makeStream() {

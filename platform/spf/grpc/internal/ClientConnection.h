@@ -44,7 +44,6 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   void runBlocking(std::function<void()> task);
 
  private:
-  void serveQueue();
   std::shared_ptr<ClientStream> freeStream();
   std::shared_ptr<ClientStream> makeStream();
   void lost(const std::exception_ptr& reason);

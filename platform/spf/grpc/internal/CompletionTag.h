@@ -1,9 +1,10 @@
 // What a completion queue hands back: the operation that ended.
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <utility>
+
+#include "platform/spf/grpc/internal/tsanOrder.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -12,6 +13,17 @@ class CompletionTag {
   virtual ~CompletionTag() = default;
   virtual void complete(bool ok) = 0;
 };
+
+// Serves a queue until it is shut down and drained.
+template <class Queue>
+void serveCompletions(Queue& queue) {
+  void* tag = nullptr;
+  bool ok = false;
+  while (queue.Next(&tag, &ok)) {
+    takenOver(tag);
+    static_cast<CompletionTag*>(tag)->complete(ok);
+  }
+}
 
 // Calls a member function of its owner, which it keeps alive while the operation is under way.
 // Threads: armed by whoever starts the operation, completed by the queue's thread; one operation at a time.
@@ -22,15 +34,15 @@ class MemberTag final : public CompletionTag {
 
   void* arm(std::shared_ptr<Owner> owner) {
     owner_ = std::move(owner);
-    armed_.store(true, std::memory_order_release);
-    return static_cast<CompletionTag*>(this);
+    void* tag = static_cast<CompletionTag*>(this);
+    handedOver(tag);
+    return tag;
   }
 
   // The operation will never be reported: lets go of the owner.
   void disarm() { owner_ = nullptr; }
 
   void complete(bool ok) override {
-    armed_.exchange(false, std::memory_order_acq_rel);  // orders this thread after the arming one
     const std::shared_ptr<Owner> owner = std::move(owner_);
     if (owner != nullptr)
       (owner.get()->*member_)(ok);
@@ -39,7 +51,6 @@ class MemberTag final : public CompletionTag {
  private:
   void (Owner::*member_)(bool);
   std::shared_ptr<Owner> owner_;
-  std::atomic<bool> armed_{false};
 };
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -117,12 +117,8 @@ Frame decodeFrame(const grpc::ByteBuffer& message) {
     malformed("its bytes cannot be read");
   Frame frame;
   SliceCursor cursor(slices);
-  while (cursor.remaining() > 0) {
-    const std::uint64_t tag = cursor.readVarint();
-    if (tag > UINT32_MAX || (tag >> 3U) == 0)
-      malformed("an invalid field number");
-    decodeField(cursor, static_cast<std::uint32_t>(tag), frame);
-  }
+  while (cursor.remaining() > 0)
+    decodeField(cursor, cursor.readTag(), frame);
   return frame;
 }
 

@@ -179,7 +179,7 @@ TEST(Frame, UnknownFieldsOfEveryKindAreSkipped) {
       "\x4B\x30\x01\x4C"
       "\x55"
       "1234",
-      25);
+      24);
   const Frame frame = decodeFrame(messageOf(unknown + "\x1A\x01z" + unknown, 2));
   EXPECT_EQ(dataOf(frame), "z");
 }

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/spf/grpc/internal/tsanOrder.h"
+
 namespace agent::spf::grpc_transport::internal {
 
 namespace {
@@ -12,6 +14,7 @@ struct Loan {
 };
 
 void endLoan(void* pointer) {
+  takenOver(pointer);
   const std::unique_ptr<Loan> loan(static_cast<Loan*>(pointer));
   loan->owner->giveBack(std::move(loan->buffer));
 }
@@ -35,6 +38,7 @@ SendBuffers::Buffer SendBuffers::acquire() {
 grpc::Slice SendBuffers::lend(const std::shared_ptr<SendBuffers>& self, Buffer buffer, std::size_t nbytes) {
   char* bytes = buffer.get();
   auto loan = std::make_unique<Loan>(Loan{self, std::move(buffer)});
+  handedOver(loan.get());
   return {bytes, nbytes, endLoan, loan.release()};
 }
 

@@ -28,7 +28,7 @@ void setArguments(grpc::ServerBuilder& builder) {
 ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const std::string& address)
     : service_(std::move(service)), address_(address) {
   listen();
-  queueThread_ = std::thread([this] { serveQueue(); });
+  queueThread_ = std::thread([this] { serveCompletions(*queue_); });
   acceptNext();
 }
 
@@ -57,13 +57,6 @@ void ServerCore::listen() {
   if (queue_ != nullptr)
     queue_->Shutdown();
   throw FrameworkError("Cannot listen at " + address_ + ": " + why + ".");
-}
-
-void ServerCore::serveQueue() {
-  void* tag = nullptr;
-  bool ok = false;
-  while (queue_->Next(&tag, &ok))
-    static_cast<CompletionTag*>(tag)->complete(ok);
 }
 
 void ServerCore::acceptNext() {

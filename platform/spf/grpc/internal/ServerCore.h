@@ -42,7 +42,6 @@ class ServerCore {
 
  private:
   void listen();
-  void serveQueue();
 
   const std::shared_ptr<const core::Service> service_;
   std::string address_;

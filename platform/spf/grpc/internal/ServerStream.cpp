@@ -301,12 +301,12 @@ void ServerStream::onDone(bool /*ok*/) {
 
 void ServerStream::cancelCall(const std::exception_ptr& reason) {
   const CallPointer call = current();
+  const bool first = call != nullptr && call->notice.mark();  // before the handler's streams fail: it may ask then
   sender_.breakOff();
   buffers_->stop();
-  if (call == nullptr)
-    return;
-  call->request->fail(reason);
-  if (call->notice.mark())
+  if (call != nullptr)
+    call->request->fail(reason);
+  if (first)
     server_.runBlocking([call] { call->notice.run(); });
 }
 

@@ -45,6 +45,20 @@ std::uint64_t SliceCursor::readVarint() {
   malformed("a number of more than ten bytes");
 }
 
+std::uint32_t SliceCursor::readTag() {
+  std::uint32_t tag = 0;
+  for (unsigned shift = 0; shift < 35; shift += 7) {
+    const std::uint8_t byte = readByte();
+    tag |= static_cast<std::uint32_t>(byte & 0x7FU) << shift;  // bits beyond 32 are dropped, as generated parsers do
+    if ((byte & 0x80U) != 0)
+      continue;
+    if ((tag >> 3U) == 0)
+      malformed("an invalid field number");
+    return tag;
+  }
+  malformed("a field number of more than five bytes");
+}
+
 std::size_t SliceCursor::readLength() {
   const std::uint64_t length = readVarint();
   if (length > remaining_)
@@ -100,15 +114,13 @@ void SliceCursor::skipGroup(std::uint32_t number, int depth) {
   if (depth >= kMaxGroupDepth)
     malformed("groups nested too deeply");
   for (;;) {
-    const std::uint64_t inner = readVarint();
-    if (inner > UINT32_MAX || (inner >> 3U) == 0)
-      malformed("an invalid field number");
+    const std::uint32_t inner = readTag();
     if ((inner & 7U) == kGroupEnd) {
       if ((inner >> 3U) != number)
         malformed("a group ends that was not begun");
       return;
     }
-    skipValue(static_cast<std::uint32_t>(inner), depth + 1);
+    skipValue(inner, depth + 1);
   }
 }
 

@@ -17,6 +17,8 @@ class SliceCursor {
 
   std::size_t remaining() const noexcept { return remaining_; }
   std::uint64_t readVarint();
+  // Field number and wire type; of a number other than 0.
+  std::uint32_t readTag();
   // The length of a field, checked against what is there.
   std::size_t readLength();
   std::string readBytes(std::size_t nbytes);
