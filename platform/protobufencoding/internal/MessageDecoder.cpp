@@ -79,6 +79,14 @@ void MessageDecoder::findPresent(const Source& source, const MessageShape& shape
   present.unknown = !source.reflection.GetUnknownFields(source.message).empty();
 }
 
+bool MessageDecoder::hasPresent(const Source& source, const MessageShape& shape, const Present& present,
+                                Present& scratch) {
+  if (!shape.presenceVaries())
+    return source.reflection.GetUnknownFields(source.message).empty() == !present.unknown;
+  findPresent(source, shape, scratch);
+  return scratch == present;
+}
+
 // Entries of maps name no type: they are not messages to users.
 qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& shape, const Present& present) {
   if (present.allFields && !present.unknown)
@@ -97,7 +105,7 @@ qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& s
 void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
                                 const Present& present, int depth) {
   if (!shape.isMapEntry())
-    qxSetField(target, element, kMessageTypeField, messageTypeText(shape));
+    qxSetField(target, element, kMessageTypeField, qxCreateSharedCopy(messageTypeText(shape)));
   for (const FieldShape* present_field : present.fields)
     qxSetField(target, element, present_field->name, field(source, *present_field, depth));
   if (present.unknown) {
@@ -107,11 +115,15 @@ void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Sour
   }
 }
 
-qxArrayPtr MessageDecoder::messageTypeText(const MessageShape& shape) {
+const qxArray* MessageDecoder::messageTypeText(const MessageShape& shape) {
+  if (lastType_ == &shape)
+    return lastTypeText_;
   qxArrayPtr& text = typeTexts_[&shape];
   if (text == nullptr)
     text = qxCreateString(shape.typeText());
-  return qxCreateSharedCopy(text.get());
+  lastType_ = &shape;
+  lastTypeText_ = text.get();
+  return lastTypeText_;
 }
 
 qxArrayPtr MessageDecoder::field(const Source& source, const FieldShape& field, int depth) {
@@ -208,8 +220,7 @@ qxArrayPtr MessageDecoder::repeatedMessages(const Source& source, const FieldSha
     findPresent(source.reflection.GetRepeatedMessage(source.message, field.descriptor, 0), shape, first);
   }
   for (int i = 1; i < count; ++i) {
-    findPresent(source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, other);
-    if (other != first)
+    if (!hasPresent(source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, first, other))
       return listOfMessages(source, field, depth);
   }
   qxArrayPtr result = createStruct(static_cast<std::size_t>(count), shape, first);

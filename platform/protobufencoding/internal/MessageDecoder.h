@@ -53,10 +53,11 @@ class MessageDecoder {
   qxArrayPtr specialForm(const Source& source, const MessageShape& shape, int depth);  // null: none without a loss
 
   void findPresent(const Source& source, const MessageShape& shape, Present& present);
+  bool hasPresent(const Source& source, const MessageShape& shape, const Present& present, Present& scratch);
   qxArrayPtr createStruct(std::size_t count, const MessageShape& shape, const Present& present);
   void fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
                   const Present& present, int depth);
-  qxArrayPtr messageTypeText(const MessageShape& shape);
+  const qxArray* messageTypeText(const MessageShape& shape);
 
   qxArrayPtr field(const Source& source, const FieldShape& field, int depth);
   qxArrayPtr single(const Source& source, const FieldShape& field, int depth);
@@ -81,6 +82,8 @@ class MessageDecoder {
   MessageShapes shapes_;
   AnyMessages anys_;
   std::unordered_map<const MessageShape*, qxArrayPtr> typeTexts_;
+  const MessageShape* lastType_ = nullptr;  // the one asked for last, and its text
+  const qxArray* lastTypeText_ = nullptr;
   std::unordered_map<const google::protobuf::EnumValueDescriptor*, qxArrayPtr> enumTexts_;
 };
 

@@ -169,13 +169,15 @@ MessageShape::MessageShape(const Descriptor* descriptor)
       fullName_(descriptor->full_name()),
       typeText_(fl::i18n::to_ustring(fullName_)),
       special_(specialFormOf(*descriptor)),
-      isMapEntry_(descriptor->options().map_entry()) {
+      isMapEntry_(descriptor->options().map_entry()),
+      presenceVaries_(isExtendable()) {
   if (!isMapEntry_)
     structFieldNames_.emplace_back(kMessageTypeField);
   for (int i = 0; i < descriptor->field_count(); ++i) {
     const FieldShape& field = fields_.emplace_back(descriptor->field(i));
     byName_.emplace(field.name, &field);
     structFieldNames_.push_back(field.name);
+    presenceVaries_ = presenceVaries_ || field.hasPresence;
   }
 }
 

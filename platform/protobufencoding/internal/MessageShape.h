@@ -75,6 +75,8 @@ class MessageShape {
   const std::u16string& typeText() const { return typeText_; }  // the full name as the host has it
   SpecialForm special() const { return special_; }
   bool isExtendable() const { return descriptor_->extension_range_count() > 0; }
+  // Whether messages of the type can differ in which of its fields a struct has.
+  bool presenceVaries() const { return presenceVaries_; }
   bool isMapEntry() const { return isMapEntry_; }
   // In the order of declaration, extensions not among them.
   const std::deque<FieldShape>& fields() const { return fields_; }
@@ -93,6 +95,7 @@ class MessageShape {
   std::u16string typeText_;
   SpecialForm special_;
   bool isMapEntry_;
+  bool presenceVaries_;
   std::deque<FieldShape> fields_;
   std::vector<std::string> structFieldNames_;
   std::unordered_map<std::string_view, const FieldShape*> byName_;
