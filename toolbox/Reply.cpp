@@ -7,7 +7,6 @@
 #include "platform/errors/catalogue.h"
 #include "platform/files/nativePath.h"
 #include "platform/interrupt/utInterruptState.h"
-#include "transport/client/expandSPFErrors.h"
 
 namespace parallel::toolbox {
 namespace {
@@ -33,8 +32,11 @@ qxArrayProxy resultOf(const std::string& method, const qxArrayProxy& payload) {
 }  // namespace
 
 Reply::Reply(std::string method, const spf::transport::OutputPayload& payload,
-             std::shared_ptr<const CallObservation> observation)
-    : method_(std::move(method)), items_(payload.getDeserializableData()), observation_(std::move(observation)) {}
+             std::shared_ptr<const CallObservation> observation, ErrorForm errors)
+    : method_(std::move(method)),
+      items_(payload.getDeserializableData()),
+      observation_(std::move(observation)),
+      errors_(errors) {}
 
 void Reply::expectItems(std::size_t count, const std::string& description) const {
   if (items_.size() == count)
@@ -60,7 +62,7 @@ qxArrayProxy Reply::take(const Operation& operation) {
       }
     }
   } catch (...) {
-    spf::transport::throwExpandedSPFErrors();
+    rethrowInForm(errors_);
   }
 }
 

@@ -3,7 +3,7 @@
 // The kinds of the items are not on the wire; the method says them. Taking an item as another kind than it is gives an
 // error or, at worst, other bytes than were meant.
 //
-// Errors:  `ReplyItemFailed` on top of what went wrong, in one message as throwExpandedSPFErrors makes it; an item past
+// Errors:  `ReplyItemFailed` on top of what went wrong, in the form that the caller chose; an item past
 //          the last is a `MalformedReply`. After an error the rest of the reply is lost.
 // Threads: one at a time, and no other item of the same call at once.
 #pragma once
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/tova/qxArrayProxy.h"
+#include "toolbox/ErrorForm.h"
 #include "toolbox/ObservingInvokable.h"
 #include "transport/data/OutputPayload.h"
 
@@ -23,7 +24,7 @@ namespace parallel::toolbox {
 class Reply {
  public:
   Reply(std::string method, const spf::transport::OutputPayload& payload,
-        std::shared_ptr<const CallObservation> observation);
+        std::shared_ptr<const CallObservation> observation, ErrorForm errors = ErrorForm::OneMessage);
 
   std::size_t itemCount() const noexcept { return items_.size(); }
   std::size_t itemsTaken() const noexcept { return taken_; }
@@ -46,6 +47,7 @@ class Reply {
   std::string method_;
   std::vector<std::shared_ptr<spf::transport::DeserializableData>> items_;
   std::shared_ptr<const CallObservation> observation_;
+  ErrorForm errors_;
   std::size_t taken_ = 0;
 };
 

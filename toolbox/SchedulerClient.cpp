@@ -10,7 +10,6 @@
 #include "toolbox/hostMessage.h"
 #include "toolbox/observedItem.h"
 #include "transport/client/ConnectionRecord.h"
-#include "transport/client/expandSPFErrors.h"
 #include "transport/data/InputPayload.h"
 
 namespace parallel::toolbox {
@@ -64,21 +63,23 @@ zksmessages::EchoRequest describe(const std::vector<Item>& items) {
 
 }  // namespace
 
-SchedulerClient::SchedulerClient(const Connection& connection, std::shared_ptr<TransferProgress> progress)
+SchedulerClient::SchedulerClient(const Connection& connection, std::shared_ptr<TransferProgress> progress,
+                                 ErrorForm errors)
     : connection_(connection),
-      progress_(progress != nullptr ? std::move(progress) : std::make_shared<TransferProgress>()) {}
+      progress_(progress != nullptr ? std::move(progress) : std::make_shared<TransferProgress>()),
+      errors_(errors) {}
 
 Reply SchedulerClient::call(const std::string& method, const std::vector<Item>& items) const {
   const auto observation = std::make_shared<CallObservation>(progress_);
   const TransportClient client = observedClient(connection_, observation);
   try {
     try {
-      return {method, client.invokeMethod(method, observedPayload(items, observation)), observation};
+      return {method, client.invokeMethod(method, observedPayload(items, observation)), observation, errors_};
     } catch (...) {
       throwWithContext(method, connection_.name());
     }
   } catch (...) {
-    spf::transport::throwExpandedSPFErrors();
+    rethrowInForm(errors_);
   }
 }
 

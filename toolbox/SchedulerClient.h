@@ -14,6 +14,7 @@
 
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "toolbox/Connection.h"
+#include "toolbox/ErrorForm.h"
 #include "toolbox/Item.h"
 #include "toolbox/Reply.h"
 #include "toolbox/TransferProgress.h"
@@ -32,7 +33,8 @@ struct TaskResult {
 class SchedulerClient {
  public:
   // `progress` may be null; it then goes unwatched.
-  explicit SchedulerClient(const Connection& connection, std::shared_ptr<TransferProgress> progress = nullptr);
+  explicit SchedulerClient(const Connection& connection, std::shared_ptr<TransferProgress> progress = nullptr,
+                           ErrorForm errors = ErrorForm::OneMessage);
 
   // Any method, by name.
   Reply call(const std::string& method, const std::vector<Item>& items) const;
@@ -47,6 +49,7 @@ class SchedulerClient {
  private:
   const Connection& connection_;
   std::shared_ptr<TransferProgress> progress_;
+  ErrorForm errors_;
 };
 
 }  // namespace parallel::toolbox
