@@ -1,0 +1,61 @@
+// A connection to a service as the bridge holds it.
+//
+// Ownership: a session belongs to the process that opened it. In a process forked from that one every operation throws
+//            `ForkedSession`, and the destructor lets the connection be: its threads are not there.
+// Threads:   any, several calls at once; closing ends those under way. Without the interpreter's lock.
+// Errors:    as toolbox::SchedulerClient, causes nested.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/zksmessages/zksmessages.pb.h"
+#include "python/bridge/OrderedReply.h"
+#include "python/bridge/counters.h"
+#include "toolbox/Connection.h"
+#include "toolbox/Item.h"
+#include "toolbox/SchedulerClient.h"
+
+namespace zks::bridge {
+
+using Items = std::vector<parallel::toolbox::Item>;
+
+struct TaskOutcome {
+  parallel::zksmessages::TesselTaskExecutionInfo info;
+  tova::factory::qxArrayProxy standardOutput;
+  tova::factory::qxArrayProxy standardError;
+  std::shared_ptr<OrderedReply> outputs;
+};
+
+class NativeSession {
+ public:
+  // Nothing: an embedded service. `ForkedTransport` for an address, where a forked process cannot have sockets any
+  // more.
+  NativeSession(const std::optional<std::string>& address, std::chrono::milliseconds timeout);
+  ~NativeSession();
+  NativeSession(const NativeSession&) = delete;
+  NativeSession& operator=(const NativeSession&) = delete;
+
+  const std::string& name() const noexcept { return connection_->name(); }
+  bool isOpen() const;
+  void close() noexcept;
+
+  std::shared_ptr<OrderedReply> call(const std::string& method, const Items& items) const;
+  std::shared_ptr<OrderedReply> echo(const Items& items) const;
+  TaskOutcome runTask(const parallel::zksmessages::TaskDescription& task, const Items& inputs) const;
+
+ private:
+  parallel::toolbox::SchedulerClient client() const;
+  bool isForked() const noexcept;
+
+  const pid_t process_;
+  std::unique_ptr<parallel::toolbox::Connection> connection_;
+  Counted counted_{counters().sessions};
+};
+
+}  // namespace zks::bridge

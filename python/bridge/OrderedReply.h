@@ -1,0 +1,54 @@
+// The items of one reply, in any order.
+//
+// On the stream they come one after another. Taking one before those in front of it reads these into memory first, as
+// they are, to be taken later. Each item is taken once.
+//
+// Errors:  `ItemAlreadyRead`; as toolbox::Reply, causes nested.
+// Threads: any; one at a time takes, others wait. Without the interpreter's lock.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "python/bridge/counters.h"
+#include "toolbox/Reply.h"
+#include "transport/data/DeserializableData.h"
+
+namespace zks::bridge {
+
+class OrderedReply {
+ public:
+  explicit OrderedReply(parallel::toolbox::Reply reply);
+
+  std::size_t itemCount() const noexcept { return states_.size(); }
+
+  // `index` from 0. Of those that this reply still has when it is made, which may be the last ones of a call's.
+  qxArrayPtr takeArray(std::size_t index);
+  qxArrayPtr takeMessage(std::size_t index);
+  qxArrayPtr takePlain(std::size_t index);
+  void takeFile(std::size_t index, const std::string& path);
+
+ private:
+  using Data = parallel::spf::transport::DeserializableData;
+  using Proxy = tova::factory::qxArrayProxy;
+  struct Item {
+    bool taken = false;
+    std::shared_ptr<Data> buffered;  // when it was read before its turn
+  };
+
+  qxArrayPtr take(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
+                  const std::function<Proxy(Data&)>& fromBuffer);
+  void bufferNext();
+
+  const std::size_t first_;  // how many of the call's items had been taken before
+  std::mutex mutex_;
+  parallel::toolbox::Reply reply_;  // guarded by mutex_
+  std::vector<Item> states_;        // the items guarded by mutex_
+  Counted counted_{counters().replies};
+};
+
+}  // namespace zks::bridge

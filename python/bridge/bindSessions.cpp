@@ -1,0 +1,211 @@
+#include <pybind11/chrono.h>
+#include <pybind11/stl.h>
+
+#include <cmath>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "python/bridge/NativeSession.h"
+#include "python/bridge/bindings.h"
+#include "python/bridge/blockingCall.h"
+#include "python/bridge/fromPython.h"
+#include "python/bridge/toPython.h"
+
+namespace zks::bridge {
+
+namespace py = pybind11;
+using namespace py::literals;
+
+namespace {
+
+using parallel::toolbox::Item;
+using parallel::zksmessages::TaskDescription;
+using parallel::zksmessages::TaskLimits;
+using parallel::zksmessages::TesselTaskExecutionInfo;
+using Control = std::shared_ptr<CallControl>;
+
+google::protobuf::Duration durationOf(double seconds) {
+  double whole = 0;
+  const double fraction = std::modf(seconds, &whole);
+  google::protobuf::Duration duration;
+  duration.set_seconds(static_cast<std::int64_t>(whole));
+  duration.set_nanos(static_cast<std::int32_t>(fraction * 1e9));
+  return duration;
+}
+
+double secondsOf(const google::protobuf::Duration& duration) {
+  return static_cast<double>(duration.seconds()) + static_cast<double>(duration.nanos()) * 1e-9;
+}
+
+void setLimits(TaskDescription& task, const std::map<std::string, double>& limits) {
+  for (const auto& [name, value] : limits) {
+    TaskLimits& set = *task.mutable_limits();
+    if (name == "wall_time")
+      *set.mutable_wall_time() = durationOf(value);
+    else if (name == "cpu_time")
+      *set.mutable_cpu_time() = durationOf(value);
+    else if (name == "memory_bytes")
+      set.set_memory_bytes(static_cast<std::uint64_t>(value));
+    else if (name == "file_bytes")
+      set.set_file_bytes(static_cast<std::uint64_t>(value));
+    else if (name == "open_files")
+      set.set_open_files(static_cast<std::uint64_t>(value));
+    else
+      throw py::value_error("there is no limit \"" + name + "\"");
+  }
+}
+
+const char* outcomeName(const TesselTaskExecutionInfo& info) {
+  switch (info.outcome()) {
+    case TesselTaskExecutionInfo::OUTCOME_EXITED:
+      return "exited";
+    case TesselTaskExecutionInfo::OUTCOME_SIGNALLED:
+      return "signalled";
+    case TesselTaskExecutionInfo::OUTCOME_TIMED_OUT:
+      return "timed_out";
+    case TesselTaskExecutionInfo::OUTCOME_NOT_STARTED:
+      return "not_started";
+    default:
+      return "unknown";
+  }
+}
+
+py::dict pythonInfo(const TesselTaskExecutionInfo& info) {
+  py::dict fields;
+  fields["outcome"] = outcomeName(info);
+  fields["exit_status"] = info.has_exit_status() ? py::object(py::int_(info.exit_status())) : py::none();
+  fields["signal"] = info.has_signal() ? py::object(py::int_(info.signal())) : py::none();
+  fields["message"] = info.message();
+  fields["wall_time"] = secondsOf(info.wall_time());
+  fields["user_time"] = secondsOf(info.user_time());
+  fields["system_time"] = secondsOf(info.system_time());
+  fields["queued_time"] = secondsOf(info.queued_time());
+  fields["peak_memory_bytes"] = info.peak_memory_bytes();
+  fields["missing_outputs"] =
+      py::cast(std::vector<std::string>(info.missing_outputs().begin(), info.missing_outputs().end()));
+  return fields;
+}
+
+// Sessions and replies may take long to end, and must not hold the interpreter up; they may also outlive it.
+template <class T>
+void destroyWithoutLock(T* object) {
+  if (Py_IsInitialized() != 0 && PyGILState_Check() != 0) {
+    const py::gil_scoped_release unlocked;
+    delete object;
+  } else {
+    delete object;
+  }
+}
+
+std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& address, double seconds) {
+  const auto timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1e3));
+  return withoutLock([&] {
+    return std::shared_ptr<NativeSession>(new NativeSession(address, timeout), destroyWithoutLock<NativeSession>);
+  });
+}
+
+// The reply's last share may be Python's.
+std::shared_ptr<OrderedReply> pythonReply(std::shared_ptr<OrderedReply> reply) {
+  auto* const held = new std::shared_ptr<OrderedReply>(std::move(reply));
+  return {held->get(), [held](OrderedReply*) { destroyWithoutLock(held); }};
+}
+
+TaskDescription describeTask(const std::vector<std::string>& argv,
+                             const std::map<std::string, std::string>& environment, bool clearEnvironment,
+                             const std::vector<std::string>& inputNames, const std::vector<std::string>& outputNames,
+                             const std::map<std::string, double>& limits) {
+  TaskDescription task;
+  task.mutable_argv()->Assign(argv.begin(), argv.end());
+  for (const auto& [name, value] : environment)
+    (*task.mutable_environment())[name] = value;
+  task.set_clear_environment(clearEnvironment);
+  task.mutable_input_files()->Assign(inputNames.begin(), inputNames.end());
+  task.mutable_output_files()->Assign(outputNames.begin(), outputNames.end());
+  setLimits(task, limits);
+  return task;
+}
+
+py::tuple runTask(const NativeSession& session, const std::vector<std::string>& argv,
+                  const std::map<std::string, std::string>& environment, bool clearEnvironment,
+                  const std::vector<std::string>& inputNames, const std::vector<std::string>& outputNames,
+                  const std::map<std::string, double>& limits, const Items& inputs) {
+  const TaskDescription task = describeTask(argv, environment, clearEnvironment, inputNames, outputNames, limits);
+  const TaskOutcome outcome = withoutLock([&] { return session.runTask(task, inputs); });
+  return py::make_tuple(pythonInfo(outcome.info), toBytes(outcome.standardOutput.get()),
+                        toBytes(outcome.standardError.get()), pythonReply(outcome.outputs));
+}
+
+void bindItems(py::module_& module) {
+  using namespace parallel::toolbox;
+  py::class_<Item>(module, "Item", "An item of a request, ready to be sent");
+  module.def(
+      "array_item", [](py::handle value) { return arrayItem(fromPython(value, Memory::Borrow).get()); }, "value"_a,
+      "Any value as a host array. Borrows the memory of arrays until the item is gone.");
+  module.def(
+      "plain_item", [](py::handle value) { return plainItem(bytesFromPython(value, Memory::Borrow).get()); }, "value"_a,
+      "The bytes of a bytes-like object or of an array of one-byte elements");
+  module.def(
+      "file_item", [](py::handle path) { return fileItem(pathFromPython(path)); }, "path"_a,
+      "The contents of a file at the moment of sending");
+  module.def(
+      "message_item", [](py::handle fields) { return messageItem(fromPython(fields, Memory::Borrow).get()); },
+      "fields"_a, "The protobuf message that a dict describes; its key MessageType names the type");
+  module.def(
+      "result_item", [](py::handle fields) { return resultItem(fromPython(fields, Memory::Borrow).get()); }, "fields"_a,
+      "The same message in the form that messages have in replies");
+}
+
+void bindReplies(py::module_& module) {
+  const auto array = [](OrderedReply& reply, std::size_t index) {
+    return toPython(withoutLock([&] { return reply.takeArray(index); }), Scalars::AsArrays);
+  };
+  const auto message = [](OrderedReply& reply, std::size_t index) {
+    return toPython(withoutLock([&] { return reply.takeMessage(index); }), Scalars::AsScalars);
+  };
+  const auto plain = [](OrderedReply& reply, std::size_t index) {
+    const qxArrayPtr bytes = withoutLock([&] { return reply.takePlain(index); });
+    return toBytes(bytes.get());
+  };
+  const auto file = [](OrderedReply& reply, std::size_t index, py::handle path) {
+    const std::string native = pathFromPython(path);
+    withoutLock([&] { reply.takeFile(index, native); });
+  };
+  py::class_<OrderedReply, std::shared_ptr<OrderedReply>>(module, "Reply", "The items of a reply, each taken once")
+      .def("__len__", &OrderedReply::itemCount)
+      .def("take_array", array, "index"_a)
+      .def("take_message", message, "index"_a)
+      .def("take_bytes", plain, "index"_a)
+      .def("take_file", file, "index"_a, "path"_a);
+}
+
+}  // namespace
+
+void bindSessions(py::module_& module) {
+  py::class_<CallControl, Control>(module, "CallControl", "Stops the call that it was given to")
+      .def(py::init<>())
+      .def("cancel", &CallControl::cancel);
+  bindItems(module);
+  bindReplies(module);
+  const auto call = [](const NativeSession& session, const std::string& method, const Items& items,
+                       const Control& control) {
+    return pythonReply(withoutLock(control, [&] { return session.call(method, items); }));
+  };
+  const auto echo = [](const NativeSession& session, const Items& items) {
+    return pythonReply(withoutLock([&] { return session.echo(items); }));
+  };
+  const auto close = [](NativeSession& session) { withoutLock([&] { session.close(); }); };
+  py::class_<NativeSession, std::shared_ptr<NativeSession>>(module, "Session", "A connection to a service")
+      .def(py::init(&openSession), "address"_a, "timeout"_a)
+      .def_property_readonly("name", &NativeSession::name)
+      .def_property_readonly("is_open", &NativeSession::isOpen)
+      .def("call", call, "method"_a, "items"_a, "control"_a = Control())
+      .def("echo", echo, "items"_a)
+      .def("run_task", &runTask, "argv"_a, "environment"_a, "clear_environment"_a, "input_names"_a, "output_names"_a,
+           "limits"_a, "inputs"_a)
+      .def("close", close);
+}
+
+}  // namespace zks::bridge

@@ -1,0 +1,63 @@
+// How the bridge enters native code that may take long: without the interpreter's lock, and able to be stopped.
+//
+// On Python's main thread a signal handler that raises (Ctrl-C) ends the operation with the host's interrupt exception,
+// and the translator of errors.h raises what the handler raised. On any thread a CallControl does the same from
+// outside. No signal handler is installed: the interpreter's own check is asked.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include <pybind11/pybind11.h>
+
+#include "platform/interrupt/interpreterContext.h"
+
+namespace zks::bridge {
+
+// Stops the operation that it was given to, now or when it starts.
+class CallControl {
+ public:
+  void cancel() noexcept { cancelled_.store(true); }
+  bool isCancelled() const noexcept { return cancelled_.load(); }
+
+ private:
+  std::atomic<bool> cancelled_{false};
+};
+
+// While it lives the thread is without the interpreter's lock. Made and ended with the lock held.
+class BlockingCall {
+ public:
+  explicit BlockingCall(std::shared_ptr<const CallControl> control = nullptr);
+  ~BlockingCall();
+  BlockingCall(const BlockingCall&) = delete;
+  BlockingCall& operator=(const BlockingCall&) = delete;
+
+  struct State;
+
+ private:
+  foundation::usm::InterpreterContext context_;
+  std::unique_ptr<State> state_;
+  PyThreadState* released_;
+};
+
+template <class Operation>
+auto withoutLock(std::shared_ptr<const CallControl> control, Operation&& operation) {
+  const BlockingCall scope(std::move(control));
+  return std::forward<Operation>(operation)();
+}
+
+template <class Operation>
+auto withoutLock(Operation&& operation) {
+  return withoutLock(nullptr, std::forward<Operation>(operation));
+}
+
+// Makes the interpreter's signal check the platform's source of interrupts, or takes it away.
+void connectInterrupts();
+void disconnectInterrupts();
+
+// Raises what the last interrupt on this thread was: the signal handler's own exception, concurrent.futures'
+// CancelledError, or KeyboardInterrupt. Sets the error indicator.
+void raiseInterrupt();
+
+}  // namespace zks::bridge

@@ -1,0 +1,153 @@
+#include "python/bridge/deferred.h"
+
+#include <pthread.h>
+
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace zks::bridge {
+
+namespace py = pybind11;
+
+namespace {
+
+using parallel::logging::LogRecord;
+
+struct Deferred {
+  std::mutex mutex;
+  bool open = false;                  // guarded by mutex
+  bool scheduled = false;             // guarded by mutex; the interpreter has been asked to call runDeferred
+  std::vector<PyObject*> references;  // guarded by mutex
+  std::vector<LogRecord> records;     // guarded by mutex
+  PyObject* receiver = nullptr;       // guarded by the interpreter's lock
+};
+
+// Never destroyed: threads of the framework may outlive static objects.
+Deferred& deferred() {
+  static auto* const instance = new Deferred;
+  return *instance;
+}
+
+// Records that nobody has taken are dropped past this; the interpreter's main thread may be busy for long.
+constexpr std::size_t kMostRecords = 10'000;
+
+// Asks the interpreter's main thread to call runDeferred when it next can. A full queue is no loss: every call of the
+// bridge runs what is left as well.
+void schedule(Deferred& work) {
+  if (work.scheduled)
+    return;
+  const auto run = [](void*) {
+    runDeferred();
+    return 0;
+  };
+  work.scheduled = Py_AddPendingCall(run, nullptr) == 0;
+}
+
+class KeptErrorIndicator {
+ public:
+  KeptErrorIndicator() { PyErr_Fetch(&type_, &value_, &trace_); }
+  ~KeptErrorIndicator() { PyErr_Restore(type_, value_, trace_); }
+  KeptErrorIndicator(const KeptErrorIndicator&) = delete;
+  KeptErrorIndicator& operator=(const KeptErrorIndicator&) = delete;
+
+ private:
+  PyObject* type_ = nullptr;
+  PyObject* value_ = nullptr;
+  PyObject* trace_ = nullptr;
+};
+
+void passOn(PyObject* receiver, const LogRecord& record) {
+  PyObject* const text =
+      PyUnicode_DecodeUTF8(record.text.data(), static_cast<Py_ssize_t>(record.text.size()), "replace");
+  PyObject* const result = text == nullptr ? nullptr
+                                           : PyObject_CallFunction(receiver, "skO", record.logger.c_str(),
+                                                                   static_cast<unsigned long>(record.level), text);
+  if (result == nullptr)
+    PyErr_WriteUnraisable(receiver);
+  Py_XDECREF(result);
+  Py_XDECREF(text);
+}
+
+}  // namespace
+
+void releaseLater(PyObject* reference) noexcept {
+  Deferred& work = deferred();
+  const bool holdsLock = Py_IsInitialized() != 0 && PyGILState_Check() != 0;
+  {
+    const std::lock_guard lock(work.mutex);
+    if (!work.open)
+      return;
+    if (!holdsLock) {
+      try {
+        work.references.push_back(reference);
+        schedule(work);
+      } catch (const std::bad_alloc&) {  // the reference is lost, not the process
+      }
+      return;
+    }
+  }
+  Py_DECREF(reference);
+}
+
+void logLater(const LogRecord& record) {
+  Deferred& work = deferred();
+  const std::lock_guard lock(work.mutex);
+  if (!work.open || work.records.size() >= kMostRecords)
+    return;
+  work.records.push_back(record);
+  schedule(work);
+}
+
+void setLogReceiver(py::object receiver) {
+  PyObject* const earlier = std::exchange(deferred().receiver, receiver.release().ptr());
+  Py_XDECREF(earlier);
+}
+
+void runDeferred() noexcept {
+  Deferred& work = deferred();
+  std::vector<PyObject*> references;
+  std::vector<LogRecord> records;
+  {
+    const std::lock_guard lock(work.mutex);
+    work.scheduled = false;
+    if (!work.open || (work.references.empty() && work.records.empty()))
+      return;
+    references.swap(work.references);
+    records.swap(work.records);
+  }
+  const KeptErrorIndicator kept;
+  for (PyObject* const reference : references)
+    Py_DECREF(reference);
+  PyObject* const receiver = work.receiver;
+  if (receiver == nullptr)
+    return;
+  Py_INCREF(receiver);  // which the receiver itself may take away
+  for (const LogRecord& record : records)
+    passOn(receiver, record);
+  Py_DECREF(receiver);
+}
+
+void openDeferred() {
+  Deferred& work = deferred();
+  {
+    const std::lock_guard lock(work.mutex);
+    work.open = true;
+  }
+  // A thread may be inside the lock when another forks.
+  static const int registered = ::pthread_atfork([] { deferred().mutex.lock(); }, [] { deferred().mutex.unlock(); },
+                                                 [] { deferred().mutex.unlock(); });
+  static_cast<void>(registered);
+}
+
+void closeDeferred() noexcept {
+  runDeferred();
+  Deferred& work = deferred();
+  {
+    const std::lock_guard lock(work.mutex);
+    work.open = false;
+  }
+  Py_XDECREF(std::exchange(work.receiver, nullptr));
+}
+
+}  // namespace zks::bridge

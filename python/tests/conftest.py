@@ -1,0 +1,132 @@
+"""What every test of the package gets: sessions, a daemon, and a check that the test leaves nothing behind."""
+
+import gc
+import os
+import pathlib
+import subprocess
+import sys
+import threading
+import time
+
+import pytest
+
+import zks
+from zks import _bridge
+
+# Threads of the transport below, which live as long as the process does once sockets have been used.
+_LASTING_THREADS = ("default-executo", "resolver-execut", "grpc_global_tim", "event_engine", "grpcpp_sync_ser")
+
+
+def _native_threads():
+    names = []
+    for task in pathlib.Path("/proc/self/task").iterdir():
+        try:
+            names.append((task / "comm").read_text().strip())
+        except OSError:  # it has just ended
+            continue
+    return sorted(name for name in names if not name.startswith(_LASTING_THREADS))
+
+
+def _descriptors():
+    found = {}
+    for entry in pathlib.Path("/proc/self/fd").iterdir():
+        try:
+            found[entry.name] = os.readlink(entry)
+        except OSError:
+            continue
+    # What the transport keeps to wake its threads.
+    return sorted(target for target in found.values() if not target.startswith("anon_inode:"))
+
+
+def _children():
+    found = []
+    for task in pathlib.Path("/proc/self/task").iterdir():
+        try:
+            found += (task / "children").read_text().split()
+        except OSError:
+            continue
+    return sorted(found)
+
+
+def resources():
+    """What a process can leave behind, by kind."""
+    gc.collect()
+    _bridge.run_deferred()
+    return {
+        "descriptors": _descriptors(),
+        "children": _children(),
+        "threads": _native_threads(),
+        "python threads": sorted(thread.name for thread in threading.enumerate()),
+        "native objects": _bridge.live_objects(),
+    }
+
+
+def leaks_since(before, deadline=10.0):
+    """The kinds that differ from `before` still when the deadline is over; native threads end in their own time."""
+    end = time.monotonic() + deadline
+    while True:
+        now = resources()
+        different = {kind: (before[kind], now[kind]) for kind in now if now[kind] != before[kind]}
+        if not different or time.monotonic() > end:
+            return different
+        threading.Event().wait(0.01)
+
+
+@pytest.fixture(autouse=True)
+def nothing_is_left_behind(request):
+    if "no_leak_check" in request.keywords:
+        yield
+        return
+    before = resources()
+    yield
+    different = leaks_since(before)
+    assert not different, f"left behind (before, after): {different}"
+
+
+@pytest.fixture
+def session():
+    with zks.connect() as opened:
+        yield opened
+
+
+def start_daemon(directory):
+    """A daemon on a socket of its own, and its address; waits until it says that it listens."""
+    path = pathlib.Path(directory) / "socket"
+    process = subprocess.Popen(
+        [os.environ["ZKSD"], "--listen", f"unix:{path}"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True
+    )
+    line = process.stdout.readline()
+    if not line:
+        process.wait(10)
+        raise RuntimeError("zksd did not start")
+    return process, f"unix:{path}"
+
+
+def stop_daemon(process):
+    process.terminate()
+    try:
+        process.wait(10)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait(10)
+    process.stdout.close()
+
+
+@pytest.fixture(scope="module")
+def daemon(tmp_path_factory):
+    """The address of a service in another process."""
+    process, address = start_daemon(tmp_path_factory.mktemp("zksd"))
+    yield address
+    stop_daemon(process)
+
+
+def run_python(code, *arguments, timeout=60, **options):
+    """A fresh interpreter that runs `code`, with this one's path."""
+    environment = {**os.environ, "PYTHONPATH": os.pathsep.join(path for path in sys.path if path)}
+    return subprocess.run(
+        [sys.executable, "-c", code, *arguments], env=environment, capture_output=True, text=True, timeout=timeout, **options
+    )
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "no_leak_check: the test ends processes or threads in ways of its own")

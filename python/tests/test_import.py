@@ -1,0 +1,84 @@
+"""What importing does, and does not do."""
+
+import importlib.util
+import subprocess
+import sys
+
+import pytest
+
+from conftest import run_python
+
+QUIET = """
+import os, signal, sys
+import numpy, numpy.ma, concurrent.futures.thread, logging
+def state():
+    sockets = [name for name in os.listdir("/proc/self/fd")
+               if os.path.exists(f"/proc/self/fd/{name}") and os.readlink(f"/proc/self/fd/{name}").startswith("socket:")]
+    handlers = {number: signal.getsignal(number) for number in signal.valid_signals()}
+    lines = open("/proc/self/status").read().splitlines()
+    masks = [line for line in lines if line.startswith(("SigCgt", "SigIgn", "SigBlk"))]
+    return len(os.listdir("/proc/self/task")), sockets, handlers, masks
+before = state()
+import zks
+after = state()
+assert before == after, (before, after)
+"""
+
+
+def test_import_starts_no_thread_opens_no_socket_and_touches_no_signal_handler():
+    done = run_python(QUIET)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+
+
+def test_calls_touch_no_signal_handler_either():
+    code = """
+import signal, zks
+def masks():
+    return [line for line in open("/proc/self/status").read().splitlines() if line.startswith(("SigCgt", "SigIgn"))]
+before = masks()
+with zks.connect() as session:
+    session.echo(b"x")[0].bytes()
+    session.run(["true"])
+assert masks() == before, (before, masks())
+"""
+    done = run_python(code)
+    assert done.returncode == 0, done.stderr
+
+
+@pytest.mark.parametrize("other", ["grpc", "google.protobuf.message", "google.protobuf.struct_pb2"])
+@pytest.mark.parametrize("first", ["zks", "other"])
+def test_beside_the_packages_that_share_libraries(other, first):
+    if importlib.util.find_spec(other.split(".")[0]) is None:
+        pytest.fail(f"{other} is not installed; scripts/setup installs it")
+    order = ["zks", other] if first == "zks" else [other, "zks"]
+    code = f"""
+import {order[0]}
+import {order[1]}
+import numpy, zks
+from google.protobuf import descriptor_pb2, struct_pb2
+with zks.connect() as session:
+    assert (session.echo(numpy.arange(5.0))[0].array() == numpy.arange(5.0)).all()
+    limits = session.echo(zks.message("parallel.zksmessages.TaskLimits", open_files=3))[0].message()
+    assert limits["open_files"] == 3
+value = struct_pb2.Struct()
+value["a"] = 1
+assert struct_pb2.Struct.FromString(value.SerializeToString())["a"] == 1
+"""
+    done = run_python(code)
+    assert (done.returncode, done.stderr) == (0, "")
+
+
+def test_beside_a_grpc_channel_of_the_host(daemon):
+    code = """
+import sys, grpc, zks
+with grpc.insecure_channel(sys.argv[1]) as channel:
+    grpc.channel_ready_future(channel).result(30)
+    with zks.connect(sys.argv[1]) as session:
+        assert session.echo(b"x")[0].bytes() == b"x"
+"""
+    done = run_python(code, daemon)
+    assert done.returncode == 0, done.stderr
+
+
+def test_it_is_debian_s_own_python():
+    assert sys.executable == "/usr/bin/python3" or sys.executable.startswith("/usr/bin/python3.")

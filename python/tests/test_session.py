@@ -1,0 +1,495 @@
+"""Sessions with the embedded service and with a daemon."""
+
+import asyncio
+import concurrent.futures
+import inspect
+import os
+import pathlib
+import signal
+import threading
+import warnings
+
+import hypothesis
+import hypothesis.extra.numpy as hnp
+import hypothesis.strategies as st
+import numpy
+import pytest
+
+import zks
+from conftest import run_python, start_daemon, stop_daemon
+from test_arrays import DTYPES, host_arrays, same_bits
+
+
+@pytest.fixture(params=["embedded", "daemon"])
+def any_session(request):
+    address = None if request.param == "embedded" else request.getfixturevalue("daemon")
+    with zks.connect(address) as opened:
+        yield opened
+
+
+@pytest.fixture(scope="module")
+def lasting_session():
+    """For properties, which try hundreds of values."""
+    with zks.connect() as opened:
+        yield opened
+
+
+@hypothesis.given(host_arrays)
+@hypothesis.settings(deadline=None, max_examples=60)
+def test_any_array_comes_back_from_echo_as_it_went(lasting_session, value):
+    (item,) = lasting_session.echo(value)
+    assert same_bits(item.array(), value)
+
+
+def test_echo_gives_back_every_kind_of_item(any_session, tmp_path):
+    path = tmp_path / "sent"
+    path.write_bytes(os.urandom(100_000))
+    sent = numpy.arange(12.0).reshape(3, 4)
+    array, plain, file, message, value = any_session.echo(
+        sent, b"bytes\0", path, zks.message("parallel.zksmessages.TaskLimits", memory_bytes=5), {"a": [1, "b"]}
+    )
+    received = array.array()
+    assert same_bits(received, sent)
+    assert received.flags.c_contiguous and received.flags.writeable
+    assert plain.bytes() == b"bytes\0"
+    file.save(tmp_path / "received")
+    assert (tmp_path / "received").read_bytes() == path.read_bytes()
+    limits = message.message()
+    assert limits.type_name == "parallel.zksmessages.TaskLimits"
+    assert limits["memory_bytes"] == 5
+    assert value.array() == {"a": [1, "b"]}
+
+
+def test_shapes_and_orders_come_back_from_echo_as_sent(session):
+    for sent in (
+        numpy.float32(7), numpy.zeros(()), numpy.arange(5), numpy.zeros((5, 1)), numpy.zeros((1, 5)), numpy.zeros((2, 3, 1)),
+        numpy.zeros((2, 3, 4), order="F"), numpy.zeros((2, 3, 4), order="C"), numpy.zeros((0,)), numpy.zeros((3, 0, 2)),
+    ):  # fmt: skip
+        (item,) = session.echo(sent)
+        received = item.array()
+        assert received.shape == sent.shape
+        assert received.flags.c_contiguous == sent.flags.c_contiguous
+        assert received.flags.f_contiguous == sent.flags.f_contiguous
+
+
+def test_invoke_gives_host_shapes_and_takes_wishes(session):
+    request = zks.message("parallel.zksmessages.EchoRequest", items=[{"kind": "ITEM_KIND_ARRAY"}])
+    sent = numpy.arange(6.0)
+    assert session.invoke("echo", request, sent)[0].array().shape == (6, 1)
+    assert session.invoke("echo", request, sent)[0].array(shape=-1).shape == (6,)
+    matrix = session.invoke("echo", request, sent)[0].array(shape=(2, 3), order="C")
+    assert matrix.flags.c_contiguous
+    assert (matrix == sent.reshape((2, 3), order="F")).all()
+    with pytest.raises(ValueError):
+        session.invoke("echo", request, sent)[0].array(order="K")
+
+
+def test_explicit_kinds_overrule_the_types(session, tmp_path):
+    (tmp_path / "file").write_bytes(b"content")
+    items = session.echo(
+        zks.array(b"abc"), zks.plain(numpy.arange(3, dtype="uint8")), zks.plain(bytearray(b"x")),
+        zks.file(str(tmp_path / "file")), zks.plain(memoryview(numpy.arange(2, dtype="int16"))),
+    )  # fmt: skip
+    assert items[0].array()[:, 0].tobytes() == b"abc"
+    assert items[1].bytes() == b"\0\1\2"
+    assert items[2].bytes() == b"x"
+    items[3].save(tmp_path / "back")
+    assert (tmp_path / "back").read_bytes() == b"content"
+    assert items[4].bytes() == b"\0\0\1\0"
+
+
+def test_items_can_be_read_in_any_order_and_each_once(any_session, tmp_path):
+    sent = [numpy.full(1000, 1.0), b"two", numpy.full((3, 3), 3, "int8"), zks.message("parallel.zksmessages.Missing")]
+    first, second, third, fourth = any_session.echo(*sent)
+    assert fourth.message().type_name == "parallel.zksmessages.Missing"
+    assert second.bytes() == b"two"
+    assert (third.array() == 3).all()
+    assert (first.array() == 1).all()
+    for item in (first, second, third):
+        with pytest.raises(zks.Error) as caught:
+            item.array()
+        assert caught.value.identifier == "parallel:python:ItemAlreadyRead"
+
+
+def test_skipped_messages_and_files_are_kept_too(session, tmp_path):
+    (tmp_path / "sent").write_bytes(b"f" * 70_000)
+    message, file, last = session.echo(
+        zks.message("parallel.zksmessages.TaskLimits", open_files=3), tmp_path / "sent", b"last"
+    )
+    assert last.bytes() == b"last"
+    assert message.message()["open_files"] == 3
+    file.save(tmp_path / "back")
+    assert (tmp_path / "back").read_bytes() == b"f" * 70_000
+
+
+def test_a_reply_that_nobody_reads_does_no_harm(any_session):
+    any_session.echo(numpy.zeros(1 << 20))
+    assert any_session.echo(b"next")[0].bytes() == b"next"
+
+
+def test_run_takes_files_there_and_brings_outputs_back(any_session, tmp_path):
+    (tmp_path / "in.txt").write_text("hello\n")
+    result = any_session.run(
+        ["sh", "-c", 'tr a-z A-Z <in.txt >out.txt; echo "$GREETING"; echo err >&2'],
+        files=[tmp_path / "in.txt"], outputs=["out.txt"], environment={"GREETING": "hi"},
+    )  # fmt: skip
+    assert result.ok
+    assert (result.outcome, result.exit_status, result.signal) == ("exited", 0, None)
+    assert (result.stdout, result.stderr) == (b"hi\n", b"err\n")
+    result.outputs["out.txt"].save(tmp_path / "out.txt")
+    assert (tmp_path / "out.txt").read_text() == "HELLO\n"
+    assert result.wall_time > 0
+    assert result.peak_memory_bytes > 0
+
+
+def test_run_says_how_a_task_ended(session, tmp_path):
+    missing = session.run(["false"], outputs=["never"])
+    assert (missing.outcome, missing.exit_status, missing.missing_outputs, dict(missing.outputs)) == (
+        "exited", 1, ("never",), {},
+    )  # fmt: skip
+    assert not missing.ok
+    killed = session.run(["sh", "-c", "kill -9 $$"])
+    assert (killed.outcome, killed.signal) == ("signalled", signal.SIGKILL)
+    assert session.run(["sleep", "1000"], timeout=0.05).outcome == "timed_out"
+    nowhere = session.run(["/no/such/program"])
+    assert nowhere.outcome == "not_started"
+    assert nowhere.message
+    (tmp_path / "data").write_text("x")
+    renamed = session.run(["cat", "other"], files={"other": tmp_path / "data"})
+    assert renamed.stdout == b"x"
+    with pytest.raises(TypeError, match="words"):
+        session.run("echo")
+
+
+def test_some_outputs_missing_leaves_the_others_readable(session, tmp_path):
+    result = session.run(["sh", "-c", "echo b >b"], outputs=["a", "b", "c"])
+    assert result.missing_outputs == ("a", "c")
+    result.outputs["b"].save(tmp_path / "b")
+    assert (tmp_path / "b").read_text() == "b\n"
+
+
+# --- Futures ---
+
+
+def echo_request(kinds):
+    return zks.message("parallel.zksmessages.EchoRequest", items=[{"kind": kind} for kind in kinds])
+
+
+ARRAY_REQUEST = echo_request(["ITEM_KIND_ARRAY"])
+
+
+def sleeping_task(marker=None):
+    """A task that runs until it is ended; it makes the marker file when it has started."""
+    script = "sleep 1000" if marker is None else f"touch {marker}; sleep 1000"
+    return zks.message("parallel.zksmessages.TaskDescription", argv=["sh", "-c", script])
+
+
+def test_invoke_async_gives_a_true_future(any_session):
+    future = any_session.invoke_async("echo", ARRAY_REQUEST, numpy.arange(4.0))
+    assert isinstance(future, concurrent.futures.Future)
+    (item,) = future.result(60)
+    assert item.array()[:, 0].tolist() == [0, 1, 2, 3]
+    assert future.done() and not future.cancelled()
+
+
+def test_many_futures_at_once(session):
+    futures = {session.invoke_async("echo", ARRAY_REQUEST, numpy.full(1000, n)): n for n in range(50)}
+    for future in concurrent.futures.as_completed(futures, 60):
+        assert (future.result()[0].array() == futures[future]).all()
+
+
+def test_futures_work_under_asyncio(session):
+    async def main():
+        calls = [session.invoke_async("echo", ARRAY_REQUEST, numpy.full(10, n)) for n in range(5)]
+        return await asyncio.gather(*map(asyncio.wrap_future, calls))
+
+    for number, (item,) in enumerate(asyncio.run(main())):
+        assert (item.array() == number).all()
+
+
+def test_an_error_arrives_through_the_future(session):
+    future = session.invoke_async("no such method")
+    with pytest.raises(zks.Error) as caught:
+        future.result(60)
+    assert "no such method" in str(caught.value)
+
+
+def test_cancelling_a_future_stops_the_call(session, tmp_path):
+    future = session.invoke_async("runTask", sleeping_task())
+    assert future.cancel()
+    with pytest.raises(concurrent.futures.CancelledError):
+        future.result(60)
+    assert session.echo(b"next")[0].bytes() == b"next"
+
+
+def test_a_cancelled_future_frees_its_thread(session):
+    stuck = [session.invoke_async("runTask", sleeping_task()) for _ in range(40)]
+    for future in stuck:
+        assert future.cancel()
+    future = session.invoke_async("echo", ARRAY_REQUEST, numpy.zeros(3))
+    assert future.result(60)[0].array().shape == (3, 1)
+
+
+def test_closing_ends_calls_under_way():
+    session = zks.connect()
+    future = session.invoke_async("runTask", sleeping_task())
+    session.close()
+    with pytest.raises(zks.Terminated):
+        future.result(60)
+
+
+def test_futures_give_back_their_arrays(session):
+    import weakref
+
+    class Watched(numpy.ndarray):
+        pass
+
+    value = numpy.zeros(10).view(Watched)
+    watch = weakref.ref(value)
+    future = session.invoke_async("echo", ARRAY_REQUEST, value)
+    future.result(60)[0].array()
+    del value
+    import gc
+    from zks import _bridge
+
+    gc.collect()
+    _bridge.run_deferred()
+    assert watch() is None
+
+
+# --- Threads ---
+
+
+def test_threads_share_a_session(any_session):
+    def work(number):
+        for _ in range(5):
+            (item,) = any_session.echo(numpy.full(5000, number))
+            assert (item.array() == number).all()
+        return number
+
+    with concurrent.futures.ThreadPoolExecutor(8) as threads:
+        assert sorted(threads.map(work, range(8))) == list(range(8))
+
+
+def test_other_threads_run_while_a_call_waits(session):
+    future = session.invoke_async("runTask", sleeping_task())
+    assert session.echo(b"x")[0].bytes() == b"x"
+    counted = []
+    thread = threading.Thread(target=lambda: counted.extend(range(1000)))
+    thread.start()
+    thread.join(60)
+    assert len(counted) == 1000
+    future.cancel()
+
+
+# --- The life of a session ---
+
+
+def test_a_closed_session_says_so():
+    session = zks.connect()
+    assert not session.closed
+    session.close()
+    session.close()
+    assert session.closed
+    for call in (lambda: session.echo(b"x"), lambda: session.invoke("echo"), lambda: session.invoke_async("echo")):
+        with pytest.raises(zks.Terminated) as caught:
+            call()
+        assert caught.value.identifier == "parallel:cluster:ZKSUnreachable" or "connection is gone" in str(caught.value)
+
+
+def test_a_forgotten_session_warns_and_ends():
+    with pytest.warns(ResourceWarning, match="unclosed"):
+        zks.connect()
+
+
+def test_a_service_that_goes_away_is_told_as_terminated(tmp_path):
+    process, address = start_daemon(tmp_path)
+    with zks.connect(address) as session:
+        session.echo(b"x")[0].bytes()
+        future = session.invoke_async("runTask", sleeping_task())
+        stop_daemon(process)
+        with pytest.raises(zks.Terminated):
+            future.result(60)
+        with pytest.raises(zks.Terminated):
+            session.echo(b"x")
+
+
+def test_addresses_that_lead_nowhere(tmp_path):
+    with pytest.raises(zks.FrameworkError, match="nowhere"):
+        zks.connect(f"unix:{tmp_path}/nowhere")
+    with pytest.raises(zks.Error) as caught:
+        zks.connect("what is this")
+    assert caught.value.identifier == "parallel:toolbox:BadAddress"
+
+
+def test_repr_is_one_line_and_makes_no_call(any_session):
+    (item,) = any_session.echo(b"x")
+    for shown in (any_session, item, zks.plain(b"x"), any_session.run(["true"]), zks.message("a.B", x=1)):
+        assert "\n" not in repr(shown)
+        assert len(repr(shown)) < 200
+    assert "open" in repr(any_session)
+    assert "not read" in repr(item)
+    assert any_session._repr_html_().startswith("<code>&lt;zks session")
+    assert "&lt;" in item._repr_html_()
+    any_session.close()
+    assert "closed" in repr(any_session)
+
+
+# --- Ctrl-C ---
+
+INTERRUPTED = """
+import os, signal, sys, threading, time, zks
+session = zks.connect(sys.argv[1] or None)
+started = sys.argv[2]
+pressed = []
+def press():
+    while not os.path.exists(started):
+        threading.Event().wait(0.01)
+    pressed.append(time.monotonic())
+    os.kill(os.getpid(), signal.SIGINT)
+threading.Thread(target=press).start()
+task = zks.message("parallel.zksmessages.TaskDescription", argv=["sh", "-c", f"touch {started}; exec sleep 1000"])
+try:
+    session.invoke("runTask", task)
+except KeyboardInterrupt:
+    print("interrupted", time.monotonic() - pressed[0])
+print(session.echo(b"next")[0].bytes())
+session.close()
+"""
+
+
+@pytest.mark.parametrize("where", ["embedded", "daemon"])
+def test_ctrl_c_ends_the_wait_and_the_session_goes_on(where, request, tmp_path):
+    address = request.getfixturevalue("daemon") if where == "daemon" else ""
+    done = run_python(INTERRUPTED, address, str(tmp_path / "started"))
+    assert done.returncode == 0, done.stderr
+    first, second = done.stdout.splitlines()
+    assert first.startswith("interrupted")
+    assert second == "b'next'"
+
+
+def test_a_handler_that_raises_something_else_is_heard_too(session, tmp_path):
+    class Enough(Exception):
+        pass
+
+    def handler(number, frame):
+        raise Enough
+
+    earlier = signal.signal(signal.SIGUSR1, handler)
+    main = threading.main_thread().ident
+    started = tmp_path / "started"
+
+    def press():
+        while not started.exists():
+            threading.Event().wait(0.01)
+        signal.pthread_kill(main, signal.SIGUSR1)
+
+    thread = threading.Thread(target=press)
+    thread.start()
+    try:
+        with pytest.raises(Enough):
+            session.invoke("runTask", sleeping_task(started))
+    finally:
+        signal.signal(signal.SIGUSR1, earlier)
+        thread.join(60)
+    assert session.echo(b"next")[0].bytes() == b"next"
+
+
+def test_a_handler_that_raises_nothing_stops_nothing(session):
+    heard = []
+    earlier = signal.signal(signal.SIGUSR1, lambda number, frame: heard.append(number))
+    try:
+        result = session.run(["sh", "-c", f"kill -USR1 {os.getpid()}; sleep 0.3; echo done"])
+    finally:
+        signal.signal(signal.SIGUSR1, earlier)
+    assert result.stdout == b"done\n"
+    assert heard == [signal.SIGUSR1]
+
+
+# --- Fork ---
+
+
+def in_fork(work):
+    """What `work` returns in a forked child, as text; the child gets a minute."""
+    read_end, write_end = os.pipe()
+    child = os.fork()
+    if child == 0:
+        signal.alarm(60)
+        try:
+            answer = str(work())
+        except BaseException as error:
+            answer = f"{type(error).__name__}: {error}"
+        os.write(write_end, answer.encode())
+        os._exit(0)
+    os.close(write_end)
+    with os.fdopen(read_end, "rb") as answer:
+        text = answer.read().decode()
+    assert os.waitpid(child, 0)[1] == 0
+    return text
+
+
+@pytest.mark.parametrize("where", ["embedded", "daemon"])
+def test_a_forked_child_is_told_that_the_session_is_not_its_own(where, request):
+    address = request.getfixturevalue("daemon") if where == "daemon" else None
+    with zks.connect(address) as session:
+        (unread,) = session.echo(b"unread")
+        session.invoke_async("echo", ARRAY_REQUEST, numpy.zeros(3)).result(60)[0].array()
+        text = in_fork(lambda: session.echo(b"child"))
+        assert text.startswith("Error") and str(os.getpid()) in text
+        text = in_fork(lambda: session.invoke_async("echo", ARRAY_REQUEST, 1))
+        assert text.startswith("Error") and "forked" in text
+        assert in_fork(session.close) == "None"
+        assert session.echo(b"parent")[0].bytes() == b"parent"
+        assert unread.bytes() == b"unread"
+
+
+def test_a_forked_child_can_have_a_session_of_its_own(session):
+    def work():
+        with zks.connect() as own:
+            return own.echo(b"child")[0].bytes()
+
+    assert session.echo(b"x")[0].bytes() == b"x"
+    assert in_fork(work) == "b'child'"
+
+
+def test_a_forked_child_whose_parent_used_sockets_gets_a_clear_error(daemon):
+    with zks.connect(daemon) as session:
+        session.echo(b"x")[0].bytes()
+    text = in_fork(lambda: zks.connect(daemon))
+    assert "spawn" in text
+
+
+def test_a_child_that_ends_the_ordinary_way_does_not_hang(daemon):
+    code = """
+import os, sys, zks
+session = zks.connect(sys.argv[1] or None)
+session.echo(b"x")[0].bytes()
+child = os.fork()
+if child == 0:
+    sys.exit(7)
+print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
+session.close()
+"""
+    for address in ("", daemon):
+        done = run_python(code, address)
+        assert done.stdout == "7\n", done.stderr
+
+
+# --- The end of the interpreter ---
+
+
+@pytest.mark.parametrize("where", ["embedded", "daemon"])
+def test_the_interpreter_ends_with_everything_still_open(where, request):
+    address = request.getfixturevalue("daemon") if where == "daemon" else ""
+    code = """
+import sys, numpy, zks
+session = zks.connect(sys.argv[1] or None)
+request = zks.message("parallel.zksmessages.EchoRequest", items=[{"kind": "ITEM_KIND_ARRAY"}])
+array = session.echo(numpy.zeros(1000))[0].array()
+unread = session.echo(numpy.zeros(1 << 20), b"x")
+future = session.invoke_async("runTask", zks.message("parallel.zksmessages.TaskDescription", argv=["sleep", "1000"]))
+item = zks.host.parallel.internal.cluster.SerializableData.createQxArray(numpy.zeros(1000))
+print("end")
+"""
+    done = run_python(code, address)
+    assert (done.returncode, done.stdout) == (0, "end\n"), done.stderr

@@ -1,0 +1,239 @@
+"""Sessions: connections to a service, and calls of its methods."""
+
+from __future__ import annotations
+
+import html
+import os
+import threading
+import warnings
+import weakref
+from concurrent.futures import Future, ThreadPoolExecutor
+from dataclasses import dataclass
+from typing import Any, Callable, Iterable, Mapping, Sequence
+
+from zks import _bridge, _logging
+from zks._items import Item, item_of, native_item
+from zks._reply import ReplyItem, reply_items
+
+# Calls that invoke_async runs at once; more wait their turn.
+_MOST_ASYNC_CALLS = 32
+
+_open_sessions: weakref.WeakSet[Session] = weakref.WeakSet()
+
+
+@dataclass(frozen=True)
+class TaskResult:
+    """How a task ran, and what it left. Times are in seconds."""
+
+    outcome: str  # "exited", "signalled", "timed_out" or "not_started"
+    exit_status: int | None
+    signal: int | None
+    message: str  # why it was not started
+    stdout: bytes
+    stderr: bytes
+    wall_time: float
+    user_time: float
+    system_time: float
+    queued_time: float
+    peak_memory_bytes: int
+    missing_outputs: tuple[str, ...]
+    outputs: Mapping[str, ReplyItem]  # file items by name; only what the task made
+
+    @property
+    def ok(self) -> bool:
+        """Whether the task exited with status 0 and made all its outputs."""
+        return self.outcome == "exited" and self.exit_status == 0 and not self.missing_outputs
+
+    def __repr__(self) -> str:
+        ended = {"exited": f"status {self.exit_status}", "signalled": f"signal {self.signal}"}.get(self.outcome, "")
+        return f"<zks task: {self.outcome} {ended}".rstrip() + f", {self.wall_time:.3f} s>"
+
+
+class _CallFuture(Future):
+    """A call under way. It stays pending until the call is over, so that cancelling it stops the call."""
+
+    def __init__(self, control: _bridge.CallControl):
+        super().__init__()
+        self._control = control
+
+    def cancel(self) -> bool:
+        if not super().cancel():
+            return False
+        self._control.cancel()
+        return True
+
+    def complete(self, call: Callable[[], Any]) -> None:
+        if self.cancelled():
+            self.set_running_or_notify_cancel()
+            return
+        try:
+            result = call()
+        except BaseException as error:
+            if self.set_running_or_notify_cancel():
+                self.set_exception(error)
+        else:
+            if self.set_running_or_notify_cancel():
+                self.set_result(result)
+
+
+class Session:
+    """A connection to a service. Made by zks.connect; closed by close() or at the end of a with block.
+
+    Threads: any, several calls at once. A forked process cannot use its parent's sessions.
+    Errors:  zks.Error; KeyboardInterrupt when Ctrl-C is pressed, after which the session can be used on.
+    """
+
+    def __init__(self, native: _bridge.Session):
+        self._native = native
+        self._process = os.getpid()
+        self._lock = threading.Lock()
+        self._executor: ThreadPoolExecutor | None = None
+        self._closed = False
+        _open_sessions.add(self)
+
+    @property
+    def name(self) -> str:
+        """The address of the service."""
+        return self._native.name
+
+    @property
+    def closed(self) -> bool:
+        """Whether the connection is gone: closed here, or found dead."""
+        return self._closed or not self._native.is_open
+
+    def invoke(self, method: str, *items: Any) -> list[ReplyItem]:
+        """Calls a method. Returns when its reply begins; the items of the reply arrive as they are read.
+
+        A bytes object is sent as plain bytes, a path as the file, a zks.message(...) as protobuf, everything else as a
+        host array; zks.array, zks.plain and zks.file say it explicitly. Arrays are not copied if their layout allows:
+        leave them alone until the call returns.
+        """
+        _logging.follow_level()
+        reply = self._native.call(method, [native_item(item_of(item)) for item in items])
+        return reply_items(reply, method)
+
+    def invoke_async(self, method: str, *items: Any) -> Future[list[ReplyItem]]:
+        """Like invoke, on a thread of the session. Leave the arrays alone until the future is done.
+
+        The future stays pending until the reply begins; cancelling it until then stops the call.
+        asyncio.wrap_future makes it awaitable.
+        """
+        _logging.follow_level()
+        native_items = [native_item(item_of(item)) for item in items]
+        control = _bridge.CallControl()
+        future = _CallFuture(control)
+
+        def call() -> list[ReplyItem]:
+            nonlocal native_items
+            taken, native_items = native_items, []  # what the items borrow ends with the call, not with the future
+            return reply_items(self._native.call(method, taken, control), method)
+
+        self._threads().submit(future.complete, call)
+        return future
+
+    def echo(self, *items: Any) -> list[ReplyItem]:
+        """Sends items and gets the same ones back, NumPy arrays in the shape and order in which they were sent."""
+        _logging.follow_level()
+        sent = [item_of(item) for item in items]
+        reply = self._native.echo([native_item(item, in_reply=True) for item in sent])
+        return reply_items(reply, "echo", sent)
+
+    def run(
+        self,
+        argv: Sequence[str | os.PathLike],
+        files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike] = (),
+        outputs: Iterable[str] = (),
+        *,
+        environment: Mapping[str, str] | None = None,
+        clear_environment: bool = False,
+        timeout: float | None = None,
+        cpu_time: float | None = None,
+        memory_bytes: int | None = None,
+        file_bytes: int | None = None,
+        open_files: int | None = None,
+    ) -> TaskResult:
+        """Runs a command on the service, in a directory of its own, and waits until it has ended.
+
+        files:   what is put into the directory: paths, under their last parts, or a mapping of names to paths
+        outputs: names of files that are brought back; save them from the result's outputs
+        timeout: seconds after which the command is ended; the others are limits of the command's processes
+        """
+        _logging.follow_level()
+        if isinstance(argv, (str, bytes)):
+            raise TypeError("argv is a sequence of words, not one text")
+        inputs = dict(files) if isinstance(files, Mapping) else {os.path.basename(os.fspath(path)): path for path in files}
+        names = list(outputs)
+        limits = {
+            "wall_time": timeout,
+            "cpu_time": cpu_time,
+            "memory_bytes": memory_bytes,
+            "file_bytes": file_bytes,
+            "open_files": open_files,
+        }
+        info, stdout, stderr, reply = self._native.run_task(
+            argv=[os.fspath(word) for word in argv],
+            environment=dict(environment or {}),
+            clear_environment=clear_environment,
+            input_names=list(inputs),
+            output_names=names,
+            limits={name: limit for name, limit in limits.items() if limit is not None},
+            inputs=[_bridge.file_item(os.fspath(path)) for path in inputs.values()],
+        )
+        missing = tuple(info.pop("missing_outputs"))
+        made = {
+            name: item for name, item in zip(names, reply_items(reply, "runTask"), strict=True) if name not in missing
+        }
+        return TaskResult(stdout=stdout, stderr=stderr, missing_outputs=missing, outputs=made, **info)
+
+    def close(self) -> None:
+        """Lets go of the connection; calls under way end with zks.Terminated. Again: no effect."""
+        self._closed = True
+        self._native.close()
+        if self._process != os.getpid():
+            return
+        with self._lock:
+            executor, self._executor = self._executor, None
+        if executor is not None:
+            inside = threading.current_thread() in executor._threads
+            executor.shutdown(wait=not inside)
+
+    def _threads(self) -> ThreadPoolExecutor:
+        with self._lock:
+            if self._closed or self._process != os.getpid():
+                self._native.call("", [])  # which says so
+            if self._executor is None:
+                self._executor = ThreadPoolExecutor(_MOST_ASYNC_CALLS, thread_name_prefix="zks")
+            return self._executor
+
+    def __enter__(self) -> Session:
+        return self
+
+    def __exit__(self, *exception: object) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        if getattr(self, "_closed", True) or self._process != os.getpid():
+            return
+        warnings.warn(f"unclosed {self!r}", ResourceWarning, source=self, stacklevel=2)
+        self.close()
+
+    def __repr__(self) -> str:
+        return f"<zks session with {self.name}: {'closed' if self.closed else 'open'}>"
+
+    def _repr_html_(self) -> str:
+        return f"<code>{html.escape(repr(self))}</code>"
+
+
+def connect(address: str | None = None, *, timeout: float = 10.0) -> Session:
+    """A session with the service at "unix:PATH" or "HOST:PORT"; without an address, with one of its own in this process.
+
+    timeout: seconds to wait for the connection
+    """
+    _logging.follow_level()
+    return Session(_bridge.Session(address, timeout))
+
+
+def close_all() -> None:
+    """Closes what is still open when the interpreter ends."""
+    for session in list(_open_sessions):
+        session.close()
