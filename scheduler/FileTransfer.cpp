@@ -26,7 +26,7 @@ void FileSink::write(const std::byte* data, std::size_t n) {
 }
 
 void copyFile(int fd, const std::string& what, std::uint64_t nbytes, ByteSink& sink) {
-  constexpr std::uint64_t kPieceBytes = 256 * 1024;
+  constexpr std::uint64_t kPieceBytes = std::uint64_t{256} << 10;
   const auto capacity = static_cast<std::size_t>(std::min(nbytes, kPieceBytes));
   const std::unique_ptr<std::byte[]> buffer(new std::byte[capacity]);
   for (std::uint64_t done = 0; done < nbytes;) {

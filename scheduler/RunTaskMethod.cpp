@@ -198,7 +198,7 @@ ProcessSpec RunTaskMethod::processSpec(const TaskDescription& task, const TaskSc
     }
   }
   for (const auto& [name, value] : task.environment())
-    spec.environment.push_back(name + "=" + value);
+    spec.environment.emplace_back(name).append("=").append(value);
   spec.directory = scratch.workDirectory();
   spec.standardOutput = scratch.standardOutput();
   spec.standardError = scratch.standardError();

@@ -26,7 +26,7 @@ std::string findProgram(const std::string& name, std::string_view searchPath, in
   for (std::string_view rest = searchPath;;) {
     const std::size_t colon = rest.find(':');
     const std::string_view folder = rest.substr(0, colon);
-    const std::string path = (folder.empty() ? std::string(".") : std::string(folder)) + "/" + name;
+    std::string path = (folder.empty() ? std::string(".") : std::string(folder)) + "/" + name;
     if (isFile(directory, path)) {
       if (isExecutable(directory, path))
         return path;
