@@ -89,7 +89,7 @@ void refuseRepeats(const std::vector<std::string>& names, const std::string& wha
   std::set<std::string> seen;
   for (const std::string& name : names) {
     if (!seen.insert(name).second)
-      refuse(what + " \"" + name + "\" is given twice");
+      refuse(std::string(what).append(" \"").append(name).append("\" is given twice"));
   }
 }
 

@@ -3,14 +3,13 @@
 #pragma once
 
 #include <cstddef>
-#include <utility>
 #include <vector>
 
 namespace zks {
 
 class RowMajorWalk {
  public:
-  explicit RowMajorWalk(std::vector<std::size_t> shape) {
+  explicit RowMajorWalk(const std::vector<std::size_t>& shape) {
     std::size_t stride = 1;
     for (const std::size_t length : shape) {
       dimensions_.push_back({length, stride, 0});

@@ -177,9 +177,9 @@ Header parseHeader(std::string_view file) {
     throw HeaderError("it does not begin as a .npy file does");
   if (file.size() < kMagic.size() + 4)
     throw HeaderError("it ends in its header");
-  const auto version = static_cast<unsigned>(file[kMagic.size()]);
+  const auto version = static_cast<unsigned char>(file[kMagic.size()]);
   if (version < 1 || version > 3)
-    throw HeaderError("it is of version " + std::to_string(version) + ", and 1 to 3 are known");
+    throw HeaderError("it is of version " + std::to_string(unsigned{version}) + ", and 1 to 3 are known");
   const std::size_t lengthBytes = version == 1 ? 2 : 4;
   const std::size_t textOffset = kMagic.size() + 2 + lengthBytes;
   if (file.size() < textOffset)

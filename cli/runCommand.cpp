@@ -1,8 +1,6 @@
-#include <signal.h>
-#include <string.h>
-
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <string_view>

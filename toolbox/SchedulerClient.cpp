@@ -16,7 +16,6 @@ namespace parallel::toolbox {
 namespace {
 
 using spf::transport::InputPayload;
-using spf::transport::OutputPayload;
 using spf::transport::SerializableData;
 using spf::transport::TransportClient;
 
