@@ -258,14 +258,33 @@ TEST(EncodeErrors, MoreThanAHundredLevelsAreRefused) {
   }
 }
 
+// Trees around this one, one in another.
+Tree wrapped(Tree tree, int levels) {
+  for (int i = 0; i < levels; ++i) {
+    Tree outer;
+    *outer.mutable_child() = std::move(tree);
+    tree = std::move(outer);
+  }
+  return tree;
+}
+
 TEST(EncodeErrors, TheLevelsAreThoseThatTheParserTakes) {
   const auto message = encode(nested(100).get(), nullptr, 0);
   EXPECT_TRUE(Tree().ParseFromString(deterministic(*message)));
-  Tree deeper;
-  *deeper.mutable_child() = dynamic_cast<const Tree&>(*message);
-  EXPECT_FALSE(Tree().ParseFromString(deterministic(deeper)));
-  EXPECT_THROW(decode(deeper, nullptr), Exception<::parallel::protobuf::DecodeTooDeep>);
   EXPECT_NO_THROW(decode(*message, nullptr));
+  EXPECT_FALSE(Tree().ParseFromString(deterministic(wrapped(Tree(), 101))));
+  EXPECT_THROW(decode(wrapped(Tree(), 102), nullptr), Exception<::parallel::protobuf::DecodeTooDeep>);
+}
+
+// The parser gives up after it has made the first message too many.
+TEST(EncodeErrors, WhatTheParserLeavesOfTooManyLevelsCanBeDecoded) {
+  Tree parsed;
+  EXPECT_FALSE(parsed.ParseFromString(deterministic(wrapped(Tree(), 150))));
+  const qxArrayPtr value = decode(parsed, nullptr);
+  int levels = 0;
+  for (const qxArray* tree = value.get(); qxHasField(tree, "child"); tree = qxGetField(tree, 0, "child"))
+    ++levels;
+  EXPECT_EQ(levels, 101);
 }
 
 TEST(EncodeErrors, JsonListsCountTheirLevelsToo) {

@@ -39,8 +39,8 @@ qxArrayPtr listColumn(int count, Element element) {
 
 }  // namespace
 
-void MessageDecoder::checkDepth(const MessageShape& shape, int depth) {
-  if (depth > kMaxMessageNesting)
+void MessageDecoder::checkDepth(const MessageShape& shape, int depth) const {
+  if (depth > deepest_)
     throw Exception<::parallel::protobuf::DecodeTooDeep>(shape.fullName(), kMaxMessageNesting);
 }
 

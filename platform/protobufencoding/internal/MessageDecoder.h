@@ -44,7 +44,7 @@ class MessageDecoder {
     bool operator==(const Present&) const = default;
   };
 
-  static void checkDepth(const MessageShape& shape, int depth);
+  void checkDepth(const MessageShape& shape, int depth) const;
 
   // `depth`: messages around this one.
   qxArrayPtr generalForm(const Source& source, const MessageShape& shape, int depth);
@@ -74,11 +74,14 @@ class MessageDecoder {
   qxArrayPtr mapValue(const Message& message, const MessageShape& entry, int depth);
 
   qxArrayPtr anyContent(const Message& message, const MessageShape& shape, int depth);
+  qxArrayPtr contentWithin(int deepest, const Message& content, const MessageShape& shape, int depth);
   qxArrayPtr timeText(const Source& source, const MessageShape& shape);
   qxArrayPtr fieldMaskText(const Source& source, const MessageShape& shape);
   qxArrayPtr jsonStruct(const Source& source, const MessageShape& shape, int depth);
   qxArrayPtr jsonValue(const Source& source, const MessageShape& shape, int depth);
 
+  // The parser has made one message more when it finds that they nest too deep.
+  int deepest_ = kMaxMessageNesting + 1;
   MessageShapes shapes_;
   AnyMessages anys_;
   std::unordered_map<const MessageShape*, qxArrayPtr> typeTexts_;

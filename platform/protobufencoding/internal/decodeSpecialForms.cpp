@@ -2,6 +2,8 @@
 // something, and then the general form is used.
 #include <google/protobuf/unknown_field_set.h>
 
+#include <utility>
+
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/protobufencoding/internal/MessageDecoder.h"
@@ -54,14 +56,23 @@ qxArrayPtr MessageDecoder::anyContent(const Message& message, const MessageShape
   const bool usualUrl = url == anys_.usualTypeUrl(*content, shape);
   if (!fl::i18n::isWellFormed(url))
     return nullptr;
+  qxArrayPtr result = contentWithin(kMaxMessageNesting, *content, contentShape, depth + 1);
+  if (result != nullptr && !usualUrl)
+    qxSetField(result.get(), 0, kTypeUrlField, qxCreateStringUtf8(url));
+  return result;
+}
+
+// The content's general form; null when it lies deeper than encode would take it. Its bytes are then still whole.
+qxArrayPtr MessageDecoder::contentWithin(int deepest, const Message& content, const MessageShape& shape, int depth) {
+  const int outer = std::exchange(deepest_, deepest);
+  qxArrayPtr result;
   try {
-    qxArrayPtr result = generalForm(*content, contentShape, depth + 1);
-    if (!usualUrl)
-      qxSetField(result.get(), 0, kTypeUrlField, qxCreateStringUtf8(url));
-    return result;
+    result = generalForm(content, shape, depth);
   } catch (const Exception<::parallel::protobuf::DecodeTooDeep>&) {
-    return nullptr;  // its bytes are still whole
+    result = nullptr;
   }
+  deepest_ = outer;
+  return result;
 }
 
 qxArrayPtr MessageDecoder::timeText(const Source& source, const MessageShape& shape) {
