@@ -10,6 +10,7 @@
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/ClientConnection.h"
 #include "platform/spf/grpc/internal/address.h"
+#include "platform/spf/grpc/internal/keepGrpcRunning.h"
 
 namespace agent::spf::grpc_transport {
 
@@ -76,6 +77,7 @@ void waitUntilReady(grpc::Channel& channel, const std::string& address, const Co
 
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options) {
   internal::checkAddress(address);
+  internal::keepGrpcRunning();
   auto channel = grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address));
   waitUntilReady(*channel, address, options);
   auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options.onDisconnect);

@@ -176,8 +176,8 @@ TEST_P(TransportsFlow, CancelledHandlerSeesItAndIsToldOnce) {
 
 TEST_P(TransportsFlow, HandlerWaitingForItsRequestIsWokenByTheCancel) {
   serve("read", [probe = probe()](ServerCall& call) {
-    call.reply() << "x" << std::flush;
     try {
+      call.reply() << "x" << std::flush;
       readAll(call.request());
     } catch (const std::exception&) {
       probe->left.set_value();

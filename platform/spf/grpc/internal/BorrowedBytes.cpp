@@ -1,5 +1,7 @@
 #include "platform/spf/grpc/internal/BorrowedBytes.h"
 
+#include "platform/spf/grpc/internal/tsanOrder.h"
+
 namespace agent::spf::grpc_transport::internal {
 
 grpc::Slice BorrowedBytes::lend(std::size_t offset, std::size_t nbytes) {
@@ -7,12 +9,14 @@ grpc::Slice BorrowedBytes::lend(std::size_t offset, std::size_t nbytes) {
     const std::lock_guard lock(mutex_);
     ++lent_;
   }
+  handedOver(this);
   auto* bytes = const_cast<char*>(bytes_.data() + offset);  // gRPC only reads them
   return {bytes, nbytes, &BorrowedBytes::release, this};
 }
 
 // Notifies under the lock: the waiter may end this object as soon as it can take the lock.
 void BorrowedBytes::release(void* self) {
+  takenOver(self);
   auto* borrowed = static_cast<BorrowedBytes*>(self);
   const std::lock_guard lock(borrowed->mutex_);
   if (--borrowed->lent_ == 0)

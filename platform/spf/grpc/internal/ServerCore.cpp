@@ -7,6 +7,7 @@
 
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/address.h"
+#include "platform/spf/grpc/internal/keepGrpcRunning.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -38,6 +39,7 @@ ServerCore::~ServerCore() {
 
 void ServerCore::listen() {
   checkAddress(address_);
+  keepGrpcRunning();
   std::string why = whyNotListening(address_);
   if (why.empty()) {
     grpc::ServerBuilder builder;

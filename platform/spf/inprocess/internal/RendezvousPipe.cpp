@@ -19,8 +19,8 @@ void RendezvousPipe::write(std::span<const char> bytes) {
   lent_ = bytes;
   changed_.notify_all();
   changed_.wait(lock, [this] { return lent_.empty() || (!taken_ && (dropping_ || brokenReader_ != nullptr)); });
-  lent_ = {};
-  if (brokenWriter_ != nullptr)
+  const bool read = std::exchange(lent_, {}).empty();
+  if (!read && brokenWriter_ != nullptr)  // bytes that were read were written, whatever came after
     std::rethrow_exception(brokenWriter_);
 }
 
