@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <utility>
 
 #include "platform/errors/Exception.h"
@@ -40,11 +39,15 @@ Connection connectTo(const std::optional<std::string>& address, std::chrono::mil
 }  // namespace
 
 NativeSession::NativeSession(const std::optional<std::string>& address, std::chrono::milliseconds timeout)
-    : process_(::getpid()), connection_(std::make_unique<Connection>(connectTo(address, timeout))) {}
+    : process_(::getpid()), connection_(std::make_unique<Connection>(connectTo(address, timeout))) {
+  ++counters().sessions;
+}
 
 NativeSession::~NativeSession() {
   if (isForked())
     static_cast<void>(connection_.release());
+  else
+    close();
 }
 
 bool NativeSession::isForked() const noexcept {
@@ -56,8 +59,12 @@ bool NativeSession::isOpen() const {
 }
 
 void NativeSession::close() noexcept {
-  if (!isForked())
-    connection_->close();
+  if (isForked())
+    return;
+  if (open_.exchange(false))
+    --counters().sessions;
+  abandonReplies();
+  connection_->close();
 }
 
 SchedulerClient NativeSession::client() const {
@@ -66,18 +73,41 @@ SchedulerClient NativeSession::client() const {
   return SchedulerClient(*connection_, nullptr, ErrorForm::Chain);
 }
 
+std::shared_ptr<OrderedReply> NativeSession::opened(parallel::toolbox::Reply reply) const {
+  auto ordered = std::make_shared<OrderedReply>(std::move(reply));
+  {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(replies_, [](const auto& weak) { return weak.expired(); });
+    replies_.push_back(ordered);
+  }
+  if (!open_.load())  // it was closed meanwhile
+    ordered->abandon();
+  return ordered;
+}
+
+void NativeSession::abandonReplies() noexcept {
+  std::vector<std::weak_ptr<OrderedReply>> replies;
+  {
+    const std::lock_guard lock(mutex_);
+    replies.swap(replies_);
+  }
+  for (const auto& weak : replies)
+    if (const auto reply = weak.lock())
+      reply->abandon();
+}
+
 std::shared_ptr<OrderedReply> NativeSession::call(const std::string& method, const Items& items) const {
-  return std::make_shared<OrderedReply>(client().call(method, items));
+  return opened(client().call(method, items));
 }
 
 std::shared_ptr<OrderedReply> NativeSession::echo(const Items& items) const {
-  return std::make_shared<OrderedReply>(client().echo(items));
+  return opened(client().echo(items));
 }
 
 TaskOutcome NativeSession::runTask(const parallel::zksmessages::TaskDescription& task, const Items& inputs) const {
   auto result = client().runTask(task, inputs);
   return {std::move(result.info), std::move(result.standardOutput), std::move(result.standardError),
-          std::make_shared<OrderedReply>(std::move(result.outputs))};
+          opened(std::move(result.outputs))};
 }
 
 }  // namespace zks::bridge

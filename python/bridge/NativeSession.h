@@ -8,8 +8,10 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,10 +54,14 @@ class NativeSession {
  private:
   parallel::toolbox::SchedulerClient client() const;
   bool isForked() const noexcept;
+  std::shared_ptr<OrderedReply> opened(parallel::toolbox::Reply reply) const;
+  void abandonReplies() noexcept;
 
   const pid_t process_;
   std::unique_ptr<parallel::toolbox::Connection> connection_;
-  Counted counted_{counters().sessions};
+  mutable std::mutex mutex_;
+  mutable std::vector<std::weak_ptr<OrderedReply>> replies_;  // guarded by mutex_
+  std::atomic<bool> open_{true};
 };
 
 }  // namespace zks::bridge

@@ -68,28 +68,60 @@ tova::factory::qxArrayProxy resultOf(const qxArray* payload) {
 }  // namespace
 
 OrderedReply::OrderedReply(Reply reply)
-    : first_(reply.itemsTaken()), reply_(std::move(reply)), states_(reply_.itemCount() - first_) {}
+    : first_(reply.itemsTaken()), reply_(std::move(reply)), states_(reply_->itemCount() - first_) {}
+
+Reply& OrderedReply::stream() {
+  if (!reply_)
+    throw Exception<parallel::cluster::ZKSUnreachable>();
+  return *reply_;
+}
 
 void OrderedReply::bufferNext() {
-  const std::size_t index = reply_.itemsTaken() - first_;
+  const std::size_t index = stream().itemsTaken() - first_;
   const MemoryFile file;
   states_[index].taken = true;  // if it fails half-way it cannot be read again
-  reply_.takeFile(file.path());
+  stream().takeFile(file.path());
   states_[index].taken = false;
   states_[index].buffered = std::make_shared<Data>(std::make_shared<ByteVectorByteStream>(file.contents()));
 }
 
-qxArrayPtr OrderedReply::take(std::size_t index, const std::function<Proxy(Reply&)>& fromReply,
-                              const std::function<Proxy(Data&)>& fromBuffer) {
+qxArrayPtr OrderedReply::takeLocked(std::size_t index, const std::function<Proxy(Reply&)>& fromReply,
+                                    const std::function<Proxy(Data&)>& fromBuffer) {
   const std::lock_guard lock(mutex_);
   Item& item = states_.at(index);
   if (item.taken)
     throw Exception<parallel::python::ItemAlreadyRead>(first_ + index + 1);
-  while (item.buffered == nullptr && reply_.itemsTaken() - first_ < index)
+  while (item.buffered == nullptr && stream().itemsTaken() - first_ < index)
     bufferNext();
   item.taken = true;
   const std::shared_ptr<Data> buffered = std::exchange(item.buffered, nullptr);
-  return (buffered == nullptr ? fromReply(reply_) : fromBuffer(*buffered)).release();
+  return (buffered == nullptr ? fromReply(stream()) : fromBuffer(*buffered)).release();
+}
+
+qxArrayPtr OrderedReply::take(std::size_t index, const std::function<Proxy(Reply&)>& fromReply,
+                              const std::function<Proxy(Data&)>& fromBuffer) {
+  try {
+    qxArrayPtr array = takeLocked(index, fromReply, fromBuffer);
+    dropIfAbandoned();
+    return array;
+  } catch (...) {
+    dropIfAbandoned();
+    throw;
+  }
+}
+
+// Called after the mark was set and after each taking: whichever comes last finds the mutex free.
+void OrderedReply::dropIfAbandoned() noexcept {
+  if (!abandoned_.load())
+    return;
+  const std::unique_lock lock(mutex_, std::try_to_lock);
+  if (lock.owns_lock())
+    reply_.reset();
+}
+
+void OrderedReply::abandon() noexcept {
+  abandoned_.store(true);
+  dropIfAbandoned();
 }
 
 qxArrayPtr OrderedReply::takeArray(std::size_t index) {

@@ -3,14 +3,16 @@
 // On the stream they come one after another. Taking one before those in front of it reads these into memory first, as
 // they are, to be taken later. Each item is taken once.
 //
-// Errors:  `ItemAlreadyRead`; as toolbox::Reply, causes nested.
+// Errors:  `ItemAlreadyRead`; `ZKSUnreachable` after abandon(); as toolbox::Reply, causes nested.
 // Threads: any; one at a time takes, others wait. Without the interpreter's lock.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,10 @@ class OrderedReply {
   qxArrayPtr takePlain(std::size_t index);
   void takeFile(std::size_t index, const std::string& path);
 
+  // Lets go of the stream, at once or when the item that is being read ends: a connection that closes may have to wait
+  // for its readers. Items that are in memory already stay.
+  void abandon() noexcept;
+
  private:
   using Data = parallel::spf::transport::DeserializableData;
   using Proxy = tova::factory::qxArrayProxy;
@@ -42,12 +48,17 @@ class OrderedReply {
 
   qxArrayPtr take(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
                   const std::function<Proxy(Data&)>& fromBuffer);
+  qxArrayPtr takeLocked(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
+                        const std::function<Proxy(Data&)>& fromBuffer);
   void bufferNext();
+  parallel::toolbox::Reply& stream();
+  void dropIfAbandoned() noexcept;
 
   const std::size_t first_;  // how many of the call's items had been taken before
+  std::atomic<bool> abandoned_{false};
   std::mutex mutex_;
-  parallel::toolbox::Reply reply_;  // guarded by mutex_
-  std::vector<Item> states_;        // the items guarded by mutex_
+  std::optional<parallel::toolbox::Reply> reply_;  // guarded by mutex_; nothing once it is abandoned
+  std::vector<Item> states_;                       // the items guarded by mutex_
   Counted counted_{counters().replies};
 };
 

@@ -9,7 +9,7 @@ struct Counters {
   std::atomic<long> borrowed{0};  // host arrays over memory of Python objects
   std::atomic<long> exported{0};  // NumPy arrays over memory of host arrays
   std::atomic<long> handles{0};   // handles of host objects
-  std::atomic<long> sessions{0};
+  std::atomic<long> sessions{0};  // open ones
   std::atomic<long> replies{0};
 };
 

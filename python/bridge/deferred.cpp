@@ -21,6 +21,7 @@ struct Deferred {
   std::vector<PyObject*> references;  // guarded by mutex
   std::vector<LogRecord> records;     // guarded by mutex
   PyObject* receiver = nullptr;       // guarded by the interpreter's lock
+  bool running = false;               // guarded by the interpreter's lock
 };
 
 // Never destroyed: threads of the framework may outlive static objects.
@@ -104,28 +105,46 @@ void setLogReceiver(py::object receiver) {
   Py_XDECREF(earlier);
 }
 
-void runDeferred() noexcept {
-  Deferred& work = deferred();
+namespace {
+
+// False when there is nothing left.
+bool runBatch(Deferred& work) {
   std::vector<PyObject*> references;
   std::vector<LogRecord> records;
   {
     const std::lock_guard lock(work.mutex);
     work.scheduled = false;
     if (!work.open || (work.references.empty() && work.records.empty()))
-      return;
+      return false;
     references.swap(work.references);
     records.swap(work.records);
   }
-  const KeptErrorIndicator kept;
   for (PyObject* const reference : references)
     Py_DECREF(reference);
   PyObject* const receiver = work.receiver;
   if (receiver == nullptr)
-    return;
+    return true;
   Py_INCREF(receiver);  // which the receiver itself may take away
   for (const LogRecord& record : records)
     passOn(receiver, record);
   Py_DECREF(receiver);
+  return true;
+}
+
+}  // namespace
+
+// A receiver may call the library, which comes back here: what that leaves behind is left to the loop further out, so
+// that records keep their order and receivers do not nest.
+void runDeferred() noexcept {
+  Deferred& work = deferred();
+  if (work.running)
+    return;
+  work.running = true;
+  const KeptErrorIndicator kept;
+  constexpr int kMostBatches = 100;  // of a receiver that logs by its own calls, for ever
+  for (int batch = 0; batch < kMostBatches && runBatch(work); ++batch) {
+  }
+  work.running = false;
 }
 
 void openDeferred() {

@@ -1,6 +1,7 @@
 #include "python/bridge/toPython.h"
 
 #include <pybind11/numpy.h>
+#include <pybind11/stl.h>
 
 #include <algorithm>
 #include <memory>

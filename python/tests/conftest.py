@@ -93,11 +93,10 @@ def start_daemon(directory):
     """A daemon on a socket of its own, and its address; waits until it says that it listens."""
     path = pathlib.Path(directory) / "socket"
     process = subprocess.Popen(
-        [os.environ["ZKSD"], "--listen", f"unix:{path}"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True
+        [os.environ["ZKSD"], "--socket", str(path)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True
     )
-    line = process.stdout.readline()
-    if not line:
-        process.wait(10)
+    if "listening" not in process.stdout.readline():
+        stop_daemon(process)
         raise RuntimeError("zksd did not start")
     return process, f"unix:{path}"
 

@@ -65,7 +65,8 @@ def test_a_handler_that_calls_the_library_does_no_harm(session, level):
     class Calling(logging.Handler):
         def emit(self, record):
             if not called:
-                called.append(session.echo(b"from the handler")[0].bytes())
+                called.append(None)
+                called[0] = session.echo(b"from the handler")[0].bytes()
 
     logger = logging.getLogger("zks")
     handler = Calling()

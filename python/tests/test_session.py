@@ -297,6 +297,29 @@ def test_a_closed_session_says_so():
         assert caught.value.identifier == "parallel:cluster:ZKSUnreachable" or "connection is gone" in str(caught.value)
 
 
+@pytest.mark.parametrize("where", ["embedded", "daemon"])
+def test_closing_does_not_wait_for_a_reply_that_nobody_finishes(where, request):
+    session = zks.connect(request.getfixturevalue("daemon") if where == "daemon" else None)
+    first, second, third = session.echo(b"one", b"two" * 500_000, numpy.zeros(1 << 20))
+    (broken,) = session.echo(b"no array")
+    with pytest.raises(zks.Error):
+        broken.array()
+    assert first.bytes() == b"one"
+    session.close()
+    with pytest.raises(zks.Terminated):
+        second.bytes()
+
+
+def test_closing_keeps_items_that_are_in_memory():
+    session = zks.connect()
+    first, second, third = session.echo(b"one", b"two", b"three")
+    assert second.bytes() == b"two"
+    session.close()
+    assert first.bytes() == b"one"
+    with pytest.raises(zks.Terminated):
+        third.bytes()
+
+
 def test_a_forgotten_session_warns_and_ends():
     with pytest.warns(ResourceWarning, match="unclosed"):
         zks.connect()
