@@ -26,6 +26,11 @@ using google::protobuf::Message;
 const std::array kTypes{protobuf_test_messages::proto2::TestAllTypesProto2::descriptor(),
                         protobuf_test_messages::proto3::TestAllTypesProto3::descriptor()};
 
+bool isSpoken(const ConformanceRequest& request) {
+  return request.payload_case() != ConformanceRequest::kJspbPayload &&
+         request.requested_output_format() != conformance::JSPB;
+}
+
 bool parse(const ConformanceRequest& request, Message& message) {
   switch (request.payload_case()) {
     case ConformanceRequest::kProtobufPayload:
@@ -69,25 +74,29 @@ std::unique_ptr<Message> throughAStruct(const Message& message) {
   return parallel::protobufencoding::encode(value.get(), nullptr, 0);
 }
 
-ConformanceResponse answer(const ConformanceRequest& request) {
+ConformanceResponse answerOf(const ConformanceRequest& request, Message& message) {
   ConformanceResponse response;
-  if (request.payload_case() == ConformanceRequest::kJspbPayload ||
-      request.requested_output_format() == conformance::JSPB) {
-    response.set_skipped("JSPB is not spoken here");
-    return response;
+  try {
+    if (parse(request, message))
+      write(request, *throughAStruct(message), response);
+    else
+      response.set_parse_error("not parsed");
+  } catch (const std::exception& error) {
+    response.set_runtime_error(error.what());
   }
-  const auto message = parallel::protobufencoding::generateMessageByName(request.message_type());
-  if (message == nullptr) {
+  return response;
+}
+
+ConformanceResponse answer(const ConformanceRequest& request) {
+  if (isSpoken(request)) {
+    if (const auto message = parallel::protobufencoding::generateMessageByName(request.message_type()))
+      return answerOf(request, *message);
+  }
+  ConformanceResponse response;
+  if (isSpoken(request))
     response.set_runtime_error("unknown message type " + request.message_type());
-  } else if (!parse(request, *message)) {
-    response.set_parse_error("not parsed");
-  } else {
-    try {
-      write(request, *throughAStruct(*message), response);
-    } catch (const std::exception& error) {
-      response.set_runtime_error(error.what());
-    }
-  }
+  else
+    response.set_skipped("JSPB is not spoken here");
   return response;
 }
 

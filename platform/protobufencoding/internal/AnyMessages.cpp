@@ -11,7 +11,6 @@ namespace parallel::protobufencoding {
 
 namespace {
 
-using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
 constexpr std::string_view kStandardAny = "google.protobuf.Any";

@@ -12,7 +12,6 @@
 namespace parallel::protobufencoding {
 
 using google::protobuf::FieldDescriptor;
-using google::protobuf::Reflection;
 
 namespace {
 

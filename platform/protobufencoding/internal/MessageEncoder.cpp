@@ -10,7 +10,6 @@ namespace parallel::protobufencoding {
 
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
-using google::protobuf::Reflection;
 
 namespace {
 

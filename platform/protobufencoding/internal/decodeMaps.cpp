@@ -53,8 +53,10 @@ std::string stringKey(const Message& entry, const MessageShape& shape) {
 
 qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, int depth) {
   const MessageShape& entry = shapes_.of(field);
+  const int count = source.reflection.FieldSize(source.message, field.descriptor);
   std::vector<const Message*> entries;
-  for (int i = 0; i < source.reflection.FieldSize(source.message, field.descriptor); ++i)
+  entries.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i)
     entries.push_back(&source.reflection.GetRepeatedMessage(source.message, field.descriptor, i));
   sortEntries(entries, entry.number(kKeyNumber));
   if (!entries.empty())
@@ -73,6 +75,7 @@ qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, in
 qxArrayPtr MessageDecoder::mapAsStruct(const std::vector<const Message*>& entries, const MessageShape& entry,
                                        int depth) {
   std::vector<std::string> names;
+  names.reserve(entries.size());
   for (const Message* e : entries)
     names.push_back(stringKey(*e, entry));
   qxArrayPtr result = qxCreateStructArray(column(1), names);

@@ -14,7 +14,6 @@
 namespace parallel::protobufencoding {
 
 using google::protobuf::Message;
-using google::protobuf::Reflection;
 
 qxArrayPtr MessageDecoder::specialForm(const Source& source, const MessageShape& shape, int depth) {
   if (shape.special() == SpecialForm::None || !source.reflection.GetUnknownFields(source.message).empty())

@@ -19,7 +19,7 @@ namespace parallel::protobufencoding {
 
 template <std::integral To, std::integral From>
 bool convertNumber(From from, To& to) {
-  to = static_cast<To>(from);
+  to = static_cast<To>(from);  // NOLINT(bugprone-signed-char-misuse): int8 is a number here
   return std::in_range<To>(from);
 }
 
