@@ -100,7 +100,7 @@ TEST_P(BothBuiltins, CheckOutputsBeforeInputs) {
 INSTANTIATE_TEST_SUITE_P(Builtins, BothBuiltins,
                          ::testing::Values(NamedBuiltin{"serialize", &bnSerializeProtobufStruct},
                                            NamedBuiltin{"deserialize", &bnDeserializeTaskExecutionInfo}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST(SerializeProtobufStruct, GivesTheBytesAsAColumn) {
   qxArrayPtr value = structOfType("parallel.zksmessages.EchoRequest.Item");
