@@ -14,6 +14,7 @@ class AnyEncoder {
   virtual ~AnyEncoder() = default;
 
   // Whether messages of this type are Any messages, to be unpacked on the way to the host and packed on the way back.
+  // Asked only of types that have the fields `string type_url` and `bytes value`.
   virtual bool isAnyMessage(const google::protobuf::Descriptor* descriptor) = 0;
   // A new Any that holds `message`.
   virtual std::unique_ptr<google::protobuf::Message> encodeToAny(const google::protobuf::Message& message) = 0;

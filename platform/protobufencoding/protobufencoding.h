@@ -3,7 +3,7 @@
 // Ownership: results belong to the caller.
 // Threads:   any, at once.
 // Errors:    `EncodeError` (component "parallel:protobuf") names the field by its full path, the class found and the
-//            class wanted.
+//            class wanted. `DecodeTooDeep`: a message in memory nests deeper than the parser would have taken.
 #pragma once
 
 #include <google/protobuf/message.h>
@@ -26,7 +26,7 @@ qxArrayPtr decode(const google::protobuf::Message& message, AnyEncoder* anyEncod
 std::string getTypeUrl(const google::protobuf::Message& message);
 
 // An empty message of the type that a URL names (what follows its last slash); null when the type is unknown. Looks in
-// the generated pool, then in the descriptor sets that were loaded.
+// the generated pool, then in the descriptor sets that were loaded, the last one first.
 std::unique_ptr<google::protobuf::Message> generateMessage(const std::string& typeUrl);
 
 // The same by full name.
