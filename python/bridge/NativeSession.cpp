@@ -6,6 +6,8 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/interrupt/utInterruptState.h"
+#include "platform/spf/core/errors.h"
 #include "platform/spf/inprocess/connectInProcess.h"
 #include "scheduler/SchedulerService.h"
 
@@ -61,7 +63,7 @@ bool NativeSession::isOpen() const {
 void NativeSession::close() noexcept {
   if (isForked())
     return;
-  if (open_.exchange(false))
+  if (closing_->cancel())
     --counters().sessions;
   abandonReplies();
   connection_->close();
@@ -70,7 +72,21 @@ void NativeSession::close() noexcept {
 SchedulerClient NativeSession::client() const {
   if (isForked())
     throw Exception<parallel::python::ForkedSession>(process_);
+  if (closing_->isCancelled())
+    throw Exception<parallel::cluster::ZKSUnreachable>();
   return SchedulerClient(*connection_, nullptr, ErrorForm::Chain);
+}
+
+// A call that was stopped because the session was closed says so.
+template <class Operation>
+auto NativeSession::unlessClosed(Operation operation) const {
+  try {
+    return operation(client());
+  } catch (const Corvane::System::InterruptException&) {
+    if (!closing_->isCancelled())
+      throw;
+    throw agent::spf::Terminated("The session was closed during the call.");
+  }
 }
 
 std::shared_ptr<OrderedReply> NativeSession::opened(parallel::toolbox::Reply reply) const {
@@ -80,7 +96,7 @@ std::shared_ptr<OrderedReply> NativeSession::opened(parallel::toolbox::Reply rep
     std::erase_if(replies_, [](const auto& weak) { return weak.expired(); });
     replies_.push_back(ordered);
   }
-  if (!open_.load())  // it was closed meanwhile
+  if (closing_->isCancelled())  // it was closed meanwhile
     ordered->abandon();
   return ordered;
 }
@@ -97,17 +113,19 @@ void NativeSession::abandonReplies() noexcept {
 }
 
 std::shared_ptr<OrderedReply> NativeSession::call(const std::string& method, const Items& items) const {
-  return opened(client().call(method, items));
+  return unlessClosed([&](const SchedulerClient& client) { return opened(client.call(method, items)); });
 }
 
 std::shared_ptr<OrderedReply> NativeSession::echo(const Items& items) const {
-  return opened(client().echo(items));
+  return unlessClosed([&](const SchedulerClient& client) { return opened(client.echo(items)); });
 }
 
 TaskOutcome NativeSession::runTask(const parallel::zksmessages::TaskDescription& task, const Items& inputs) const {
-  auto result = client().runTask(task, inputs);
-  return {std::move(result.info), std::move(result.standardOutput), std::move(result.standardError),
-          opened(std::move(result.outputs))};
+  return unlessClosed([&](const SchedulerClient& client) {
+    auto result = client.runTask(task, inputs);
+    return TaskOutcome{std::move(result.info), std::move(result.standardOutput), std::move(result.standardError),
+                       opened(std::move(result.outputs))};
+  });
 }
 
 }  // namespace zks::bridge

@@ -8,7 +8,6 @@
 
 #include <sys/types.h>
 
-#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -18,6 +17,7 @@
 
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "python/bridge/OrderedReply.h"
+#include "python/bridge/blockingCall.h"
 #include "python/bridge/counters.h"
 #include "toolbox/Connection.h"
 #include "toolbox/Item.h"
@@ -46,6 +46,8 @@ class NativeSession {
   const std::string& name() const noexcept { return connection_->name(); }
   bool isOpen() const;
   void close() noexcept;
+  // What stops the calls under way when the session is closed: to be given to the BlockingCall around each.
+  std::shared_ptr<const CallControl> closing() const noexcept { return closing_; }
 
   std::shared_ptr<OrderedReply> call(const std::string& method, const Items& items) const;
   std::shared_ptr<OrderedReply> echo(const Items& items) const;
@@ -53,6 +55,8 @@ class NativeSession {
 
  private:
   parallel::toolbox::SchedulerClient client() const;
+  template <class Operation>
+  auto unlessClosed(Operation operation) const;
   bool isForked() const noexcept;
   std::shared_ptr<OrderedReply> opened(parallel::toolbox::Reply reply) const;
   void abandonReplies() noexcept;
@@ -61,7 +65,7 @@ class NativeSession {
   std::unique_ptr<parallel::toolbox::Connection> connection_;
   mutable std::mutex mutex_;
   mutable std::vector<std::weak_ptr<OrderedReply>> replies_;  // guarded by mutex_
-  std::atomic<bool> open_{true};
+  const std::shared_ptr<CallControl> closing_ = std::make_shared<CallControl>();
 };
 
 }  // namespace zks::bridge

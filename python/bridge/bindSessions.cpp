@@ -133,7 +133,7 @@ py::tuple runTask(const NativeSession& session, const std::vector<std::string>& 
                   const std::vector<std::string>& inputNames, const std::vector<std::string>& outputNames,
                   const std::map<std::string, double>& limits, const Items& inputs) {
   const TaskDescription task = describeTask(argv, environment, clearEnvironment, inputNames, outputNames, limits);
-  const TaskOutcome outcome = withoutLock([&] { return session.runTask(task, inputs); });
+  const TaskOutcome outcome = withoutLock(nullptr, session.closing(), [&] { return session.runTask(task, inputs); });
   return py::make_tuple(pythonInfo(outcome.info), toBytes(outcome.standardOutput.get()),
                         toBytes(outcome.standardError.get()), pythonReply(outcome.outputs));
 }
@@ -186,15 +186,15 @@ void bindReplies(py::module_& module) {
 void bindSessions(py::module_& module) {
   py::class_<CallControl, Control>(module, "CallControl", "Stops the call that it was given to")
       .def(py::init<>())
-      .def("cancel", &CallControl::cancel);
+      .def("cancel", [](CallControl& control) { control.cancel(); });
   bindItems(module);
   bindReplies(module);
   const auto call = [](const NativeSession& session, const std::string& method, const Items& items,
                        const Control& control) {
-    return pythonReply(withoutLock(control, [&] { return session.call(method, items); }));
+    return pythonReply(withoutLock(control, session.closing(), [&] { return session.call(method, items); }));
   };
   const auto echo = [](const NativeSession& session, const Items& items) {
-    return pythonReply(withoutLock([&] { return session.echo(items); }));
+    return pythonReply(withoutLock(nullptr, session.closing(), [&] { return session.echo(items); }));
   };
   const auto close = [](NativeSession& session) { withoutLock([&] { session.close(); }); };
   py::class_<NativeSession, std::shared_ptr<NativeSession>>(module, "Session", "A connection to a service")

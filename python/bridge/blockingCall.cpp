@@ -47,6 +47,7 @@ bool signalHandlerRaised() {
 
 struct BlockingCall::State {
   std::shared_ptr<const CallControl> control;
+  std::shared_ptr<const CallControl> second;
   bool onMainThread;
   Clock::time_point nextCheck;
   State* outer;
@@ -56,11 +57,15 @@ namespace {
 
 thread_local BlockingCall::State* current = nullptr;
 
+bool isCancelled(const std::shared_ptr<const CallControl>& control) {
+  return control != nullptr && control->isCancelled();
+}
+
 bool isInterrupted() {
   BlockingCall::State* const call = current;
   if (call == nullptr)
     return false;
-  if (call->control != nullptr && call->control->isCancelled()) {
+  if (isCancelled(call->control) || isCancelled(call->second)) {
     cancelled = true;
     return true;
   }
@@ -72,9 +77,11 @@ bool isInterrupted() {
 
 }  // namespace
 
-BlockingCall::BlockingCall(std::shared_ptr<const CallControl> control)
-    : state_(std::make_unique<State>(State{std::move(control), isMainThread(), Clock::time_point{}, current})) {
+BlockingCall::BlockingCall(std::shared_ptr<const CallControl> control, std::shared_ptr<const CallControl> second)
+    : state_(std::make_unique<State>(
+          State{std::move(control), std::move(second), isMainThread(), Clock::time_point{}, current})) {
   current = state_.get();
+  cancelled = false;
   released_ = PyEval_SaveThread();
 }
 

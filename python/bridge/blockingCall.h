@@ -15,10 +15,11 @@
 
 namespace zks::bridge {
 
-// Stops the operation that it was given to, now or when it starts.
+// Stops the operations that it was given to, those that start later included.
 class CallControl {
  public:
-  void cancel() noexcept { cancelled_.store(true); }
+  // True the first time.
+  bool cancel() noexcept { return !cancelled_.exchange(true); }
   bool isCancelled() const noexcept { return cancelled_.load(); }
 
  private:
@@ -28,7 +29,8 @@ class CallControl {
 // While it lives the thread is without the interpreter's lock. Made and ended with the lock held.
 class BlockingCall {
  public:
-  explicit BlockingCall(std::shared_ptr<const CallControl> control = nullptr);
+  // Either may be null.
+  explicit BlockingCall(std::shared_ptr<const CallControl> control, std::shared_ptr<const CallControl> second);
   ~BlockingCall();
   BlockingCall(const BlockingCall&) = delete;
   BlockingCall& operator=(const BlockingCall&) = delete;
@@ -42,14 +44,15 @@ class BlockingCall {
 };
 
 template <class Operation>
-auto withoutLock(std::shared_ptr<const CallControl> control, Operation&& operation) {
-  const BlockingCall scope(std::move(control));
+auto withoutLock(std::shared_ptr<const CallControl> control, std::shared_ptr<const CallControl> second,
+                 Operation&& operation) {
+  const BlockingCall scope(std::move(control), std::move(second));
   return std::forward<Operation>(operation)();
 }
 
 template <class Operation>
 auto withoutLock(Operation&& operation) {
-  return withoutLock(nullptr, std::forward<Operation>(operation));
+  return withoutLock(nullptr, nullptr, std::forward<Operation>(operation));
 }
 
 // Makes the interpreter's signal check the platform's source of interrupts, or takes it away.

@@ -77,6 +77,8 @@ def nothing_is_left_behind(request):
     if "no_leak_check" in request.keywords:
         yield
         return
+    if getattr(request.module, "USES_DAEMON", False):
+        request.getfixturevalue("daemon")  # belongs to the module, so it is there before the test and after it
     before = resources()
     yield
     different = leaks_since(before)

@@ -20,6 +20,9 @@ from conftest import run_python, start_daemon, stop_daemon
 from test_arrays import DTYPES, host_arrays, same_bits
 
 
+USES_DAEMON = True
+
+
 @pytest.fixture(params=["embedded", "daemon"])
 def any_session(request):
     address = None if request.param == "embedded" else request.getfixturevalue("daemon")
@@ -27,17 +30,12 @@ def any_session(request):
         yield opened
 
 
-@pytest.fixture(scope="module")
-def lasting_session():
-    """For properties, which try hundreds of values."""
-    with zks.connect() as opened:
-        yield opened
-
-
 @hypothesis.given(host_arrays)
-@hypothesis.settings(deadline=None, max_examples=60)
-def test_any_array_comes_back_from_echo_as_it_went(lasting_session, value):
-    (item,) = lasting_session.echo(value)
+@hypothesis.settings(
+    deadline=None, max_examples=60, suppress_health_check=[hypothesis.HealthCheck.function_scoped_fixture]
+)
+def test_any_array_comes_back_from_echo_as_it_went(session, value):
+    (item,) = session.echo(value)
     assert same_bits(item.array(), value)
 
 
