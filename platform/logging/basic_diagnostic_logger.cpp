@@ -30,16 +30,19 @@ basic_diagnostic_logger<char>::basic_diagnostic_logger(std::string name) : name_
 basic_diagnostic_logger<char>::~basic_diagnostic_logger() = default;
 
 basic_diagnostic_logger<char>::Record::Record(basic_diagnostic_logger& logger, level_t level) {
+  if (!logger.isEnabled(level))
+    return;
   boost::log::record record = logger.source_->logger.open_record(boost::log::keywords::severity = level);
   if (record)
     impl_ = std::make_unique<Impl>(std::move(record));
 }
 
-basic_diagnostic_logger<char>::Record::~Record() {
-  if (impl_ == nullptr)
-    return;
+basic_diagnostic_logger<char>::Record::~Record() = default;
+
+void basic_diagnostic_logger<char>::Record::push() {
   impl_->stream.flush();
   boost::log::core::get()->push_record(std::move(impl_->record));
+  impl_ = nullptr;
 }
 
 std::ostream& basic_diagnostic_logger<char>::Record::stream() {

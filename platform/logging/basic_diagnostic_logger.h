@@ -36,7 +36,8 @@ class basic_diagnostic_logger<char> {
   void setEnabledLevels(level_t mask) noexcept { enabled_.store(mask, std::memory_order_relaxed); }
   bool isEnabled(level_t level) const noexcept { return (enabledLevels() & level) != 0; }
 
-  // One record in the making; pushed when the object ends. Test it: false when the core filtered the record.
+  // One record in the making. Test it: false when its level is off, when the core filtered it, and once it is pushed.
+  // One that is not pushed is dropped.
   class Record {
    public:
     Record(basic_diagnostic_logger& logger, level_t level);
@@ -45,6 +46,7 @@ class basic_diagnostic_logger<char> {
     Record& operator=(const Record&) = delete;
     explicit operator bool() const noexcept { return impl_ != nullptr; }
     std::ostream& stream();
+    void push();
 
    private:
     struct Impl;
@@ -60,10 +62,9 @@ class basic_diagnostic_logger<char> {
 
 }  // namespace foundation::log
 
-// Evaluates nothing to the right of it unless the level is enabled and the core takes the record.
-#define FOUNDATION_LOG(logger, level)                                                                           \
-  if (!(logger).isEnabled(level)) {                                                                             \
-  } else if (::foundation::log::basic_diagnostic_logger<char>::Record foundation_log_record((logger), (level)); \
-             !foundation_log_record) {                                                                          \
-  } else                                                                                                        \
-    foundation_log_record.stream()
+// Evaluates nothing to the right of it unless the level is enabled and the core takes the record. A loop that runs at
+// most once, so that it stands anywhere a statement may.
+#define FOUNDATION_LOG(logger, level)                                                                     \
+  for (::foundation::log::basic_diagnostic_logger<char>::Record foundation_log_record((logger), (level)); \
+       foundation_log_record; foundation_log_record.push())                                               \
+  foundation_log_record.stream()
