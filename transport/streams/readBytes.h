@@ -17,10 +17,10 @@ namespace internal {
 
 // What readBytes may expect; small counts are not worth the question.
 inline std::size_t expectedBytes(const ByteStream& stream, std::size_t limit) noexcept {
-  return limit <= kUnreservedBytes ? 0 : std::min(limit, sizeHintOf(stream));
+  return limit <= kUnreservedBytes ? 0 : std::min({limit, sizeHintOf(stream), kMaxAnnouncedBytes});
 }
 inline std::size_t expectedBytes(const ByteStream& stream) noexcept {
-  return sizeHintOf(stream);
+  return std::min(sizeHintOf(stream), kMaxAnnouncedBytes);
 }
 
 }  // namespace internal

@@ -102,7 +102,7 @@ TEST(ReadBytes, AnnouncementOfMoreThanMemoryIsCapped) {
   HintingStream stream(patternBytes(100000), std::size_t{1} << 60);
   const Bytes bytes = readBytes(stream);
   EXPECT_EQ(bytes, patternBytes(100000));
-  EXPECT_LE(bytes.capacity(), kMaxReservedBytes);
+  EXPECT_LE(bytes.capacity(), kMaxAnnouncedBytes);
 }
 
 TEST(ReadBytes, AnnouncementOfTooLittleLosesNothing) {

@@ -1,18 +1,17 @@
-// Room ahead in a byte vector, for an amount that somebody else announced.
+// Room ahead in a byte vector.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
-#include <new>
+#include <exception>
 #include <vector>
 
 #include "transport/export.h"
 
 namespace parallel::spf::transport {
 
-// An announcement is believed up to here; past it the vector grows as it always does. Room that is not used costs
-// address space only, since its pages are never touched.
-inline constexpr std::size_t kMaxReservedBytes = std::size_t{4} << 30;
+// What a far end announces is believed up to here; past it the vector grows as it always does. Room that is not used
+// costs address space only, since its pages are never touched.
+inline constexpr std::size_t kMaxAnnouncedBytes = std::size_t{4} << 30;
 // From here on huge pages are worth asking for: a fresh page is what costs, and there are 512 times fewer of them.
 inline constexpr std::size_t kHugePageReservationBytes = std::size_t{4} << 20;
 
@@ -23,19 +22,18 @@ PARALLEL_SPF_TRANSPORT_EXPORT void adviseHugePages(void* data, std::size_t nbyte
 
 }  // namespace internal
 
-// Makes room for `nbytes` in all, or for as much as seems sane. Does nothing when there is no such memory: whether the
-// bytes really come is not known yet.
+// Makes room for `nbytes` in all. Does nothing when there is no such memory: whether the bytes really come is not known
+// yet.
 template <class Byte>
 requires(sizeof(Byte) == 1) void reserveBytes(std::vector<Byte>& bytes, std::size_t nbytes) noexcept {
-  const std::size_t wanted = std::min(nbytes, kMaxReservedBytes);
-  if (wanted <= bytes.capacity())
+  if (nbytes <= bytes.capacity())
     return;
   try {
-    bytes.reserve(wanted);
-  } catch (const std::bad_alloc&) {
+    bytes.reserve(nbytes);
+  } catch (const std::exception&) {  // no memory, or more than a vector can ever hold
     return;
   }
-  if (wanted >= kHugePageReservationBytes)
+  if (nbytes >= kHugePageReservationBytes)
     internal::adviseHugePages(bytes.data(), bytes.capacity());
 }
 
