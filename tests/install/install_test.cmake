@@ -1,0 +1,22 @@
+# Installs the build into a folder of its own, builds an outside project on it, and runs what came out.
+# Arguments: BUILD (the build tree), CONSUMER (the outside project), WORK (a folder to use), COMPILER, FLAGS.
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${ARGV}\nended with ${result}:\n${output}")
+  endif()
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+file(REMOVE_RECURSE ${WORK})
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${WORK}/prefix
+  -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_CXX_FLAGS=${FLAGS})
+run(${CMAKE_COMMAND} --build ${WORK}/build)
+run(${WORK}/build/consumer)
+if(NOT output STREQUAL "00000000010003616263ffff\n")
+  message(FATAL_ERROR "the outside project printed ${output}")
+endif()
+run(${WORK}/prefix/bin/zks --version)
+run(${WORK}/prefix/bin/zksd --version)
+file(REMOVE_RECURSE ${WORK})
