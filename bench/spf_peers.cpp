@@ -1,5 +1,6 @@
 #include "bench/spf_peers.h"
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -47,14 +48,13 @@ bool serveIfAsked(int argc, char** argv) {
 ServerProcess::ServerProcess(const std::string& kind, const std::string& address) {
   int input[2];
   int output[2];
-  if (::pipe(input) != 0 || ::pipe(output) != 0)
+  // Not for the servers started later: one of them would keep this one's input open.
+  if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0)
     throw std::runtime_error("pipe");
   pid_ = ::fork();
   if (pid_ == 0) {
     ::dup2(input[0], STDIN_FILENO);
     ::dup2(output[1], STDOUT_FILENO);
-    for (const int fd : {input[0], input[1], output[0], output[1]})
-      ::close(fd);
     ::execl("/proc/self/exe", "spf_bench", "--serve", kind.c_str(), address.c_str(), static_cast<char*>(nullptr));
     ::_exit(127);
   }

@@ -24,7 +24,10 @@ ClientConnection::ClientConnection(std::shared_ptr<grpc::Channel> channel, std::
       onDisconnect_(std::move(onDisconnect)) {}
 
 void ClientConnection::start() {
-  queueThread_ = std::thread([self = shared_from_this()] { serveCompletions(self->queue_); });
+  queueThread_ = std::thread([self = shared_from_this()] {
+    while (serveCompletion(self->queue_)) {
+    }
+  });
   makeStream()->openAsWatch();
 }
 

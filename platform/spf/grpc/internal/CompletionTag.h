@@ -14,15 +14,16 @@ class CompletionTag {
   virtual void complete(bool ok) = 0;
 };
 
-// Serves a queue until it is shut down and drained.
+// Serves the next completion; false when the queue has been shut down and drained.
 template <class Queue>
-void serveCompletions(Queue& queue) {
+bool serveCompletion(Queue& queue) {
   void* tag = nullptr;
   bool ok = false;
-  while (queue.Next(&tag, &ok)) {
-    takenOver(tag);
-    static_cast<CompletionTag*>(tag)->complete(ok);
-  }
+  if (!queue.Next(&tag, &ok))
+    return false;
+  takenOver(tag);
+  static_cast<CompletionTag*>(tag)->complete(ok);
+  return true;
 }
 
 // Calls a member function of its owner, which it keeps alive while the operation is under way.

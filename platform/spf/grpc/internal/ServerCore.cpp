@@ -3,6 +3,7 @@
 #include <grpcpp/security/server_credentials.h>
 #include <grpcpp/server_builder.h>
 
+#include <system_error>
 #include <utility>
 
 #include "platform/spf/core/errors.h"
@@ -29,7 +30,7 @@ void setArguments(grpc::ServerBuilder& builder) {
 ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const std::string& address)
     : service_(std::move(service)), address_(address) {
   listen();
-  queueThread_ = std::thread([this] { serveCompletions(*queue_); });
+  workers_.run([this] { serveQueue(); });
   acceptNext();
 }
 
@@ -61,6 +62,28 @@ void ServerCore::listen() {
   throw FrameworkError("Cannot listen at " + address_ + ": " + why + ".");
 }
 
+void ServerCore::serveQueue() {
+  while (serveCompletion(*queue_)) {
+    if (!deferred_)
+      continue;
+    const std::function<void()> task = std::exchange(deferred_, nullptr);
+    const bool handedOn = handQueueOn();
+    task();
+    if (handedOn)
+      return;
+  }
+}
+
+// False when there is no thread to take it: the calls then have to wait for each other.
+bool ServerCore::handQueueOn() {
+  try {
+    workers_.run([this] { serveQueue(); });
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
+}
+
 void ServerCore::acceptNext() {
   auto stream = std::make_shared<ServerStream>(*this);
   {
@@ -81,11 +104,11 @@ void ServerCore::gone() {
 }
 
 void ServerCore::shutDown(std::chrono::milliseconds grace) {
-  if (!queueThread_.joinable())
-    return;
   std::vector<std::weak_ptr<ServerStream>> streams;
   {
     const std::lock_guard lock(mutex_);
+    if (std::exchange(shutDown_, true))
+      return;
     draining_ = true;
     streams.swap(streams_);
   }
@@ -98,7 +121,7 @@ void ServerCore::shutDown(std::chrono::milliseconds grace) {
     allGone_.wait(lock, [this] { return streamCount_ == 0; });
   }
   queue_->Shutdown();
-  queueThread_.join();
+  workers_.join();
 }
 
 }  // namespace agent::spf::grpc_transport::internal

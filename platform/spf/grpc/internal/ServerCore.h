@@ -1,4 +1,7 @@
-// What the streams of one server share: the listening server, its completion queue with the one thread that serves it.
+// What the streams of one server share: the listening server, its completion queue and its threads.
+//
+// One thread serves the queue at a time. When a call has come in, that thread hands the queue to another and runs the
+// call's handler itself: the call does not wait for a thread to wake.
 #pragma once
 
 #include <grpcpp/completion_queue.h>
@@ -11,7 +14,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/spf/core/Service.h"
@@ -39,9 +41,13 @@ class ServerCore {
   void acceptNext();
   void gone();
   void runBlocking(std::function<void()> task) { workers_.run(std::move(task)); }
+  // Runs the task on the queue's thread, after it has handed the queue on. Once per completion, and only from there.
+  void runHere(std::function<void()> task) { deferred_ = std::move(task); }
 
  private:
   void listen();
+  void serveQueue();
+  bool handQueueOn();
 
   const std::shared_ptr<const core::Service> service_;
   std::string address_;
@@ -49,13 +55,14 @@ class ServerCore {
   std::unique_ptr<grpc::ServerCompletionQueue> queue_;
   std::unique_ptr<grpc::Server> server_;
   core::internal::WorkerThreads workers_;
-  std::thread queueThread_;
+  std::function<void()> deferred_;  // belongs to the thread that serves the queue
 
   std::mutex mutex_;
   std::condition_variable allGone_;
   std::vector<std::weak_ptr<ServerStream>> streams_;  // guarded by mutex_, as all below
   std::size_t streamCount_ = 0;
   bool draining_ = false;
+  bool shutDown_ = false;
 };
 
 }  // namespace agent::spf::grpc_transport::internal

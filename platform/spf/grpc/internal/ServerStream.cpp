@@ -168,7 +168,7 @@ void ServerStream::receive(Frame frame) {
   if (!frame.call)
     return;
   // Not before: the handler of a small call finds its whole request there.
-  server_.runBlocking([self = shared_from_this(), call = current()] { self->serve(call); });
+  server_.runHere([self = shared_from_this(), call = current()] { self->serve(call); });
 }
 
 void ServerStream::beginCall(const v1::CallHead& head) {
