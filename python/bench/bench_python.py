@@ -1,7 +1,7 @@
 #!/usr/bin/env -S /usr/bin/python3 -u
 """A 256 MiB float64 array through echo from Python, and small calls, beside what other packages do with the same array.
 
-Each line is a median; ratios are to a plain copy of the array in this process. Packages that are not installed are
+Each line is a median of the round trip; ratios are to a plain copy of the array in this process. Packages that are not installed are
 left out, and said so. PYTHONPATH has the package, ZKSD the daemon.
 """
 

@@ -28,7 +28,7 @@ class OrderedReply {
 
   std::size_t itemCount() const noexcept { return states_.size(); }
 
-  // `index` from 0. Of those that this reply still has when it is made, which may be the last ones of a call's.
+  // `index` counts from 0 among the items that were left when this was made.
   qxArrayPtr takeArray(std::size_t index);
   qxArrayPtr takeMessage(std::size_t index);
   qxArrayPtr takePlain(std::size_t index);

@@ -26,7 +26,12 @@ print(*sorted({line.split()[-1] for line in open("/proc/self/maps") if "zksplatf
 """
     packages = prefix / "lib" / "python3" / "dist-packages"
     done = subprocess.run(
-        [sys.executable, "-c", code], env={**os.environ, "PYTHONPATH": str(packages)}, capture_output=True, text=True, timeout=60
+        [sys.executable, "-c", code],
+        cwd=prefix,  # whose files come first
+        env={**os.environ, "PYTHONPATH": str(packages)},
+        capture_output=True,
+        text=True,
+        timeout=60,
     )
     assert done.returncode == 0, done.stderr
     values, package, libraries = done.stdout.splitlines()
