@@ -1,7 +1,6 @@
 """What importing does, and does not do."""
 
 import importlib.util
-import subprocess
 import sys
 
 import pytest

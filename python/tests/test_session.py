@@ -2,22 +2,17 @@
 
 import asyncio
 import concurrent.futures
-import inspect
 import os
-import pathlib
 import signal
 import threading
-import warnings
 
 import hypothesis
-import hypothesis.extra.numpy as hnp
-import hypothesis.strategies as st
 import numpy
 import pytest
 
 import zks
 from conftest import run_python, start_daemon, stop_daemon
-from test_arrays import DTYPES, host_arrays, same_bits
+from test_arrays import host_arrays, same_bits
 
 
 USES_DAEMON = True
@@ -157,6 +152,8 @@ def test_run_says_how_a_task_ended(session, tmp_path):
     assert renamed.stdout == b"x"
     with pytest.raises(TypeError, match="words"):
         session.run("echo")
+    with pytest.raises(ValueError, match="two files"):
+        session.run(["true"], files=["/a/data", "/b/data"])
 
 
 def test_some_outputs_missing_leaves_the_others_readable(session, tmp_path):

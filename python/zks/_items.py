@@ -10,8 +10,6 @@ import numpy
 
 from zks import _bridge
 
-KINDS = ("array", "bytes", "file", "message")
-
 
 class Message(dict):
     """A protobuf message as a dict of its fields; the key "MessageType" names its type."""

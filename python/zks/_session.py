@@ -21,6 +21,19 @@ _MOST_ASYNC_CALLS = 32
 _open_sessions: weakref.WeakSet[Session] = weakref.WeakSet()
 
 
+def _named(files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike]) -> dict[str, str | os.PathLike]:
+    """Paths by the names that they have in the task's directory."""
+    if isinstance(files, Mapping):
+        return dict(files)
+    named: dict[str, str | os.PathLike] = {}
+    for path in files:
+        name = os.path.basename(os.fspath(path))
+        if name in named:
+            raise ValueError(f"two files are named {name!r}; give them names of their own: files={{name: path}}")
+        named[name] = path
+    return named
+
+
 @dataclass(frozen=True)
 class TaskResult:
     """How a task ran, and what it left. Times are in seconds."""
@@ -161,7 +174,7 @@ class Session:
         _logging.follow_level()
         if isinstance(argv, (str, bytes)):
             raise TypeError("argv is a sequence of words, not one text")
-        inputs = dict(files) if isinstance(files, Mapping) else {os.path.basename(os.fspath(path)): path for path in files}
+        inputs = _named(files)
         names = list(outputs)
         limits = {
             "wall_time": timeout,
