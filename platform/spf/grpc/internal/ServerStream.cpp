@@ -34,7 +34,7 @@ grpc::Status statusOf(const core::ErrorChain& chain) {
                     : kind == Kind::timeout    ? grpc::StatusCode::DEADLINE_EXCEEDED
                     : kind == Kind::terminated ? grpc::StatusCode::ABORTED
                                                : grpc::StatusCode::UNKNOWN;
-  return {code, core::summaryOf(chain, kStatusTextBytes)};
+  return {code, wellFormed(core::summaryOf(chain, kStatusTextBytes))};
 }
 
 }  // namespace

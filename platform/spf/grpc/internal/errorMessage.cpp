@@ -44,11 +44,11 @@ Kind fromWire(Level::Kind kind) {
   }
 }
 
+}  // namespace
+
 std::string wellFormed(const std::string& text) {
   return fl::i18n::isWellFormed(std::string_view(text)) ? text : fl::i18n::to_string(fl::i18n::to_ustring(text));
 }
-
-}  // namespace
 
 v1::ErrorChain toMessage(const core::ErrorChain& chain) {
   v1::ErrorChain message;

@@ -1,0 +1,500 @@
+// The wire against peers that are not ours: stock clients with generated stubs, and clients and servers that break the
+// protocol.
+#include <gmock/gmock.h>
+#include <grpcpp/create_channel.h>
+#include <grpcpp/generic/generic_stub.h>
+#include <grpcpp/server_builder.h>
+#include <grpcpp/server_context.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <fstream>
+#include <thread>
+
+#include "platform/spf/grpc/TransportsTest.h"
+#include "platform/spf/grpc/transport.grpc.pb.h"
+
+namespace agent::spf {
+namespace {
+
+using core::ErrorLevel;
+using core::ServerCall;
+using core::testing::await;
+using core::testing::call;
+using core::testing::openReply;
+using core::testing::patternOf;
+using core::testing::readAll;
+using core::testing::sourceOf;
+using grpc_transport::connect;
+using grpc_transport::ConnectOptions;
+using grpc_transport::Server;
+using ::testing::AllOf;
+using testing::awaitEvent;
+using testing::chainThrownBy;
+using testing::echo;
+using ::testing::HasSubstr;
+using testing::TemporaryDirectory;
+
+using Kind = ErrorLevel::Kind;
+using Stream = grpc::ClientReaderWriter<v1::Frame, v1::Frame>;
+
+std::string textOfOnly(const core::ErrorChain& chain, Kind kind) {
+  if (chain.size() != 1 || chain[0].kind != kind)
+    return "another chain";
+  return chain[0].text;
+}
+
+// A service, and a stock client of it with generated stubs.
+class ForeignClient : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    service_->add("echo", echo);
+    service_->add("fail", [](ServerCall& call) {
+      readAll(call.request());
+      throw FrameworkError("no \xFF luck" + std::string(10'000, '.'));
+    });
+    service_->add("read", [this](ServerCall& call) {
+      call.reply().flush();
+      try {
+        readAll(call.request());
+        outcome_.set_value({});
+      } catch (...) {
+        outcome_.set_value(core::flattenErrorChain(std::current_exception()));
+        throw;
+      }
+    });
+    server_ = std::make_unique<Server>(service_, grpc_transport::ServerOptions{directory_.address(), {}});
+    stub_ = v1::Transport::NewStub(grpc::CreateChannel(server_->address(), grpc::InsecureChannelCredentials()));
+    stream_ = stub_->Converse(&context_);
+  }
+
+  // The handler of "read" saw this; empty when its request ended well.
+  core::ErrorChain outcome() {
+    auto future = outcome_.get_future();
+    return await(future);
+  }
+
+  static v1::Frame callFrame(const std::string& method, const std::string& data, bool end) {
+    v1::Frame frame;
+    frame.mutable_call()->set_protocol_version(1);
+    frame.mutable_call()->set_method(method);
+    frame.set_data(data);
+    frame.set_end(end);
+    return frame;
+  }
+
+  // The rest of the stream: frames until it ends, and its status.
+  std::vector<v1::Frame> readRest() {
+    std::vector<v1::Frame> frames;
+    for (v1::Frame frame; stream_->Read(&frame);)
+      frames.push_back(frame);
+    status_ = stream_->Finish();
+    return frames;
+  }
+
+  TemporaryDirectory directory_;
+  std::shared_ptr<core::Service> service_ = std::make_shared<core::Service>();
+  std::promise<core::ErrorChain> outcome_;
+  std::unique_ptr<Server> server_;
+  std::unique_ptr<v1::Transport::Stub> stub_;
+  grpc::ClientContext context_;
+  std::unique_ptr<Stream> stream_;
+  grpc::Status status_;
+};
+
+TEST_F(ForeignClient, OneCallWithHalfCloseIsAnsweredAndTheStreamEndsWell) {
+  stream_->Write(callFrame("echo", "abc", true));
+  stream_->WritesDone();
+  const auto frames = readRest();
+  ASSERT_EQ(frames.size(), 1U);
+  EXPECT_EQ(frames[0].reply().protocol_version(), 1U);
+  EXPECT_FALSE(frames[0].reply().has_size());
+  EXPECT_EQ(frames[0].data(), "abc");
+  EXPECT_TRUE(frames[0].end());
+  EXPECT_TRUE(status_.ok()) << status_.error_message();
+}
+
+TEST_F(ForeignClient, SeveralCallsShareOneStreamAndFramesMayBeCutAnywhere) {
+  for (int i = 0; i < 3; ++i) {
+    stream_->Write(callFrame("echo", "a", false));
+    v1::Frame more;
+    more.set_data(std::string(100'000, 'b'));
+    stream_->Write(more);
+    stream_->Write(v1::Frame());
+    v1::Frame end;
+    end.set_end(true);
+    stream_->Write(end);
+    std::string data;
+    for (v1::Frame frame; !frame.end() && stream_->Read(&frame);)
+      data += frame.data();
+    EXPECT_TRUE(data == "a" + std::string(100'000, 'b')) << i;
+  }
+  stream_->WritesDone();
+  EXPECT_TRUE(readRest().empty());
+  EXPECT_TRUE(status_.ok());
+}
+
+TEST_F(ForeignClient, ErrorComesAsDataAndInShortFormAsStatus) {
+  stream_->Write(callFrame("fail", "", true));
+  stream_->WritesDone();
+  const auto frames = readRest();
+  ASSERT_EQ(frames.size(), 1U);
+  ASSERT_EQ(frames[0].error().levels_size(), 1);
+  EXPECT_EQ(frames[0].error().levels(0).kind(), v1::ErrorChain::Level::FRAMEWORK);
+  EXPECT_EQ(frames[0].error().levels(0).text(), "no \xFF luck" + std::string(10'000, '.'));
+  EXPECT_EQ(status_.error_code(), grpc::StatusCode::FAILED_PRECONDITION);
+  EXPECT_THAT(status_.error_message(),
+              AllOf(::testing::StartsWith("no \xEF\xBF\xBD luck"), ::testing::EndsWith("[...]")));
+  EXPECT_LT(status_.error_message().size(), 1300U);
+}
+
+TEST_F(ForeignClient, OtherProtocolVersionIsRefusedNamingBoth) {
+  v1::Frame frame = callFrame("echo", "", true);
+  frame.mutable_call()->set_protocol_version(7);
+  stream_->Write(frame);
+  stream_->WritesDone();
+  const auto frames = readRest();
+  ASSERT_EQ(frames.size(), 1U);
+  EXPECT_EQ(frames[0].error().levels(0).text(), "The client speaks protocol version 7, this service speaks version 1.");
+}
+
+TEST_F(ForeignClient, RequestThatEndsWithAnErrorRaisesItInTheHandler) {
+  stream_->Write(callFrame("read", "some", false));
+  v1::Frame failed;
+  failed.mutable_error()->add_levels()->set_text("the disk broke");
+  failed.mutable_error()->mutable_levels(0)->set_kind(v1::ErrorChain::Level::STANDARD);
+  stream_->Write(failed);
+  EXPECT_EQ(textOfOnly(outcome(), Kind::standard), "the disk broke");
+}
+
+TEST_F(ForeignClient, HalfCloseInTheMiddleOfARequestNeverLooksLikeItsEnd) {
+  stream_->Write(callFrame("read", "some", false));
+  stream_->WritesDone();
+  EXPECT_THAT(textOfOnly(outcome(), Kind::framework), HasSubstr("ended before the request"));
+  readRest();
+  EXPECT_FALSE(status_.ok());
+}
+
+TEST_F(ForeignClient, RequestOfAnotherSizeThanAnnouncedRaisesNamingBoth) {
+  for (const long announced : {3L, 5L}) {
+    grpc::ClientContext context;
+    const auto stream = stub_->Converse(&context);
+    v1::Frame frame = callFrame("echo", "four", true);
+    frame.mutable_call()->set_size(announced);
+    stream->Write(frame);
+    v1::Frame reply;
+    while (stream->Read(&reply) && !reply.has_error()) {
+    }
+    EXPECT_THAT(reply.error().levels(0).text(),
+                AllOf(HasSubstr(" " + std::to_string(announced) + " bytes"), HasSubstr(" 4 ")));
+    context.TryCancel();
+    stream->Finish();
+  }
+}
+
+TEST_F(ForeignClient, CancelReachesTheHandler) {
+  stream_->Write(callFrame("read", "some", false));
+  v1::Frame head;
+  ASSERT_TRUE(stream_->Read(&head));  // the handler is there
+  context_.TryCancel();
+  EXPECT_NE(textOfOnly(outcome(), Kind::terminated), "another chain");
+  readRest();
+}
+
+TEST_F(ForeignClient, FramesOutOfPlaceEndTheStreamWithAReason) {
+  std::vector<std::pair<std::vector<v1::Frame>, const char*>> cases;
+  v1::Frame data;
+  data.set_data("x");
+  v1::Frame reply;
+  reply.mutable_reply();
+  cases.push_back({{data}, "outside any call"});
+  cases.push_back({{v1::Frame()}, "outside any call"});
+  cases.push_back({{reply}, "a reply where a call is due"});
+  cases.push_back({{callFrame("read", "", false), callFrame("echo", "", true)}, "before the last one"});
+  for (const auto& [frames, why] : cases) {
+    grpc::ClientContext context;
+    const auto stream = stub_->Converse(&context);
+    for (const v1::Frame& frame : frames)
+      stream->Write(frame);
+    v1::Frame got;
+    while (stream->Read(&got)) {
+    }
+    const grpc::Status status = stream->Finish();
+    EXPECT_EQ(status.error_code(), grpc::StatusCode::INVALID_ARGUMENT);
+    EXPECT_THAT(status.error_message(), HasSubstr(why));
+  }
+}
+
+TEST_F(ForeignClient, UnknownGrpcMethodIsUnimplemented) {
+  grpc::GenericStub stub(grpc::CreateChannel(server_->address(), grpc::InsecureChannelCredentials()));
+  grpc::CompletionQueue queue;
+  grpc::ClientContext context;
+  grpc::ByteBuffer reply;
+  grpc::Status status;
+  const auto unary = stub.PrepareUnaryCall(&context, "/agent.spf.v1.Transport/Other", grpc::ByteBuffer(), &queue);
+  unary->StartCall();
+  unary->Finish(&reply, &status, nullptr);
+  void* tag = nullptr;
+  bool ok = false;
+  ASSERT_TRUE(queue.Next(&tag, &ok));
+  EXPECT_EQ(status.error_code(), grpc::StatusCode::UNIMPLEMENTED);
+}
+
+// Any bytes instead of a frame: the stream ends with a reason, and the service goes on.
+TEST_F(ForeignClient, BytesThatAreNoFrameEndTheirStreamOnly) {
+  using RawStream = grpc::ClientReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
+  const auto channel = grpc::CreateChannel(server_->address(), grpc::InsecureChannelCredentials());
+  const grpc::internal::RpcMethod method("/agent.spf.v1.Transport/Converse", grpc::internal::RpcMethod::BIDI_STREAMING);
+  for (const std::string bytes : {"\xFF", "\x0A\x7F", "\x1A\xFF\xFF\xFF\xFF\x7F", "\x07", "\x0C", "\x0A\x02\x12\x05"}) {
+    grpc::ClientContext context;
+    const std::unique_ptr<RawStream> stream(
+        grpc::internal::ClientReaderWriterFactory<grpc::ByteBuffer, grpc::ByteBuffer>::Create(channel.get(), method,
+                                                                                              &context));
+    const grpc::Slice slice(bytes);
+    stream->Write(grpc::ByteBuffer(&slice, 1));
+    grpc::ByteBuffer got;
+    while (stream->Read(&got)) {
+    }
+    const grpc::Status status = stream->Finish();
+    EXPECT_EQ(status.error_code(), grpc::StatusCode::INVALID_ARGUMENT) << ::testing::PrintToString(bytes);
+    EXPECT_THAT(status.error_message(), HasSubstr("malformed frame"));
+  }
+  stream_->Write(callFrame("echo", "still there", true));
+  v1::Frame reply;
+  ASSERT_TRUE(stream_->Read(&reply));
+  EXPECT_EQ(reply.data(), "still there");
+}
+
+TEST_F(ForeignClient, FrameAboveTheLimitIsRefused) {
+  stream_->Write(callFrame("read", std::string(17 << 20, 'x'), true));
+  readRest();
+  EXPECT_EQ(status_.error_code(), grpc::StatusCode::RESOURCE_EXHAUSTED);
+}
+
+// A server with generated stubs that answers each stream's first frame with what the test scripts.
+class ScriptedServer : public ::testing::Test, public v1::Transport::Service {
+ protected:
+  void SetUp() override {
+    grpc::ServerBuilder builder;
+    builder.AddListeningPort(directory_.address(), grpc::InsecureServerCredentials());
+    builder.RegisterService(this);
+    server_ = builder.BuildAndStart();
+    client_ = connect(directory_.address());
+  }
+
+  void TearDown() override {
+    client_ = nullptr;
+    server_->Shutdown(std::chrono::system_clock::now());
+  }
+
+  grpc::Status Converse(grpc::ServerContext*, grpc::ServerReaderWriter<v1::Frame, v1::Frame>* stream) override {
+    v1::Frame frame;
+    if (!stream->Read(&frame))
+      return grpc::Status::OK;
+    for (const v1::Frame& reply : script_)
+      stream->Write(reply);
+    while (stays_ && stream->Read(&frame)) {
+    }
+    return status_;
+  }
+
+  static v1::Frame replyFrame(const std::string& data, bool end) {
+    v1::Frame frame;
+    frame.mutable_reply()->set_protocol_version(1);
+    frame.set_data(data);
+    frame.set_end(end);
+    return frame;
+  }
+
+  std::string textOfCall(Kind kind) {
+    return textOfOnly(chainThrownBy([&] { call(*client_, "any", std::string("x")); }), kind);
+  }
+
+  TemporaryDirectory directory_;
+  std::vector<v1::Frame> script_;
+  bool stays_ = true;
+  grpc::Status status_;
+  std::unique_ptr<grpc::Server> server_;
+  std::shared_ptr<core::Invokable> client_;
+};
+
+TEST_F(ScriptedServer, ReplyInOneFrameIsRead) {
+  script_ = {replyFrame("hello", true)};
+  EXPECT_EQ(call(*client_, "any", std::string()), "hello");
+}
+
+TEST_F(ScriptedServer, OtherProtocolVersionIsRefusedNamingBoth) {
+  script_ = {replyFrame("", true)};
+  script_[0].mutable_reply()->set_protocol_version(9);
+  EXPECT_THAT(textOfCall(Kind::framework), AllOf(HasSubstr("version 9"), HasSubstr("version 1"), HasSubstr("socket")));
+}
+
+TEST_F(ScriptedServer, FramesOutOfPlaceFailTheCall) {
+  v1::Frame data;
+  data.set_data("x");
+  script_ = {data};
+  EXPECT_THAT(textOfCall(Kind::framework), HasSubstr("a reply without a head"));
+  v1::Frame aCall;
+  aCall.mutable_call();
+  script_ = {aCall};
+  EXPECT_THAT(textOfCall(Kind::framework), HasSubstr("a call where a reply is due"));
+  script_ = {replyFrame("x", false), replyFrame("y", true)};
+  EXPECT_THAT(textOfCall(Kind::framework), HasSubstr("a second reply"));
+}
+
+TEST_F(ScriptedServer, ReplyOfAnotherSizeThanAnnouncedFailsNamingBoth) {
+  for (const long announced : {3L, 5L}) {
+    script_ = {replyFrame("four", true)};
+    script_[0].mutable_reply()->set_size(announced);
+    EXPECT_THAT(textOfCall(Kind::framework),
+                AllOf(HasSubstr(" " + std::to_string(announced) + " bytes"), HasSubstr(" 4 ")));
+  }
+}
+
+TEST_F(ScriptedServer, StreamThatEndsBeforeTheReplyTerminatesTheCall) {
+  stays_ = false;
+  EXPECT_THAT(textOfCall(Kind::terminated), AllOf(HasSubstr("during call \"any\""), HasSubstr("socket")));
+}
+
+TEST_F(ScriptedServer, StreamThatEndsInTheReplyTerminatesTheReader) {
+  stays_ = false;
+  script_ = {replyFrame("half", false)};
+  const auto reply = openReply(*client_, "any", sourceOf(""));
+  char bytes[5] = {};
+  EXPECT_THROW(reply->read(bytes, 5), Terminated);
+  EXPECT_STREQ(bytes, "half");
+}
+
+TEST_F(ScriptedServer, StatusOfTheStreamChoosesTheErrorKind) {
+  stays_ = false;
+  status_ = {grpc::StatusCode::INVALID_ARGUMENT, "bad frame"};
+  EXPECT_THAT(textOfCall(Kind::framework), HasSubstr("bad frame"));
+  status_ = {grpc::StatusCode::DEADLINE_EXCEEDED, "late"};
+  EXPECT_THAT(textOfCall(Kind::timeout), HasSubstr("late"));
+  status_ = {grpc::StatusCode::INTERNAL, "broken"};
+  EXPECT_THAT(textOfCall(Kind::terminated), HasSubstr("broken"));
+}
+
+TEST_F(ScriptedServer, EmptyErrorChainIsStillAnError) {
+  v1::Frame frame;
+  frame.mutable_error();
+  script_ = {frame};
+  EXPECT_THAT(textOfCall(Kind::framework), HasSubstr("without saying which"));
+}
+
+TEST(Connect, WrongAddressesAreNamedAtOnceWithTheReason) {
+  const auto textOf = [](const std::string& address) {
+    return textOfOnly(chainThrownBy([&] { connect(address); }), Kind::framework);
+  };
+  const TemporaryDirectory directory;
+  EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("no such socket file")));
+  std::ofstream(directory.path() + "/socket") << "a file";
+  EXPECT_THAT(textOf(directory.address()), HasSubstr("not a socket"));
+  for (const char* address : {"", "nonsense", "unix:relative", "unix:", "host:", ":1", "host:port", "host:70000"})
+    EXPECT_THAT(textOf(address), HasSubstr("is not an address")) << address;
+  EXPECT_THAT(textOf("no-such-host.invalid:1"), HasSubstr("cannot be resolved"));
+}
+
+TEST(Connect, NothingListeningIsSaid) {
+  std::string address;
+  {
+    const Server server(std::make_shared<core::Service>(), {"127.0.0.1:0", {}});
+    address = server.address();
+  }
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address); }), Kind::framework),
+              AllOf(HasSubstr(address), HasSubstr("nothing listens there")));
+}
+
+// A listener that accepts and says nothing.
+TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in at{};
+  at.sin_family = AF_INET;
+  at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof at;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&at), size), 0);
+  ASSERT_EQ(::listen(listener, 8), 0);
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size);
+  const std::string address = "127.0.0.1:" + std::to_string(ntohs(at.sin_port));
+  ConnectOptions options;
+  options.connectTimeout = std::chrono::milliseconds(150);
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address, options); }), Kind::timeout), HasSubstr(address));
+  options.connectTimeout = core::testing::kDeadline;
+  int asked = 0;
+  options.poll = [&] {
+    if (++asked == 3)
+      throw std::out_of_range("interrupted");
+  };
+  EXPECT_THROW(connect(address, options), std::out_of_range);
+  ::close(listener);
+}
+
+TEST(Connect, ServerOfAnotherServiceIsRecognised) {
+  const TemporaryDirectory directory;
+  grpc::ServerBuilder builder;
+  v1::Transport::Service unimplemented;  // answers every method with UNIMPLEMENTED
+  builder.AddListeningPort(directory.address(), grpc::InsecureServerCredentials());
+  builder.RegisterService(&unimplemented);
+  const auto server = builder.BuildAndStart();
+  const auto client = connect(directory.address());
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { call(*client, "any", std::string()); }), Kind::framework),
+              HasSubstr("not such a service"));
+}
+
+TEST(Listen, AddressesInUseOrOutOfReachAreNamedWithTheReason) {
+  const auto service = std::make_shared<core::Service>();
+  const auto textOf = [&](const std::string& address) {
+    return textOfOnly(chainThrownBy([&] { Server(service, {address, {}}); }), Kind::framework);
+  };
+  const TemporaryDirectory directory;
+  const Server local(service, {directory.address(), {}});
+  EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("another service listens")));
+  const Server remote(service, {"127.0.0.1:0", {}});
+  EXPECT_THAT(textOf(remote.address()), AllOf(HasSubstr(remote.address()), HasSubstr("in use")));
+  EXPECT_THAT(textOf("unix:/no-such-directory/socket"), HasSubstr("directory"));
+  EXPECT_THAT(textOf("unix:/" + std::string(200, 'x')), HasSubstr("longer than"));
+  EXPECT_THAT(textOf("nonsense"), HasSubstr("is not an address"));
+}
+
+TEST(Listen, SocketFileOfADeadServiceIsInNobodysWay) {
+  const TemporaryDirectory directory;
+  const int stale = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un at{};
+  at.sun_family = AF_UNIX;
+  (directory.path() + "/socket").copy(at.sun_path, sizeof at.sun_path - 1);
+  ASSERT_EQ(::bind(stale, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+  ::close(stale);
+  auto service = std::make_shared<core::Service>();
+  service->add("echo", echo);
+  const Server server(service, {directory.address(), {}});
+  EXPECT_EQ(call(*connect(server.address()), "echo", std::string("x")), "x");
+}
+
+TEST(Listen, CallsUnderWayMayEndWithinTheGraceTime) {
+  testing::Probe probe;
+  auto service = std::make_shared<core::Service>();
+  service->add("slow", [&](ServerCall& call) {
+    probe.entered.set_value();
+    awaitEvent(probe.mayGoOn);
+    call.reply() << "done";
+  });
+  auto server = std::make_unique<Server>(
+      service, grpc_transport::ServerOptions{
+                   "127.0.0.1:0", std::chrono::duration_cast<std::chrono::milliseconds>(core::testing::kDeadline)});
+  std::promise<void> disconnected;
+  ConnectOptions options;
+  options.onDisconnect = [&] { disconnected.set_value(); };  // the watch ends first: the service is shutting down
+  const auto client = connect(server->address(), options);
+  auto reply = core::testing::start(*client, "slow", sourceOf(""));
+  awaitEvent(probe.entered);
+  std::thread stopper([&] { server = nullptr; });
+  awaitEvent(disconnected);
+  probe.mayGoOn.set_value();
+  EXPECT_EQ(readAll(*await(reply)->getImportedIstream()), "done");
+  stopper.join();
+}
+
+}  // namespace
+}  // namespace agent::spf
