@@ -172,7 +172,7 @@ TEST_F(ForeignClient, RequestThatEndsWithAnErrorRaisesItInTheHandler) {
 TEST_F(ForeignClient, HalfCloseInTheMiddleOfARequestNeverLooksLikeItsEnd) {
   stream_->Write(callFrame("read", "some", false));
   stream_->WritesDone();
-  EXPECT_THAT(textOfOnly(outcome(), Kind::framework), HasSubstr("ended before the request"));
+  EXPECT_THAT(textOfOnly(outcome(), Kind::terminated), HasSubstr("before the request"));
   readRest();
   EXPECT_FALSE(status_.ok());
 }

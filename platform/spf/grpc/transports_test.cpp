@@ -203,7 +203,7 @@ TEST_P(Transports, ErrorKindsArriveAsTheirTypes) {
 
 TEST_P(Transports, DeepChainOfLongTextsArrivesWhole) {
   const std::string text = patternOf(200'000);
-  serve("fail", [&](ServerCall&) {
+  serve("fail", [text](ServerCall&) {
     ErrorChain chain(60, ErrorLevel{Kind::standard, "", "", "level"});
     chain[30] = {Kind::framework, "", "", text};
     // what() ends at a zero byte; the texts of real errors have none

@@ -135,8 +135,9 @@ void ServerStream::endOfStream() {
     halfClosed_ = true;
   }
   if (call != nullptr) {
+    // Whether by a half-close or a cancel is not known yet; either way its client has left the call.
     call->request->fail(
-        std::make_exception_ptr(FrameworkError("The client's stream ended before the request on it did.")));
+        std::make_exception_ptr(Terminated("The call's stream was ended by its client before the request had.")));
     endRequest(*call);
   }
   finishIfUnused();
