@@ -119,8 +119,10 @@ ErrorChain flattenErrorChain(const std::exception_ptr& error) {
   std::exception_ptr current = error;
   for (; current != nullptr && chain.size() < kMaxErrorLevels; current = nestedIn(current)) {
     ErrorLevel level = levelOf(current);
-    cutText(level.text, room);
-    room -= std::min(room, level.text.size());
+    for (std::string* part : {&level.component, &level.name, &level.text}) {
+      cutText(*part, room);
+      room -= std::min(room, part->size());
+    }
     chain.push_back(std::move(level));
   }
   if (current != nullptr)

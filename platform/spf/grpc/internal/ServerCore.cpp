@@ -84,6 +84,14 @@ bool ServerCore::handQueueOn() {
   }
 }
 
+void ServerCore::runBlocking(const std::function<void()>& task) {
+  try {
+    workers_.run(task);
+  } catch (const std::system_error&) {
+    task();
+  }
+}
+
 void ServerCore::acceptNext() {
   auto stream = std::make_shared<ServerStream>(*this);
   {

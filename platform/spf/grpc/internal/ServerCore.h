@@ -40,7 +40,8 @@ class ServerCore {
   grpc::ServerCompletionQueue* queue() noexcept { return queue_.get(); }
   void acceptNext();
   void gone();
-  void runBlocking(std::function<void()> task) { workers_.run(std::move(task)); }
+  // Runs the task on a thread that may block; on this one if there is no other to be had.
+  void runBlocking(const std::function<void()>& task);
   // Runs the task on the queue's thread, after it has handed the queue on. Once per completion, and only from there.
   void runHere(std::function<void()> task) { deferred_ = std::move(task); }
 

@@ -30,8 +30,8 @@ struct IncomingCall {
   bool replyEnded = false;
 };
 
-// Threads: handlers run on the server's threads, the rest on the one that serves the queue. A stream lives as long as an operation
-// or a handler of it is under way, and tells the server when it ends.
+// Threads: handlers run on the server's threads, the rest on the one that serves the queue. A stream lives as long as
+// an operation or a handler of it is under way, and tells the server when it ends.
 class ServerStream : public std::enable_shared_from_this<ServerStream> {
  public:
   explicit ServerStream(ServerCore& server);
