@@ -1,100 +1,123 @@
-#!/usr/bin/env -S /usr/bin/python3 -u
-"""A 256 MiB float64 array through echo from Python, and small calls, beside what other packages do with the same array.
+"""A float64 array through echo and back from Python, and small calls, beside the C++ client and other packages.
 
-Each line is a median of the round trip; ratios are to a plain copy of the array in this process. Packages that are not installed are
-left out, and said so. PYTHONPATH has the package, ZKSD the daemon.
+    python_bench [REPETITIONS]
+
+All in one run: the same array through zksd on a socket file from Python and from C++, to a worker of `distributed` and
+back, and to an engine of ipyparallel and back; then small calls beside a unary call of python3-grpcio and a task of
+`distributed`. Packages that are not installed are left out, and that is said. ZKSD and ECHO_CLIENT name the programs,
+PYTHONPATH has the package.
 """
 
-import importlib.util
-import os
+from __future__ import annotations
+
+import contextlib
 import pathlib
-import statistics
-import subprocess
+import sys
 import tempfile
-import time
 
+import contenders as peers
 import numpy
+from measure import Contender, measure_interleaved, percentile, print_table, ratio_text, spread_text
 
-import zks
+MEBIBYTES = 256
+ELEMENTS = MEBIBYTES * 2**20 // 8
+SMALL_CALLS = 1000
+SMALL_TASKS = 200  # a task of distributed takes milliseconds
 
-MIB = 256
-ROUNDS = 5
-SMALL_CALLS = 2000
-
-
-def seconds_of(work, rounds=ROUNDS):
-    times = []
-    for _ in range(rounds):
-        start = time.perf_counter()
-        work()
-        times.append(time.perf_counter() - start)
-    return times
+CPP = "C++ client"
+ZKS = "zks from Python"
+GRPCIO = "python3-grpcio, unary"
 
 
-def report(name, times, floor=None):
-    median = statistics.median(times)
-    ratio = "" if floor is None else f"  {floor / median:5.2f} of a copy"
-    print(f"{name:<44} {MIB / median:8.0f} MiB/s  (spread {min(times):.3f} to {max(times):.3f} s){ratio}")
-    return median
+def contender_of_rate(name: str, seconds) -> Contender:
+    return Contender(name, lambda: MEBIBYTES / seconds())
 
 
-def report_small(name, times):
-    ordered = sorted(times)
-    p99 = ordered[int(len(ordered) * 0.99)]
-    print(f"{name:<44} {statistics.median(ordered) * 1e3:8.3f} ms median {p99 * 1e3:8.3f} ms p99")
+def zks_rates(stack: contextlib.ExitStack, address: str) -> list[Contender]:
+    kept = peers.KEEP_FREED_MEMORY
+    clients = {
+        CPP: peers.cpp_client(address),
+        ZKS: peers.python_client(address),
+        f"{CPP}, freed memory kept": peers.cpp_client(address, kept),
+        f"{ZKS}, freed memory kept": peers.python_client(address, kept),
+    }
+    entered = {name: stack.enter_context(client) for name, client in clients.items()}
+    return [contender_of_rate(name, lambda client=client: client.seconds(ELEMENTS)[0])
+            for name, client in entered.items()]
 
 
-def bench_session(name, session, array, floor):
-    def echo():
-        (item,) = session.echo(array)
-        assert item.array().shape == array.shape
+def distributed_rates(client, array: numpy.ndarray) -> list[Contender]:
+    def there_and_back(direct: bool) -> None:
+        back = client.gather(client.scatter(array, direct=direct, hash=False), direct=direct)
+        assert back.shape == array.shape
 
-    echo()
-    report(f"zks, {name}: array through echo", seconds_of(echo), floor)
-    small = numpy.zeros(1)
-    report_small(f"zks, {name}: small echo", seconds_of(lambda: session.echo(small)[0].array(), SMALL_CALLS))
+    return [contender_of_rate(name, lambda direct=direct: peers.seconds_of(lambda: there_and_back(direct)))
+            for name, direct in (("distributed, through its scheduler", False), ("distributed, direct", True))]
 
 
-def bench_zks(array, floor):
-    with zks.connect() as session:
-        bench_session("embedded", session, array, floor)
-    with tempfile.TemporaryDirectory() as directory:
-        path = pathlib.Path(directory) / "socket"
-        daemon = subprocess.Popen([os.environ["ZKSD"], "--socket", path], stdout=subprocess.PIPE)
-        try:
-            daemon.stdout.readline()
-            with zks.connect(f"unix:{path}") as session:
-                bench_session("zksd on a socket file", session, array, floor)
-        finally:
-            daemon.terminate()
-            daemon.wait()
-            daemon.stdout.close()
+def ipyparallel_rate(engine, array: numpy.ndarray) -> Contender:
+    def there_and_back() -> None:
+        engine.push({"array": array}, block=True)
+        assert engine.pull("array", block=True).shape == array.shape
+
+    return contender_of_rate("ipyparallel, push and pull", lambda: peers.seconds_of(there_and_back))
 
 
-def bench_distributed(array, floor):
-    if importlib.util.find_spec("distributed") is None:
-        print("distributed: not installed")
-        return
-    import distributed
-
-    with distributed.LocalCluster(n_workers=1, threads_per_worker=1, processes=True, dashboard_address=None) as cluster:
-        with distributed.Client(cluster) as client:
-            for direct in (False, True):
-                def there_and_back():
-                    client.gather(client.scatter(array, direct=direct, hash=False), direct=direct)
-
-                there_and_back()
-                way = "direct" if direct else "through the scheduler"
-                report(f"distributed, {way}: scatter and gather", seconds_of(there_and_back), floor)
-            report_small("distributed: submit", seconds_of(lambda: client.submit(int, 0, pure=False).result(), 200))
+def bench_arrays(directory: pathlib.Path, repetitions: int) -> None:
+    with contextlib.ExitStack() as stack:
+        contenders = zks_rates(stack, stack.enter_context(peers.daemon(directory)))
+        array = numpy.random.default_rng(1).random(ELEMENTS)
+        if peers.is_installed("distributed", "python3-distributed"):
+            contenders += distributed_rates(stack.enter_context(peers.distributed_client(directory)), array)
+        if peers.is_installed("ipyparallel", "python3-ipyparallel"):
+            contenders.append(ipyparallel_rate(stack.enter_context(peers.ipyparallel_engine(directory)), array))
+        samples = measure_interleaved(contenders, repetitions)
+    names = [contender.name for contender in contenders]
+    cpp, python = samples[names.index(CPP)], samples[names.index(ZKS)]
+    print_table([f"float64 array there and back, {MEBIBYTES} MiB", "MiB/s", f"ratio to {CPP}", f"{ZKS} to it"],
+                [[name, spread_text(rates), ratio_text(rates, cpp), ratio_text(python, rates)]
+                 for name, rates in zip(names, samples)])
 
 
-def main():
-    array = numpy.random.default_rng(1).random(MIB * 2**20 // 8)
-    target = numpy.empty_like(array)
-    floor = report("a copy", seconds_of(lambda: numpy.copyto(target, array)))
-    bench_zks(array, floor)
-    bench_distributed(array, floor)
+def small_calls(name: str, call, count: int) -> Contender:
+    return Contender(name, lambda: [peers.seconds_of(call) for _ in range(count)])
+
+
+def small_contenders(stack: contextlib.ExitStack, directory: pathlib.Path) -> list[Contender]:
+    address = stack.enter_context(peers.daemon(directory))
+    clients = {CPP: peers.cpp_client(address), ZKS: peers.python_client(address)}
+    entered = {name: stack.enter_context(client) for name, client in clients.items()}
+    contenders = [Contender(name, lambda client=client: client.seconds(1, SMALL_CALLS))
+                  for name, client in entered.items()]
+    if peers.is_installed("grpc", "python3-grpcio"):
+        echo = stack.enter_context(peers.grpc_echo(directory))
+        contenders.append(small_calls(GRPCIO, lambda: echo(b"12345678"), SMALL_CALLS))
+    if peers.is_installed("distributed", "python3-distributed"):
+        client = stack.enter_context(peers.distributed_client(directory))
+        contenders.append(small_calls("distributed, submit and result",
+                                      lambda: client.submit(int, 0, pure=False).result(), SMALL_TASKS))
+    return contenders
+
+
+def bench_small_calls(directory: pathlib.Path, repetitions: int) -> None:
+    with contextlib.ExitStack() as stack:
+        contenders = small_contenders(stack, directory)
+        samples = measure_interleaved(contenders, repetitions)
+    names = [contender.name for contender in contenders]
+    base = names.index(GRPCIO if GRPCIO in names else CPP)
+    medians, tails = ([[percentile(calls, fraction) * 1e6 for calls in repetition] for repetition in samples]
+                      for fraction in (0.5, 0.99))
+    print_table(["small call", "median us", f"ratio to {names[base]}", "p99 us", "ratio of p99"],
+                [[name, spread_text(median), ratio_text(median, medians[base]),
+                  spread_text(tail), ratio_text(tail, tails[base])]
+                 for name, median, tail in zip(names, medians, tails)])
+
+
+def main() -> None:
+    repetitions = int(sys.argv[1]) if len(sys.argv) > 1 else 5
+    with tempfile.TemporaryDirectory(prefix="zks-bench-") as directory:
+        bench_arrays(pathlib.Path(directory), repetitions)
+        bench_small_calls(pathlib.Path(directory), repetitions)
 
 
 if __name__ == "__main__":
