@@ -6,6 +6,7 @@
 #include <atomic>
 #include <barrier>
 #include <numeric>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -146,6 +147,24 @@ TEST(CopyOnWriteThreads, EachThreadWritesItsOwnShareOnly) {
     });
     EXPECT_EQ(first(original.get()), 0);
   }
+}
+
+// Reading a share and making others of it changes nothing in it.
+TEST(CopyOnWriteThreads, OneShareIsReadAndSharedByAllThreads) {
+  const qxArrayPtr scalar = qxCreateScalar(5);
+  const qxArrayPtr original = numbers(64);
+  const qxArrayPtr structure = qxCreateStructWithNames({}, qxMakeFieldNames(std::vector<std::string>{"x"}));
+  onThreads([&](int thread) {
+    for (int i = 0; i < 500; ++i) {
+      const qxArrayPtr mine = qxCreateSharedCopy(original.get());
+      setFirst(mine.get(), thread + 1);
+      EXPECT_EQ(first(original.get()), 0);
+      EXPECT_EQ(qxGetElements<double>(qxCreateSharedCopy(scalar.get()).get())[0], 5);
+      const qxArrayPtr own = qxCreateSharedCopy(structure.get());
+      qxSetField(own.get(), 0, "y", qxCreateScalar(thread));
+      EXPECT_FALSE(qxHasField(structure.get(), "y"));
+    }
+  });
 }
 
 // All shares are given to the threads, so the last one writes in place what the others have read and given up.

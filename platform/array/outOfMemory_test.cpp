@@ -69,9 +69,14 @@ TEST(OutOfMemory, CreationThrows) {
   const std::vector<std::string> names{"a field with a rather long name", "another field with a long name"};
   EXPECT_GT(failEachAllocation([&] { qxCreateNumericArray(solid, qxClass::Float64); }), 2);
   EXPECT_GT(failEachAllocation([&] { qxCreateUninitializedArray(large, qxClass::Uint8); }), 2);
-  EXPECT_GT(failEachAllocation([&] { qxCreateString(u"text"); }), 2);
+  EXPECT_EQ(failEachAllocation([&] { qxCreateScalar(1.5); }), 1);
+  EXPECT_EQ(failEachAllocation([&] { qxCreateString(u"text"); }), 2);
+  EXPECT_GT(failEachAllocation([&] { qxCreateString(std::u16string(1000, u'x')); }), 2);
   EXPECT_GT(failEachAllocation([&] { qxCreateListArray(solid); }), 2);
   EXPECT_GT(failEachAllocation([&] { qxCreateStructArray(solid, names); }), 4);
+  EXPECT_GT(failEachAllocation([&] { qxMakeFieldNames(names); }), 2);
+  const qxFieldNamesPtr made = qxMakeFieldNames(names);
+  EXPECT_EQ(failEachAllocation([&] { qxCreateStructWithNames({}, made); }), 3);
   EXPECT_GT(failEachAllocation([&] { qxCreateObject("class", nullptr); }), 1);
 }
 

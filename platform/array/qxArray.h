@@ -6,7 +6,7 @@
 //            qxArray* where the host's convention asks for it, belongs to the caller, who ends it with qxDestroyArray.
 //            Const pointers and spans handed out stay valid until the share they came from is written to or destroyed.
 // Threads:   different shares of one value may be used, written and destroyed by different threads at once. One share
-//            is used by one thread at a time.
+//            is used by one thread at a time, or by any number that only read it or make shares of it.
 // Errors:    functions throw platform errors (platform/errors): `WrongClass`, `IndexOutOfRange`, `WrongShape`,
 //            `TooLarge`, `OutOfMemory`, `NoSuchField`, `BadFieldName`. Nothing is changed when they throw.
 // Units:     counts are elements, nbytes are bytes. A complex element is two parts, real then imaginary, side by side.
@@ -80,6 +80,15 @@ qxArrayPtr qxCreateBoolean(bool value);                 // 1-by-1 boolean
 qxArrayPtr qxCreateListArray(qxDimensions dimensions);  // each element empty until set
 qxArrayPtr qxCreateStructArray(qxDimensions dimensions, std::span<const std::string> fieldNames);
 
+// The field names of many structs, checked and kept once: for a caller that makes many structs of one kind. Immutable,
+// and may be used by different threads at once.
+class qxFieldNames;
+using qxFieldNamesPtr = std::shared_ptr<const qxFieldNames>;
+
+qxFieldNamesPtr qxMakeFieldNames(std::span<const std::string> names);
+// With these fields; not null. A field added to the array later is not seen in `names`.
+qxArrayPtr qxCreateStructWithNames(qxDimensions dimensions, qxFieldNamesPtr names);
+
 // A new share of the same value; costs a count.
 qxArrayPtr qxCreateSharedCopy(const qxArray* array);
 
@@ -138,6 +147,9 @@ void qxAddField(qxArray* array, std::string name);  // no effect when it is ther
 const qxArray* qxGetField(const qxArray* array, std::size_t element, std::string_view name);
 // Adds the field when it is missing.
 void qxSetField(qxArray* array, std::size_t element, std::string_view name, qxArrayPtr value);
+// The same by the field's place among the names, without a search. `IndexOutOfRange` for either index.
+const qxArray* qxGetFieldAt(const qxArray* array, std::size_t element, std::size_t field);
+void qxSetFieldAt(qxArray* array, std::size_t element, std::size_t field, qxArrayPtr value);
 
 // --- Objects ---
 

@@ -106,9 +106,10 @@ class ValueDecoder {
       return false;
     if (!reader_.expectArrayHead(shape.count()) || !claimStruct(shape.count(), names.size()))
       return false;
-    auto storage = std::make_unique<StructStorage>();
-    if (!addFields(*storage, names, shape.count()))
+    qxFieldNamesPtr table = tableOf(names);
+    if (table == nullptr)
       return false;
+    auto storage = std::make_unique<StructStorage>(shape.count(), std::move(table));
     for (std::size_t i = 0; i < shape.count(); ++i) {
       if (!structElement(*storage, i, level))
         return false;
@@ -143,13 +144,15 @@ class ValueDecoder {
                        [this](std::string_view& name) { return reader_.readText(name) && !name.empty(); });
   }
 
-  static bool addFields(StructStorage& storage, const std::vector<std::string_view>& names, std::size_t count) {
+  // Null when a name is there twice.
+  static qxFieldNamesPtr tableOf(const std::vector<std::string_view>& names) {
+    auto table = std::make_shared<qxFieldNames>();
     for (const std::string_view name : names) {
-      if (storage.find(name) != StructStorage::kNoField)
-        return false;
-      storage.add(std::string(name), qx_detail::unsetElements(count));
+      if (table->find(name) != qxFieldNames::kNoField)
+        return nullptr;
+      table->add(std::string(name));
     }
-    return true;
+    return table;
   }
 
   bool element(qxArrayPtr& result, std::size_t level) { return reader_.skipNull() || value(result, level + 1); }

@@ -1,12 +1,12 @@
 // Equality of whole values.
 #include <cstring>
+#include <span>
 #include <utility>
 #include <vector>
 
 #include "platform/array/internal/ElementStorages.h"
 #include "platform/array/internal/share.h"
 
-using qx_detail::Elements;
 using qx_detail::ListStorage;
 using qx_detail::StructStorage;
 
@@ -21,7 +21,7 @@ bool equalBytes(const qxArray* left, const qxArray* right) {
 }
 
 // False when one element is set and its partner is not. Pairs of set elements go to `pending`.
-bool pairElements(const Elements& left, const Elements& right, Pending& pending) {
+bool pairElements(std::span<const qxArrayPtr> left, std::span<const qxArrayPtr> right, Pending& pending) {
   for (std::size_t i = 0; i < left.size(); ++i) {
     if ((left[i] == nullptr) != (right[i] == nullptr))
       return false;
@@ -35,8 +35,8 @@ bool pairFields(const StructStorage& left, const StructStorage& right, Pending& 
   if (left.names().size() != right.names().size())
     return false;
   for (std::size_t field = 0; field < left.names().size(); ++field) {
-    const std::size_t partner = right.find(left.names()[field]);
-    if (partner == StructStorage::kNoField)
+    const std::size_t partner = right.names().find(left.names().all()[field]);
+    if (partner == qxFieldNames::kNoField)
       return false;
     if (!pairElements(left.values(field), right.values(partner), pending))
       return false;
@@ -48,7 +48,7 @@ bool pairFields(const StructStorage& left, const StructStorage& right, Pending& 
 bool equalHere(const qxArray* left, const qxArray* right, Pending& pending) {
   if (left->cls != right->cls || left->complex != right->complex || !(left->shape == right->shape))
     return false;
-  if (left->storage.get() == right->storage.get())
+  if (left->storage.get() != nullptr && left->storage.get() == right->storage.get())
     return true;
   switch (left->cls) {
     case qxClass::List:

@@ -1,9 +1,11 @@
 // Arrays of plain bytes: numeric, Boolean and Text.
+#include "platform/array/internal/AdoptedStorage.h"
 #include "platform/array/internal/DataStorage.h"
 #include "platform/array/internal/share.h"
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 
+using qx_detail::AdoptedStorage;
 using qx_detail::DataStorage;
 using qx_detail::Fill;
 using qx_detail::Shape;
@@ -22,7 +24,9 @@ std::size_t elementBytes(qxClass cls, bool complex) {
 qxArrayPtr createDataArray(qxDimensions dimensions, qxClass cls, bool complex, Fill fill) {
   const std::size_t nbytes = elementBytes(cls, complex);
   Shape shape = Shape::makeChecked(dimensions, nbytes, cls);
-  auto storage = std::make_unique<DataStorage>(shape.count() * nbytes, fill);
+  if (shape.count() <= 1)
+    return qx_detail::makeShare(cls, complex, std::move(shape));
+  auto storage = DataStorage::create(shape.count() * nbytes, fill);
   return qx_detail::makeShare(cls, complex, std::move(shape), std::move(storage));
 }
 
@@ -47,8 +51,8 @@ qxArrayPtr qxAdoptArray(qxDimensions dimensions, qxClass cls, bool complex, void
                         std::function<void()> release) {
   const std::size_t nbytes = elementBytes(cls, complex);
   Shape shape = Shape::makeChecked(dimensions, nbytes, cls);
-  auto storage = std::make_unique<DataStorage>(data, shape.count() * nbytes, writable);
-  DataStorage& adopted = *storage;
+  auto storage = std::make_unique<AdoptedStorage>(data, shape.count() * nbytes, writable);
+  AdoptedStorage& adopted = *storage;
   qxArrayPtr array = qx_detail::makeShare(cls, complex, std::move(shape), std::move(storage));
   adopted.setRelease(std::move(release));  // last: until here a failure leaves the memory with the caller
   return array;
@@ -63,11 +67,19 @@ qxArrayPtr qxCreateBoolean(bool value) {
 }
 
 const void* qxGetData(const qxArray* array) noexcept {
-  return qx_detail::hasData(array->cls) ? qx_detail::storageOf<DataStorage>(array).data() : nullptr;
+  if (!qx_detail::hasData(array->cls))
+    return nullptr;
+  if (array->storage.get() == nullptr)
+    return array->element.data();
+  return qx_detail::storageOf<DataStorage>(array).data();
 }
 
 void* qxGetWritableData(qxArray* array) {
-  return qx_detail::hasData(array->cls) ? qx_detail::uniqueStorage<DataStorage>(array).data() : nullptr;
+  if (!qx_detail::hasData(array->cls))
+    return nullptr;
+  if (array->storage.get() == nullptr)
+    return array->element.data();
+  return qx_detail::uniqueStorage<DataStorage>(array).data();
 }
 
 namespace qx_detail {

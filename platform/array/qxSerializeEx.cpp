@@ -137,7 +137,7 @@ class ValueEncoder {
     for (std::size_t i = 0; i < array->shape.count(); ++i) {
       output_.head(cbor_encode_array_start, fieldCount);
       for (std::size_t f = 0; f < fieldCount; ++f)
-        element(storage.values(f)[i].get(), path.field(i, storage.names()[f]));
+        element(storage.values(f)[i].get(), path.field(i, storage.names().all()[f]));
     }
   }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/array/qxArray.h"
@@ -117,4 +118,92 @@ TEST(StructArray, NameFromTheArrayItselfCanBeUsedToWrite) {
   qxSetField(array.get(), 0, name, qxCreateScalar(1));
   EXPECT_EQ(numberAt(array, 0, "a field name that is longer than a short string"), 1);
   EXPECT_EQ(qxGetField(sharing.get(), 0, "a field name that is longer than a short string"), nullptr);
+}
+
+// --- Fields by place, and names that structs share ---
+
+TEST(StructArray, FieldByItsPlaceIsTheFieldOfThatName) {
+  const qxArrayPtr array = qxCreateStructArray(Dimensions{2}, Names{"x", "y"});
+  qxSetFieldAt(array.get(), 1, 0, qxCreateScalar(5));
+  qxSetField(array.get(), 0, "y", qxCreateScalar(6));
+  EXPECT_EQ(numberAt(array, 1, "x"), 5);
+  EXPECT_EQ(qxGetFieldAt(array.get(), 0, 1), qxGetField(array.get(), 0, "y"));
+  EXPECT_EQ(qxGetFieldAt(array.get(), 0, 0), nullptr);
+  EXPECT_EQ(qxGetFieldAt(array.get(), 1, 1), nullptr);
+}
+
+TEST(StructArray, PlacePastTheFieldsOrTheElementsThrows) {
+  const qxArrayPtr array = qxCreateStructArray(Dimensions{2}, Names{"x"});
+  for (const auto& [element, field] : {std::pair<std::size_t, std::size_t>{0, 1}, {2, 0}}) {
+    EXPECT_THROW(qxGetFieldAt(array.get(), element, field), Exception<host::array::IndexOutOfRange>);
+    EXPECT_THROW(qxSetFieldAt(array.get(), element, field, nullptr), Exception<host::array::IndexOutOfRange>);
+  }
+  const qxArrayPtr list = qxCreateListArray({});
+  EXPECT_THROW(qxGetFieldAt(list.get(), 0, 0), Exception<host::array::WrongClass>);
+  EXPECT_THROW(qxSetFieldAt(list.get(), 0, 0, nullptr), Exception<host::array::WrongClass>);
+}
+
+TEST(StructArray, WriteByPlaceThroughOneShareKeepsTheOther) {
+  const qxArrayPtr array = qxCreateStructArray({}, Names{"x"});
+  qxSetFieldAt(array.get(), 0, 0, qxCreateScalar(1));
+  const qxArrayPtr share = qxCreateSharedCopy(array.get());
+  qxSetFieldAt(share.get(), 0, 0, qxCreateScalar(2));
+  EXPECT_EQ(numberAt(array, 0, "x"), 1);
+  EXPECT_EQ(numberAt(share, 0, "x"), 2);
+}
+
+TEST(StructNames, StructsMadeWithThemHaveTheSameNamesInMemory) {
+  const qxFieldNamesPtr names = qxMakeFieldNames(Names{"x", "y"});
+  const qxArrayPtr one = qxCreateStructWithNames({}, names);
+  const qxArrayPtr other = qxCreateStructWithNames(Dimensions{3}, names);
+  EXPECT_THAT(qxGetFieldNames(one.get()), ElementsAre("x", "y"));
+  EXPECT_EQ(qxGetFieldNames(one.get()).data(), qxGetFieldNames(other.get()).data());
+  EXPECT_EQ(qxGetNumberOfElements(other.get()), 3U);
+  EXPECT_EQ(qxGetFieldAt(other.get(), 2, 1), nullptr);
+}
+
+TEST(StructNames, FieldAddedToOneStructIsNotInTheOthers) {
+  const qxFieldNamesPtr names = qxMakeFieldNames(Names{"x"});
+  const qxArrayPtr one = qxCreateStructWithNames({}, names);
+  const qxArrayPtr other = qxCreateStructWithNames({}, names);
+  qxAddField(one.get(), "y");
+  qxSetField(one.get(), 0, "z", qxCreateScalar(1));
+  EXPECT_THAT(qxGetFieldNames(one.get()), ElementsAre("x", "y", "z"));
+  EXPECT_THAT(qxGetFieldNames(other.get()), ElementsAre("x"));
+  EXPECT_THAT(qxGetFieldNames(qxCreateStructWithNames({}, names).get()), ElementsAre("x"));
+}
+
+// The names of the first are its own by then, so that adding more changes them in place.
+TEST(StructNames, FieldAddedAfterACopyIsNotInTheCopy) {
+  const qxArrayPtr array = qxCreateStructArray({}, {});
+  qxAddField(array.get(), "x");
+  const qxArrayPtr copy = qxCreateSharedCopy(array.get());
+  qxSetField(copy.get(), 0, "x", qxCreateScalar(1));
+  qxAddField(array.get(), "y");
+  qxAddField(copy.get(), "z");
+  EXPECT_THAT(qxGetFieldNames(array.get()), ElementsAre("x", "y"));
+  EXPECT_THAT(qxGetFieldNames(copy.get()), ElementsAre("x", "z"));
+}
+
+TEST(StructNames, OutliveTheirMaker) {
+  qxFieldNamesPtr names = qxMakeFieldNames(Names{"x"});
+  const qxArrayPtr array = qxCreateStructWithNames({}, names);
+  names.reset();
+  EXPECT_THAT(qxGetFieldNames(array.get()), ElementsAre("x"));
+}
+
+TEST(StructNames, BadNamesThrow) {
+  EXPECT_THROW(qxMakeFieldNames(Names{"x", ""}), Exception<host::array::BadFieldName>);
+  EXPECT_THROW(qxMakeFieldNames(Names{"x", "y", "x"}), Exception<host::array::BadFieldName>);
+  EXPECT_THROW(qxMakeFieldNames(Names{"\xFF"}), Exception<host::array::BadFieldName>);
+}
+
+TEST(StructNames, EqualityGoesByNameNotByPlace) {
+  const qxArrayPtr one = qxCreateStructWithNames({}, qxMakeFieldNames(Names{"x", "y"}));
+  const qxArrayPtr other = qxCreateStructWithNames({}, qxMakeFieldNames(Names{"y", "x"}));
+  qxSetFieldAt(one.get(), 0, 0, qxCreateScalar(1));
+  qxSetFieldAt(other.get(), 0, 1, qxCreateScalar(1));
+  EXPECT_TRUE(qxEqual(one.get(), other.get()));
+  qxSetFieldAt(other.get(), 0, 0, qxCreateScalar(1));
+  EXPECT_FALSE(qxEqual(one.get(), other.get()));
 }

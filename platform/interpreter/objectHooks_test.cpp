@@ -128,7 +128,7 @@ TEST_F(ObjectHooks, SavingLeavesTheOriginalAsItWas) {
 TEST_F(ObjectHooks, SavedArraySharesWhatHoldsNoObjects) {
   registerObjectForm("Counter", counterForm());
   const qxArrayPtr list = qxCreateListArray(Dimensions{2});
-  qxSetListElement(list.get(), 0, qxCreateScalar(5));
+  qxSetListElement(list.get(), 0, qxCreateString(u"more than one element"));
   qxSetListElement(list.get(), 1, counter(1));
   const qxArrayPtr saved = savedAnew(list);
   EXPECT_EQ(qxGetData(qxGetListElement(saved.get(), 0)), qxGetData(qxGetListElement(list.get(), 0)));

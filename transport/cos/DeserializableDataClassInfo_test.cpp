@@ -73,7 +73,7 @@ TEST_F(DeserializableDataClass, DescriptionAnswersAsAHandleClassWithoutAConstruc
 TEST_F(DeserializableDataClass, ItemWithoutBytesRaisesWithoutADefaultAndReturnsADefault) {
   EXPECT_THAT(identifiedError([] { call(incoming({}), "deserializeQxArray"); }),
               StartsWith("parallel:cluster:DeserializeQxArrayError"));
-  const qxArrayPtr fallback = qxCreateScalar(12);
+  const qxArrayPtr fallback = qxCreateString(u"more than one element");
   const auto outputs = call(incoming({}), "deserializeQxArray", 1, {fallback.get()});
   ASSERT_EQ(outputs.size(), 1U);
   EXPECT_TRUE(qxEqual(outputs[0].get(), fallback.get()));

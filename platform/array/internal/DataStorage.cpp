@@ -53,16 +53,22 @@ void* mapOnHugePageBorder(std::size_t length) {
 
 }  // namespace
 
-DataStorage::DataStorage(std::size_t nbytes, Fill fill) : nbytes_(nbytes) {
-  if (nbytes >= kHugeBytes) {
-    allocateMapping();
-  } else if (nbytes > 0) {
-    allocateHeap(fill);
+std::unique_ptr<DataStorage> DataStorage::create(std::size_t nbytes, Fill fill) {
+  if (nbytes <= kMostBytesBehind) {
+    std::unique_ptr<DataStorage> small(new (nbytes) DataStorage(nbytes, Origin::Behind));
+    small->data_ = nbytes > 0 ? small.get() + 1 : nullptr;
+    if (fill == Fill::Zero && nbytes > 0)
+      std::memset(small->data_, 0, nbytes);
+    return small;
   }
+  std::unique_ptr<DataStorage> storage(new DataStorage(nbytes, Origin::Elsewhere));
+  if (nbytes >= kHugeBytes) {
+    storage->allocateMapping();
+  } else {
+    storage->allocateHeap(fill);
+  }
+  return storage;
 }
-
-DataStorage::DataStorage(void* data, std::size_t nbytes, bool writable) noexcept
-    : data_(data), nbytes_(nbytes), origin_(Origin::Adopted), writable_(writable) {}
 
 void DataStorage::allocateHeap(Fill fill) {
   const std::size_t length = nbytes_ + kDataAlignment - 1;
@@ -85,12 +91,10 @@ DataStorage::~DataStorage() {
     std::free(block_);
   if (origin_ == Origin::Mapping)
     munmap(data_, mappedBytes(nbytes_));
-  if (release_)
-    release_();
 }
 
 std::unique_ptr<Storage> DataStorage::clone() const {
-  auto copy = std::make_unique<DataStorage>(nbytes_, Fill::Unspecified);
+  auto copy = create(nbytes_, Fill::Unspecified);
   if (nbytes_ > 0)
     std::memcpy(copy->data_, data_, nbytes_);
   return copy;

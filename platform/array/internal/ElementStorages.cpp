@@ -11,9 +11,6 @@ namespace qx_detail {
 
 namespace {
 
-// Up to here a walk over the names is as fast as hashing.
-constexpr std::size_t kSearchedFields = 16;
-
 Elements sharedElements(const Elements& elements) {
   Elements shared = unsetElements(elements.size());
   std::transform(elements.begin(), elements.end(), shared.begin(), [](const qxArrayPtr& element) {
@@ -29,13 +26,33 @@ void surrender(Elements& elements, DoomedStorages& doomed) noexcept {
   }
 }
 
+// Of all fields together. For more than there can be, the most there can be, for which there is no memory either.
+std::size_t valueCount(std::size_t elements, std::size_t fields) {
+  const std::size_t most = Elements().max_size();
+  std::size_t count = 0;
+  return __builtin_mul_overflow(elements, fields, &count) ? most : std::min(count, most);
+}
+
+[[noreturn]] void throwOutOfMemory(std::size_t elements) {
+  throw Exception<host::memory::OutOfMemory, std::bad_alloc>(elements * sizeof(qxArrayPtr));
+}
+
+// Adds unset elements.
+void growBy(Elements& elements, std::size_t count) {
+  try {
+    elements.resize(elements.size() + count);
+  } catch (const std::bad_alloc&) {
+    throwOutOfMemory(count);
+  }
+}
+
 }  // namespace
 
 Elements unsetElements(std::size_t count) {
   try {
     return Elements(count);
   } catch (const std::bad_alloc&) {
-    throw Exception<host::memory::OutOfMemory, std::bad_alloc>(count * sizeof(qxArrayPtr));
+    throwOutOfMemory(count);
   }
 }
 
@@ -47,44 +64,40 @@ void ListStorage::surrenderElements(DoomedStorages& doomed) noexcept {
   surrender(elements_, doomed);
 }
 
+StructStorage::StructStorage(std::size_t count, std::shared_ptr<const qxFieldNames> names)
+    : count_(count), names_(std::move(names)), values_(unsetElements(valueCount(count_, names_->size()))) {}
+
+// Names of its own stay its own: other threads may use this storage, so it cannot be noted here that they are shared.
 std::unique_ptr<Storage> StructStorage::clone() const {
-  auto copy = std::make_unique<StructStorage>();
-  for (std::size_t field = 0; field < names_.size(); ++field)
-    copy->add(names_[field], sharedElements(values_[field]));
+  auto copy = std::make_unique<StructStorage>(0, names_);
+  if (ownNames_ != nullptr)
+    copy->makeNamesOwn();
+  copy->count_ = count_;
+  copy->values_ = sharedElements(values_);
   return copy;
 }
 
-std::size_t StructStorage::find(std::string_view name) const {
-  if (names_.size() > kSearchedFields) {
-    const auto found = index_.find(name);
-    return found == index_.end() ? kNoField : found->second;
-  }
-  const auto found = std::find(names_.begin(), names_.end(), name);
-  return found == names_.end() ? kNoField : static_cast<std::size_t>(found - names_.begin());
+void StructStorage::makeNamesOwn() {
+  auto own = std::make_shared<qxFieldNames>(*names_);
+  ownNames_ = own.get();
+  names_ = std::move(own);
 }
 
-void StructStorage::add(std::string name, Elements values) {
-  values_.push_back(std::move(values));
+void StructStorage::add(std::string name) {
+  if (ownNames_ == nullptr)
+    makeNamesOwn();
+  const std::size_t before = values_.size();
+  growBy(values_, count_);
   try {
-    names_.push_back(std::move(name));
-    indexNewNames();
+    ownNames_->add(std::move(name));
   } catch (...) {
-    names_.resize(values_.size() - 1);
-    values_.pop_back();
+    values_.resize(before);
     throw;
   }
 }
 
-void StructStorage::indexNewNames() {
-  if (names_.size() <= kSearchedFields)
-    return;
-  for (std::size_t field = index_.size(); field < names_.size(); ++field)
-    index_.emplace(names_[field], field);
-}
-
 void StructStorage::surrenderElements(DoomedStorages& doomed) noexcept {
-  for (Elements& values : values_)
-    surrender(values, doomed);
+  surrender(values_, doomed);
 }
 
 std::unique_ptr<Storage> ObjectStorage::clone() const {

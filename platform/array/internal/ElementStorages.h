@@ -2,14 +2,13 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <memory>
+#include <span>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/array/internal/Storage.h"
+#include "platform/array/internal/qxFieldNames.h"
 #include "platform/array/qxArray.h"
 
 namespace qx_detail {
@@ -33,34 +32,30 @@ class ListStorage : public Storage {
   Elements elements_;
 };
 
-// Values stand by field: values()[field][element].
+// Values stand by field: those of all elements for the first field, then for the second, ...
 class StructStorage : public Storage {
  public:
-  static constexpr std::size_t kNoField = static_cast<std::size_t>(-1);
-
-  StructStorage() = default;
+  // `count` elements, no field set. Shares the names.
+  StructStorage(std::size_t count, std::shared_ptr<const qxFieldNames> names);
 
   std::unique_ptr<Storage> clone() const override;
-  const std::vector<std::string>& names() const noexcept { return names_; }
-  std::size_t find(std::string_view name) const;
-  // The name must be good and new.
-  void add(std::string name, Elements values);
-  const Elements& values(std::size_t field) const noexcept { return values_[field]; }
-  Elements& values(std::size_t field) noexcept { return values_[field]; }
+  const qxFieldNames& names() const noexcept { return *names_; }
+  // Adds a field, unset. The name must be good and new.
+  void add(std::string name);
+  std::span<const qxArrayPtr> values(std::size_t field) const noexcept {
+    return {values_.data() + field * count_, count_};
+  }
+  std::span<qxArrayPtr> values(std::size_t field) noexcept { return {values_.data() + field * count_, count_}; }
 
  private:
   void surrenderElements(DoomedStorages& doomed) noexcept override;
-  void indexNewNames();
+  void makeNamesOwn();
 
-  struct NameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>()(name); }
-  };
-
-  std::vector<std::string> names_;
-  std::vector<Elements> values_;
-  // Where each name stands; kept only for structs of many fields, where searching would take long.
-  std::unordered_map<std::string, std::size_t, NameHash, std::equal_to<>> index_;
+  std::size_t count_;
+  std::shared_ptr<const qxFieldNames> names_;
+  // The same names, when nobody else has them; null as long as they may be another's too.
+  qxFieldNames* ownNames_ = nullptr;
+  Elements values_;
 };
 
 class ObjectStorage : public Storage {

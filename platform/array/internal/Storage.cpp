@@ -18,7 +18,7 @@ void DoomedStorages::destroyAll() noexcept {
   }
 }
 
-StorageRef::~StorageRef() {
+void StorageRef::drop() noexcept {
   DoomedStorages doomed;
   doomed.dropShareOf(storage_);
   doomed.destroyAll();

@@ -33,8 +33,8 @@ class Storage {
   friend class DoomedStorages;
 
   void addShare() noexcept { shares_.fetch_add(1, std::memory_order_relaxed); }
-  // True when that was the last share.
-  bool dropShare() noexcept { return shares_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+  // True when that was the last share. The only share needs no atomic change: nobody is left who could make another.
+  bool dropShare() noexcept { return isUnique() || shares_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
   // Hands nested arrays over before destruction, so that deep nesting does not become deep recursion.
   virtual void surrenderElements(DoomedStorages& /*doomed*/) noexcept {}
 
@@ -52,7 +52,7 @@ class DoomedStorages {
   Storage* first_ = nullptr;
 };
 
-// One share of a storage.
+// One share of a storage, or empty.
 class StorageRef {
  public:
   explicit StorageRef(std::unique_ptr<Storage> fresh) noexcept : storage_(fresh.release()) {}
@@ -65,12 +65,17 @@ class StorageRef {
     std::swap(storage_, other.storage_);
     return *this;
   }
-  ~StorageRef();
+  ~StorageRef() {
+    if (storage_ != nullptr)
+      drop();
+  }
 
   Storage* get() const noexcept { return storage_; }
   Storage* release() noexcept { return std::exchange(storage_, nullptr); }
 
  private:
+  void drop() noexcept;
+
   Storage* storage_;
 };
 

@@ -9,26 +9,12 @@ qxArrayPtr makeShare(qxClass cls, bool complex, Shape shape, std::unique_ptr<Sto
   return qxArrayPtr(new qxArray{cls, complex, std::move(shape), StorageRef(std::move(storage))});
 }
 
-bool isNumeric(qxClass cls) noexcept {
-  return cls <= qxClass::Uint64;
-}
-
-bool hasData(qxClass cls) noexcept {
-  return cls <= qxClass::Text;
-}
-
 void throwWrongClass(const qxArray* array, std::string_view wanted) {
   throw Exception<host::array::WrongClass>(qxClassName(array->cls), wanted);
 }
 
-void checkClass(const qxArray* array, qxClass wanted) {
-  if (array->cls != wanted)
-    throwWrongClass(array, qxClassName(wanted));
-}
-
-void checkIndex(std::size_t index, std::size_t count) {
-  if (index >= count)
-    throw Exception<host::array::IndexOutOfRange>(index, count);
+void throwIndexOutOfRange(std::size_t index, std::size_t count) {
+  throw Exception<host::array::IndexOutOfRange>(index, count);
 }
 
 }  // namespace qx_detail
