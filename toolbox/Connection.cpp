@@ -5,6 +5,7 @@
 
 #include "platform/interrupt/interpreterContext.h"
 #include "platform/interrupt/utInterruptState.h"
+#include "platform/spf/core/Closable.h"
 #include "platform/spf/grpc/connect.h"
 #include "toolbox/Address.h"
 #include "transport/client/ConnectionRecord.h"
@@ -44,7 +45,14 @@ struct Connection::Record : spf::transport::ConnectionRecord {
       invokable = nullptr;
       retired = nullptr;
     }
-    // Both end here, outside the lock.
+    // Outside the lock. A call under way holds the connection, so letting go alone would not end the call.
+    closeIfPossible(live.get());
+    closeIfPossible(old.get());
+  }
+
+  static void closeIfPossible(Invokable* connection) {
+    if (auto* closable = dynamic_cast<agent::spf::core::Closable*>(connection))
+      closable->close();
   }
 };
 

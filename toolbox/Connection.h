@@ -33,7 +33,8 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Empties the record and lets go of the connection, which cancels the calls under way. Again: no effect.
+  // Empties the record, closes the connection, which ends the calls under way (those of the framework's connections are
+  // core::Closable; another one is only let go), and lets go of it. Again: no effect.
   void close() noexcept;
   bool isOpen() const;
 

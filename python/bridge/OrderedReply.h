@@ -34,8 +34,7 @@ class OrderedReply {
   qxArrayPtr takePlain(std::size_t index);
   void takeFile(std::size_t index, const std::string& path);
 
-  // Lets go of the stream, at once or when the item that is being read ends: a connection that closes may have to wait
-  // for its readers. Items that are in memory already stay.
+  // Lets go of the stream, at once or when the item that is being read ends. Items that are in memory already stay.
   void abandon() noexcept;
 
  private:

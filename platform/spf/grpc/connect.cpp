@@ -7,6 +7,7 @@
 #include <climits>
 #include <utility>
 
+#include "platform/spf/core/Closable.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/ClientConnection.h"
 #include "platform/spf/grpc/internal/address.h"
@@ -22,10 +23,10 @@ using internal::ClientConnection;
 constexpr std::chrono::milliseconds kPollInterval{50};
 
 // What the caller holds. The connection itself outlives it while a thread of its own is still in it.
-class Connection : public core::Invokable {
+class Connection : public core::Invokable, public core::Closable {
  public:
   explicit Connection(std::shared_ptr<ClientConnection> connection) : connection_(std::move(connection)) {}
-  ~Connection() override { connection_->close(); }
+  ~Connection() override { connection_->end(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -34,6 +35,8 @@ class Connection : public core::Invokable {
     core::internal::CallRequest checked(method, request, flags);
     connection_->invoke(std::make_shared<ClientCall>(ClientCall{tag, method, std::move(handler), std::move(checked)}));
   }
+
+  void close() noexcept override { connection_->close(); }
 
  private:
   std::shared_ptr<ClientConnection> connection_;

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/spf/core/Closable.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/inprocess/internal/EmbeddedCall.h"
 
@@ -20,30 +21,37 @@ struct Embedded {
   core::internal::WorkerThreads workers;
   std::mutex mutex;
   std::vector<std::weak_ptr<EmbeddedCall>> calls;  // guarded by mutex
+  bool closed = false;                             // guarded by mutex
 
-  void add(const std::shared_ptr<EmbeddedCall>& call) {
+  // False, and not added, once closed.
+  bool add(const std::shared_ptr<EmbeddedCall>& call) {
     const std::lock_guard lock(mutex);
+    if (closed)
+      return false;
     std::erase_if(calls, [](const auto& weak) { return weak.expired(); });
     calls.push_back(call);
+    return true;
   }
 
-  std::vector<std::weak_ptr<EmbeddedCall>> takeCalls() {
+  std::vector<std::weak_ptr<EmbeddedCall>> close() {
     const std::lock_guard lock(mutex);
+    closed = true;
     return std::exchange(calls, {});
   }
 };
 
-class Connection : public core::Invokable {
+std::exception_ptr connectionClosed() {
+  return std::make_exception_ptr(Terminated("The connection to the embedded service was closed."));
+}
+
+class Connection : public core::Invokable, public core::Closable {
  public:
   explicit Connection(std::shared_ptr<const core::Service> service) : embedded_(std::make_shared<Embedded>()) {
     embedded_->service = std::move(service);
   }
 
   ~Connection() override {
-    const auto reason = std::make_exception_ptr(Terminated("The connection to the embedded service was closed."));
-    for (const auto& weak : embedded_->takeCalls())
-      if (const auto call = weak.lock())
-        call->abort(reason);
+    closeCalls();
     embedded_->workers.join();
   }
 
@@ -53,9 +61,10 @@ class Connection : public core::Invokable {
   void invoke(core::CallTag /*tag*/, const std::string& method, core::CompletionHandler&& handler,
               core::GenericPayload&& request, int flags) override {
     core::internal::CallRequest checked(method, request, flags);
-    const auto call =
-        std::make_shared<EmbeddedCall>(method, std::move(handler), std::move(checked), embedded_->workers);
-    embedded_->add(call);
+    const std::shared_ptr<core::internal::WorkerThreads> workers(embedded_, &embedded_->workers);
+    const auto call = std::make_shared<EmbeddedCall>(method, std::move(handler), std::move(checked), workers);
+    if (!embedded_->add(call))
+      return call->abort(connectionClosed());
     try {
       embedded_->workers.run([embedded = embedded_, call] { call->serve(*embedded->service); });
       embedded_->workers.run([embedded = embedded_, call] { call->upload(); });
@@ -64,7 +73,15 @@ class Connection : public core::Invokable {
     }
   }
 
+  void close() noexcept override { closeCalls(); }
+
  private:
+  void closeCalls() {
+    for (const auto& weak : embedded_->close())
+      if (const auto call = weak.lock())
+        call->abort(connectionClosed());
+  }
+
   std::shared_ptr<Embedded> embedded_;
 };
 

@@ -8,8 +8,8 @@
 
 namespace agent::spf::inprocess {
 
-// Calls run on threads of their own; bytes pass from writer to reader without being stored. Destroying the Invokable
-// cancels the calls under way and waits for their handlers.
+// Calls run on threads of their own; a writer waits until its reader has taken the bytes. The Invokable is a
+// core::Closable; destroying it closes it, and waits for the handlers of the calls that were under way.
 std::shared_ptr<core::Invokable> connectInProcess(std::shared_ptr<const core::Service> service);
 
 }  // namespace agent::spf::inprocess

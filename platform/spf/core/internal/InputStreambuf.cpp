@@ -6,6 +6,13 @@
 
 namespace agent::spf::core::internal {
 
+namespace {
+
+// From this size on, memory of the caller's is worth filling by the inlet itself.
+constexpr std::size_t kDirectBytes = std::size_t{16} << 10;
+
+}  // namespace
+
 InputStreambuf::InputStreambuf(std::shared_ptr<ByteInlet> inlet) : inlet_(std::move(inlet)) {}
 
 InputStreambuf::~InputStreambuf() {
@@ -18,6 +25,11 @@ bool InputStreambuf::fill() {
     ended_ = piece_.empty();
   }
   return !piece_.empty();
+}
+
+// 0 when the way is through fill().
+std::size_t InputStreambuf::fillDirectly(std::span<char> to) {
+  return piece_.empty() && !ended_ && to.size() >= kDirectBytes ? inlet_->nextInto(to) : 0;
 }
 
 InputStreambuf::int_type InputStreambuf::underflow() {
@@ -34,8 +46,15 @@ InputStreambuf::int_type InputStreambuf::uflow() {
 
 std::streamsize InputStreambuf::xsgetn(char* to, std::streamsize count) {
   std::streamsize done = 0;
-  while (done < count && fill()) {
-    const std::size_t part = std::min(static_cast<std::size_t>(count - done), piece_.size());
+  while (done < count) {
+    const auto left = static_cast<std::size_t>(count - done);
+    if (const std::size_t direct = fillDirectly({to + done, left})) {
+      done += static_cast<std::streamsize>(direct);
+      continue;
+    }
+    if (!fill())
+      break;
+    const std::size_t part = std::min(left, piece_.size());
     std::memcpy(to + done, piece_.data(), part);
     piece_ = piece_.subspan(part);
     done += static_cast<std::streamsize>(part);

@@ -30,6 +30,7 @@ class InputStreambuf : public std::streambuf {
 
  private:
   bool fill();  // false at the end
+  std::size_t fillDirectly(std::span<char> to);
 
   std::shared_ptr<ByteInlet> inlet_;
   std::span<const char> piece_;

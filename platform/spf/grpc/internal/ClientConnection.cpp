@@ -1,6 +1,7 @@
 #include "platform/spf/grpc/internal/ClientConnection.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "platform/spf/core/errors.h"
@@ -28,16 +29,29 @@ void ClientConnection::start() {
     while (serveCompletion(self->queue_)) {
     }
   });
-  makeStream()->openAsWatch();
+  newStream(&ClientStream::openAsWatch);
 }
 
-std::shared_ptr<ClientStream> ClientConnection::makeStream() {
+// Null when the connection is dead. A stream is counted before it uses the queue, which stays until all have gone, and
+// can be found by close() only when it is open.
+std::shared_ptr<ClientStream> ClientConnection::newStream(void (ClientStream::*open)()) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (dead_ != nullptr)
+      return nullptr;
+    ++openCount_;
+  }
   auto stream = std::make_shared<ClientStream>(shared_from_this());
-  const std::lock_guard lock(mutex_);
-  ++openCount_;
-  std::erase_if(open_, [](const auto& weak) { return weak.expired(); });
-  open_.push_back(stream);
-  return stream;
+  (stream.get()->*open)();
+  {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(open_, [](const auto& weak) { return weak.expired(); });
+    open_.push_back(stream);
+    if (!closing_)
+      return stream;
+  }
+  stream->abort(nullptr);
+  return nullptr;
 }
 
 // Null when the connection is dead.
@@ -52,9 +66,7 @@ std::shared_ptr<ClientStream> ClientConnection::freeStream() {
       return stream;
     }
   }
-  auto stream = makeStream();
-  stream->open();
-  return stream;
+  return newStream(&ClientStream::open);
 }
 
 std::exception_ptr ClientConnection::deadReason() {
@@ -71,14 +83,26 @@ void ClientConnection::runBlocking(std::function<void()> task) {
 }
 
 void ClientConnection::invoke(std::shared_ptr<ClientCall> call) {
-  const auto stream = freeStream();
-  if (stream == nullptr)
-    return runBlocking([call, reason = deadReason()] { call->handler.fail(reason); });
-  stream->take(call);
+  std::shared_ptr<ClientStream> stream;
+  do {
+    stream = freeStream();
+    if (stream == nullptr)
+      return runBlocking([call, reason = deadReason()] { call->handler.fail(reason); });
+  } while (!stream->take(call));
   if (call->request.size() <= kDirectBytes)
     stream->upload(call);
   else
+    uploadOnWorker(stream, call);
+}
+
+void ClientConnection::uploadOnWorker(const std::shared_ptr<ClientStream>& stream,
+                                      const std::shared_ptr<ClientCall>& call) {
+  try {
     runBlocking([stream, call] { stream->upload(call); });
+  } catch (const FrameworkError&) {
+    stream->abort(nullptr);
+    throw;
+  }
 }
 
 void ClientConnection::release(const std::shared_ptr<ClientStream>& stream) {
@@ -114,8 +138,13 @@ void ClientConnection::lost(const std::exception_ptr& reason) {
   }
   for (const auto& stream : unused)
     stream->abort(nullptr);
-  if (onDisconnect)
-    runBlocking([self = shared_from_this(), onDisconnect = std::move(onDisconnect)] { onDisconnect(); });
+  if (!onDisconnect)
+    return;
+  try {
+    workers_.run([self = shared_from_this(), onDisconnect] { onDisconnect(); });
+  } catch (const std::system_error&) {
+    onDisconnect();  // no thread to be had: better here than never
+  }
 }
 
 void ClientConnection::gone() {
@@ -139,7 +168,8 @@ void ClientConnection::close() {
   std::vector<std::shared_ptr<ClientStream>> unused;
   {
     const std::lock_guard lock(mutex_);
-    closing_ = true;
+    if (std::exchange(closing_, true))
+      return;
     ++openCount_;  // this function's own, so that the queue stays until here all has been cancelled
     if (dead_ == nullptr)
       dead_ = reason;
@@ -152,6 +182,10 @@ void ClientConnection::close() {
       stream->abort(reason);
   unused.clear();
   gone();
+}
+
+void ClientConnection::end() {
+  close();
   if (onOwnThread())
     return queueThread_.detach();
   queueThread_.join();

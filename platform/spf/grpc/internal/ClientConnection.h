@@ -27,8 +27,10 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
 
   // Starts the queue's thread and watches the connection.
   void start();
-  // Cancels the calls under way and waits for the connection's threads, except on one of them.
+  // Cancels the calls under way, and fails those that come later.
   void close();
+  // As close(), and waits for the connection's threads, except on one of them. Nothing may be invoked any more.
+  void end();
   void invoke(std::shared_ptr<ClientCall> call);
 
   const std::string& address() const noexcept { return address_; }
@@ -44,8 +46,9 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   void runBlocking(std::function<void()> task);
 
  private:
+  void uploadOnWorker(const std::shared_ptr<ClientStream>& stream, const std::shared_ptr<ClientCall>& call);
   std::shared_ptr<ClientStream> freeStream();
-  std::shared_ptr<ClientStream> makeStream();
+  std::shared_ptr<ClientStream> newStream(void (ClientStream::*open)());
   void lost(const std::exception_ptr& reason);
   std::exception_ptr deadReason();
   bool onOwnThread() const;

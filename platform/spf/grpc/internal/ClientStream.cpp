@@ -80,7 +80,7 @@ void ClientStream::onStarted(bool /*ok*/) {
   gate_.done();
 }
 
-void ClientStream::take(const std::shared_ptr<ClientCall>& call) {
+bool ClientStream::take(const std::shared_ptr<ClientCall>& call) {
   const std::weak_ptr<ClientStream> self = weak_from_this();
   const std::weak_ptr<ClientCall> weakCall = call;
   FrameInlet::Callbacks callbacks;
@@ -98,7 +98,10 @@ void ClientStream::take(const std::shared_ptr<ClientCall>& call) {
   if (call->request.isBytes())
     call->reply->close();  // its bytes are only counted; no stream carries the call yet, so this abandons nothing
   const std::lock_guard lock(mutex_);
+  if (aborted_)
+    return false;
   call_ = call;
+  return true;
 }
 
 void ClientStream::upload(const std::shared_ptr<ClientCall>& call) {

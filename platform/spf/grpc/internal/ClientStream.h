@@ -50,8 +50,8 @@ class ClientStream : public std::enable_shared_from_this<ClientStream> {
   void open();
   // Opens it for nothing but to see the connection end.
   void openAsWatch();
-  // Makes the call this free stream's own. upload() is due next.
-  void take(const std::shared_ptr<ClientCall>& call);
+  // Makes the call this free stream's own. upload() is due next. False, and nothing done, when the stream has ended.
+  bool take(const std::shared_ptr<ClientCall>& call);
   // Sends the request. Blocks as long as that takes. Its failures go to the call.
   void upload(const std::shared_ptr<ClientCall>& call);
   // Ends the stream; the call on it, if any, fails with the error, unless that is null.

@@ -13,6 +13,7 @@ namespace agent::spf::inprocess::internal {
 namespace {
 
 constexpr std::size_t kGatherBytes = std::size_t{64} << 10;
+constexpr std::size_t kPieceBytes = kGatherBytes;
 
 std::exception_ptr abandoned() {
   return std::make_exception_ptr(Terminated("The call was abandoned by its caller."));
@@ -58,7 +59,12 @@ class EmbeddedCall::Inlet : public core::internal::ByteInlet {
   Inlet(std::shared_ptr<EmbeddedCall> call, RendezvousPipe& pipe, std::function<void(EmbeddedCall&)> abandoned)
       : call_(std::move(call)), pipe_(pipe), abandoned_(std::move(abandoned)) {}
 
-  std::span<const char> next() override { return pipe_.read(); }
+  std::span<const char> next() override {
+    if (piece_ == nullptr)
+      piece_ = std::make_unique_for_overwrite<char[]>(kPieceBytes);
+    return {piece_.get(), pipe_.read({piece_.get(), kPieceBytes})};
+  }
+  std::size_t nextInto(std::span<char> to) override { return pipe_.read(to); }
   std::optional<long> remaining() const noexcept override { return pipe_.remaining(); }
   void close() noexcept override {
     if (pipe_.stopReading())
@@ -69,11 +75,15 @@ class EmbeddedCall::Inlet : public core::internal::ByteInlet {
   std::shared_ptr<EmbeddedCall> call_;
   RendezvousPipe& pipe_;
   std::function<void(EmbeddedCall&)> abandoned_;
+  std::unique_ptr<char[]> piece_;
 };
 
 EmbeddedCall::EmbeddedCall(std::string method, core::CompletionHandler handler, core::internal::CallRequest request,
-                           core::internal::WorkerThreads& workers)
-    : method_(std::move(method)), handler_(std::move(handler)), request_(std::move(request)), workers_(workers) {
+                           std::shared_ptr<core::internal::WorkerThreads> workers)
+    : method_(std::move(method)),
+      handler_(std::move(handler)),
+      request_(std::move(request)),
+      workers_(std::move(workers)) {
   requestPipe_.announce(request_.size());
   if (request_.isBytes())
     replyPipe_.stopReading();
@@ -129,7 +139,7 @@ void EmbeddedCall::cancel(const std::exception_ptr& reason) {
     return;
   requestPipe_.breakOff(abandoned(), endedEarly());
   replyPipe_.breakOff(reason, abandoned());
-  workers_.run([self = shared_from_this()] { self->notice_.run(); });
+  workers_->run([self = shared_from_this()] { self->notice_.run(); });
 }
 
 void EmbeddedCall::abort(const std::exception_ptr& reason) {

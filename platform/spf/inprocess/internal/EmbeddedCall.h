@@ -19,7 +19,7 @@ namespace agent::spf::inprocess::internal {
 class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
  public:
   EmbeddedCall(std::string method, core::CompletionHandler handler, core::internal::CallRequest request,
-               core::internal::WorkerThreads& workers);
+               std::shared_ptr<core::internal::WorkerThreads> workers);
 
   void upload();
   void serve(const core::Service& service);
@@ -41,7 +41,7 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
   const std::string method_;
   const core::CompletionHandler handler_;
   const core::internal::CallRequest request_;
-  core::internal::WorkerThreads& workers_;
+  const std::shared_ptr<core::internal::WorkerThreads> workers_;  // a reply's reader may outlive the connection
   core::internal::CancelNotice notice_;
   RendezvousPipe requestPipe_;
   RendezvousPipe replyPipe_;

@@ -1,5 +1,7 @@
 #include "platform/spf/inprocess/internal/RendezvousPipe.h"
 
+#include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace agent::spf::inprocess::internal {
@@ -9,7 +11,6 @@ void RendezvousPipe::announce(long size) {
   announced_ = size;
 }
 
-// A reader that has taken the bytes is waited for in any case: it reads the writer's memory.
 void RendezvousPipe::write(std::span<const char> bytes) {
   std::unique_lock lock(mutex_);
   if (brokenWriter_ != nullptr)
@@ -18,7 +19,7 @@ void RendezvousPipe::write(std::span<const char> bytes) {
     return;
   lent_ = bytes;
   changed_.notify_all();
-  changed_.wait(lock, [this] { return lent_.empty() || (!taken_ && (dropping_ || brokenReader_ != nullptr)); });
+  changed_.wait(lock, [this] { return lent_.empty() || dropping_ || brokenReader_ != nullptr; });
   const bool read = std::exchange(lent_, {}).empty();
   if (!read && brokenWriter_ != nullptr)  // bytes that were read were written, whatever came after
     std::rethrow_exception(brokenWriter_);
@@ -37,28 +38,24 @@ void RendezvousPipe::fail(std::exception_ptr error) {
   changed_.notify_all();
 }
 
-// Under the mutex: what the reader had is the writer's again.
-void RendezvousPipe::takeBack() {
-  if (!std::exchange(taken_, false))
-    return;
-  lent_ = {};
-  changed_.notify_all();
-}
-
-std::span<const char> RendezvousPipe::read() {
+// Copies under the mutex: only there is the writer sure to stay.
+std::size_t RendezvousPipe::read(std::span<char> to) {
   std::unique_lock lock(mutex_);
-  takeBack();
   changed_.wait(lock, [this] { return !lent_.empty() || ended_ || failure_ != nullptr || brokenReader_ != nullptr; });
   if (brokenReader_ != nullptr && !ended_)
     std::rethrow_exception(brokenReader_);
   if (!lent_.empty()) {
-    taken_ = true;
-    given_ += static_cast<long>(lent_.size());
-    return lent_;
+    const std::size_t nbytes = std::min(to.size(), lent_.size());
+    std::memcpy(to.data(), lent_.data(), nbytes);
+    lent_ = lent_.subspan(nbytes);
+    given_ += static_cast<long>(nbytes);
+    if (lent_.empty())
+      changed_.notify_all();
+    return nbytes;
   }
   if (failure_ != nullptr)
     std::rethrow_exception(failure_);
-  return {};
+  return 0;
 }
 
 std::optional<long> RendezvousPipe::remaining() const {
@@ -70,7 +67,6 @@ std::optional<long> RendezvousPipe::remaining() const {
 
 bool RendezvousPipe::stopReading() {
   const std::lock_guard lock(mutex_);
-  takeBack();
   dropping_ = true;
   changed_.notify_all();
   return !ended_ && failure_ == nullptr && brokenReader_ == nullptr;

@@ -1,5 +1,5 @@
-// Passes bytes from a writing thread to a reading one without storing them: the writer waits while the reader reads its
-// memory.
+// Passes bytes from a writing thread to a reading one without storing them: the writer waits while the reader copies
+// them out of its memory. A reader that pauses holds none of that memory, so that the writer can always be let go.
 #pragma once
 
 #include <condition_variable>
@@ -14,14 +14,14 @@ namespace agent::spf::inprocess::internal {
 // Threads: one writer, one reader, and breakOff() from any.
 class RendezvousPipe {
  public:
-  // Writer. write() returns when the reader is done with the bytes, and throws what broke the pipe off.
+  // Writer. write() returns when the reader has taken the bytes, and throws what broke the pipe off.
   void announce(long size);
   void write(std::span<const char> bytes);
   void end();
   void fail(std::exception_ptr error);  // the reader gets it after what was written
 
-  // Reader. As core::internal::ByteInlet; read() and not next(), as the pipe is no inlet itself.
-  std::span<const char> read();
+  // Reader. read() waits for bytes and says how many it has copied, 0 at the end only; errors as ByteInlet::next().
+  std::size_t read(std::span<char> to);
   std::optional<long> remaining() const;
   // The reader reads no more: writes are dropped from now on. True when the end had not come yet.
   bool stopReading();
@@ -31,12 +31,9 @@ class RendezvousPipe {
   bool isBroken() const;
 
  private:
-  void takeBack();
-
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::span<const char> lent_;  // guarded by mutex_, as all below; not empty while the writer waits
-  bool taken_ = false;          // the reader is reading lent_
   bool ended_ = false;
   bool dropping_ = false;
   std::exception_ptr failure_;       // for the reader, after what was written
