@@ -86,10 +86,17 @@ bool MessageDecoder::hasPresent(const Source& source, const MessageShape& shape,
   return scratch == present;
 }
 
-// Entries of maps name no type: they are not messages to users.
 qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& shape, const Present& present) {
+  return qxCreateStructWithNames(column(count), fieldNames(shape, present));
+}
+
+// Entries of maps name no type: they are not messages to users.
+const qxFieldNamesPtr& MessageDecoder::fieldNames(const MessageShape& shape, const Present& present) {
   if (present.allFields && !present.unknown)
-    return qxCreateStructArray(column(count), shape.structFieldNames());
+    return shape.structFieldNames();
+  PartialNames& last = partialNames_[&shape];
+  if (last.names != nullptr && last.present == present)
+    return last.names;
   std::vector<std::string> names;
   names.reserve(present.fields.size() + 2);
   if (!shape.isMapEntry())
@@ -98,31 +105,23 @@ qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& s
     names.push_back(field->name);
   if (present.unknown)
     names.emplace_back(kUnknownFieldsField);
-  return qxCreateStructArray(column(count), names);
+  last = {present, qxMakeFieldNames(names)};
+  return last.names;
 }
 
+// In the order of fieldNames.
 void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
                                 const Present& present, int depth) {
+  std::size_t place = 0;
   if (!shape.isMapEntry())
-    qxSetField(target, element, kMessageTypeField, qxCreateSharedCopy(messageTypeText(shape)));
+    qxSetFieldAt(target, element, place++, qxCreateSharedCopy(shape.typeArray()));
   for (const FieldShape* present_field : present.fields)
-    qxSetField(target, element, present_field->name, field(source, *present_field, depth));
+    qxSetFieldAt(target, element, place++, field(source, *present_field, depth));
   if (present.unknown) {
     std::string bytes;
     source.reflection.GetUnknownFields(source.message).SerializeToString(&bytes);
-    qxSetField(target, element, kUnknownFieldsField, createBytes(bytes));
+    qxSetFieldAt(target, element, place, createBytes(bytes));
   }
-}
-
-const qxArray* MessageDecoder::messageTypeText(const MessageShape& shape) {
-  if (lastType_ == &shape)
-    return lastTypeText_;
-  qxArrayPtr& text = typeTexts_[&shape];
-  if (text == nullptr)
-    text = qxCreateString(shape.typeText());
-  lastType_ = &shape;
-  lastTypeText_ = text.get();
-  return lastTypeText_;
 }
 
 qxArrayPtr MessageDecoder::field(const Source& source, const FieldShape& field, int depth) {

@@ -55,9 +55,9 @@ class MessageDecoder {
   void findPresent(const Source& source, const MessageShape& shape, Present& present);
   bool hasPresent(const Source& source, const MessageShape& shape, const Present& present, Present& scratch);
   qxArrayPtr createStruct(std::size_t count, const MessageShape& shape, const Present& present);
+  const qxFieldNamesPtr& fieldNames(const MessageShape& shape, const Present& present);
   void fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
                   const Present& present, int depth);
-  const qxArray* messageTypeText(const MessageShape& shape);
 
   qxArrayPtr field(const Source& source, const FieldShape& field, int depth);
   qxArrayPtr single(const Source& source, const FieldShape& field, int depth);
@@ -84,9 +84,12 @@ class MessageDecoder {
   int deepest_ = kMaxMessageNesting + 1;
   MessageShapes shapes_;
   AnyMessages anys_;
-  std::unordered_map<const MessageShape*, qxArrayPtr> typeTexts_;
-  const MessageShape* lastType_ = nullptr;  // the one asked for last, and its text
-  const qxArray* lastTypeText_ = nullptr;
+  // Of the last struct of each type that had not all fields: the next one mostly has the same.
+  struct PartialNames {
+    Present present;
+    qxFieldNamesPtr names;
+  };
+  std::unordered_map<const MessageShape*, PartialNames> partialNames_;
   std::unordered_map<const google::protobuf::EnumValueDescriptor*, qxArrayPtr> enumTexts_;
 };
 

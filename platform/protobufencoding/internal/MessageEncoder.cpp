@@ -38,8 +38,10 @@ std::unique_ptr<Message> MessageEncoder::encode(const qxArray* value) {
 
 MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
                                               Context context) {
+  const std::span<const std::string> names = qxGetFieldNames(structs);
   Bindings bindings;
-  for (const std::string& name : qxGetFieldNames(structs))
+  bindings.reserve(names.size());
+  for (const std::string& name : names)
     bindings.push_back(bindField(name, shape, path, context));
   return bindings;
 }
@@ -75,8 +77,9 @@ void MessageEncoder::checkDepth(const Target& target, const FieldPath& path) {
 void MessageEncoder::generalForm(const Target& target, const qxArray* structs, std::size_t element,
                                  const Bindings& bindings, const FieldPath& path) {
   checkDepth(target, path);
-  for (const Binding& binding : bindings) {
-    const qxArray* array = qxGetField(structs, element, *binding.name);
+  for (std::size_t place = 0; place < bindings.size(); ++place) {
+    const Binding& binding = bindings[place];
+    const qxArray* array = qxGetFieldAt(structs, element, place);
     if (array == nullptr)
       continue;
     const FieldPath fieldPath(path, *binding.name);

@@ -27,7 +27,7 @@ class MessageEncoder {
  private:
   using Message = google::protobuf::Message;
 
-  // One field of a struct array, and what it means.
+  // One field of a struct array, in the order of its field names, and what it means.
   struct Binding {
     enum class Role { MessageType, UnknownFields, TypeUrl, Field };
     Role role;

@@ -168,17 +168,20 @@ MessageShape::MessageShape(const Descriptor* descriptor)
     : descriptor_(descriptor),
       fullName_(descriptor->full_name()),
       typeText_(fl::i18n::to_ustring(fullName_)),
+      typeArray_(qxCreateString(typeText_)),
       special_(specialFormOf(*descriptor)),
       isMapEntry_(descriptor->options().map_entry()),
       presenceVaries_(isExtendable()) {
+  std::vector<std::string> names;
   if (!isMapEntry_)
-    structFieldNames_.emplace_back(kMessageTypeField);
+    names.emplace_back(kMessageTypeField);
   for (int i = 0; i < descriptor->field_count(); ++i) {
     const FieldShape& field = fields_.emplace_back(descriptor->field(i));
     byName_.emplace(field.name, &field);
-    structFieldNames_.push_back(field.name);
+    names.push_back(field.name);
     presenceVaries_ = presenceVaries_ || field.hasPresence;
   }
+  structFieldNames_ = qxMakeFieldNames(names);
 }
 
 const FieldShape* MessageShape::find(std::string_view name) const {

@@ -14,6 +14,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/array/qxArray.h"
+
 namespace parallel::protobufencoding {
 
 // Fields of the struct that are not fields of the message.
@@ -72,7 +74,8 @@ class MessageShape {
 
   const google::protobuf::Descriptor* descriptor() const { return descriptor_; }
   const std::string& fullName() const { return fullName_; }
-  const std::u16string& typeText() const { return typeText_; }  // the full name as the host has it
+  const std::u16string& typeText() const { return typeText_; }   // the full name as the host has it
+  const qxArray* typeArray() const { return typeArray_.get(); }  // the same as an array, to be shared
   SpecialForm special() const { return special_; }
   bool isExtendable() const { return descriptor_->extension_range_count() > 0; }
   // Whether messages of the type can differ in which of its fields a struct has.
@@ -81,7 +84,7 @@ class MessageShape {
   // In the order of declaration, extensions not among them.
   const std::deque<FieldShape>& fields() const { return fields_; }
   // Of a struct with all fields that are not extensions, MessageType first.
-  const std::vector<std::string>& structFieldNames() const { return structFieldNames_; }
+  const qxFieldNamesPtr& structFieldNames() const { return structFieldNames_; }
   // By the name of the struct's field; null when there is none.
   const FieldShape* find(std::string_view name) const;
   // By the number in the schema, which must be there.
@@ -93,11 +96,12 @@ class MessageShape {
   const google::protobuf::Descriptor* descriptor_;
   std::string fullName_;
   std::u16string typeText_;
+  qxArrayPtr typeArray_;
   SpecialForm special_;
   bool isMapEntry_;
   bool presenceVaries_;
   std::deque<FieldShape> fields_;
-  std::vector<std::string> structFieldNames_;
+  qxFieldNamesPtr structFieldNames_;
   std::unordered_map<std::string_view, const FieldShape*> byName_;
 };
 

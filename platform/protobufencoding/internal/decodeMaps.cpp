@@ -49,6 +49,15 @@ std::string stringKey(const Message& entry, const MessageShape& shape) {
   return entry.GetReflection()->GetString(entry, shape.number(kKeyNumber).descriptor);
 }
 
+// Of the struct that stands for an entry.
+const qxFieldNamesPtr& entryNames() {
+  static const auto* const names =  // never destroyed: conversions may run until the process ends
+      new qxFieldNamesPtr(qxMakeFieldNames(std::vector{std::string(kKeyField), std::string(kValueField)}));
+  return *names;
+}
+constexpr std::size_t kKeyPlace = 0;
+constexpr std::size_t kValuePlace = 1;
+
 }  // namespace
 
 qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, int depth) {
@@ -80,15 +89,14 @@ qxArrayPtr MessageDecoder::mapAsStruct(const std::vector<const Message*>& entrie
     names.push_back(stringKey(*e, entry));
   qxArrayPtr result = qxCreateStructArray(column(1), names);
   for (std::size_t i = 0; i < entries.size(); ++i)
-    qxSetField(result.get(), 0, names[i], mapValue(*entries[i], entry, depth));
+    qxSetFieldAt(result.get(), 0, i, mapValue(*entries[i], entry, depth));
   return result;
 }
 
 // A struct array of keys and values.
 qxArrayPtr MessageDecoder::mapAsEntries(const std::vector<const Message*>& entries, const MessageShape& entry,
                                         int depth) {
-  const std::vector<std::string> names{std::string(kKeyField), std::string(kValueField)};
-  qxArrayPtr result = qxCreateStructArray(column(entries.size()), names);
+  qxArrayPtr result = qxCreateStructWithNames(column(entries.size()), entryNames());
   for (std::size_t i = 0; i < entries.size(); ++i)
     fillEntry(result.get(), i, *entries[i], entry, depth);
   return result;
@@ -96,10 +104,9 @@ qxArrayPtr MessageDecoder::mapAsEntries(const std::vector<const Message*>& entri
 
 // A list of one struct for each entry: for text keys that cannot name a field.
 qxArrayPtr MessageDecoder::mapAsList(const std::vector<const Message*>& entries, const MessageShape& entry, int depth) {
-  const std::vector<std::string> names{std::string(kKeyField), std::string(kValueField)};
   qxArrayPtr result = qxCreateListArray(column(entries.size()));
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    qxArrayPtr element = qxCreateStructArray(column(1), names);
+    qxArrayPtr element = qxCreateStructWithNames(column(1), entryNames());
     fillEntry(element.get(), 0, *entries[i], entry, depth);
     qxSetListElement(result.get(), i, std::move(element));
   }
@@ -108,8 +115,8 @@ qxArrayPtr MessageDecoder::mapAsList(const std::vector<const Message*>& entries,
 
 void MessageDecoder::fillEntry(qxArray* target, std::size_t element, const Message& message, const MessageShape& entry,
                                int depth) {
-  qxSetField(target, element, kKeyField, single(message, entry.number(kKeyNumber), depth));
-  qxSetField(target, element, kValueField, mapValue(message, entry, depth));
+  qxSetFieldAt(target, element, kKeyPlace, single(message, entry.number(kKeyNumber), depth));
+  qxSetFieldAt(target, element, kValuePlace, mapValue(message, entry, depth));
 }
 
 qxArrayPtr MessageDecoder::mapValue(const Message& message, const MessageShape& entry, int depth) {
