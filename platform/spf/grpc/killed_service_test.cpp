@@ -55,15 +55,14 @@ class Process {
     int output[2];
     if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0)
       throw std::runtime_error("pipe2");
-    const std::string variable = std::string(kAddressVariable) + "=" + address;
+    ::setenv(kAddressVariable, address.c_str(), 1);
     const char* arguments[] = {"killed", "--gtest_also_run_disabled_tests",
                                "--gtest_filter=KilledService.DISABLED_Serves", nullptr};
-    const char* environment[] = {variable.c_str(), nullptr};
     pid_ = ::fork();
     if (pid_ == 0) {
       ::dup2(input[0], STDIN_FILENO);
       ::dup2(output[1], STDOUT_FILENO);
-      ::execve("/proc/self/exe", const_cast<char**>(arguments), const_cast<char**>(environment));
+      ::execv("/proc/self/exe", const_cast<char**>(arguments));
       ::_exit(127);
     }
     ::close(input[0]);
