@@ -10,8 +10,12 @@ function(zks_add_module name)
   target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS} $<BUILD_INTERFACE:zks_warnings>)
 endfunction()
 
+# The tests in which several threads meet: what ThreadSanitizer is given.
+add_custom_target(thread_tests)
+
 # zks_add_test(NAME SOURCES file... [LINKS target...] [LABELS label...] [TIMEOUT seconds] [ENVIRONMENT VAR=value...])
-# A GoogleTest program whose cases ctest lists one by one. Put it beside what it tests.
+# A GoogleTest program whose cases ctest lists one by one. Put it beside what it tests. Labels: "threads" where several
+# threads meet, "large" for what wants gigabytes and minutes.
 function(zks_add_test name)
   if(NOT ZKS_BUILD_TESTS)
     return()
@@ -30,6 +34,9 @@ function(zks_add_test name)
   endif()
   if(arg_ENVIRONMENT)
     list(APPEND properties ENVIRONMENT "${arg_ENVIRONMENT}")
+  endif()
+  if("threads" IN_LIST arg_LABELS)
+    add_dependencies(thread_tests ${name})
   endif()
   gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES ${properties})
