@@ -24,8 +24,8 @@ using testing::Probe;
 class TransportsFlow : public testing::Transports {};
 
 constexpr long kMebibyte = 1L << 20;
-// What a writer may be ahead of a reader that does nothing: the kernel's buffers, gRPC's window, a few frames. Each test
-// writes several times as much.
+// What a writer may be ahead of a reader that does nothing: the kernel's buffers, gRPC's window, a few frames. Each
+// test writes several times as much.
 constexpr long kMostAhead = 48 * kMebibyte;
 
 // Writes pieces for ever, counting, until the call is given up.
