@@ -1,5 +1,5 @@
-// The whole path: a 256 MiB array and a 256 MiB file through the echo method of a zksd process and back, beside the same
-// bytes echoed by a bare gRPC stream and by a raw socket; then what each step of the path costs alone.
+// The whole path: a 256 MiB array and a 256 MiB file through the echo method of a zksd process and back, beside the
+// same bytes echoed by a bare gRPC stream and by a raw socket; then what each step of the path costs alone.
 //
 //     echo_bench [REPETITIONS]
 #include <cstdlib>
@@ -110,9 +110,7 @@ class MemoryStream : private std::streambuf, public std::istream {
 // The client's steps alone, in memory: what an echo of the array costs beside the wire.
 void measureSteps(int repetitions) {
   const qxArrayPtr array = bigArray();
-  const auto payloadOf = [&] {
-    return transport::InputPayload({transport::SerializableData::createQxArray(array)});
-  };
+  const auto payloadOf = [&] { return transport::InputPayload({transport::SerializableData::createQxArray(array)}); };
   std::ostringstream container;
   (*transport::createByteStream(payloadOf()).writer())(container);
   std::string reply = std::move(container).str();
