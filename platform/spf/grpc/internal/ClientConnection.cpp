@@ -82,7 +82,7 @@ void ClientConnection::runBlocking(std::function<void()> task) {
   }
 }
 
-void ClientConnection::invoke(std::shared_ptr<ClientCall> call) {
+void ClientConnection::invoke(const std::shared_ptr<ClientCall>& call) {
   std::shared_ptr<ClientStream> stream;
   do {
     stream = freeStream();

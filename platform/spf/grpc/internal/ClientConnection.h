@@ -31,7 +31,7 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   void close();
   // As close(), and waits for the connection's threads, except on one of them. Nothing may be invoked any more.
   void end();
-  void invoke(std::shared_ptr<ClientCall> call);
+  void invoke(const std::shared_ptr<ClientCall>& call);
 
   const std::string& address() const noexcept { return address_; }
   grpc::CompletionQueue& queue() noexcept { return queue_; }

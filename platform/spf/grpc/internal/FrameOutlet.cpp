@@ -42,10 +42,10 @@ std::span<char> FrameOutlet::room() {
 }
 
 void FrameOutlet::send(const FrameEnvelope& envelope, std::size_t nbytes) {
-  grpc::ByteBuffer frame = nbytes <= kCopyBytes
-                               ? encodeSmallFrame(envelope, buffer_.get(), nbytes)
-                               : encodeFrame(envelope, SendBuffers::lend(buffers_, std::move(buffer_), nbytes));
-  if (!sender_.enqueueBulk(std::move(frame)))
+  const grpc::ByteBuffer frame = nbytes <= kCopyBytes
+                                     ? encodeSmallFrame(envelope, buffer_.get(), nbytes)
+                                     : encodeFrame(envelope, SendBuffers::lend(buffers_, std::move(buffer_), nbytes));
+  if (!sender_.enqueueBulk(frame))
     throwBroken();
 }
 

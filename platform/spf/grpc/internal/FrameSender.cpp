@@ -4,7 +4,7 @@
 
 namespace agent::spf::grpc_transport::internal {
 
-bool FrameSender::start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message) {
+bool FrameSender::start(std::unique_lock<std::mutex>& lock, const grpc::ByteBuffer& message) {
   writing_ = true;
   lock.unlock();
   if (startWrite_(message))
@@ -13,25 +13,25 @@ bool FrameSender::start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer mes
   return false;
 }
 
-bool FrameSender::enqueueLocked(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message) {
+bool FrameSender::enqueueLocked(std::unique_lock<std::mutex>& lock, const grpc::ByteBuffer& message) {
   if (broken_)
     return false;
   if (!writing_)
-    return start(lock, std::move(message));
-  waiting_.push_back(std::move(message));
+    return start(lock, message);
+  waiting_.push_back(message);
   return true;
 }
 
-bool FrameSender::enqueue(grpc::ByteBuffer message) {
+bool FrameSender::enqueue(const grpc::ByteBuffer& message) {
   std::unique_lock lock(mutex_);
-  return enqueueLocked(lock, std::move(message));
+  return enqueueLocked(lock, message);
 }
 
-bool FrameSender::enqueueBulk(grpc::ByteBuffer message) {
+bool FrameSender::enqueueBulk(const grpc::ByteBuffer& message) {
   std::unique_lock lock(mutex_);
   if (waiting_.size() >= kHighWater)
     room_.wait(lock, [this] { return broken_ || waiting_.size() <= kLowWater; });
-  return enqueueLocked(lock, std::move(message));
+  return enqueueLocked(lock, message);
 }
 
 void FrameSender::written(bool ok) {
@@ -39,11 +39,11 @@ void FrameSender::written(bool ok) {
     breakOff();
   std::unique_lock lock(mutex_);
   if (!waiting_.empty()) {
-    grpc::ByteBuffer next = std::move(waiting_.front());
+    const grpc::ByteBuffer next = waiting_.front();
     waiting_.pop_front();
     if (waiting_.size() == kLowWater)
       room_.notify_one();
-    start(lock, std::move(next));
+    start(lock, next);
     return;
   }
   writing_ = false;

@@ -25,9 +25,9 @@ class FrameSender {
   explicit FrameSender(StartWrite startWrite) : startWrite_(std::move(startWrite)) {}
 
   // False, and nothing sent, once the sender is broken.
-  bool enqueue(grpc::ByteBuffer message);
+  bool enqueue(const grpc::ByteBuffer& message);
   // As above, after waiting while many messages wait.
-  bool enqueueBulk(grpc::ByteBuffer message);
+  bool enqueueBulk(const grpc::ByteBuffer& message);
   // The write under way has ended.
   void written(bool ok);
   // Drops what waits; nothing more will be sent.
@@ -37,8 +37,8 @@ class FrameSender {
   void whenIdle(std::function<void()> action);
 
  private:
-  bool start(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message);
-  bool enqueueLocked(std::unique_lock<std::mutex>& lock, grpc::ByteBuffer message);
+  bool start(std::unique_lock<std::mutex>& lock, const grpc::ByteBuffer& message);
+  bool enqueueLocked(std::unique_lock<std::mutex>& lock, const grpc::ByteBuffer& message);
 
   StartWrite startWrite_;
   mutable std::mutex mutex_;
