@@ -140,7 +140,7 @@ py::tuple runTask(const NativeSession& session, const std::vector<std::string>& 
 
 void bindItems(py::module_& module) {
   using namespace parallel::toolbox;
-  py::class_<Item>(module, "Item", "An item of a request, ready to be sent");
+  const py::class_<Item> item(module, "Item", "An item of a request, ready to be sent");
   module.def(
       "array_item", [](py::handle value) { return arrayItem(fromPython(value, Memory::Borrow).get()); }, "value"_a,
       "Any value as a host array. Borrows the memory of arrays until the item is gone.");

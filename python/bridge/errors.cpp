@@ -79,7 +79,8 @@ void raiseChain(const std::exception_ptr& error) {
   PyErr_SetObject(py::type::handle_of(exception).ptr(), exception.ptr());
 }
 
-void translate(std::exception_ptr error) {
+// By value, as pybind11 wants its translators.
+void translate(std::exception_ptr error) {  // NOLINT(performance-unnecessary-value-param)
   try {
     std::rethrow_exception(error);
   } catch (const Corvane::System::InterruptException&) {

@@ -36,7 +36,7 @@ class Exported {
 py::capsule ownerOf(qxArrayPtr array) {
   auto exported = std::make_unique<Exported>(std::move(array));
   py::capsule capsule(exported.get(), [](void* owned) { delete static_cast<Exported*>(owned); });
-  exported.release();
+  static_cast<void>(exported.release());  // the capsule has it now
   return capsule;
 }
 
