@@ -1,11 +1,15 @@
 #include "toolbox/Connection.h"
 
+#include <exception>
 #include <mutex>
 #include <utility>
 
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
 #include "platform/interrupt/interpreterContext.h"
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/core/Closable.h"
+#include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/connect.h"
 #include "toolbox/Address.h"
 #include "transport/client/ConnectionRecord.h"
@@ -77,6 +81,9 @@ Connection Connection::connect(std::string_view address, std::chrono::millisecon
   };
   try {
     record->fill(agent::spf::grpc_transport::connect(resolved, options));
+  } catch (const agent::spf::Timeout&) {
+    std::throw_with_nested(
+        Exception<NoAnswer>("the connection attempt", resolved));  // the expansion says "Timeout" only
   } catch (...) {
     spf::transport::throwExpandedSPFErrors();
   }

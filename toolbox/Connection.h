@@ -20,7 +20,8 @@ namespace parallel::toolbox {
 class Connection {
  public:
   // Connects to "unix:PATH" or "HOST:PORT". On an interpreter thread a user interrupt ends the wait.
-  // Errors: `BadAddress`; what the framework reports, as throwExpandedSPFErrors gives it.
+  // Errors: `BadAddress`; `NoAnswer` over the framework's Timeout; what else the framework reports, as
+  // throwExpandedSPFErrors gives it.
   static Connection connect(std::string_view address,
                             std::chrono::milliseconds timeout = std::chrono::milliseconds{10'000});
 

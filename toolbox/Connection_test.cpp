@@ -6,7 +6,9 @@
 #include <future>
 #include <memory>
 
+#include "platform/errors/Exception.h"
 #include "platform/errors/IException.h"
+#include "platform/errors/catalogue.h"
 #include "platform/interrupt/interpreterContext.h"
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/core/errors.h"
@@ -100,10 +102,16 @@ TEST(Connection, InterruptEndsTheWaitForAServiceThatNeverAnswers) {
   EXPECT_FALSE(utInterruptState::isPending());
 }
 
-TEST(Connection, ServiceThatNeverAnswersTimesOut) {
+TEST(Connection, ServiceThatNeverAnswersIsNamedWithTheTimeoutUnderneath) {
   const SocketDirectory directory;
   const SilentListener silent(directory.path());
-  EXPECT_THROW(Connection::connect(directory.address(), std::chrono::milliseconds(50)), std::runtime_error);
+  try {
+    Connection::connect(directory.address(), std::chrono::milliseconds(50));
+    FAIL() << "connected to a service that never answers";
+  } catch (const Exception<NoAnswer>& error) {
+    EXPECT_THAT(error.what(), HasSubstr(directory.address()));
+    EXPECT_THROW(std::rethrow_if_nested(error), agent::spf::Timeout);
+  }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <pybind11/chrono.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <memory>
@@ -101,7 +102,8 @@ void destroyWithoutLock(T* object) {
 }
 
 std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& address, double seconds) {
-  const auto timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1e3));
+  constexpr double kLongestSeconds = 1e9;  // so that a longer or infinite time has a number of milliseconds too
+  const auto timeout = std::chrono::milliseconds(static_cast<std::int64_t>(std::min(seconds, kLongestSeconds) * 1e3));
   return withoutLock([&] {
     return std::shared_ptr<NativeSession>(new NativeSession(address, timeout), destroyWithoutLock<NativeSession>);
   });

@@ -240,8 +240,10 @@ class Session:
 def connect(address: str | None = None, *, timeout: float = 10.0) -> Session:
     """A session with the service at "unix:PATH" or "HOST:PORT"; without an address, with one of its own in this process.
 
-    timeout: seconds to wait for the connection
+    timeout: seconds to wait for the connection; then zks.Timeout is raised
     """
+    if not timeout >= 0:
+        raise ValueError(f"the timeout is in seconds from 0 on, not {timeout!r}")
     _logging.follow_level()
     return Session(_bridge.Session(address, timeout))
 

@@ -4,6 +4,7 @@
 #include <grpcpp/security/credentials.h>
 #include <grpcpp/support/channel_arguments.h>
 
+#include <algorithm>
 #include <climits>
 #include <utility>
 
@@ -21,6 +22,12 @@ using internal::ClientCall;
 using internal::ClientConnection;
 
 constexpr std::chrono::milliseconds kPollInterval{50};
+
+// Some three weeks: gRPC counts milliseconds in an int.
+constexpr std::chrono::milliseconds kLongestTimeout{2'000'000'000};
+
+// How much longer than ours gRPC's own wait for a connection is, so that ours is the one that tells.
+constexpr std::chrono::milliseconds kAttemptMargin{100};
 
 // What the caller holds. The connection itself outlives it while a thread of its own is still in it.
 class Connection : public core::Invokable, public core::Closable {
@@ -42,8 +49,17 @@ class Connection : public core::Invokable, public core::Closable {
   std::shared_ptr<ClientConnection> connection_;
 };
 
-grpc::ChannelArguments channelArguments(const std::string& address) {
+// An attempt goes on without its channel: it has to end by itself soon after we have given it up, with its socket. What
+// bounds it are the pauses between attempts, of which there is never a second one here.
+void boundAttempt(grpc::ChannelArguments& arguments, std::chrono::milliseconds timeout) {
+  const auto bound = std::min(timeout, kLongestTimeout) + kAttemptMargin;
+  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, static_cast<int>(bound.count()));
+  arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, static_cast<int>(kAttemptMargin.count()));
+}
+
+grpc::ChannelArguments channelArguments(const std::string& address, const ConnectOptions& options) {
   grpc::ChannelArguments arguments;
+  boundAttempt(arguments, options.connectTimeout);
   arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);  // a connection of its own
   arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
   arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);
@@ -60,7 +76,7 @@ grpc::ChannelArguments channelArguments(const std::string& address) {
 }
 
 void waitUntilReady(grpc::Channel& channel, const std::string& address, const ConnectOptions& options) {
-  const auto deadline = std::chrono::system_clock::now() + options.connectTimeout;
+  const auto deadline = std::chrono::system_clock::now() + std::min(options.connectTimeout, kLongestTimeout);
   grpc_connectivity_state state = channel.GetState(true);
   while (state != GRPC_CHANNEL_READY) {
     if (state == GRPC_CHANNEL_TRANSIENT_FAILURE || state == GRPC_CHANNEL_SHUTDOWN)
@@ -81,7 +97,8 @@ void waitUntilReady(grpc::Channel& channel, const std::string& address, const Co
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options) {
   internal::checkAddress(address);
   internal::keepGrpcRunning();
-  auto channel = grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address));
+  auto channel =
+      grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address, options));
   waitUntilReady(*channel, address, options);
   auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options.onDisconnect);
   connection->start();

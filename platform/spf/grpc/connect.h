@@ -20,7 +20,8 @@ struct ConnectOptions {
 
 // `address`: "unix:/absolute/path" or "HOST:PORT". FrameworkError names the address and what was wrong (nothing
 // listens, no such socket file, no permission); Timeout when it does not answer in time. The Invokable is a
-// core::Closable; destroying it closes it, and waits for the connection's threads.
+// core::Closable; destroying it closes it, and waits for the connection's threads. An attempt that timed out keeps its
+// socket for a moment longer, one that was interrupted for the rest of its time.
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options = {});
 
 }  // namespace agent::spf::grpc_transport

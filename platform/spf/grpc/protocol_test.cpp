@@ -7,9 +7,12 @@
 #include <grpcpp/server_context.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <thread>
 
@@ -407,28 +410,78 @@ TEST(Connect, NothingListeningIsSaid) {
               AllOf(HasSubstr(address), HasSubstr("nothing listens there")));
 }
 
-// A listener that accepts and says nothing.
+// Lets clients connect and says nothing.
+class SilentListener {
+ public:
+  SilentListener() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof at;
+    EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&at), size), 0);
+    EXPECT_EQ(::listen(listener_, 8), 0);
+    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&at), &size);
+    address_ = "127.0.0.1:" + std::to_string(ntohs(at.sin_port));
+  }
+  ~SilentListener() { ::close(listener_); }
+  SilentListener(const SilentListener&) = delete;
+  SilentListener& operator=(const SilentListener&) = delete;
+
+  const std::string& address() const { return address_; }
+
+  // Whether the client that connected first closes its end before the time is over.
+  bool clientLeavesWithin(std::chrono::milliseconds time) const {
+    const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const auto end = std::chrono::steady_clock::now() + time;
+    ssize_t got = 1;
+    for (char said[256]; got > 0;) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+      pollfd waiting{client, POLLIN, 0};
+      if (::poll(&waiting, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) <= 0)
+        break;
+      got = ::recv(client, said, sizeof said, 0);
+    }
+    ::close(client);
+    return got <= 0;
+  }
+
+ private:
+  int listener_;
+  std::string address_;
+};
+
 TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
-  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in at{};
-  at.sin_family = AF_INET;
-  at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof at;
-  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&at), size), 0);
-  ASSERT_EQ(::listen(listener, 8), 0);
-  ::getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size);
-  const std::string address = "127.0.0.1:" + std::to_string(ntohs(at.sin_port));
+  const SilentListener listener;
   ConnectOptions options;
   options.connectTimeout = std::chrono::milliseconds(150);
-  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address, options); }), Kind::timeout), HasSubstr(address));
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
+              HasSubstr(listener.address()));
   options.connectTimeout = core::testing::kDeadline;
   int asked = 0;
   options.poll = [&] {
     if (++asked == 3)
       throw std::out_of_range("interrupted");
   };
-  EXPECT_THROW(connect(address, options), std::out_of_range);
-  ::close(listener);
+  EXPECT_THROW(connect(listener.address(), options), std::out_of_range);
+}
+
+TEST(Connect, AttemptThatTimedOutGivesItsSocketBack) {
+  const SilentListener listener;
+  ConnectOptions options;
+  options.connectTimeout = std::chrono::milliseconds(150);
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
+              HasSubstr("150"));
+  EXPECT_TRUE(listener.clientLeavesWithin(std::chrono::seconds(10)));  // by itself gRPC would wait for 20
+}
+
+TEST(Connect, LongestTimeoutOfAllIsAllowed) {
+  const TemporaryDirectory directory;
+  auto service = std::make_shared<core::Service>();
+  service->add("echo", echo);
+  const Server server(service, {directory.address(), {}});
+  ConnectOptions options;
+  options.connectTimeout = std::chrono::milliseconds::max();
+  EXPECT_EQ(call(*connect(server.address(), options), "echo", std::string("x")), "x");
 }
 
 TEST(Connect, ServerOfAnotherServiceIsRecognised) {
