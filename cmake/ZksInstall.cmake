@@ -1,5 +1,5 @@
-# What an installation holds besides the programs: the two shared libraries, their public headers and a CMake package
-# (find_package(zks)).
+# What an installation holds besides the programs: the two shared libraries, their public headers, a CMake package
+# (find_package(zks)), and the schemas that clients in other languages are generated from.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zks)
@@ -16,6 +16,10 @@ install(DIRECTORY platform transport DESTINATION ${header_dir}
   PATTERN "internal" EXCLUDE
   PATTERN "testing" EXCLUDE)
 install(DIRECTORY ${PROJECT_BINARY_DIR}/generated/platform DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+
+# In one folder, so that generated code has plain names.
+install(FILES platform/spf/grpc/transport.proto platform/zksmessages/zksmessages.proto
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zks)
 
 install(EXPORT zksTargets NAMESPACE zks:: DESTINATION ${package_dir})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/zksConfig.cmake.in ${PROJECT_BINARY_DIR}/zksConfig.cmake

@@ -1,5 +1,5 @@
 # Installs the build into a folder of its own, builds an outside project on it, and runs what came out.
-# Arguments: BUILD (the build tree), CONSUMER (the outside project), WORK (a folder to use), COMPILER, FLAGS.
+# Arguments: BUILD (the build tree), CONSUMER (the outside project), WORK (a folder to use), COMPILER, FLAGS, PROTOC.
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(NOT result EQUAL 0)
@@ -17,6 +17,8 @@ run(${WORK}/build/consumer)
 if(NOT output STREQUAL "00000000010003616263ffff\n")
   message(FATAL_ERROR "the outside project printed ${output}")
 endif()
+# A stranger's client is generated from the schemas as they are installed.
+run(${PROTOC} --proto_path=${WORK}/prefix/share/zks --python_out=${WORK} transport.proto zksmessages.proto)
 run(${WORK}/prefix/bin/zks --version)
 run(${WORK}/prefix/bin/zksd --version)
 file(REMOVE_RECURSE ${WORK})
