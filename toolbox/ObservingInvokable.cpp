@@ -179,8 +179,8 @@ void ObservingInvokable::invoke(agent::spf::core::CallTag tag, const std::string
     original->succeed(observeReply(std::move(reply), observation));
   };
   auto failure = [original](std::exception_ptr error) { original->fail(std::move(error)); };
-  next_->invoke(tag, method, CompletionHandler(std::move(success), std::move(failure), original->companions()),
-                observeRequest(std::move(request), observation_), flags);
+  CompletionHandler observed(std::move(success), std::move(failure), original->companions(), original->givenUp());
+  next_->invoke(tag, method, std::move(observed), observeRequest(std::move(request), observation_), flags);
 }
 
 }  // namespace parallel::toolbox

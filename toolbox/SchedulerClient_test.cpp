@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <future>
 #include <numeric>
 
 #include "platform/errors/IException.h"
@@ -200,6 +201,24 @@ TEST(SchedulerClientOfOddServices, InterruptFromTheServicesSidePassesAsItself) {
   invokable->error = std::make_exception_ptr(Corvane::System::InterruptException());
   const Connection connection(invokable, "fake");
   EXPECT_THROW(SchedulerClient(connection).call("any", {}), Corvane::System::InterruptException);
+}
+
+TEST(SchedulerClientOfOddServices, InterruptedWaitCancelsTheCallAtTheServiceAndTheNextOneSucceeds) {
+  std::promise<void> cancelled;
+  const auto service = std::make_shared<Service>();
+  service->add("silent", [&](ServerCall& call) {
+    std::promise<void> told;
+    call.onCancel([&] { told.set_value(); });
+    utInterruptState::request();
+    told.get_future().wait();
+    cancelled.set_value();
+  });
+  service->add("empty", [](ServerCall& call) { call.reply().write("\0\0\0\0\0", 5); });
+  const Connection connection(agent::spf::inprocess::connectInProcess(service), "embedded");
+  const foundation::usm::InterpreterContext context;
+  EXPECT_THROW(SchedulerClient(connection).call("silent", {}), Corvane::System::InterruptException);
+  EXPECT_EQ(cancelled.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+  EXPECT_EQ(SchedulerClient(connection).call("empty", {}).itemCount(), 0U);
 }
 
 TEST(SchedulerClientOfOddServices, BreakInMidReplyIsTheCauseOfTheItemsError) {

@@ -4,6 +4,7 @@
 #include <future>
 #include <istream>
 #include <mutex>
+#include <stop_token>
 #include <utility>
 
 #include "platform/errors/Exception.h"
@@ -40,6 +41,20 @@ void logMethodName(const std::string& method) {
 GenericPayload exportedPayload(InputPayload payload) {
   return GenericPayload(std::make_shared<ExportedDataSource>(createByteStream(std::move(payload))));
 }
+
+// Gives the call up when the caller leaves before its outcome is there. After that it has no effect.
+class GiveUpOnExit {
+ public:
+  GiveUpOnExit() = default;
+  ~GiveUpOnExit() { source_.request_stop(); }
+  GiveUpOnExit(const GiveUpOnExit&) = delete;
+  GiveUpOnExit& operator=(const GiveUpOnExit&) = delete;
+
+  std::stop_token token() const { return source_.get_token(); }
+
+ private:
+  std::stop_source source_;
+};
 
 // Waits without a limit; on an interpreter thread a pending interrupt ends the wait with the host's exception.
 void waitForReply(const std::future<Reply>& reply) {
@@ -83,7 +98,8 @@ OutputPayload TransportClient::invokeMethod(std::string method, InputPayload&& p
   // Shared with the handler, which may outlive an interrupted wait.
   const auto promise = std::make_shared<std::promise<Reply>>();
   std::future<Reply> reply = promise->get_future();
-  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise), std::move(request), 0);
+  const GiveUpOnExit giveUp;
+  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise, giveUp.token()), std::move(request), 0);
   invokable.reset();
 
   waitForReply(reply);

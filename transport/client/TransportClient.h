@@ -29,7 +29,7 @@ class PARALLEL_SPF_TRANSPORT_EXPORT TransportClient {
 
   // Sends the payload and waits until the reply begins; the items then read the rest of it as it arrives. On a thread
   // in the interpreter's context a user interrupt is noticed within about 100 ms and ends the wait with the host's
-  // interrupt exception; the reply is then dropped when it comes. There is no time limit of its own.
+  // interrupt exception; the call is then given up, which cancels it at the service. There is no time limit of its own.
   // `payload` is empty afterwards, whatever happened.
   OutputPayload invokeMethod(std::string method, InputPayload&& payload) const;
 

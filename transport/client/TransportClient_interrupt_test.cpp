@@ -123,6 +123,18 @@ TEST_F(InterruptedCall, PayloadFormEndsWithTheHostsExceptionAndLeavesTheConnecti
   EXPECT_EQ(TransportClient(record_).getInvokable(), service_);
 }
 
+TEST_F(InterruptedCall, PayloadFormGivesTheCallUpWhenItIsInterruptedAndNotBefore) {
+  Caller caller([&] {
+    const InterpreterContext context;
+    callWithPayload();
+  });
+  const ReceivedCall call = service_->take();
+  EXPECT_FALSE(call.handler.givenUp().stop_requested());
+  utInterruptState::request();
+  EXPECT_THROW(caller.finish(), Corvane::System::InterruptException);
+  EXPECT_TRUE(call.handler.givenUp().stop_requested());
+}
+
 TEST_F(InterruptedCall, LateReplyIsStoredAndDroppedWithItsHandler) {
   Caller caller([&] {
     const InterpreterContext context;

@@ -99,6 +99,16 @@ TEST(PromiseCompletingHandler, StoresTheVeryErrorObject) {
   }
 }
 
+TEST(PromiseCompletingHandler, CarriesTheCallersStopRequest) {
+  std::stop_source source;
+  const auto promise = std::make_shared<std::promise<void>>();
+  const CompletionHandler handler = promiseCompletingHandler<void>(promise, source.get_token());
+  EXPECT_FALSE(handler.givenUp().stop_requested());
+  source.request_stop();
+  EXPECT_TRUE(handler.givenUp().stop_requested());
+  EXPECT_FALSE(promiseCompletingHandler<void>(promise).givenUp().stop_possible());
+}
+
 TEST(Service, FindsItsMethodsAndListsThemForAnUnknownOne) {
   Service service;
   EXPECT_EQ(service.unknownMethodText("x"), "The service has no method \"x\"; it has none.");

@@ -40,7 +40,7 @@ class Connection : public core::Invokable, public core::Closable {
   void invoke(core::CallTag tag, const std::string& method, core::CompletionHandler&& handler,
               core::GenericPayload&& request, int flags) override {
     core::internal::CallRequest checked(method, request, flags);
-    connection_->invoke(std::make_shared<ClientCall>(ClientCall{tag, method, std::move(handler), std::move(checked)}));
+    connection_->invoke(std::make_shared<ClientCall>(tag, method, std::move(handler), std::move(checked)));
   }
 
   void close() noexcept override { connection_->close(); }

@@ -1,5 +1,6 @@
 // What every transport must do: many calls at once, slow readers, calls that are given up, connections that end.
 #include <algorithm>
+#include <stop_token>
 #include <thread>
 
 #include "platform/spf/grpc/TransportsTest.h"
@@ -151,6 +152,70 @@ TEST_P(TransportsFlow, ReplyWhoseStreamIsNeverTakenCancelsItsHandler) {
   await(future);
   awaitEvent(probe()->left);
   EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
+}
+
+TEST_P(TransportsFlow, WaiterThatGivesUpCancelsItsHandlerAndTheNextCallSucceeds) {
+  service().add("echo", echo);
+  serve("silent", [probe = probe()](ServerCall& call) {
+    call.onCancel([probe] { probe->cancelled.set_value(); });
+    probe->entered.set_value();
+    awaitEvent(probe->mayGoOn);
+    EXPECT_TRUE(call.isCancelled());
+    probe->left.set_value();
+  });
+  std::stop_source giveUp;
+  auto waiting = core::testing::start(client(), "silent", sourceOf("x"), giveUp.get_token());
+  awaitEvent(probe()->entered);
+  giveUp.request_stop();
+  const auto chain = testing::chainThrownBy([&] { await(waiting); });
+  ASSERT_EQ(chain.size(), 1U);
+  EXPECT_EQ(chain[0].kind, core::ErrorLevel::Kind::terminated);
+  EXPECT_EQ(chain[0].text, "Call \"silent\" was given up by its caller.");
+  awaitEvent(probe()->cancelled);
+  EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
+  probe()->mayGoOn.set_value();
+  awaitEvent(probe()->left);
+}
+
+TEST_P(TransportsFlow, UploadThatIsGivenUpEndsAndTheNextCallSucceeds) {
+  service().add("echo", echo);
+  serve("deaf", [probe = probe()](ServerCall&) { awaitEvent(probe->mayGoOn); });
+  std::stop_source giveUp;
+  std::promise<void> ended;
+  const auto endless = [&](std::ostream& out) {
+    try {
+      for (;;)
+        out << patternOf(1'000'000) << std::flush;
+    } catch (const std::exception&) {
+      ended.set_value();
+      throw;
+    }
+  };
+  auto waiting = core::testing::start(client(), "deaf", sourceOf(endless, 1L << 40), giveUp.get_token());
+  giveUp.request_stop();
+  EXPECT_THROW(await(waiting), Terminated);
+  awaitEvent(ended);
+  EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
+  probe()->mayGoOn.set_value();
+}
+
+TEST_P(TransportsFlow, CallThatIsGivenUpBeforeItBeginsIsNotHeldUp) {
+  serve("echo", echo);
+  std::stop_source giveUp;
+  giveUp.request_stop();
+  auto waiting = core::testing::start(client(), "echo", sourceOf("x"), giveUp.get_token());
+  EXPECT_THROW(await(waiting), Terminated);
+  EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
+}
+
+TEST_P(TransportsFlow, GivingUpAfterTheReplyHasBegunHasNoEffect) {
+  serve("echo", echo);
+  std::stop_source giveUp;
+  const std::string bytes = patternOf(5'000'000);
+  auto waiting = core::testing::start(client(), "echo", sourceOf(bytes), giveUp.get_token());
+  const auto reply = await(waiting)->getImportedIstream();
+  giveUp.request_stop();
+  EXPECT_TRUE(readAll(*reply) == bytes);
 }
 
 TEST_P(TransportsFlow, CancelledHandlerSeesItAndIsToldOnce) {

@@ -65,6 +65,7 @@ class Connection : public core::Invokable, public core::Closable {
     const auto call = std::make_shared<EmbeddedCall>(method, std::move(handler), std::move(checked), workers);
     if (!embedded_->add(call))
       return call->abort(connectionClosed());
+    call->obeyStopRequests();
     try {
       embedded_->workers.run([embedded = embedded_, call] { call->serve(*embedded->service); });
       embedded_->workers.run([embedded = embedded_, call] { call->upload(); });

@@ -8,6 +8,7 @@
 #include <istream>
 #include <memory>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -59,10 +60,12 @@ T await(std::future<T>& future) {
 
 using ReplyFuture = std::future<std::shared_ptr<ImportedDataSource>>;
 
-inline ReplyFuture start(Invokable& service, const std::string& method, std::shared_ptr<ExportedDataSource> request) {
+inline ReplyFuture start(Invokable& service, const std::string& method, std::shared_ptr<ExportedDataSource> request,
+                         std::stop_token givenUp = {}) {
   auto promise = std::make_shared<std::promise<std::shared_ptr<ImportedDataSource>>>();
   ReplyFuture future = promise->get_future();
-  service.invoke({}, method, promiseCompletingHandler<std::shared_ptr<ImportedDataSource>>(std::move(promise)),
+  service.invoke({}, method,
+                 promiseCompletingHandler<std::shared_ptr<ImportedDataSource>>(std::move(promise), std::move(givenUp)),
                  GenericPayload(std::move(request)), 0);
   return future;
 }

@@ -97,10 +97,18 @@ bool ClientStream::take(const std::shared_ptr<ClientCall>& call) {
   call->reply = std::make_shared<FrameInlet>("reply of call \"" + call->method + "\"", std::move(callbacks));
   if (call->request.isBytes())
     call->reply->close();  // its bytes are only counted; no stream carries the call yet, so this abandons nothing
-  const std::lock_guard lock(mutex_);
-  if (aborted_)
-    return false;
-  call_ = call;
+  {
+    const std::lock_guard lock(mutex_);
+    if (aborted_)
+      return false;
+    call_ = call;
+  }
+  call->givenUp.emplace(call->handler.givenUp(), [self, weakCall] {
+    const auto stream = self.lock();
+    const auto givenUp = weakCall.lock();
+    if (stream != nullptr && givenUp != nullptr)
+      stream->giveUp(givenUp);
+  });
   return true;
 }
 
@@ -263,6 +271,14 @@ void ClientStream::failCall(const std::shared_ptr<ClientCall>& call, const std::
 void ClientStream::abandon(const std::shared_ptr<ClientCall>& call) {
   if (current() == call)
     abort(nullptr);
+}
+
+// Its caller waits no longer. A reply that has begun is not the waiter's any more, but its reader's.
+void ClientStream::giveUp(const std::shared_ptr<ClientCall>& call) {
+  if (!takeAnswer(*call))
+    return;
+  abandon(call);
+  call->handler.fail(std::make_exception_ptr(Terminated("Call \"" + call->method + "\" was given up by its caller.")));
 }
 
 void ClientStream::abort(const std::exception_ptr& error) {

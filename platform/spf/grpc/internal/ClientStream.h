@@ -4,8 +4,11 @@
 #include <grpcpp/client_context.h>
 #include <grpcpp/generic/generic_stub.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <stop_token>
 #include <string>
 
 #include "platform/spf/core/CompletionHandler.h"
@@ -23,11 +26,18 @@ namespace agent::spf::grpc_transport::internal {
 class ClientConnection;
 
 struct ClientCall {
-  core::CallTag tag;
-  std::string method;
-  core::CompletionHandler handler;
-  core::internal::CallRequest request;
-  std::shared_ptr<FrameInlet> reply = nullptr;  // set by the stream that carries the call
+  ClientCall(core::CallTag callTag, std::string callMethod, core::CompletionHandler callHandler,
+             core::internal::CallRequest callRequest)
+      : tag(callTag), method(std::move(callMethod)), handler(std::move(callHandler)), request(std::move(callRequest)) {}
+
+  const core::CallTag tag;
+  const std::string method;
+  const core::CompletionHandler handler;
+  const core::internal::CallRequest request;
+
+  // Set by the stream that carries the call.
+  std::shared_ptr<FrameInlet> reply;
+  std::optional<std::stop_callback<std::function<void()>>> givenUp;
 
   // How far it has got; guarded by the stream's mutex.
   enum class Upload { underWay, ending, ended };
@@ -71,6 +81,7 @@ class ClientStream : public std::enable_shared_from_this<ClientStream> {
   std::shared_ptr<ClientCall> current();
   void failCall(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error);
   void abandon(const std::shared_ptr<ClientCall>& call);
+  void giveUp(const std::shared_ptr<ClientCall>& call);
   void setUpload(ClientCall& call, ClientCall::Upload state);
   void finishUpload(const std::shared_ptr<ClientCall>& call);
   bool takeAnswer(ClientCall& call);

@@ -89,6 +89,13 @@ EmbeddedCall::EmbeddedCall(std::string method, core::CompletionHandler handler, 
     replyPipe_.stopReading();
 }
 
+void EmbeddedCall::obeyStopRequests() {
+  givenUp_.emplace(handler_.givenUp(), [self = weak_from_this()] {
+    if (const auto call = self.lock())
+      call->giveUp();
+  });
+}
+
 void EmbeddedCall::upload() {
   Outlet outlet(requestPipe_, nullptr);
   try {
@@ -140,6 +147,15 @@ void EmbeddedCall::cancel(const std::exception_ptr& reason) {
   requestPipe_.breakOff(abandoned(), endedEarly());
   replyPipe_.breakOff(reason, abandoned());
   workers_->run([self = shared_from_this()] { self->notice_.run(); });
+}
+
+// Its caller waits no longer. A reply that has begun is not the waiter's any more, but its reader's.
+void EmbeddedCall::giveUp() {
+  if (!takeAnswer())
+    return;
+  const auto reason = std::make_exception_ptr(Terminated("Call \"" + method_ + "\" was given up by its caller."));
+  cancel(reason);
+  handler_.fail(reason);
 }
 
 void EmbeddedCall::abort(const std::exception_ptr& reason) {

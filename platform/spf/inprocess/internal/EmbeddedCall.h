@@ -4,6 +4,8 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <stop_token>
 #include <string>
 
 #include "platform/spf/core/CompletionHandler.h"
@@ -21,17 +23,20 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
   EmbeddedCall(std::string method, core::CompletionHandler handler, core::internal::CallRequest request,
                std::shared_ptr<core::internal::WorkerThreads> workers);
 
+  // From now on a stop request of the caller gives the call up.
+  void obeyStopRequests();
   void upload();
   void serve(const core::Service& service);
   // Nobody waits any more: the handler is told, and both pipes break off.
   void cancel(const std::exception_ptr& reason);
-  // As above, and the caller gets the reason.
+  // As above, and a caller that still waits for the reply gets the reason.
   void abort(const std::exception_ptr& reason);
 
  private:
   class Outlet;
   class Inlet;
 
+  void giveUp();
   std::exception_ptr endedEarly() const;
   void stopUpload();
   void beginReply();
@@ -46,6 +51,7 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
   RendezvousPipe requestPipe_;
   RendezvousPipe replyPipe_;
   std::atomic<bool> answered_{false};
+  std::optional<std::stop_callback<std::function<void()>>> givenUp_;
 };
 
 }  // namespace agent::spf::inprocess::internal
