@@ -113,9 +113,9 @@ std::exception_ptr rebuildLevel(const ErrorLevel& level, const std::exception_pt
 
 }  // namespace
 
-ErrorChain flattenErrorChain(const std::exception_ptr& error) {
+ErrorChain flattenErrorChain(const std::exception_ptr& error, std::size_t maxBytes) {
   ErrorChain chain;
-  std::size_t room = kMaxErrorBytes;
+  std::size_t room = maxBytes;
   std::exception_ptr current = error;
   for (; current != nullptr && chain.size() < kMaxErrorLevels; current = nestedIn(current)) {
     ErrorLevel level = levelOf(current);

@@ -35,8 +35,8 @@ inline constexpr std::size_t kMaxErrorLevels = 1000;
 inline constexpr std::size_t kMaxErrorBytes = std::size_t{4} << 20;
 
 // The levels of `error` and of what is nested in it. Empty for a null pointer. A level of an unknown type has the text
-// of a thrown string, else the name of its type.
-ErrorChain flattenErrorChain(const std::exception_ptr& error);
+// of a thrown string, else the name of its type. `maxBytes` is for receivers that cannot take kMaxErrorBytes.
+ErrorChain flattenErrorChain(const std::exception_ptr& error, std::size_t maxBytes = kMaxErrorBytes);
 
 // A chain of real nested exceptions: each level but the innermost also is a std::nested_exception. FrameworkError,
 // Timeout, Terminated, RemoteException for identified, std::runtime_error for standard, UnknownRemoteError.

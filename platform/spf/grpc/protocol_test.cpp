@@ -230,6 +230,33 @@ TEST_F(ForeignClient, FramesOutOfPlaceEndTheStreamWithAReason) {
   }
 }
 
+// Stock clients take messages of up to 4 MiB, and this one names no capability.
+TEST_F(ForeignClient, LongErrorIsCutWithAMarkForAClientThatTakesNoParts) {
+  service_->add("fail", [](ServerCall&) { throw FrameworkError(std::string(3 << 20, '.')); });
+  stream_->Write(callFrame("fail", "", true));
+  v1::Frame reply;
+  ASSERT_TRUE(stream_->Read(&reply));
+  ASSERT_EQ(reply.error().levels_size(), 1);
+  EXPECT_LT(reply.ByteSizeLong(), std::size_t{2} << 20);
+  EXPECT_THAT(reply.error().levels(0).text(), HasSubstr("more bytes were left out]"));
+}
+
+TEST_F(ForeignClient, ClientThatTakesPartsGetsALongErrorInFramesOfModerateSize) {
+  service_->add("fail", [](ServerCall&) { throw FrameworkError(std::string(3 << 20, '.')); });
+  v1::Frame frame = callFrame("fail", "", true);
+  frame.mutable_call()->add_capabilities(v1::ERROR_PARTS);
+  frame.mutable_call()->add_capabilities(static_cast<v1::Capability>(77));  // of a later day
+  stream_->Write(frame);
+  std::size_t bytes = 0;
+  for (v1::Frame reply; !reply.has_error();) {
+    ASSERT_TRUE(stream_->Read(&reply));
+    EXPECT_LT(reply.ByteSizeLong(), std::size_t{1} << 19);
+    for (const auto& level : (reply.has_error() ? reply.error() : reply.error_part()).levels())
+      bytes += level.text().size();
+  }
+  EXPECT_EQ(bytes, std::size_t{3} << 20);
+}
+
 TEST_F(ForeignClient, UnknownGrpcMethodIsUnimplemented) {
   grpc::GenericStub stub(grpc::CreateChannel(server_->address(), grpc::InsecureChannelCredentials()));
   grpc::CompletionQueue queue;

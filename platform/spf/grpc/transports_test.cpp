@@ -237,6 +237,21 @@ TEST_P(Transports, ErrorAfterAnyPartOfTheReplyReachesTheReaderAndNeverLooksLikeT
   }
 }
 
+TEST_P(Transports, ErrorOfSeveralMebibytesAfterSomeDataArrivesWhole) {
+  serve("fail", [](ServerCall& call) {
+    call.reply() << "abc" << std::flush;
+    std::rethrow_exception(core::rebuildErrorChain(ErrorChain{{Kind::framework, "", "", patternOf(1'000'000, 1)},
+                                                              {Kind::timeout, "", "", patternOf(10, 2)},
+                                                              {Kind::standard, "", "", patternOf(2'000'000, 3)}}));
+  });
+  const auto reply = openReply(client(), "fail", sourceOf(""));
+  const ErrorChain chain = chainThrownBy([&] { reply->ignore(10); });
+  ASSERT_THAT(chain, SizeIs(3));
+  EXPECT_TRUE(chain[0].text == std::string(patternOf(1'000'000, 1).c_str()));
+  EXPECT_EQ(chain[1].kind, Kind::timeout);
+  EXPECT_TRUE(chain[2].text == std::string(patternOf(2'000'000, 3).c_str()));
+}
+
 TEST_P(Transports, FailedReadFailsAgainWhenReadOn) {
   serve("fail", [](ServerCall& call) {
     call.reply() << "abc" << std::flush;

@@ -6,7 +6,6 @@
 #include "platform/spf/core/internal/ReplySource.h"
 #include "platform/spf/grpc/internal/ClientConnection.h"
 #include "platform/spf/grpc/internal/FrameOutlet.h"
-#include "platform/spf/grpc/internal/errorMessage.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -23,6 +22,7 @@ std::string encodeHeadOf(const ClientCall& call) {
   head.set_size(call.request.size());
   head.set_tag_high(call.tag.high);
   head.set_tag_low(call.tag.low);
+  head.add_capabilities(v1::ERROR_PARTS);
   return encodeCallHead(head);
 }
 
@@ -216,8 +216,10 @@ void ClientStream::receiveReply(const std::shared_ptr<ClientCall>& call, Frame& 
     throw FrameworkError("a reply without a head");
   if (frame.dataBytes > 0 && !call->reply->push(std::move(frame.data), frame.dataBytes))
     std::rethrow_exception(call->reply->failure());
+  if (frame.errorPart)
+    call->error.add(*frame.errorPart);
   if (frame.error)
-    call->reply->fail(core::rebuildErrorChain(fromMessage(*frame.error)));
+    call->reply->fail(core::rebuildErrorChain(call->error.finish(*frame.error)));
   else if (frame.end)
     call->reply->end();
   if (frame.end || frame.error)

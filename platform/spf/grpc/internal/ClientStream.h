@@ -20,6 +20,7 @@
 #include "platform/spf/grpc/internal/FrameSender.h"
 #include "platform/spf/grpc/internal/OperationGate.h"
 #include "platform/spf/grpc/internal/SendBuffers.h"
+#include "platform/spf/grpc/internal/errorMessage.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -37,6 +38,7 @@ struct ClientCall {
 
   // Set by the stream that carries the call.
   std::shared_ptr<FrameInlet> reply;
+  ErrorParts error;
   std::optional<std::stop_callback<std::function<void()>>> givenUp;
 
   // How far it has got; guarded by the stream's mutex.

@@ -17,6 +17,7 @@ constexpr char kReplyTag = 2 << 3 | 2;
 constexpr char kDataTag = 3 << 3 | 2;
 constexpr char kEndTag = 4 << 3 | 0;
 constexpr char kErrorTag = 5 << 3 | 2;
+constexpr char kErrorPartTag = 6 << 3 | 2;
 
 // Data up to this size is copied into the slice of its frame: less work than a slice of its own.
 constexpr std::size_t kCopyBytes = 1024;
@@ -75,6 +76,8 @@ void decodeField(SliceCursor& cursor, std::uint32_t tag, Frame& frame) {
       return;
     case kErrorTag:
       return mergeMessage(cursor, frame.error, "its error cannot be read");
+    case kErrorPartTag:
+      return mergeMessage(cursor, frame.errorPart, "its part of an error cannot be read");
     default:
       cursor.skipField(tag);
   }
@@ -90,6 +93,9 @@ std::string encodeReplyHead(const v1::ReplyHead& head) {
 }
 std::string encodeError(const v1::ErrorChain& error) {
   return encodeMessageField(kErrorTag, error);
+}
+std::string encodeErrorPart(const v1::ErrorChain& part) {
+  return encodeMessageField(kErrorPartTag, part);
 }
 
 grpc::ByteBuffer encodeSmallFrame(const FrameEnvelope& envelope, const char* data, std::size_t nbytes) {

@@ -27,18 +27,20 @@ struct Frame {
   std::size_t dataBytes = 0;
   bool end = false;
   std::optional<v1::ErrorChain> error;
+  std::optional<v1::ErrorChain> errorPart;
 };
 
 // The parts of a frame around its data.
 struct FrameEnvelope {
   std::string heads;  // encoded fields before the data
   bool end = false;
-  std::string error;  // the encoded error field, or nothing
+  std::string error;  // the encoded error field, or that of a part, or nothing
 };
 
 std::string encodeCallHead(const v1::CallHead& head);
 std::string encodeReplyHead(const v1::ReplyHead& head);
 std::string encodeError(const v1::ErrorChain& error);
+std::string encodeErrorPart(const v1::ErrorChain& part);
 
 // One message. The data slice is shared, not copied, unless it is so small that a copy costs less.
 grpc::ByteBuffer encodeFrame(const FrameEnvelope& envelope, const grpc::Slice& data);

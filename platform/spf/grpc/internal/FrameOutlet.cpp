@@ -74,11 +74,12 @@ void FrameOutlet::finish(std::size_t nbytes) {
   send(envelope, nbytes);
 }
 
-void FrameOutlet::finishWithError(const v1::ErrorChain& error) {
-  const FrameEnvelope envelope{{}, false, encodeError(error)};
+void FrameOutlet::finishWithError(const std::vector<v1::ErrorChain>& parts) {
+  for (std::size_t i = 0; i + 1 < parts.size(); ++i)
+    sender_.enqueueBulk(encodeSmallFrame({{}, false, encodeErrorPart(parts[i])}, nullptr, 0));
   if (options_.beforeEnd)
     options_.beforeEnd();
-  sender_.enqueue(encodeSmallFrame(envelope, nullptr, 0));
+  sender_.enqueue(encodeSmallFrame({{}, false, encodeError(parts.back())}, nullptr, 0));
 }
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/spf/core/internal/ServedCall.h"
 #include "platform/spf/grpc/internal/Frame.h"
@@ -31,8 +32,8 @@ class FrameOutlet : public core::internal::ReplyOutlet {
   void sendGathered(std::size_t nbytes) override;
   void sendBorrowed(std::span<const char> bytes) override;
   void finish(std::size_t nbytes) override;
-  // Ends the transfer with an error, whatever was sent before.
-  void finishWithError(const v1::ErrorChain& error);
+  // Ends the transfer with an error, which may be in parts, whatever was sent before.
+  void finishWithError(const std::vector<v1::ErrorChain>& parts);
 
  private:
   void send(const FrameEnvelope& envelope, std::size_t nbytes);

@@ -60,6 +60,8 @@ void expectAsGenerated(const std::string& bytes, std::size_t step) {
   EXPECT_EQ(frame.call.value_or(v1::CallHead()).SerializeAsString(), expected.call().SerializeAsString());
   EXPECT_EQ(frame.reply.value_or(v1::ReplyHead()).SerializeAsString(), expected.reply().SerializeAsString());
   EXPECT_EQ(frame.error.value_or(v1::ErrorChain()).SerializeAsString(), expected.error().SerializeAsString());
+  ASSERT_EQ(frame.errorPart.has_value(), expected.has_error_part());
+  EXPECT_EQ(frame.errorPart.value_or(v1::ErrorChain()).SerializeAsString(), expected.error_part().SerializeAsString());
 }
 
 v1::CallHead exampleHead() {
@@ -80,6 +82,8 @@ v1::Frame exampleFrame() {
   level->set_kind(v1::ErrorChain::Level::IDENTIFIED);
   level->set_component("c");
   level->set_text("text");
+  frame.mutable_call()->add_capabilities(v1::ERROR_PARTS);
+  frame.mutable_error_part()->add_levels()->set_continues(true);
   return frame;
 }
 
@@ -197,6 +201,51 @@ TEST(ErrorMessage, ChainComesBackAsItWent) {
                                {Kind::standard, "", "", ""},       {Kind::timeout, "", "", "t"},
                                {Kind::terminated, "", "", "gone"}, {Kind::unknown, "", "", "?"}};
   EXPECT_EQ(fromMessage(toMessage(chain)), chain);
+}
+
+// What the parts of a chain add up to, each read from its bytes.
+core::ErrorChain throughParts(const core::ErrorChain& chain) {
+  ErrorParts gathered;
+  const std::vector<v1::ErrorChain> parts = toParts(chain);
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    EXPECT_LE(parts[i].ByteSizeLong(), kErrorPartBytes + 100 * chain.size() + 100);
+    v1::ErrorChain part;
+    EXPECT_TRUE(part.ParseFromString(parts[i].SerializeAsString()));
+    if (i + 1 == parts.size())
+      return gathered.finish(part);
+    gathered.add(part);
+  }
+  return {};
+}
+
+TEST(ErrorMessage, ChainComesBackFromItsPartsAsItWent) {
+  using Kind = core::ErrorLevel::Kind;
+  EXPECT_EQ(throughParts({}), core::ErrorChain());
+  const std::size_t sizes[] = {0, 1, kErrorPartBytes - 1, kErrorPartBytes, kErrorPartBytes + 1, 5 * kErrorPartBytes};
+  for (const std::size_t first : sizes)
+    for (const std::size_t second : sizes) {
+      const core::ErrorChain chain{{Kind::identified, "c", "n", std::string(first, 'a')},
+                                   {Kind::timeout, "", "", std::string(second, '\xFF')},
+                                   {Kind::standard, "", "", "last"}};
+      EXPECT_TRUE(throughParts(chain) == chain) << first << " " << second;
+    }
+}
+
+TEST(ErrorMessage, LongErrorIsManyPartsAndAShortOneIsOne) {
+  const auto partsOf = [](std::size_t nbytes) {
+    return toParts({{core::ErrorLevel::Kind::standard, "", "", std::string(nbytes, 'x')}}).size();
+  };
+  EXPECT_EQ(partsOf(0), 1U);
+  EXPECT_EQ(partsOf(kErrorPartBytes), 1U);
+  EXPECT_EQ(partsOf(kErrorPartBytes + 1), 2U);
+  EXPECT_EQ(partsOf(10 * kErrorPartBytes), 10U);
+}
+
+TEST(ErrorMessage, PartsWithoutEndAreRefused) {
+  v1::ErrorChain part;
+  part.add_levels()->set_text(std::string(1 << 20, 'x'));
+  ErrorParts gathered;
+  EXPECT_THROW(for (int i = 0; i < 100; ++i) gathered.add(part), FrameworkError);
 }
 
 TEST(ErrorMessage, IdentifierThatIsNoUtf8TravelsRepaired) {

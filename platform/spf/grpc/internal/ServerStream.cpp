@@ -1,5 +1,6 @@
 #include "platform/spf/grpc/internal/ServerStream.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/spf/core/errorChain.h"
@@ -16,6 +17,8 @@ constexpr const char* kMethod = "/agent.spf.v1.Transport/Converse";
 // The short form of an error in a status: percent-encoding may triple it, and stock clients drop trailers of over 4
 // KiB.
 constexpr std::size_t kStatusTextBytes = 1200;
+// The text of an error in one frame: stock clients take messages of up to 4 MiB.
+constexpr std::size_t kWholeErrorBytes = std::size_t{1} << 20;
 
 std::exception_ptr abandoned() {
   return std::make_exception_ptr(Terminated("The call was abandoned by its client, or the connection to it is gone."));
@@ -25,6 +28,21 @@ void checkVersion(const v1::CallHead& head) {
   if (head.protocol_version() != kProtocolVersion)
     throw FrameworkError("The client speaks protocol version " + std::to_string(head.protocol_version()) +
                          ", this service speaks version " + std::to_string(kProtocolVersion) + ".");
+}
+
+bool takesErrorParts(const v1::CallHead& head) {
+  return std::find(head.capabilities().begin(), head.capabilities().end(), v1::ERROR_PARTS) !=
+         head.capabilities().end();
+}
+
+std::string encodeHeadOf(const v1::CallHead& call, std::optional<long> size) {
+  v1::ReplyHead head;
+  head.set_protocol_version(kProtocolVersion);
+  if (size)
+    head.set_size(*size);
+  if (call.capabilities_size() > 0)
+    head.add_capabilities(v1::ERROR_PARTS);
+  return encodeReplyHead(head);
 }
 
 grpc::Status statusOf(const core::ErrorChain& chain) {
@@ -197,8 +215,10 @@ void ServerStream::receiveRequest(Frame& frame) {
   if (frame.dataBytes > 0)
     call->request->push(std::move(frame.data),
                         frame.dataBytes);  // too many: the transfer has failed, its reader sees it
+  if (frame.errorPart)
+    call->error.add(*frame.errorPart);
   if (frame.error)
-    call->request->fail(core::rebuildErrorChain(fromMessage(*frame.error)));
+    call->request->fail(core::rebuildErrorChain(call->error.finish(*frame.error)));
   else if (frame.end)
     call->request->end();
   if (frame.error || frame.end)
@@ -221,13 +241,7 @@ void ServerStream::markReplyEnded(IncomingCall& call) {
 
 void ServerStream::serve(const CallPointer& call) noexcept {
   FrameOutlet::Options options;
-  options.head = [](std::optional<long> size) {
-    v1::ReplyHead head;
-    head.set_protocol_version(kProtocolVersion);
-    if (size)
-      head.set_size(*size);
-    return encodeReplyHead(head);
-  };
+  options.head = [&call](std::optional<long> size) { return encodeHeadOf(call->head, size); };
   options.beforeEnd = [this, &call] { markReplyEnded(*call); };
   options.brokenText = [] { return "The call was abandoned by its client, or the connection to it is gone."; };
   FrameOutlet outlet(sender_, buffers_, std::move(options));
@@ -243,20 +257,21 @@ void ServerStream::reply(IncomingCall& call, FrameOutlet& outlet) {
     core::internal::ServedCall served(call.head.method(), size, call.request, outlet, call.notice);
     error = served.serve(server_.service());
     if (error != nullptr)
-      replyError(outlet, error);
+      replyError(call, outlet, error);
   } catch (...) {
-    replyError(outlet, std::current_exception());
+    replyError(call, outlet, std::current_exception());
   }
   call.request->close();  // what is still to come of it is dropped
 }
 
-void ServerStream::replyError(FrameOutlet& outlet, const std::exception_ptr& error) {
-  const core::ErrorChain chain = core::flattenErrorChain(error);
+void ServerStream::replyError(const IncomingCall& call, FrameOutlet& outlet, const std::exception_ptr& error) {
+  const bool inParts = takesErrorParts(call.head);
+  const core::ErrorChain chain = core::flattenErrorChain(error, inParts ? core::kMaxErrorBytes : kWholeErrorBytes);
   {
     const std::lock_guard lock(mutex_);
     lastStatus_ = statusOf(chain);
   }
-  outlet.finishWithError(toMessage(chain));
+  outlet.finishWithError(inParts ? toParts(chain) : std::vector<v1::ErrorChain>{toMessage(chain)});
 }
 
 // A stream that will carry no further call is ended when the last one has.

@@ -15,6 +15,7 @@
 #include "platform/spf/grpc/internal/FrameSender.h"
 #include "platform/spf/grpc/internal/OperationGate.h"
 #include "platform/spf/grpc/internal/SendBuffers.h"
+#include "platform/spf/grpc/internal/errorMessage.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -24,6 +25,7 @@ struct IncomingCall {
   v1::CallHead head;
   std::shared_ptr<FrameInlet> request;
   core::internal::CancelNotice notice;
+  ErrorParts error;
 
   // Guarded by the stream's mutex.
   bool requestEnded = false;
@@ -65,7 +67,7 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   void endRequest(IncomingCall& call);
   void serve(const CallPointer& call) noexcept;
   void reply(IncomingCall& call, FrameOutlet& outlet);
-  void replyError(FrameOutlet& outlet, const std::exception_ptr& error);
+  void replyError(const IncomingCall& call, FrameOutlet& outlet, const std::exception_ptr& error);
   void markReplyEnded(IncomingCall& call);
   void finishIfUnused();
   void cancelCall(const std::exception_ptr& reason);

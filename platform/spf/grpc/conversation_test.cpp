@@ -1,0 +1,246 @@
+// The wire as it was recorded: what peers of today say, and that peers of earlier days are still understood.
+#include <grpcpp/create_channel.h>
+#include <grpcpp/impl/codegen/client_unary_call.h>
+#include <grpcpp/impl/codegen/method_handler.h>
+#include <grpcpp/impl/codegen/rpc_service_method.h>
+#include <grpcpp/impl/codegen/service_type.h>
+#include <grpcpp/server_builder.h>
+#include <grpcpp/server_context.h>
+
+#include <functional>
+#include <sstream>
+
+#include "platform/errors/RemoteException.h"
+#include "platform/spf/grpc/TransportsTest.h"
+#include "platform/spf/grpc/testing/conversations.h"
+#include "platform/spf/grpc/transport.pb.h"
+
+namespace agent::spf {
+namespace {
+
+using core::ErrorChain;
+using core::ServerCall;
+using core::testing::call;
+using core::testing::readAll;
+using core::testing::sourceOf;
+using testing::chainThrownBy;
+using testing::TemporaryDirectory;
+
+using Kind = core::ErrorLevel::Kind;
+using RawClientStream = grpc::ClientReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
+using RawServerStream = grpc::ServerReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
+
+constexpr char kMethod[] = "/agent.spf.v1.Transport/Converse";
+
+// The calls of each conversation.
+std::shared_ptr<core::Service> makeService() {
+  auto service = std::make_shared<core::Service>();
+  service->add("echo", [](ServerCall& call) {
+    const std::string bytes = readAll(call.request());
+    call.setReplySize(static_cast<long>(bytes.size()));
+    call.reply() << bytes;
+  });
+  service->add("pieces", [](ServerCall& call) {
+    readAll(call.request());
+    call.reply() << std::flush << "x" << std::flush << "y";
+  });
+  service->add("fail", [](ServerCall& call) {
+    readAll(call.request());
+    throw FrameworkError("no \xFF luck");
+  });
+  service->add("late", [](ServerCall& call) {
+    readAll(call.request());
+    call.reply() << "half" << std::flush;
+    std::rethrow_exception(core::rebuildErrorChain(std::vector<core::ErrorLevel>{
+        {Kind::identified, "parallel:test", "Outer", "first"}, {Kind::standard, "", "", "second"}}));
+  });
+  return service;
+}
+
+void makeCalls(core::Invokable& client) {
+  EXPECT_EQ(call(client, "echo", std::string("abc")), "abc");
+  const auto inPieces = [](std::ostream& out) { out << "ab" << std::flush << "c"; };
+  EXPECT_EQ(readAll(*core::testing::openReply(client, "pieces", sourceOf(inPieces, 3))), "xy");
+  EXPECT_EQ(call(client, "echo", std::string()), "");
+  EXPECT_EQ(chainThrownBy([&] { call(client, "fail", std::string()); }),
+            (ErrorChain{{Kind::framework, "", "", "no \xFF luck"}}));
+  EXPECT_EQ(
+      chainThrownBy([&] { call(client, "none", std::string()); }),
+      (ErrorChain{{Kind::framework, "", "", "The service has no method \"none\"; it has echo, fail, late, pieces."}}));
+  const auto late = core::testing::openReply(client, "late", sourceOf(""));
+  EXPECT_EQ(chainThrownBy([&] { readAll(*late); }),
+            (ErrorChain{{Kind::identified, "parallel:test", "Outer", "first"}, {Kind::standard, "", "", "second"}}));
+}
+
+// Messages as they are
+// -------------------------------------------------------------------------------------------------
+
+std::string bytesOf(const grpc::ByteBuffer& message) {
+  std::vector<grpc::Slice> slices;
+  EXPECT_TRUE(message.Dump(&slices).ok());
+  std::string bytes;
+  for (const grpc::Slice& slice : slices)
+    bytes.append(slice.begin(), slice.end());
+  return bytes;
+}
+
+grpc::ByteBuffer messageOf(const std::string& bytes) {
+  const grpc::Slice slice(bytes);
+  return {&slice, 1};
+}
+
+bool endsTransfer(const grpc::ByteBuffer& message) {
+  v1::Frame frame;
+  EXPECT_TRUE(frame.ParseFromString(bytesOf(message)));
+  return frame.end() || frame.has_error();
+}
+
+// One line of a conversation.
+struct Line {
+  char direction = '>';
+  std::string bytes;
+};
+
+std::vector<Line> linesOf(const char* conversation) {
+  std::vector<Line> lines;
+  std::istringstream in(conversation);
+  for (std::string word; in >> word;) {
+    const char direction = word.at(0);
+    in >> word;
+    std::string bytes;
+    for (std::size_t i = 0; i < word.size(); i += 2)
+      bytes.push_back(static_cast<char>(std::stoi(word.substr(i, 2), nullptr, 16)));
+    lines.push_back({direction, std::move(bytes)});
+  }
+  return lines;
+}
+
+std::string textOf(const Line& line) {
+  std::ostringstream text;
+  text << line.direction << ' ' << std::hex << std::uppercase;
+  for (const unsigned char byte : line.bytes)
+    text << (byte >> 4) << (byte & 0xF);
+  return text.str();
+}
+
+// A server of raw messages: `converse` has one stream of a client, which is closed when it returns.
+class RawServer : private grpc::Service {
+ public:
+  using Converse = std::function<void(RawServerStream&)>;
+
+  RawServer(const std::string& address, Converse converse) : converse_(std::move(converse)) {
+    const auto serve = [](RawServer* self, grpc::ServerContext*, RawServerStream* stream) {
+      self->converse_(*stream);
+      return grpc::Status::OK;
+    };
+    AddMethod(new grpc::internal::RpcServiceMethod(
+        kMethod, grpc::internal::RpcMethod::BIDI_STREAMING,
+        new grpc::internal::BidiStreamingHandler<RawServer, grpc::ByteBuffer, grpc::ByteBuffer>(serve, this)));
+    grpc::ServerBuilder builder;
+    builder.AddListeningPort(address, grpc::InsecureServerCredentials());
+    builder.RegisterService(this);
+    server_ = builder.BuildAndStart();
+  }
+  ~RawServer() override { server_->Shutdown(std::chrono::system_clock::now()); }
+  RawServer(const RawServer&) = delete;
+  RawServer& operator=(const RawServer&) = delete;
+
+ private:
+  const Converse converse_;
+  std::unique_ptr<grpc::Server> server_;
+};
+
+// A client of raw messages, with one stream.
+class RawClient {
+ public:
+  explicit RawClient(const std::string& address)
+      : channel_(grpc::CreateChannel(address, grpc::InsecureChannelCredentials())),
+        stream_(grpc::internal::ClientReaderWriterFactory<grpc::ByteBuffer, grpc::ByteBuffer>::Create(
+            channel_.get(), grpc::internal::RpcMethod(kMethod, grpc::internal::RpcMethod::BIDI_STREAMING), &context_)) {
+  }
+  RawClientStream& stream() { return *stream_; }
+
+ private:
+  const std::shared_ptr<grpc::Channel> channel_;
+  grpc::ClientContext context_;
+  const std::unique_ptr<RawClientStream> stream_;
+};
+
+class Conversation : public ::testing::Test {
+ protected:
+  std::string serviceAddress() const { return serviceDirectory_.address(); }
+  std::string relayAddress() const { return relayDirectory_.address(); }
+
+  grpc_transport::Server serve() const { return {makeService(), {serviceAddress(), {}}}; }
+
+ private:
+  TemporaryDirectory serviceDirectory_;
+  TemporaryDirectory relayDirectory_;
+};
+
+// Passes transfers on, one after another, and writes them down. Ends with the client's stream.
+void relay(RawServerStream& from, const std::string& address, std::string& record) {
+  RawClient to(address);
+  grpc::ByteBuffer message;
+  while (from.Read(&message)) {
+    record += textOf({'>', bytesOf(message)}) + "\n";
+    to.stream().Write(message);
+    if (!endsTransfer(message))
+      continue;
+    do {
+      if (!to.stream().Read(&message))
+        return;
+      record += textOf({'<', bytesOf(message)}) + "\n";
+      from.Write(message);
+    } while (!endsTransfer(message));
+  }
+}
+
+TEST_F(Conversation, OfTodayIsTheRecordedOne) {
+  const auto server = serve();
+  std::string record = "\n";
+  const RawServer relaying(relayAddress(), [&](RawServerStream& stream) { relay(stream, serviceAddress(), record); });
+  makeCalls(*grpc_transport::connect(relayAddress()));
+  EXPECT_EQ(record, testing::kConversation);
+}
+
+class RecordedConversation : public Conversation, public ::testing::WithParamInterface<const char*> {};
+
+// Not one byte more than the peer of the recording knows of.
+TEST_P(RecordedConversation, IsAnsweredByTheServiceOfTodayAsItWas) {
+  const auto server = serve();
+  RawClient client(serviceAddress());
+  for (const Line& line : linesOf(GetParam())) {
+    if (line.direction == '>') {
+      client.stream().Write(messageOf(line.bytes));
+      continue;
+    }
+    grpc::ByteBuffer message;
+    ASSERT_TRUE(client.stream().Read(&message)) << textOf(line);
+    EXPECT_EQ(textOf({'<', bytesOf(message)}), textOf(line));
+  }
+  client.stream().WritesDone();
+}
+
+void replayReplies(RawServerStream& stream, const std::vector<Line>& lines) {
+  grpc::ByteBuffer message;
+  for (const Line& line : lines) {
+    if (line.direction == '<')
+      stream.Write(messageOf(line.bytes));
+    else if (!stream.Read(&message))
+      return;
+  }
+  stream.Read(&message);  // the client's end
+}
+
+TEST_P(RecordedConversation, IsUnderstoodByTheClientOfToday) {
+  const RawServer server(relayAddress(),
+                         [lines = linesOf(GetParam())](RawServerStream& stream) { replayReplies(stream, lines); });
+  makeCalls(*grpc_transport::connect(relayAddress()));
+}
+
+INSTANTIATE_TEST_SUITE_P(First, RecordedConversation, ::testing::Values(testing::kFirstConversation));
+INSTANTIATE_TEST_SUITE_P(OfToday, RecordedConversation, ::testing::Values(testing::kConversation));
+
+}  // namespace
+}  // namespace agent::spf
