@@ -93,22 +93,35 @@ std::exception_ptr wrap(Error error, const std::exception_ptr& inner) {
   }
 }
 
+// The text of an exception ends at its first NUL, so that is shown by a character made for it.
+std::string withoutNul(const std::string& text) {
+  std::string shown;
+  for (const char c : text)
+    c == '\0' ? shown += kShownNul : shown += c;
+  return shown;
+}
+
 std::exception_ptr rebuildLevel(const ErrorLevel& level, const std::exception_ptr& inner) {
+  const std::string text = withoutNul(level.text);
   switch (level.kind) {
     case Kind::framework:
-      return wrap(FrameworkError(level.text), inner);
+      return wrap(FrameworkError(text), inner);
     case Kind::timeout:
-      return wrap(Timeout(level.text), inner);
+      return wrap(Timeout(text), inner);
     case Kind::terminated:
-      return wrap(Terminated(level.text), inner);
+      return wrap(Terminated(text), inner);
     case Kind::identified:
-      return wrap(RemoteException(level.component, level.name, level.text), inner);
+      return wrap(RemoteException(withoutNul(level.component), withoutNul(level.name), text), inner);
     case Kind::standard:
-      return wrap(std::runtime_error(level.text), inner);
+      return wrap(std::runtime_error(text), inner);
     case Kind::unknown:
       break;
   }
-  return wrap(UnknownRemoteError(level.text), inner);
+  return wrap(UnknownRemoteError(text), inner);
+}
+
+ErrorLevel leftOut(std::size_t levels) {
+  return {Kind::standard, "", "", "[" + std::to_string(levels) + " more levels were left out]"};
 }
 
 }  // namespace
@@ -117,7 +130,7 @@ ErrorChain flattenErrorChain(const std::exception_ptr& error, std::size_t maxByt
   ErrorChain chain;
   std::size_t room = maxBytes;
   std::exception_ptr current = error;
-  for (; current != nullptr && chain.size() < kMaxErrorLevels; current = nestedIn(current)) {
+  for (; current != nullptr && chain.size() <= kMaxErrorLevels; current = nestedIn(current)) {
     ErrorLevel level = levelOf(current);
     for (std::string* part : {&level.component, &level.name, &level.text}) {
       cutText(*part, room);
@@ -126,8 +139,7 @@ ErrorChain flattenErrorChain(const std::exception_ptr& error, std::size_t maxByt
     chain.push_back(std::move(level));
   }
   if (current != nullptr)
-    chain.push_back(
-        {Kind::standard, "", "", "[" + std::to_string(countLevels(current)) + " more levels were left out]"});
+    chain.back() = leftOut(countLevels(current) + 1);
   return chain;
 }
 
@@ -135,6 +147,10 @@ std::exception_ptr rebuildErrorChain(std::span<const ErrorLevel> chain) {
   if (chain.empty())
     return std::make_exception_ptr(FrameworkError("The service reported an error without saying which."));
   std::exception_ptr error;
+  if (chain.size() > kMaxErrorLevels + 1) {  // more than any flattened chain has, the mark included
+    error = rebuildLevel(leftOut(chain.size() - kMaxErrorLevels), nullptr);
+    chain = chain.first(kMaxErrorLevels);
+  }
   for (std::size_t i = chain.size(); i-- > 0;)
     error = rebuildLevel(chain[i], error);
   return error;

@@ -34,13 +34,17 @@ class UnknownRemoteError : public std::runtime_error {
 inline constexpr std::size_t kMaxErrorLevels = 1000;
 inline constexpr std::size_t kMaxErrorBytes = std::size_t{4} << 20;
 
+inline constexpr const char* kShownNul = "\xE2\x90\x80";  // U+2400, symbol for null
+
 // The levels of `error` and of what is nested in it. Empty for a null pointer. A level of an unknown type has the text
 // of a thrown string, else the name of its type. `maxBytes` is for receivers that cannot take kMaxErrorBytes.
 ErrorChain flattenErrorChain(const std::exception_ptr& error, std::size_t maxBytes = kMaxErrorBytes);
 
 // A chain of real nested exceptions: each level but the innermost also is a std::nested_exception. FrameworkError,
 // Timeout, Terminated, RemoteException for identified, std::runtime_error for standard, UnknownRemoteError.
-// An empty chain gives a FrameworkError that says so, never a null pointer.
+// An empty chain gives a FrameworkError that says so, never a null pointer. Levels past kMaxErrorLevels are left out,
+// with a mark: nested exceptions end by recursion, and a peer that sends millions must not end the process. A NUL, at
+// which the text of an exception would end, becomes kShownNul.
 std::exception_ptr rebuildErrorChain(std::span<const ErrorLevel> chain);
 
 // The outermost texts on one line each, as many as fit into `maxBytes`; what was left out is marked.

@@ -122,6 +122,29 @@ TEST(ErrorChain, DeepChainsAreCutWithAMark) {
   EXPECT_THAT(cut.back().text, HasSubstr("7 more levels were left out"));
 }
 
+TEST(ErrorChain, MarkOfAChainThatWasCutTravelsOn) {
+  const ErrorChain chain(kMaxErrorLevels + 7, levelOfKind(Kind::standard));
+  const ErrorChain cut = flattenErrorChain(rebuildErrorChain(chain));
+  EXPECT_EQ(flattenErrorChain(rebuildErrorChain(cut)), cut);
+}
+
+// A peer may send as many as fit into a frame; as nested exceptions they would end by recursion.
+TEST(ErrorChain, MillionsOfLevelsAreLeftOutBeforeTheyAreNested) {
+  const ErrorChain cut = flattenErrorChain(rebuildErrorChain(ErrorChain(2'000'000)));
+  ASSERT_THAT(cut, SizeIs(kMaxErrorLevels + 1));
+  EXPECT_THAT(cut.back().text, HasSubstr("[1999000 more levels were left out]"));
+}
+
+TEST(ErrorChain, NulInATextIsShownAndEndsNothing) {
+  for (const Kind kind : kKinds) {
+    ErrorLevel level = levelOfKind(kind);
+    level.text = std::string("a\0b", 3);
+    EXPECT_EQ(flattenErrorChain(rebuildErrorChain(ErrorChain{level})).at(0).text,
+              "a\xE2\x90\x80"
+              "b");
+  }
+}
+
 TEST(ErrorChain, SummaryHasTheTextsOnLinesAndMarksACut) {
   const ErrorChain chain{levelOfKind(Kind::framework), levelOfKind(Kind::identified)};
   EXPECT_EQ(summaryOf(chain, 1000), "text 3\ncomponent:Name: text 2");
