@@ -97,7 +97,7 @@ void ServerCore::acceptNext() {
   {
     const std::lock_guard lock(mutex_);
     ++streamCount_;
-    if (draining_)
+    if (closed_)
       return;
     std::erase_if(streams_, [](const auto& weak) { return weak.expired(); });
     streams_.push_back(stream);
@@ -105,10 +105,29 @@ void ServerCore::acceptNext() {
   stream->accept();
 }
 
-void ServerCore::gone() {
+bool ServerCore::isDraining() {
   const std::lock_guard lock(mutex_);
-  if (--streamCount_ == 0)
-    allGone_.notify_all();
+  return draining_;
+}
+
+void ServerCore::conversing() {
+  const std::lock_guard lock(mutex_);
+  ++conversingCount_;
+}
+
+void ServerCore::gone(bool wasConversing) {
+  const std::lock_guard lock(mutex_);
+  --streamCount_;
+  if (wasConversing)
+    --conversingCount_;
+  someGone_.notify_all();
+}
+
+// Until no call is left, or the grace time is over. The server still listens, for those who ask how it is.
+void ServerCore::drain(std::chrono::milliseconds grace) {
+  std::unique_lock lock(mutex_);
+  someGone_.wait_for(lock, grace, [this] { return conversingCount_ == 0; });
+  closed_ = true;
 }
 
 void ServerCore::shutDown(std::chrono::milliseconds grace) {
@@ -123,10 +142,11 @@ void ServerCore::shutDown(std::chrono::milliseconds grace) {
   for (const auto& weak : streams)
     if (const auto stream = weak.lock())
       stream->drain();
-  server_->Shutdown(std::chrono::system_clock::now() + grace);
+  drain(grace);
+  server_->Shutdown(std::chrono::system_clock::now());
   {
     std::unique_lock lock(mutex_);
-    allGone_.wait(lock, [this] { return streamCount_ == 0; });
+    someGone_.wait(lock, [this] { return streamCount_ == 0; });
   }
   queue_->Shutdown();
   workers_.join();

@@ -30,7 +30,8 @@ class ServerCore {
   ServerCore(const ServerCore&) = delete;
   ServerCore& operator=(const ServerCore&) = delete;
 
-  // Takes no more calls, lets those under way end within the grace time, cancels the rest and waits for the handlers.
+  // Drains: takes no more calls of the service, and lets those under way end within the grace time. Meanwhile health
+  // checks are answered with NOT_SERVING. Then cancels what is left and waits for the handlers.
   void shutDown(std::chrono::milliseconds grace);
   const std::string& address() const noexcept { return address_; }
 
@@ -39,7 +40,11 @@ class ServerCore {
   grpc::AsyncGenericService& generic() noexcept { return generic_; }
   grpc::ServerCompletionQueue* queue() noexcept { return queue_.get(); }
   void acceptNext();
-  void gone();
+  bool isDraining();
+  // A stream has been opened for calls of the service.
+  void conversing();
+  // A stream has ended, and whether it was such a one.
+  void gone(bool wasConversing);
   // Runs the task on a thread that may block; on this one if there is no other to be had.
   void runBlocking(const std::function<void()>& task);
   // Runs the task on the queue's thread, after it has handed the queue on. Once per completion, and only from there.
@@ -47,6 +52,7 @@ class ServerCore {
 
  private:
   void listen();
+  void drain(std::chrono::milliseconds grace);
   void serveQueue();
   bool handQueueOn();
 
@@ -59,10 +65,12 @@ class ServerCore {
   std::function<void()> deferred_;  // belongs to the thread that serves the queue
 
   std::mutex mutex_;
-  std::condition_variable allGone_;
+  std::condition_variable someGone_;
   std::vector<std::weak_ptr<ServerStream>> streams_;  // guarded by mutex_, as all below
   std::size_t streamCount_ = 0;
+  std::size_t conversingCount_ = 0;
   bool draining_ = false;
+  bool closed_ = false;
   bool shutDown_ = false;
 };
 

@@ -67,7 +67,7 @@ ServerStream::ServerStream(ServerCore& server)
 
 ServerStream::~ServerStream() {
   gate_.close();
-  server_.gone();
+  server_.gone(conversing_);
 }
 
 void ServerStream::dispose() {
@@ -102,14 +102,45 @@ void ServerStream::onAccepted(bool ok) {
 
 void ServerStream::opened() {
   server_.acceptNext();
+  const bool standard = openStandard();
+  conversing_ = context_->method() == kMethod;
+  if (conversing_)
+    server_.conversing();  // before the server can find it unused
   {
     const std::lock_guard lock(mutex_);
+    isStandard_ = standard;
     accepted_ = true;
   }
-  if (context_->method() != kMethod)
+  // The server's word, and not only this stream's: once one stream has been told, every later one has to say the same.
+  const bool draining = server_.isDraining();
+  if (!standard && !conversing_)
     return finish({grpc::StatusCode::UNIMPLEMENTED, "There is no method " + context_->method() + " here."});
+  if (conversing_ && draining)
+    return finish({grpc::StatusCode::UNAVAILABLE, "The service is shutting down."});
+  if (draining)
+    answer(&StandardCall::drain);
   readNext();
   finishIfUnused();
+}
+
+bool ServerStream::openStandard() {
+  const std::lock_guard lock(standardMutex_);
+  standard_ = openStandardCall(context_->method());
+  return standard_ != nullptr;
+}
+
+// Does nothing when this is no standard call. The lock keeps the answers to a message and to a drain in order.
+void ServerStream::answer(const std::function<StandardAnswer(StandardCall&)>& action) {
+  const std::lock_guard lock(standardMutex_);
+  if (standard_ == nullptr)
+    return;
+  const StandardAnswer answer = action(*standard_);
+  for (const std::string& message : answer.messages) {
+    const grpc::Slice slice(message);
+    sender_.enqueue(grpc::ByteBuffer(&slice, 1));
+  }
+  if (answer.status)
+    finish(*answer.status);
 }
 
 void ServerStream::drain() {
@@ -119,12 +150,35 @@ void ServerStream::drain() {
     if (!accepted_)
       return;
   }
+  answer(&StandardCall::drain);
   finishIfUnused();
 }
 
 ServerStream::CallPointer ServerStream::current() {
   const std::lock_guard lock(mutex_);
   return call_;
+}
+
+bool ServerStream::isStandard() {
+  const std::lock_guard lock(mutex_);
+  return isStandard_;
+}
+
+void ServerStream::takeStandardMessage(const grpc::ByteBuffer& message) {
+  std::vector<grpc::Slice> slices;
+  static_cast<void>(message.Dump(&slices));
+  std::string bytes;
+  for (const grpc::Slice& slice : slices)
+    bytes.append(slice.begin(), slice.end());
+  answer([&](StandardCall& call) { return call.receive(bytes); });
+  {
+    const std::lock_guard lock(mutex_);
+    reading_ = false;
+    if (finished_)
+      return;
+  }
+  // Not before the answer is out, or a client that never reads would fill the memory with answers.
+  sender_.whenIdle([self = shared_from_this()] { self->readNext(); });
 }
 
 // Reads on unless that would read too far ahead. Whoever makes room calls this again.
@@ -158,12 +212,15 @@ void ServerStream::endOfStream() {
         std::make_exception_ptr(Terminated("The call's stream was ended by its client before the request had.")));
     endRequest(*call);
   }
+  answer(&StandardCall::halfClosed);
   finishIfUnused();
 }
 
 void ServerStream::takeMessage() {
   grpc::ByteBuffer message;
   message.Swap(&incoming_);
+  if (isStandard())
+    return takeStandardMessage(message);
   try {
     receive(decodeFrame(message));
   } catch (const std::exception& e) {
@@ -279,7 +336,7 @@ void ServerStream::finishIfUnused() {
   grpc::Status status;
   {
     const std::lock_guard lock(mutex_);
-    if (call_ != nullptr || !(halfClosed_ || draining_))
+    if (isStandard_ || call_ != nullptr || !(halfClosed_ || draining_))
       return;
     status = halfClosed_ ? lastStatus_ : grpc::Status::OK;
   }

@@ -15,6 +15,7 @@
 #include "platform/spf/grpc/internal/FrameSender.h"
 #include "platform/spf/grpc/internal/OperationGate.h"
 #include "platform/spf/grpc/internal/SendBuffers.h"
+#include "platform/spf/grpc/internal/StandardCall.h"
 #include "platform/spf/grpc/internal/errorMessage.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -43,7 +44,7 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
 
   // Waits for a client to open it.
   void accept();
-  // The server takes no more calls: ends the stream when there is none on it.
+  // The server takes no more calls: ends the stream when there is none on it. One that is opened later asks the server.
   void drain();
 
  private:
@@ -58,6 +59,10 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   void dispose();
   bool write(const grpc::ByteBuffer& message);
   void opened();
+  bool openStandard();
+  bool isStandard();
+  void answer(const std::function<StandardAnswer(StandardCall&)>& action);
+  void takeStandardMessage(const grpc::ByteBuffer& message);
   void readNext();
   void takeMessage();
   void endOfStream();
@@ -75,6 +80,7 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   CallPointer current();
 
   ServerCore& server_;
+  bool conversing_ = false;  // carries calls of the service, and is counted; belongs to the queue's thread
   std::unique_ptr<grpc::GenericServerContext> context_;
   std::unique_ptr<grpc::GenericServerAsyncReaderWriter> stream_;
   grpc::ByteBuffer incoming_;  // belongs to the read under way
@@ -91,10 +97,14 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   CallPointer call_;  // guarded by mutex_, as all below
   grpc::Status lastStatus_;
   bool accepted_ = false;
+  bool isStandard_ = false;
   bool reading_ = false;
   bool halfClosed_ = false;
   bool draining_ = false;
   bool finished_ = false;
+
+  std::mutex standardMutex_;                // taken before mutex_
+  std::unique_ptr<StandardCall> standard_;  // guarded by standardMutex_; null for calls of the service
 };
 
 }  // namespace agent::spf::grpc_transport::internal
