@@ -14,8 +14,10 @@ namespace {
 using spf::transport::DeserializableData;
 using tova::factory::qxArrayProxy;
 
-// The item's own error says less than what broke the stream under it.
-[[noreturn]] void rethrowRootCause(const CallObservation& observation) {
+// The item's own error says less than what broke the stream under it, and hides an interrupt.
+[[noreturn]] void rethrowRootCause(const CallObservation& observation, unsigned long interruptsBefore) {
+  if (utInterruptState::thrownOnThisThread() != interruptsBefore)
+    throw Corvane::System::InterruptException();
   const std::exception_ptr failure = observation.streamFailure();
   if (failure != nullptr)
     std::rethrow_exception(failure);
@@ -35,31 +37,41 @@ Reply::Reply(std::string method, const spf::transport::OutputPayload& payload,
              std::shared_ptr<const CallObservation> observation, ErrorForm errors)
     : method_(std::move(method)),
       items_(payload.getDeserializableData()),
+      itemCount_(items_.size()),
       observation_(std::move(observation)),
       errors_(errors) {}
 
 void Reply::expectItems(std::size_t count, const std::string& description) const {
-  if (items_.size() == count)
+  if (itemCount_ == count)
     return;
-  throw Exception<MalformedReply>(method_, "it has " + std::to_string(items_.size()) + " items, not " +
+  throw Exception<MalformedReply>(method_, "it has " + std::to_string(itemCount_) + " items, not " +
                                                std::to_string(count) + " (" + description + ")");
 }
 
+// The stream stands somewhere inside the item then, so nothing that comes after it can be told apart any more.
+void Reply::giveUp(std::size_t number, unsigned long interruptsBefore) {
+  items_.clear();
+  try {
+    rethrowRootCause(*observation_, interruptsBefore);
+  } catch (const Corvane::System::InterruptException&) {
+    throw;
+  } catch (...) {
+    std::throw_with_nested(Exception<ReplyItemFailed>(number, itemCount_, method_));
+  }
+}
+
 qxArrayProxy Reply::take(const Operation& operation) {
-  if (taken_ == items_.size())
-    throw Exception<MalformedReply>(method_, "it ends after " + std::to_string(items_.size()) + " items");
+  if (taken_ == itemCount_)
+    throw Exception<MalformedReply>(method_, "it ends after " + std::to_string(itemCount_) + " items");
   const std::size_t number = ++taken_;
+  if (items_.empty())
+    throw Exception<ReplyLost>(method_);
+  const unsigned long interrupts = utInterruptState::thrownOnThisThread();
   try {
     try {
       return operation(*items_[number - 1]);
-    } catch (const Corvane::System::InterruptException&) {
-      throw;
     } catch (...) {
-      try {
-        rethrowRootCause(*observation_);
-      } catch (...) {
-        std::throw_with_nested(Exception<ReplyItemFailed>(number, items_.size(), method_));
-      }
+      giveUp(number, interrupts);
     }
   } catch (...) {
     rethrowInForm(errors_);

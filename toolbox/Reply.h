@@ -4,7 +4,8 @@
 // error or, at worst, other bytes than were meant.
 //
 // Errors:  `ReplyItemFailed` on top of what went wrong, in the form that the caller chose; an item past
-//          the last is a `MalformedReply`. After an error the rest of the reply is lost.
+//          the last is a `MalformedReply`. A user interrupt passes as itself. After either the rest of the reply is
+//          given up, which cancels a call that is still under way, and each further taking is a `ReplyLost`.
 // Threads: one at a time, and no other item of the same call at once.
 #pragma once
 
@@ -26,7 +27,7 @@ class Reply {
   Reply(std::string method, const spf::transport::OutputPayload& payload,
         std::shared_ptr<const CallObservation> observation, ErrorForm errors = ErrorForm::OneMessage);
 
-  std::size_t itemCount() const noexcept { return items_.size(); }
+  std::size_t itemCount() const noexcept { return itemCount_; }
   std::size_t itemsTaken() const noexcept { return taken_; }
 
   // `MalformedReply` unless the reply has just so many items; `description` says what they are to be.
@@ -41,11 +42,13 @@ class Reply {
   void takeFile(const std::string& path);
 
  private:
+  [[noreturn]] void giveUp(std::size_t number, unsigned long interruptsBefore);
   using Operation = std::function<tova::factory::qxArrayProxy(spf::transport::DeserializableData&)>;
   tova::factory::qxArrayProxy take(const Operation& operation);
 
   std::string method_;
-  std::vector<std::shared_ptr<spf::transport::DeserializableData>> items_;
+  std::vector<std::shared_ptr<spf::transport::DeserializableData>> items_;  // none once the reply is lost
+  std::size_t itemCount_;
   std::shared_ptr<const CallObservation> observation_;
   ErrorForm errors_;
   std::size_t taken_ = 0;

@@ -9,6 +9,7 @@
 #include <numeric>
 
 #include "platform/errors/IException.h"
+#include "platform/interrupt/XExceptionTester.h"
 #include "platform/interrupt/interpreterContext.h"
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/core/errors.h"
@@ -230,6 +231,41 @@ TEST(SchedulerClientOfOddServices, BreakInMidReplyIsTheCauseOfTheItemsError) {
   const std::string message = messageOf([&] { reply.takePlain(); });
   EXPECT_THAT(message, HasSubstr("Item 1 of 1 of the reply to any could not be received"));
   EXPECT_THAT(message, HasSubstr("the other half is gone"));
+}
+
+TEST(SchedulerClientOfOddServices, InterruptInMidItemPassesAsItselfAndEndsTheCall) {
+  std::promise<void> cancelled;
+  const Connection connection = connectionTo([&](ServerCall& call) {
+    call.reply().write("\0\0\0\0\1\0\5half", 11).flush();
+    std::promise<void> givenUp;  // the other half never comes
+    call.onCancel([&] { givenUp.set_value(); });
+    givenUp.get_future().wait();
+    cancelled.set_value();
+  });
+  Reply reply = SchedulerClient(connection).call("any", {});
+  const foundation::usm::InterpreterContext context;
+  utInterruptState::request();
+  EXPECT_THROW(reply.takePlain(), Corvane::System::InterruptException);
+  EXPECT_FALSE(utInterruptState::isPending());
+  // Though the reply lives on.
+  EXPECT_EQ(cancelled.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+}
+
+TEST(SchedulerClientOfOddServices, InterruptBetweenThePiecesOfAnItemPassesAsItself) {
+  const Connection connection = connectionTo([](ServerCall& call) { call.reply().write("\0\0\0\0\1\0\5whole", 12); });
+  Reply reply = SchedulerClient(connection).call("any", {});
+  const xtester::ArmedTester pressed("SPFByteStreamAdaptor::ctrl_c");
+  const foundation::usm::InterpreterContext context;
+  EXPECT_THROW(reply.takePlain(), Corvane::System::InterruptException);
+}
+
+TEST(SchedulerClientOfOddServices, AfterAnItemThatFailedTheRestOfTheReplyIsLost) {
+  const Connection connection =
+      connectionTo([](ServerCall& call) { call.reply().write("\0\0\0\0\2\0\4none\0\0\0\1x\0\0", 18); });
+  Reply reply = SchedulerClient(connection).call("any", {});
+  EXPECT_THAT(messageOf([&] { reply.takeArray(); }), HasSubstr("Item 1 of 2"));
+  EXPECT_THAT(messageOf([&] { reply.takePlain(); }), HasSubstr("The rest of the reply to any is lost"));
+  EXPECT_THAT(messageOf([&] { reply.takePlain(); }), HasSubstr("ends after 2 items"));
 }
 
 TEST(SchedulerClientOfOddServices, WrongNumberOfItemsIsAMalformedReply) {

@@ -12,6 +12,8 @@ using Source = std::function<bool()>;
 std::atomic<bool> pending{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "request() is called from signal handlers");
 
+thread_local unsigned long thrown = 0;
+
 struct SourceSlot {
   std::mutex mutex;
   std::shared_ptr<const Source> source;  // guarded by mutex
@@ -36,8 +38,14 @@ bool askSource() {
 
 void utInterruptState::ThrowIfInterruptPending() {
   const bool asked = askSource();
-  if (pending.exchange(false) || asked)
-    throw Corvane::System::InterruptException();
+  if (!pending.exchange(false) && !asked)
+    return;
+  ++thrown;
+  throw Corvane::System::InterruptException();
+}
+
+unsigned long utInterruptState::thrownOnThisThread() noexcept {
+  return thrown;
 }
 
 void utInterruptState::request() noexcept {

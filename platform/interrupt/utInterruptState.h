@@ -23,6 +23,10 @@ class utInterruptState {
   // request ends one operation. Asks the source first.
   static void ThrowIfInterruptPending();
 
+  // How many interrupts the calling thread has been given so far. Who calls code that turns every exception into its
+  // own compares before and after.
+  static unsigned long thrownOnThisThread() noexcept;
+
   static void request() noexcept;
   static bool isPending() noexcept;
   static void clear() noexcept;

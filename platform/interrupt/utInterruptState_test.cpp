@@ -33,6 +33,21 @@ TEST_F(InterruptState, OneRequestEndsOneOperation) {
   EXPECT_NO_THROW(utInterruptState::ThrowIfInterruptPending());
 }
 
+TEST_F(InterruptState, InterruptsAreCountedForTheThreadThatGotThem) {
+  const unsigned long before = utInterruptState::thrownOnThisThread();
+  utInterruptState::ThrowIfInterruptPending();
+  EXPECT_EQ(utInterruptState::thrownOnThisThread(), before);
+  utInterruptState::request();
+  EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), InterruptException);
+  EXPECT_EQ(utInterruptState::thrownOnThisThread(), before + 1);
+  std::thread([] {
+    utInterruptState::request();
+    EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), InterruptException);
+    EXPECT_EQ(utInterruptState::thrownOnThisThread(), 1U);
+  }).join();
+  EXPECT_EQ(utInterruptState::thrownOnThisThread(), before + 1);
+}
+
 TEST_F(InterruptState, ClearedRequestDoesNotThrow) {
   utInterruptState::request();
   utInterruptState::clear();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <system_error>
 #include <utility>
@@ -12,6 +13,7 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/files/nativePath.h"
+#include "platform/interrupt/utInterruptState.h"
 #include "transport/streams/ByteVectorByteStream.h"
 
 namespace zks::bridge {
@@ -85,9 +87,18 @@ void OrderedReply::bufferNext() {
   states_[index].buffered = std::make_shared<Data>(std::make_shared<ByteVectorByteStream>(file.contents()));
 }
 
+// Whoever has the lock may be waiting for the service.
+std::unique_lock<std::timed_mutex> OrderedReply::lockInterruptibly() {
+  constexpr std::chrono::milliseconds kPollInterval{50};
+  std::unique_lock lock(mutex_, std::defer_lock);
+  while (!lock.try_lock_for(kPollInterval))
+    utInterruptState::ThrowIfInterruptPending();
+  return lock;
+}
+
 qxArrayPtr OrderedReply::takeLocked(std::size_t index, const std::function<Proxy(Reply&)>& fromReply,
                                     const std::function<Proxy(Data&)>& fromBuffer) {
-  const std::lock_guard lock(mutex_);
+  const auto lock = lockInterruptibly();
   Item& item = states_.at(index);
   if (item.taken)
     throw Exception<parallel::python::ItemAlreadyRead>(first_ + index + 1);

@@ -4,7 +4,7 @@
 // they are, to be taken later. Each item is taken once.
 //
 // Errors:  `ItemAlreadyRead`; `ZKSUnreachable` after abandon(); as toolbox::Reply, causes nested.
-// Threads: any; one at a time takes, others wait. Without the interpreter's lock.
+// Threads: any; one at a time takes, others wait, until an interrupt at most. Without the interpreter's lock.
 #pragma once
 
 #include <atomic>
@@ -47,6 +47,7 @@ class OrderedReply {
 
   qxArrayPtr take(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
                   const std::function<Proxy(Data&)>& fromBuffer);
+  std::unique_lock<std::timed_mutex> lockInterruptibly();
   qxArrayPtr takeLocked(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
                         const std::function<Proxy(Data&)>& fromBuffer);
   void bufferNext();
@@ -55,7 +56,7 @@ class OrderedReply {
 
   const std::size_t first_;  // how many of the call's items had been taken before
   std::atomic<bool> abandoned_{false};
-  std::mutex mutex_;
+  std::timed_mutex mutex_;
   std::optional<parallel::toolbox::Reply> reply_;  // guarded by mutex_; nothing once it is abandoned
   std::vector<Item> states_;                       // the items guarded by mutex_
   Counted counted_{counters().replies};

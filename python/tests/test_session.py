@@ -2,11 +2,15 @@
 
 import asyncio
 import concurrent.futures
+import contextlib
 import math
 import os
+import pathlib
 import signal
 import socket
+import sys
 import threading
+import time
 
 import hypothesis
 import numpy
@@ -461,6 +465,85 @@ def test_a_handler_that_raises_nothing_stops_nothing(session):
         signal.signal(signal.SIGUSR1, earlier)
     assert result.stdout == b"done\n"
     assert heard == [signal.SIGUSR1]
+
+
+@pytest.fixture
+def stalling(tmp_path):
+    """A session whose service stops dead when it is told to: a reply comes no further than it has come then."""
+    process, address = start_daemon(tmp_path)
+    with zks.connect(address) as opened:
+        yield opened, lambda: process.send_signal(signal.SIGSTOP), lambda: process.send_signal(signal.SIGCONT)
+        process.send_signal(signal.SIGCONT)
+    stop_daemon(process)
+
+
+def main_thread_sleeps_in(function):
+    """Whether the main thread has come to that Python function and waits there."""
+    frame = sys._current_frames()[threading.main_thread().ident]
+    state = pathlib.Path(f"/proc/self/task/{os.getpid()}/stat").read_text().rpartition(")")[2].split()[0]
+    return state == "S" and frame.f_code.co_name == function
+
+
+def wait_until(condition):
+    end = time.monotonic() + 60
+    while not condition():
+        assert time.monotonic() < end, "it never came"
+        threading.Event().wait(0.01)
+
+
+@contextlib.contextmanager
+def pressing_ctrl_c_when(condition):
+    def press():
+        wait_until(condition)
+        os.kill(os.getpid(), signal.SIGINT)
+
+    thread = threading.Thread(target=press)
+    thread.start()
+    try:
+        yield
+    finally:
+        thread.join(60)
+
+
+LARGE = numpy.zeros(32 << 20, "uint8")
+
+DOWNLOADS = {
+    "array": (zks.array, lambda items, directory: items[0].array()),
+    "bytes": (zks.plain, lambda items, directory: items[0].bytes()),
+    "file": (zks.plain, lambda items, directory: items[0].save(directory / "received")),
+    "item out of turn": (zks.plain, lambda items, directory: items[1].bytes()),
+}
+
+
+@pytest.mark.parametrize("kind, read", DOWNLOADS.values(), ids=DOWNLOADS)
+def test_ctrl_c_ends_a_download_and_the_session_goes_on(kind, read, stalling, tmp_path):
+    session, stall, go_on = stalling
+    items = session.echo(kind(LARGE), b"after it")
+    stall()
+    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("_take")), pytest.raises(KeyboardInterrupt):
+        read(items, tmp_path)
+    for item, identifier in zip(items, ("parallel:python:ItemAlreadyRead", "parallel:toolbox:ReplyLost")):
+        with pytest.raises(zks.Error) as caught:
+            item.bytes()
+        assert caught.value.identifier == identifier
+    go_on()
+    assert session.echo(b"next")[0].bytes() == b"next"
+
+
+def test_ctrl_c_ends_the_wait_for_another_thread_s_download(stalling):
+    session, stall, go_on = stalling
+    items = session.echo(zks.plain(LARGE), b"after it")
+    stall()
+    received = []
+    thread = threading.Thread(target=lambda: received.append(items[0].bytes()))
+    thread.start()
+    wait_until(lambda: sys._current_frames()[thread.ident].f_code.co_name == "_take")
+    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("_take")), pytest.raises(KeyboardInterrupt):
+        items[1].bytes()
+    go_on()
+    thread.join(60)
+    assert len(received[0]) == LARGE.size
+    assert items[1].bytes() == b"after it"
 
 
 # --- Fork ---

@@ -3,6 +3,8 @@
 #include <stop_token>
 #include <thread>
 
+#include "platform/interrupt/interpreterContext.h"
+#include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/grpc/TransportsTest.h"
 
 namespace agent::spf {
@@ -58,6 +60,26 @@ TEST_P(TransportsFlow, SixtyFourCallsAtOnceAllEndWell) {
     futures.push_back(core::testing::start(client(), "meet", sourceOf(patternOf(1000 * i, i))));
   for (std::size_t i = 0; i < 64; ++i)
     EXPECT_TRUE(readAll(*await(futures[i])->getImportedIstream()) == patternOf(1000 * i, i)) << i;
+}
+
+TEST_P(TransportsFlow, InterruptEndsTheWaitForTheRestOfAReply) {
+  std::promise<void> cancelled;
+  serve("stall", [&](ServerCall& call) {
+    std::promise<void> told;
+    call.onCancel([&] { told.set_value(); });
+    call.reply().write("first", 5).flush();
+    awaitEvent(told);
+    cancelled.set_value();
+  });
+  auto reply = openReply(client(), "stall", sourceOf(""));
+  char first[5];
+  reply->read(first, 5);
+  EXPECT_EQ(reply->gcount(), 5);
+  const foundation::usm::InterpreterContext context;
+  utInterruptState::request();
+  EXPECT_THROW(reply->get(), Corvane::System::InterruptException);
+  reply = nullptr;
+  awaitEvent(cancelled);
 }
 
 TEST_P(TransportsFlow, ThreadsThatCallOverAndOverGetTheirOwnReplies) {

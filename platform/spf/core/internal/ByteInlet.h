@@ -12,7 +12,8 @@ class ByteInlet {
  public:
   virtual ~ByteInlet() = default;
 
-  // The next bytes, valid until the next call of next() or close(); waits for them. Empty at the end, and only there.
+  // The next bytes, valid until the next call of next() or close(); waits for them, on an interpreter thread until the
+  // user interrupts at most. Empty at the end, and only there.
   // Throws what ended the transfer, after the bytes that came before it; once thrown, each further call throws it
   // again.
   virtual std::span<const char> next() = 0;

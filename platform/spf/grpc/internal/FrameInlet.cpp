@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/interrupt/waitInterruptibly.h"
 #include "platform/spf/core/errors.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -66,7 +67,7 @@ std::exception_ptr FrameInlet::failure() const {
 // Makes the next frame the current one; false at the end.
 bool FrameInlet::takeFrame() {
   std::unique_lock lock(mutex_);
-  arrived_.wait(lock, [this] { return !frames_.empty() || ended_ || failure_ != nullptr; });
+  waitInterruptibly(arrived_, lock, [this] { return !frames_.empty() || ended_ || failure_ != nullptr; });
   if (frames_.empty()) {
     if (failure_ != nullptr)
       std::rethrow_exception(failure_);

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/interrupt/waitInterruptibly.h"
+
 namespace agent::spf::inprocess::internal {
 
 void RendezvousPipe::announce(long size) {
@@ -41,7 +43,8 @@ void RendezvousPipe::fail(std::exception_ptr error) {
 // Copies under the mutex: only there is the writer sure to stay.
 std::size_t RendezvousPipe::read(std::span<char> to) {
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return !lent_.empty() || ended_ || failure_ != nullptr || brokenReader_ != nullptr; });
+  waitInterruptibly(changed_, lock,
+                    [this] { return !lent_.empty() || ended_ || failure_ != nullptr || brokenReader_ != nullptr; });
   if (brokenReader_ != nullptr && !ended_)
     std::rethrow_exception(brokenReader_);
   if (!lent_.empty()) {
