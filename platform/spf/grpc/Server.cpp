@@ -6,19 +6,9 @@
 
 namespace agent::spf::grpc_transport {
 
-class Server::Impl {
+class Server::Impl : public internal::ServerCore {
  public:
-  Impl(std::shared_ptr<const core::Service> service, const ServerOptions& options)
-      : core_(std::move(service), options.address), grace_(options.grace) {}
-  ~Impl() { core_.shutDown(grace_); }
-  Impl(const Impl&) = delete;
-  Impl& operator=(const Impl&) = delete;
-
-  const std::string& address() const noexcept { return core_.address(); }
-
- private:
-  internal::ServerCore core_;
-  std::chrono::milliseconds grace_;
+  using ServerCore::ServerCore;
 };
 
 Server::Server(std::shared_ptr<const core::Service> service, const ServerOptions& options)

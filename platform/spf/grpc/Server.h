@@ -15,6 +15,12 @@ struct ServerOptions {
   std::string address;
   // How long shutdown lets calls under way finish before it cancels them.
   std::chrono::milliseconds grace{0};
+  // A client that has been silent for the interval is asked for a sign of life, and its calls are cancelled when there
+  // is none within the timeout.
+  std::chrono::milliseconds keepaliveInterval{60'000};
+  std::chrono::milliseconds keepaliveTimeout{20'000};
+  // A request may pause for so long; then the handler that reads it gets Timeout. Zero: for ever.
+  std::chrono::milliseconds idleTimeout{600'000};
 };
 
 class Server {

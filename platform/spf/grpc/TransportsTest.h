@@ -66,12 +66,9 @@ class Transports : public ::testing::TestWithParam<std::string> {
       client_ = inprocess::connectInProcess(service_);
       return;
     }
-    grpc_transport::ServerOptions options;
-    options.address = GetParam() == "unix" ? directory_.address() : "127.0.0.1:0";
-    server_ = std::make_unique<grpc_transport::Server>(service_, options);
-    grpc_transport::ConnectOptions connectOptions;
-    connectOptions.onDisconnect = onDisconnect_;
-    client_ = grpc_transport::connect(server_->address(), connectOptions);
+    serverOptions_.address = GetParam() == "unix" ? directory_.address() : "127.0.0.1:0";
+    server_ = std::make_unique<grpc_transport::Server>(service_, serverOptions_);
+    client_ = grpc_transport::connect(server_->address(), connectOptions_);
   }
 
   // Serves one method and connects.
@@ -87,7 +84,10 @@ class Transports : public ::testing::TestWithParam<std::string> {
   std::shared_ptr<core::Invokable> takeClient() { return std::exchange(client_, nullptr); }
   void stopServer() { server_ = nullptr; }
   const std::string& address() const { return server_->address(); }
-  void setOnDisconnect(std::function<void()> callback) { onDisconnect_ = std::move(callback); }
+  void setOnDisconnect(std::function<void()> callback) { connectOptions_.onDisconnect = std::move(callback); }
+  // Before connect(); of the transports that have any.
+  grpc_transport::ConnectOptions& connectOptions() { return connectOptions_; }
+  grpc_transport::ServerOptions& serverOptions() { return serverOptions_; }
 
   void TearDown() override {
     client_ = nullptr;
@@ -98,7 +98,8 @@ class Transports : public ::testing::TestWithParam<std::string> {
   TemporaryDirectory directory_;
   std::shared_ptr<core::Service> service_ = std::make_shared<core::Service>();
   std::shared_ptr<Probe> probe_ = std::make_shared<Probe>();
-  std::function<void()> onDisconnect_;
+  grpc_transport::ServerOptions serverOptions_;
+  grpc_transport::ConnectOptions connectOptions_;
   std::unique_ptr<grpc_transport::Server> server_;
   std::shared_ptr<core::Invokable> client_;
 };

@@ -1,17 +1,22 @@
 #include "platform/spf/grpc/connect.h"
 
 #include <grpcpp/create_channel.h>
+#include <grpcpp/create_channel_posix.h>
 #include <grpcpp/security/credentials.h>
 #include <grpcpp/support/channel_arguments.h>
 
 #include <algorithm>
 #include <climits>
+#include <future>
+#include <system_error>
 #include <utility>
 
 #include "platform/spf/core/Closable.h"
 #include "platform/spf/core/errors.h"
+#include "platform/spf/core/promiseCompletingHandler.h"
 #include "platform/spf/grpc/internal/ClientConnection.h"
 #include "platform/spf/grpc/internal/address.h"
+#include "platform/spf/grpc/internal/grpcTime.h"
 #include "platform/spf/grpc/internal/keepGrpcRunning.h"
 
 namespace agent::spf::grpc_transport {
@@ -22,9 +27,6 @@ using internal::ClientCall;
 using internal::ClientConnection;
 
 constexpr std::chrono::milliseconds kPollInterval{50};
-
-// Some three weeks: gRPC counts milliseconds in an int.
-constexpr std::chrono::milliseconds kLongestTimeout{2'000'000'000};
 
 // How much longer than ours gRPC's own wait for a connection is, so that ours is the one that tells.
 constexpr std::chrono::milliseconds kAttemptMargin{100};
@@ -52,8 +54,7 @@ class Connection : public core::Invokable, public core::Closable {
 // An attempt goes on without its channel: it has to end by itself soon after we have given it up, with its socket. What
 // bounds it are the pauses between attempts, of which there is never a second one here.
 void boundAttempt(grpc::ChannelArguments& arguments, std::chrono::milliseconds timeout) {
-  const auto bound = std::min(timeout, kLongestTimeout) + kAttemptMargin;
-  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, static_cast<int>(bound.count()));
+  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, internal::millisecondsForGrpc(timeout + kAttemptMargin));
   arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, static_cast<int>(kAttemptMargin.count()));
 }
 
@@ -67,29 +68,86 @@ grpc::ChannelArguments channelArguments(const std::string& address, const Connec
   arguments.SetInt(GRPC_ARG_CLIENT_IDLE_TIMEOUT_MS, INT_MAX);
   arguments.SetMaxReceiveMessageSize(static_cast<int>(internal::kMaxFrameBytes));
   arguments.SetMaxSendMessageSize(-1);
-  if (!internal::isUnixAddress(address)) {
-    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, 20'000);
-    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 10'000);
+  if (!internal::isUnixAddress(address)) {  // there a LifeCheck does this
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, internal::millisecondsForGrpc(options.keepaliveInterval));
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, internal::millisecondsForGrpc(options.keepaliveTimeout));
     arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
   }
   return arguments;
 }
 
-void waitUntilReady(grpc::Channel& channel, const std::string& address, const ConnectOptions& options) {
-  const auto deadline = std::chrono::system_clock::now() + std::min(options.connectTimeout, kLongestTimeout);
+using Deadline = std::chrono::system_clock::time_point;
+
+[[noreturn]] void throwTimeout(const std::string& address, const ConnectOptions& options) {
+  throw Timeout("No connection to " + address + ": it did not answer within " +
+                std::to_string(options.connectTimeout.count()) + " ms.");
+}
+
+[[noreturn]] void throwUnreachable(const std::string& address) {
+  throw FrameworkError("No connection to " + address + ": " + internal::whyUnreachable(address) + ".");
+}
+
+// Until when to wait before the caller is asked whether it still wants to.
+Deadline nextStep(Deadline deadline) {
+  return std::min(std::chrono::system_clock::now() + kPollInterval, deadline);
+}
+
+void waitUntilReady(grpc::Channel& channel, const std::string& address, const ConnectOptions& options,
+                    Deadline deadline) {
   grpc_connectivity_state state = channel.GetState(true);
   while (state != GRPC_CHANNEL_READY) {
     if (state == GRPC_CHANNEL_TRANSIENT_FAILURE || state == GRPC_CHANNEL_SHUTDOWN)
-      throw FrameworkError("No connection to " + address + ": " + internal::whyUnreachable(address) + ".");
-    const auto now = std::chrono::system_clock::now();
-    if (now >= deadline)
-      throw Timeout("No connection to " + address + ": it did not answer within " +
-                    std::to_string(options.connectTimeout.count()) + " ms.");
-    channel.WaitForStateChange(state, std::min(now + kPollInterval, deadline));
+      throwUnreachable(address);
+    if (std::chrono::system_clock::now() >= deadline)
+      throwTimeout(address, options);
+    channel.WaitForStateChange(state, nextStep(deadline));
     if (options.poll)
       options.poll();
     state = channel.GetState(true);
   }
+}
+
+std::unique_ptr<internal::UnixSocket> connectSocket(const std::string& address, const ConnectOptions& options,
+                                                    Deadline deadline) {
+  try {
+    return std::make_unique<internal::UnixSocket>(internal::unixPath(address), deadline, options.poll);
+  } catch (const std::system_error& e) {
+    if (e.code() == std::errc::timed_out)
+      throwTimeout(address, options);
+    throwUnreachable(address);
+  }
+}
+
+// Whoever listens at a socket file may be frozen, or speak something else.
+void waitForLife(ClientConnection& connection, const ConnectOptions& options, Deadline deadline) {
+  const auto answer = std::make_shared<std::promise<void>>();
+  std::future<void> answered = answer->get_future();
+  connection.askForLife(core::promiseCompletingHandler<void>(answer));
+  while (answered.wait_until(nextStep(deadline)) != std::future_status::ready) {
+    if (std::chrono::system_clock::now() >= deadline)
+      throwTimeout(connection.address(), options);
+    if (options.poll)
+      options.poll();
+  }
+  if (connection.hasSeenLife())
+    return;
+  try {
+    answered.get();
+  } catch (const Terminated&) {
+    throwUnreachable(connection.address());
+  }
+}
+
+std::shared_ptr<Connection> connectToSocketFile(const std::string& address, const ConnectOptions& options,
+                                                Deadline deadline) {
+  auto socket = connectSocket(address, options, deadline);
+  auto channel =
+      grpc::CreateCustomInsecureChannelFromFd("localhost", socket->share(), channelArguments(address, options));
+  auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options, std::move(socket));
+  connection->start();
+  auto handle = std::make_shared<Connection>(connection);
+  waitForLife(*connection, options, deadline);
+  return handle;
 }
 
 }  // namespace
@@ -97,10 +155,13 @@ void waitUntilReady(grpc::Channel& channel, const std::string& address, const Co
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options) {
   internal::checkAddress(address);
   internal::keepGrpcRunning();
+  const Deadline deadline = std::chrono::system_clock::now() + std::min(options.connectTimeout, internal::kLongestTime);
+  if (internal::isUnixAddress(address))
+    return connectToSocketFile(address, options, deadline);
   auto channel =
       grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address, options));
-  waitUntilReady(*channel, address, options);
-  auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options.onDisconnect);
+  waitUntilReady(*channel, address, options, deadline);
+  auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options);
   connection->start();
   return std::make_shared<Connection>(std::move(connection));
 }

@@ -12,6 +12,13 @@ namespace agent::spf::grpc_transport {
 
 struct ConnectOptions {
   std::chrono::milliseconds connectTimeout{10'000};
+  // A service that has been silent for the interval is asked for a sign of life, and is given up when there is none
+  // within the timeout: the calls under way get Timeout.
+  std::chrono::milliseconds keepaliveInterval{20'000};
+  std::chrono::milliseconds keepaliveTimeout{10'000};
+  // A reply that has begun may pause for so long; then its reader gets Timeout and the call is cancelled. A wait for
+  // the reply's beginning has no limit. Zero: neither has this.
+  std::chrono::milliseconds idleTimeout{600'000};
   // Asked about every 50 ms while waiting for the connection; may throw to give up (an interrupt).
   std::function<void()> poll;
   // Runs once, on a thread of the framework, when the connection is found dead. May be empty.

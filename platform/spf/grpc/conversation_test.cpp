@@ -128,7 +128,7 @@ class RawServer : private grpc::Service {
  public:
   using Converse = std::function<void(RawServerStream&)>;
 
-  RawServer(const std::string& address, Converse converse) : converse_(std::move(converse)) {
+  explicit RawServer(Converse converse) : converse_(std::move(converse)) {
     const auto serve = [](RawServer* self, grpc::ServerContext*, RawServerStream* stream) {
       self->converse_(*stream);
       return grpc::Status::OK;
@@ -137,16 +137,21 @@ class RawServer : private grpc::Service {
         kMethod, grpc::internal::RpcMethod::BIDI_STREAMING,
         new grpc::internal::BidiStreamingHandler<RawServer, grpc::ByteBuffer, grpc::ByteBuffer>(serve, this)));
     grpc::ServerBuilder builder;
-    builder.AddListeningPort(address, grpc::InsecureServerCredentials());
+    int port = 0;
+    builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
     builder.RegisterService(this);
     server_ = builder.BuildAndStart();
+    address_ = "127.0.0.1:" + std::to_string(port);
   }
   ~RawServer() override { server_->Shutdown(std::chrono::system_clock::now()); }
   RawServer(const RawServer&) = delete;
   RawServer& operator=(const RawServer&) = delete;
 
+  const std::string& address() const noexcept { return address_; }
+
  private:
   const Converse converse_;
+  std::string address_;
   std::unique_ptr<grpc::Server> server_;
 };
 
@@ -168,14 +173,11 @@ class RawClient {
 
 class Conversation : public ::testing::Test {
  protected:
-  std::string serviceAddress() const { return serviceDirectory_.address(); }
-  std::string relayAddress() const { return relayDirectory_.address(); }
-
-  grpc_transport::Server serve() const { return {makeService(), {serviceAddress(), {}}}; }
+  const std::string& serviceAddress() const { return service_.address(); }
 
  private:
-  TemporaryDirectory serviceDirectory_;
-  TemporaryDirectory relayDirectory_;
+  const TemporaryDirectory directory_;
+  const grpc_transport::Server service_{makeService(), {directory_.address(), {}}};
 };
 
 // Passes transfers on, one after another, and writes them down. Ends with the client's stream.
@@ -197,10 +199,9 @@ void relay(RawServerStream& from, const std::string& address, std::string& recor
 }
 
 TEST_F(Conversation, OfTodayIsTheRecordedOne) {
-  const auto server = serve();
   std::string record = "\n";
-  const RawServer relaying(relayAddress(), [&](RawServerStream& stream) { relay(stream, serviceAddress(), record); });
-  makeCalls(*grpc_transport::connect(relayAddress()));
+  const RawServer relaying([&](RawServerStream& stream) { relay(stream, serviceAddress(), record); });
+  makeCalls(*grpc_transport::connect(relaying.address()));
   EXPECT_EQ(record, testing::kConversation);
 }
 
@@ -208,7 +209,6 @@ class RecordedConversation : public Conversation, public ::testing::WithParamInt
 
 // Not one byte more than the peer of the recording knows of.
 TEST_P(RecordedConversation, IsAnsweredByTheServiceOfTodayAsItWas) {
-  const auto server = serve();
   RawClient client(serviceAddress());
   for (const Line& line : linesOf(GetParam())) {
     if (line.direction == '>') {
@@ -234,9 +234,8 @@ void replayReplies(RawServerStream& stream, const std::vector<Line>& lines) {
 }
 
 TEST_P(RecordedConversation, IsUnderstoodByTheClientOfToday) {
-  const RawServer server(relayAddress(),
-                         [lines = linesOf(GetParam())](RawServerStream& stream) { replayReplies(stream, lines); });
-  makeCalls(*grpc_transport::connect(relayAddress()));
+  const RawServer server([lines = linesOf(GetParam())](RawServerStream& stream) { replayReplies(stream, lines); });
+  makeCalls(*grpc_transport::connect(server.address()));
 }
 
 INSTANTIATE_TEST_SUITE_P(First, RecordedConversation, ::testing::Values(testing::kFirstConversation));

@@ -18,18 +18,64 @@ constexpr std::size_t kFreeStreams = 32;
 }  // namespace
 
 ClientConnection::ClientConnection(std::shared_ptr<grpc::Channel> channel, std::string address,
-                                   std::function<void()> onDisconnect)
+                                   const ConnectOptions& options, std::unique_ptr<UnixSocket> socket)
     : channel_(std::move(channel)),
       address_(std::move(address)),
+      socket_(std::move(socket)),
+      options_(options),
       stub_(channel_),
-      onDisconnect_(std::move(onDisconnect)) {}
+      onDisconnect_(options.onDisconnect) {
+  options_.poll = nullptr;  // what callbacks hold is not to live as long as this
+  options_.onDisconnect = nullptr;
+}
 
 void ClientConnection::start() {
   queueThread_ = std::thread([self = shared_from_this()] {
     while (serveCompletion(self->queue_)) {
     }
   });
+  if (socket_ != nullptr)
+    startLifeCheck();
   newStream(&ClientStream::openAsWatch);
+}
+
+void ClientConnection::startLifeCheck() {
+  LifeCheck::Options check;
+  check.interval = options_.keepaliveInterval;
+  check.timeout = options_.keepaliveTimeout;
+  check.ask = [self = weak_from_this()] {
+    if (const auto connection = self.lock())
+      connection->askForLife({});
+  };
+  check.lost = [self = weak_from_this()] {
+    const auto connection = self.lock();
+    if (connection == nullptr)
+      return;
+    connection->lost(connection->silence(""));
+    connection->abortStreams(connection->silence(" during a call"));
+    connection->cutOff();
+  };
+  lifeCheck_ = std::make_shared<LifeCheck>(queue_, std::move(check));
+  lifeCheck_->start();
+}
+
+// Of a method that no service has.
+void ClientConnection::askForLife(core::CompletionHandler handler) {
+  const core::GenericPayload nothing(std::make_shared<std::string>());
+  invoke(std::make_shared<ClientCall>(core::CallTag{}, "", std::move(handler),
+                                      core::internal::CallRequest("", nothing, 0)));
+}
+
+// gRPC ends no operation on a socket that takes nothing any more, unless the socket ends.
+void ClientConnection::cutOff() noexcept {
+  if (socket_ != nullptr)
+    socket_->cutOff();
+}
+
+std::exception_ptr ClientConnection::silence(const std::string& during) const {
+  const auto time = options_.keepaliveInterval + options_.keepaliveTimeout;
+  return std::make_exception_ptr(Timeout("The service at " + address_ + " has given no sign of life for " +
+                                         std::to_string(time.count()) + " ms" + during + "."));
 }
 
 // Null when the connection is dead. A stream is counted before it uses the queue, which stays until all have gone, and
@@ -162,9 +208,19 @@ bool ClientConnection::onOwnThread() const {
   return queueThread_.get_id() == std::this_thread::get_id() || workers_.isOwnThread();
 }
 
+void ClientConnection::abortStreams(const std::exception_ptr& reason) {
+  std::vector<std::weak_ptr<ClientStream>> streams;
+  {
+    const std::lock_guard lock(mutex_);
+    streams.swap(open_);
+  }
+  for (const auto& weak : streams)
+    if (const auto stream = weak.lock())
+      stream->abort(reason);
+}
+
 void ClientConnection::close() {
   const auto reason = std::make_exception_ptr(Terminated("The connection to " + address_ + " was closed."));
-  std::vector<std::weak_ptr<ClientStream>> streams;
   std::vector<std::shared_ptr<ClientStream>> unused;
   {
     const std::lock_guard lock(mutex_);
@@ -174,12 +230,12 @@ void ClientConnection::close() {
     if (dead_ == nullptr)
       dead_ = reason;
     onDisconnect_ = nullptr;  // this is no disconnect
-    streams.swap(open_);
     unused.swap(free_);
   }
-  for (const auto& weak : streams)
-    if (const auto stream = weak.lock())
-      stream->abort(reason);
+  if (lifeCheck_ != nullptr)
+    lifeCheck_->stop();
+  abortStreams(reason);
+  cutOff();
   unused.clear();
   gone();
 }

@@ -15,7 +15,10 @@
 #include <vector>
 
 #include "platform/spf/core/internal/WorkerThreads.h"
+#include "platform/spf/grpc/connect.h"
 #include "platform/spf/grpc/internal/ClientStream.h"
+#include "platform/spf/grpc/internal/LifeCheck.h"
+#include "platform/spf/grpc/internal/UnixSocket.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -23,7 +26,9 @@ namespace agent::spf::grpc_transport::internal {
 // them.
 class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
  public:
-  ClientConnection(std::shared_ptr<grpc::Channel> channel, std::string address, std::function<void()> onDisconnect);
+  // `socket`: what the channel runs over, where that is a socket file; null otherwise.
+  ClientConnection(std::shared_ptr<grpc::Channel> channel, std::string address, const ConnectOptions& options,
+                   std::unique_ptr<UnixSocket> socket = nullptr);
 
   // Starts the queue's thread and watches the connection.
   void start();
@@ -33,32 +38,50 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   void end();
   void invoke(const std::shared_ptr<ClientCall>& call);
 
+  // Makes a call that any living service answers, be it with an error.
+  void askForLife(core::CompletionHandler handler);
+  // Something has come from the service. Of connections over a socket file.
+  bool hasSeenLife() const noexcept { return lifeCheck_->hasSeenLife(); }
+
   const std::string& address() const noexcept { return address_; }
+  const ConnectOptions& options() const noexcept { return options_; }
   grpc::CompletionQueue& queue() noexcept { return queue_; }
   grpc::GenericStub& stub() noexcept { return stub_; }
 
   // For its streams.
+  void sawLife() noexcept {
+    if (lifeCheck_ != nullptr)
+      lifeCheck_->sawLife();
+  }
   void release(const std::shared_ptr<ClientStream>& stream);  // is free for another call
   void ended(const ClientStream& stream,
              const std::exception_ptr& lostBy);  // lostBy: why the connection is dead, or null
   void gone();                                   // a stream's last operation has ended
   // Runs the task on a thread that may block; FrameworkError when no thread can be had.
   void runBlocking(std::function<void()> task);
+  // The service has been silent for too long.
+  std::exception_ptr silence(const std::string& during) const;
 
  private:
   void uploadOnWorker(const std::shared_ptr<ClientStream>& stream, const std::shared_ptr<ClientCall>& call);
   std::shared_ptr<ClientStream> freeStream();
   std::shared_ptr<ClientStream> newStream(void (ClientStream::*open)());
+  void startLifeCheck();
+  void cutOff() noexcept;
   void lost(const std::exception_ptr& reason);
+  void abortStreams(const std::exception_ptr& reason);
   std::exception_ptr deadReason();
   bool onOwnThread() const;
 
   const std::shared_ptr<grpc::Channel> channel_;
   const std::string address_;
+  const std::unique_ptr<UnixSocket> socket_;
+  ConnectOptions options_;  // without its callbacks
   grpc::CompletionQueue queue_;
   grpc::GenericStub stub_;
   core::internal::WorkerThreads workers_;
   std::thread queueThread_;
+  std::shared_ptr<LifeCheck> lifeCheck_;  // null where gRPC does it; set before the first stream
 
   std::mutex mutex_;
   std::function<void()> onDisconnect_;               // guarded by mutex_, as all below

@@ -32,6 +32,13 @@ void checkVersion(const v1::ReplyHead& head) {
                          ", this client speaks version " + std::to_string(kProtocolVersion));
 }
 
+// gRPC has no status of its own for a peer that was asked for a sign of life and gave none.
+bool isSilence(const grpc::Status& status) {
+  return status.error_code() == grpc::StatusCode::UNAVAILABLE &&
+         (status.error_message().find("keepalive watchdog timeout") != std::string::npos ||
+          status.error_message().find("Connection timed out") != std::string::npos);
+}
+
 }  // namespace
 
 ClientStream::ClientStream(std::shared_ptr<ClientConnection> connection)
@@ -94,7 +101,8 @@ bool ClientStream::take(const std::shared_ptr<ClientCall>& call) {
     if (stream != nullptr && abandoned != nullptr)
       stream->abandon(abandoned);
   };
-  call->reply = std::make_shared<FrameInlet>("reply of call \"" + call->method + "\"", std::move(callbacks));
+  call->reply = std::make_shared<FrameInlet>("reply of call \"" + call->method + "\"", std::move(callbacks),
+                                             connection_->options().idleTimeout);
   if (call->request.isBytes())
     call->reply->close();  // its bytes are only counted; no stream carries the call yet, so this abandons nothing
   {
@@ -170,8 +178,10 @@ void ClientStream::askStatus() {
 
 void ClientStream::onRead(bool ok) {
   askStatus();
-  if (ok)  // else reading_ stays: there is nothing more to read
+  if (ok) {  // else reading_ stays: there is nothing more to read
+    connection_->sawLife();
     takeMessage();
+  }
   gate_.done();
 }
 
@@ -318,6 +328,8 @@ void ClientStream::onStatus(bool /*ok*/) {
 std::exception_ptr ClientStream::errorOf(const grpc::Status& status, const std::string& during) const {
   const std::string service = "The service at " + connection_->address();
   const std::string detail = status.error_message().empty() ? "." : ": " + status.error_message();
+  if (isSilence(status))
+    return connection_->silence(during);
   switch (status.error_code()) {
     case grpc::StatusCode::UNIMPLEMENTED:
       return std::make_exception_ptr(

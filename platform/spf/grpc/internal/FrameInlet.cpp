@@ -4,11 +4,12 @@
 
 #include "platform/interrupt/waitInterruptibly.h"
 #include "platform/spf/core/errors.h"
+#include "platform/spf/grpc/internal/grpcTime.h"
 
 namespace agent::spf::grpc_transport::internal {
 
-FrameInlet::FrameInlet(std::string what, Callbacks callbacks)
-    : what_(std::move(what)), callbacks_(std::move(callbacks)) {}
+FrameInlet::FrameInlet(std::string what, Callbacks callbacks, std::chrono::milliseconds idleTimeout)
+    : what_(std::move(what)), callbacks_(std::move(callbacks)), idleTimeout_(idleTimeout) {}
 
 void FrameInlet::announce(std::optional<long> size) {
   const std::lock_guard lock(mutex_);
@@ -64,10 +65,26 @@ std::exception_ptr FrameInlet::failure() const {
   return failure_;
 }
 
+// Returns when there is a frame, or will be none.
+void FrameInlet::waitForFrame(std::unique_lock<std::mutex>& lock) {
+  using Clock = std::chrono::steady_clock;
+  const auto arrived = [this] { return !frames_.empty() || ended_ || failure_ != nullptr; };
+  const auto deadline = idleTimeout_ == Clock::duration::zero() ? Clock::time_point::max()
+                                                                : Clock::now() + std::min(idleTimeout_, kLongestTime);
+  if (waitInterruptibly(arrived_, lock, arrived, deadline))
+    return;
+  failLocked(std::make_exception_ptr(
+      Timeout("The " + what_ + " has paused for more than " + std::to_string(idleTimeout_.count()) + " ms.")));
+  lock.unlock();
+  if (callbacks_.abandoned)
+    callbacks_.abandoned();
+  lock.lock();
+}
+
 // Makes the next frame the current one; false at the end.
 bool FrameInlet::takeFrame() {
   std::unique_lock lock(mutex_);
-  waitInterruptibly(arrived_, lock, [this] { return !frames_.empty() || ended_ || failure_ != nullptr; });
+  waitForFrame(lock);
   if (frames_.empty()) {
     if (failure_ != nullptr)
       std::rethrow_exception(failure_);

@@ -3,6 +3,7 @@
 
 #include <grpcpp/support/slice.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -24,11 +25,12 @@ class FrameInlet : public core::internal::ByteInlet {
 
   struct Callbacks {
     std::function<void()> roomAgain;
-    std::function<void()> abandoned;  // closed before the end came
+    std::function<void()> abandoned;  // closed, or given up for its long pause, before the end came
   };
 
-  // `what` names the transfer in error texts.
-  FrameInlet(std::string what, Callbacks callbacks);
+  // `what` names the transfer in error texts. A reader that has waited for `idleTimeout` gets Timeout; zero: it waits
+  // for ever.
+  FrameInlet(std::string what, Callbacks callbacks, std::chrono::milliseconds idleTimeout);
 
   void announce(std::optional<long> size);
   // False when there are more bytes than announced: the transfer has then failed.
@@ -46,11 +48,13 @@ class FrameInlet : public core::internal::ByteInlet {
 
  private:
   void failLocked(std::exception_ptr error);
+  void waitForFrame(std::unique_lock<std::mutex>& lock);
   bool takeFrame();
   bool hasRoomLocked() const noexcept { return closed_ || waitingBytes_ < kReadAheadBytes; }
 
   const std::string what_;
   const Callbacks callbacks_;
+  const std::chrono::milliseconds idleTimeout_;
 
   // The reader's own.
   std::vector<grpc::Slice> current_;

@@ -8,34 +8,31 @@
 
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/address.h"
+#include "platform/spf/grpc/internal/grpcTime.h"
 #include "platform/spf/grpc/internal/keepGrpcRunning.h"
 
 namespace agent::spf::grpc_transport::internal {
 
 namespace {
 
-void setArguments(grpc::ServerBuilder& builder) {
+void setArguments(grpc::ServerBuilder& builder, const ServerOptions& options) {
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);  // two services at one port would share its calls
   builder.SetMaxReceiveMessageSize(static_cast<int>(kMaxFrameBytes));
   builder.SetMaxSendMessageSize(-1);
   // Clients may ask every few seconds whether the connection still lives.
   builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 5'000);
   builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PING_STRIKES, 0);
-  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, 60'000);
-  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 20'000);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, millisecondsForGrpc(options.keepaliveInterval));
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, millisecondsForGrpc(options.keepaliveTimeout));
 }
 
 }  // namespace
 
-ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const std::string& address)
-    : service_(std::move(service)), address_(address) {
+ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const ServerOptions& options)
+    : service_(std::move(service)), options_(options), address_(options.address) {
   listen();
   workers_.run([this] { serveQueue(); });
   acceptNext();
-}
-
-ServerCore::~ServerCore() {
-  shutDown({});
 }
 
 void ServerCore::listen() {
@@ -44,7 +41,7 @@ void ServerCore::listen() {
   std::string why = whyNotListening(address_);
   if (why.empty()) {
     grpc::ServerBuilder builder;
-    setArguments(builder);
+    setArguments(builder, options_);
     int port = 0;
     builder.AddListeningPort(address_, grpc::InsecureServerCredentials(), &port);
     builder.RegisterAsyncGenericService(&generic_);
@@ -130,19 +127,17 @@ void ServerCore::drain(std::chrono::milliseconds grace) {
   closed_ = true;
 }
 
-void ServerCore::shutDown(std::chrono::milliseconds grace) {
+ServerCore::~ServerCore() {
   std::vector<std::weak_ptr<ServerStream>> streams;
   {
     const std::lock_guard lock(mutex_);
-    if (std::exchange(shutDown_, true))
-      return;
     draining_ = true;
     streams.swap(streams_);
   }
   for (const auto& weak : streams)
     if (const auto stream = weak.lock())
       stream->drain();
-  drain(grace);
+  drain(options_.grace);
   server_->Shutdown(std::chrono::system_clock::now());
   {
     std::unique_lock lock(mutex_);

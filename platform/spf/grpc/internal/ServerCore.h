@@ -18,6 +18,7 @@
 
 #include "platform/spf/core/Service.h"
 #include "platform/spf/core/internal/WorkerThreads.h"
+#include "platform/spf/grpc/Server.h"
 #include "platform/spf/grpc/internal/ServerStream.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -25,15 +26,15 @@ namespace agent::spf::grpc_transport::internal {
 class ServerCore {
  public:
   // Listens at once. FrameworkError names the address when that fails.
-  ServerCore(std::shared_ptr<const core::Service> service, const std::string& address);
+  ServerCore(std::shared_ptr<const core::Service> service, const ServerOptions& options);
+  // Drains: takes no more calls of the service, and lets those under way end within the grace time. Meanwhile health
+  // checks are answered with NOT_SERVING. Then cancels what is left and waits for the handlers.
   ~ServerCore();
   ServerCore(const ServerCore&) = delete;
   ServerCore& operator=(const ServerCore&) = delete;
 
-  // Drains: takes no more calls of the service, and lets those under way end within the grace time. Meanwhile health
-  // checks are answered with NOT_SERVING. Then cancels what is left and waits for the handlers.
-  void shutDown(std::chrono::milliseconds grace);
   const std::string& address() const noexcept { return address_; }
+  const ServerOptions& options() const noexcept { return options_; }
 
   // For its streams.
   const core::Service& service() const noexcept { return *service_; }
@@ -57,6 +58,7 @@ class ServerCore {
   bool handQueueOn();
 
   const std::shared_ptr<const core::Service> service_;
+  const ServerOptions options_;
   std::string address_;
   grpc::AsyncGenericService generic_;
   std::unique_ptr<grpc::ServerCompletionQueue> queue_;
@@ -71,7 +73,6 @@ class ServerCore {
   std::size_t conversingCount_ = 0;
   bool draining_ = false;
   bool closed_ = false;
-  bool shutDown_ = false;
 };
 
 }  // namespace agent::spf::grpc_transport::internal

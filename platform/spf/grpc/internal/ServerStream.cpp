@@ -255,8 +255,8 @@ void ServerStream::beginCall(const v1::CallHead& head) {
   };
   auto call = std::make_shared<IncomingCall>();
   call->head = head;
-  call->request =
-      std::make_shared<FrameInlet>("request of call \"" + head.method() + "\"", FrameInlet::Callbacks{readOn, readOn});
+  call->request = std::make_shared<FrameInlet>("request of call \"" + head.method() + "\"",
+                                               FrameInlet::Callbacks{readOn, readOn}, server_.options().idleTimeout);
   if (head.has_size())
     call->request->announce(head.size());
   const std::lock_guard lock(mutex_);

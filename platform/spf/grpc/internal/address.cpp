@@ -5,7 +5,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -40,19 +39,6 @@ class Socket {
 
 std::string textOf(int error) {
   return std::generic_category().message(error);
-}
-
-std::string unixPath(const std::string& address) {
-  return address.substr(kUnix.size());
-}
-
-bool fillAddress(const std::string& path, sockaddr_un& to) {
-  to = {};
-  to.sun_family = AF_UNIX;
-  if (path.size() >= sizeof to.sun_path)
-    return false;
-  std::memcpy(to.sun_path, path.c_str(), path.size() + 1);
-  return true;
 }
 
 // The error of one attempt to connect; 0 when it succeeds.
@@ -172,6 +158,19 @@ std::string whyTcpNotListening(const std::string& address) {
 
 bool isUnixAddress(const std::string& address) noexcept {
   return address.starts_with(kUnix);
+}
+
+std::string unixPath(const std::string& address) {
+  return address.substr(kUnix.size());
+}
+
+bool fillAddress(const std::string& path, sockaddr_un& to) noexcept {
+  to = {};
+  to.sun_family = AF_UNIX;
+  if (path.size() >= sizeof to.sun_path)
+    return false;
+  std::memcpy(to.sun_path, path.c_str(), path.size() + 1);
+  return true;
 }
 
 std::string hostOf(const std::string& address) {

@@ -1,6 +1,8 @@
 // Addresses: "unix:/absolute/path" or "HOST:PORT".
 #pragma once
 
+#include <sys/un.h>
+
 #include <string>
 
 namespace agent::spf::grpc_transport::internal {
@@ -8,6 +10,10 @@ namespace agent::spf::grpc_transport::internal {
 // FrameworkError when the text is neither.
 void checkAddress(const std::string& address);
 bool isUnixAddress(const std::string& address) noexcept;
+// The path of "unix:/absolute/path".
+std::string unixPath(const std::string& address);
+// False when the path is too long for the kernel.
+bool fillAddress(const std::string& path, sockaddr_un& to) noexcept;
 // The HOST of "HOST:PORT".
 std::string hostOf(const std::string& address);
 

@@ -1,0 +1,86 @@
+// For tests: a service in a process of its own, which ends with this object at the latest.
+//
+// Its methods: "echo"; "produce", whose reply has no end; "doNothing", which waits until it is cancelled.
+#pragma once
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/spf/grpc/testing/CommandLine.h"
+
+namespace agent::spf::testing {
+
+class ServiceProcess {
+ public:
+  // `launcher`: a command that runs the one after it, such as "ip netns exec NAME"; may be empty.
+  explicit ServiceProcess(const std::string& address, std::vector<std::string> launcher = {}) {
+    launcher.insert(launcher.end(), {SPF_SERVICE_PROCESS, address});
+    start(launcher);
+    for (char byte = next(); byte != '\n'; byte = next())
+      address_ += byte;
+  }
+  ~ServiceProcess() {
+    kill();
+    ::close(input_);
+    ::close(output_);
+  }
+  ServiceProcess(const ServiceProcess&) = delete;
+  ServiceProcess& operator=(const ServiceProcess&) = delete;
+
+  // Where it listens, with the real port.
+  const std::string& address() const noexcept { return address_; }
+  // Returns when a call of doNothing has reached its handler.
+  void awaitCall() const {
+    if (next() != 'c')
+      throw std::runtime_error("the service told something else than a call");
+  }
+
+  void stop() const { ::kill(pid_, SIGSTOP); }
+  void kill() {
+    if (pid_ < 0)
+      return;
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+
+ private:
+  void start(const std::vector<std::string>& command) {
+    int input[2];
+    int output[2];
+    if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0)
+      throw std::runtime_error("pipe2 failed");
+    const std::vector<char*> arguments = argumentsOf(command);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(input[0], STDIN_FILENO);
+      ::dup2(output[1], STDOUT_FILENO);
+      ::execvp(arguments[0], arguments.data());
+      ::_exit(127);
+    }
+    ::close(input[0]);
+    ::close(output[1]);
+    input_ = input[1];
+    output_ = output[0];
+  }
+
+  char next() const {
+    char byte = 0;
+    if (::read(output_, &byte, 1) != 1)
+      throw std::runtime_error("the service process ended");
+    return byte;
+  }
+
+  pid_t pid_ = -1;
+  int input_ = -1;
+  int output_ = -1;
+  std::string address_;
+};
+
+}  // namespace agent::spf::testing
