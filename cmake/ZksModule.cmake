@@ -71,3 +71,33 @@ function(zks_add_benchmark name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINKS} benchmark::benchmark_main zks_warnings)
 endfunction()
+
+# All fuzz targets: what preset fuzz builds.
+add_custom_target(fuzz_targets)
+
+# zks_add_fuzz_target(NAME CORPUS folder SOURCES Foo_fuzz.cpp... [LINKS target...])
+# A program around LLVMFuzzerTestOneInput. In the fuzz preset libFuzzer drives it; in every other build a small driver of
+# our own (tests/fuzzing) does, over the kept inputs in CORPUS and a fixed set of mutations. Either way ctest runs it for a
+# moment, as fuzz.NAME.
+function(zks_add_fuzz_target name)
+  if(NOT ZKS_BUILD_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "CORPUS" "SOURCES;LINKS")
+  cmake_path(ABSOLUTE_PATH arg_CORPUS)
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LINKS} zks_warnings)
+  add_dependencies(fuzz_targets ${name})
+  if(ZKS_FUZZ)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    set(found ${CMAKE_CURRENT_BINARY_DIR}/${name}_found)  # libFuzzer writes to the first folder that it is given
+    file(MAKE_DIRECTORY ${found})
+    set(how -runs=5000 -seed=1 -malloc_limit_mb=64 -artifact_prefix=${name}- ${found})
+    file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${name}.corpus CONTENT "${arg_CORPUS}\n")  # for scripts/fuzz
+  else()
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/fuzzing/fuzzDriver.cpp)
+    set(how "")
+  endif()
+  add_test(NAME fuzz.${name} COMMAND ${name} ${how} ${arg_CORPUS})
+  set_tests_properties(fuzz.${name} PROPERTIES TIMEOUT 120)
+endfunction()

@@ -11,6 +11,8 @@ option(ZKS_BUILD_TESTS "Build the tests" ON)
 option(ZKS_BUILD_BENCHMARKS "Build the benchmarks" ON)
 set(ZKS_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them (for example address,undefined)")
 
+option(ZKS_FUZZ "Have libFuzzer drive the fuzz targets (clang only)" OFF)
+
 if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
 endif()
@@ -23,6 +25,12 @@ endif()
 if(ZKS_SANITIZE)
   add_compile_options(-fsanitize=${ZKS_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${ZKS_SANITIZE})
+endif()
+
+if(ZKS_FUZZ)
+  # The code under test has to report which branches it took.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
 endif()
 
 # zks_warnings: linked by every target whose sources are written here (not by generated code).

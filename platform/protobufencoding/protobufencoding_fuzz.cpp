@@ -9,6 +9,7 @@
 #include "platform/protobufencoding/testing/everything2.pb.h"
 #include "platform/protobufencoding/testing/everything3.pb.h"
 #include "platform/protobufencoding/testing/hostLiterals.h"
+#include "tests/fuzzing/quietProtobuf.h"
 
 namespace {
 
@@ -27,6 +28,7 @@ void goOnceAround(google::protobuf::Message& message, const std::uint8_t* data, 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t nbytes) {
+  quietProtobuf();
   testing::Everything proto3;
   goOnceAround(proto3, data, nbytes);
   testing::Everything2 proto2;
