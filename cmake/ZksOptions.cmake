@@ -11,6 +11,7 @@ option(ZKS_BUILD_TESTS "Build the tests" ON)
 option(ZKS_BUILD_BENCHMARKS "Build the benchmarks" ON)
 set(ZKS_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them (for example address,undefined)")
 
+option(ZKS_COVERAGE "Count which lines and branches run (gcc)" OFF)
 option(ZKS_FUZZ "Have libFuzzer drive the fuzz targets (clang only)" OFF)
 
 if(NOT CMAKE_BUILD_TYPE)
@@ -25,6 +26,12 @@ endif()
 if(ZKS_SANITIZE)
   add_compile_options(-fsanitize=${ZKS_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${ZKS_SANITIZE})
+endif()
+
+if(ZKS_COVERAGE)
+  # Several processes add to the same counters, also those that a signal ends.
+  add_compile_options(--coverage -fprofile-update=atomic -fprofile-abs-path)
+  add_link_options(--coverage)
 endif()
 
 if(ZKS_FUZZ)
