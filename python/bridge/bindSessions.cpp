@@ -133,9 +133,9 @@ TaskDescription describeTask(const std::vector<std::string>& argv,
 py::tuple runTask(const NativeSession& session, const std::vector<std::string>& argv,
                   const std::map<std::string, std::string>& environment, bool clearEnvironment,
                   const std::vector<std::string>& inputNames, const std::vector<std::string>& outputNames,
-                  const std::map<std::string, double>& limits, const Items& inputs) {
+                  const std::map<std::string, double>& limits, const Items& inputs, const Control& control) {
   const TaskDescription task = describeTask(argv, environment, clearEnvironment, inputNames, outputNames, limits);
-  const TaskOutcome outcome = withoutLock(nullptr, session.closing(), [&] { return session.runTask(task, inputs); });
+  const TaskOutcome outcome = withoutLock(control, session.closing(), [&] { return session.runTask(task, inputs); });
   return py::make_tuple(pythonInfo(outcome.info), toBytes(outcome.standardOutput.get()),
                         toBytes(outcome.standardError.get()), pythonReply(outcome.outputs));
 }
@@ -161,26 +161,26 @@ void bindItems(py::module_& module) {
 }
 
 void bindReplies(py::module_& module) {
-  const auto array = [](OrderedReply& reply, std::size_t index) {
-    return toPython(withoutLock([&] { return reply.takeArray(index); }), Scalars::AsArrays);
+  const auto array = [](OrderedReply& reply, std::size_t index, const Control& control) {
+    return toPython(withoutLock(control, nullptr, [&] { return reply.takeArray(index); }), Scalars::AsArrays);
   };
-  const auto message = [](OrderedReply& reply, std::size_t index) {
-    return toPython(withoutLock([&] { return reply.takeMessage(index); }), Scalars::AsScalars);
+  const auto message = [](OrderedReply& reply, std::size_t index, const Control& control) {
+    return toPython(withoutLock(control, nullptr, [&] { return reply.takeMessage(index); }), Scalars::AsScalars);
   };
-  const auto plain = [](OrderedReply& reply, std::size_t index) {
-    const qxArrayPtr bytes = withoutLock([&] { return reply.takePlain(index); });
+  const auto plain = [](OrderedReply& reply, std::size_t index, const Control& control) {
+    const qxArrayPtr bytes = withoutLock(control, nullptr, [&] { return reply.takePlain(index); });
     return toBytes(bytes.get());
   };
-  const auto file = [](OrderedReply& reply, std::size_t index, py::handle path) {
+  const auto file = [](OrderedReply& reply, std::size_t index, py::handle path, const Control& control) {
     const std::string native = pathFromPython(path);
-    withoutLock([&] { reply.takeFile(index, native); });
+    withoutLock(control, nullptr, [&] { reply.takeFile(index, native); });
   };
   py::class_<OrderedReply, std::shared_ptr<OrderedReply>>(module, "Reply", "The items of a reply, each taken once")
       .def("__len__", &OrderedReply::itemCount)
-      .def("take_array", array, "index"_a)
-      .def("take_message", message, "index"_a)
-      .def("take_bytes", plain, "index"_a)
-      .def("take_file", file, "index"_a, "path"_a);
+      .def("take_array", array, "index"_a, "control"_a = Control())
+      .def("take_message", message, "index"_a, "control"_a = Control())
+      .def("take_bytes", plain, "index"_a, "control"_a = Control())
+      .def("take_file", file, "index"_a, "path"_a, "control"_a = Control());
 }
 
 }  // namespace
@@ -195,8 +195,8 @@ void bindSessions(py::module_& module) {
                        const Control& control) {
     return pythonReply(withoutLock(control, session.closing(), [&] { return session.call(method, items); }));
   };
-  const auto echo = [](const NativeSession& session, const Items& items) {
-    return pythonReply(withoutLock(nullptr, session.closing(), [&] { return session.echo(items); }));
+  const auto echo = [](const NativeSession& session, const Items& items, const Control& control) {
+    return pythonReply(withoutLock(control, session.closing(), [&] { return session.echo(items); }));
   };
   const auto close = [](NativeSession& session) { withoutLock([&] { session.close(); }); };
   py::class_<NativeSession, std::shared_ptr<NativeSession>>(module, "Session", "A connection to a service")
@@ -204,9 +204,9 @@ void bindSessions(py::module_& module) {
       .def_property_readonly("name", &NativeSession::name)
       .def_property_readonly("is_open", &NativeSession::isOpen)
       .def("call", call, "method"_a, "items"_a, "control"_a = Control())
-      .def("echo", echo, "items"_a)
+      .def("echo", echo, "items"_a, "control"_a = Control())
       .def("run_task", &runTask, "argv"_a, "environment"_a, "clear_environment"_a, "input_names"_a, "output_names"_a,
-           "limits"_a, "inputs"_a)
+           "limits"_a, "inputs"_a, "control"_a = Control())
       .def("close", close);
 }
 

@@ -3,6 +3,7 @@
 import asyncio
 import concurrent.futures
 import contextlib
+import inspect
 import math
 import os
 import pathlib
@@ -256,6 +257,73 @@ def test_futures_give_back_their_arrays(session):
     gc.collect()
     _bridge.run_deferred()
     assert watch() is None
+
+
+@pytest.mark.parametrize("cls, waiting", [(zks.Session, ["invoke", "echo", "run"]),
+                                          (zks.ReplyItem, ["array", "message", "bytes", "save"])])  # fmt: skip
+def test_everything_that_waits_has_a_twin_that_does_not(cls, waiting):
+    for name in waiting:
+        plain = list(inspect.signature(getattr(cls, name)).parameters)
+        twin = [name for name in inspect.signature(getattr(cls, f"{name}_async")).parameters if name != "limits"]
+        assert twin == plain[: len(twin)]
+    public = {name for name in vars(cls) if not name.startswith("_")}
+    assert {name.removesuffix("_async") for name in public if name.endswith("_async")} == set(waiting)
+
+
+def test_the_twins_give_what_the_others_give(any_session, tmp_path):
+    sent = numpy.arange(12.0).reshape(3, 4)
+    message = zks.message("parallel.zksmessages.TaskLimits", open_files=3)
+
+    async def main():
+        wrap = asyncio.wrap_future
+        items = await wrap(any_session.echo_async(sent, b"bytes", message))
+        array = await wrap(items[0].array_async())
+        flat = await wrap((await wrap(any_session.echo_async(sent)))[0].array_async(shape=-1))
+        assert same_bits(array, sent)
+        assert (flat == sent.ravel(order="F")).all()
+        assert await wrap(items[1].bytes_async()) == b"bytes"
+        assert (await wrap(items[2].message_async()))["open_files"] == 3
+        task = await wrap(any_session.run_async(["sh", "-c", "echo hi >out"], outputs=["out"], timeout=60))
+        assert task.ok
+        await wrap(task.outputs["out"].save_async(tmp_path / "out"))
+
+    asyncio.run(main())
+    assert (tmp_path / "out").read_text() == "hi\n"
+
+
+def test_the_twins_tell_wrong_arguments_at_once(session):
+    with pytest.raises(TypeError, match="no limit 'tmieout'"):
+        session.run_async(["true"], tmieout=3)
+    with pytest.raises(TypeError, match="float16"):
+        session.echo_async(numpy.zeros(1, "float16"))
+    with pytest.raises(ValueError, match="order"):
+        session.echo(b"x")[0].array_async(order="K")
+
+
+def test_cancelling_under_asyncio_ends_the_command_at_the_service(any_session, tmp_path):
+    written = tmp_path / "pid"
+
+    async def main():
+        script = f"echo $$ >{written}.new; mv {written}.new {written}; exec sleep 1000"
+        task = asyncio.ensure_future(asyncio.wrap_future(any_session.run_async(["sh", "-c", script])))
+        while not written.exists():
+            await asyncio.sleep(0.01)
+        task.cancel()
+        with pytest.raises(asyncio.CancelledError):
+            await task
+
+    asyncio.run(main())
+    process = pathlib.Path(f"/proc/{int(written.read_text())}")
+    wait_until(lambda: not process.exists())
+
+
+def test_an_item_s_future_outlives_the_session():
+    with zks.connect() as session:
+        first, second, third = session.echo(b"one", b"two", b"three")
+        assert second.bytes() == b"two"
+    assert first.bytes_async().result(0) == b"one"
+    with pytest.raises(zks.Terminated):
+        third.bytes_async().result(0)
 
 
 # --- Threads ---
@@ -520,7 +588,7 @@ def test_ctrl_c_ends_a_download_and_the_session_goes_on(kind, read, stalling, tm
     session, stall, go_on = stalling
     items = session.echo(kind(LARGE), b"after it")
     stall()
-    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("_take")), pytest.raises(KeyboardInterrupt):
+    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("read")), pytest.raises(KeyboardInterrupt):
         read(items, tmp_path)
     for item, identifier in zip(items, ("parallel:python:ItemAlreadyRead", "parallel:toolbox:ReplyLost")):
         with pytest.raises(zks.Error) as caught:
@@ -537,13 +605,32 @@ def test_ctrl_c_ends_the_wait_for_another_thread_s_download(stalling):
     received = []
     thread = threading.Thread(target=lambda: received.append(items[0].bytes()))
     thread.start()
-    wait_until(lambda: sys._current_frames()[thread.ident].f_code.co_name == "_take")
-    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("_take")), pytest.raises(KeyboardInterrupt):
+    wait_until(lambda: sys._current_frames()[thread.ident].f_code.co_name == "read")
+    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("read")), pytest.raises(KeyboardInterrupt):
         items[1].bytes()
     go_on()
     thread.join(60)
     assert len(received[0]) == LARGE.size
     assert items[1].bytes() == b"after it"
+
+
+def test_cancelling_a_download_gives_the_rest_of_the_reply_up(stalling):
+    session, stall, go_on = stalling
+    items = session.echo(zks.plain(LARGE), b"after it")
+    stall()
+    future = items[0].bytes_async()
+
+    def is_reading():
+        return any(frame.f_code.co_name == "read" for frame in sys._current_frames().values())
+
+    wait_until(is_reading)
+    assert future.cancel()
+    wait_until(lambda: not is_reading())
+    with pytest.raises(zks.Error) as caught:
+        items[1].bytes()
+    assert caught.value.identifier == "parallel:toolbox:ReplyLost"
+    go_on()
+    assert session.echo_async(b"next").result(60)[0].bytes() == b"next"
 
 
 # --- Fork ---

@@ -4,19 +4,25 @@ from __future__ import annotations
 
 import html
 import os
-import threading
 import warnings
 import weakref
-from concurrent.futures import Future, ThreadPoolExecutor
+from concurrent.futures import Future
 from dataclasses import dataclass
-from typing import Any, Callable, Iterable, Mapping, Sequence
+from typing import Any, Iterable, Mapping, Sequence
 
 from zks import _bridge, _logging
-from zks._items import Item, item_of, native_item
-from zks._reply import ReplyItem, reply_items
+from zks._calls import Calls, Operation, T
+from zks._items import item_of, native_item
+from zks._reply import Layout, ReplyItem, reply_items
 
-# Calls that invoke_async runs at once; more wait their turn.
-_MOST_ASYNC_CALLS = 32
+# The limits of a task by what they are called natively.
+_LIMITS = {
+    "timeout": "wall_time",
+    "cpu_time": "cpu_time",
+    "memory_bytes": "memory_bytes",
+    "file_bytes": "file_bytes",
+    "open_files": "open_files",
+}
 
 _open_sessions: weakref.WeakSet[Session] = weakref.WeakSet()
 
@@ -62,33 +68,6 @@ class TaskResult:
         return f"<zks task: {self.outcome} {ended}".rstrip() + f", {self.wall_time:.3f} s>"
 
 
-class _CallFuture(Future):
-    """A call under way. It stays pending until the call is over, so that cancelling it stops the call."""
-
-    def __init__(self, control: _bridge.CallControl):
-        super().__init__()
-        self._control = control
-
-    def cancel(self) -> bool:
-        if not super().cancel():
-            return False
-        self._control.cancel()
-        return True
-
-    def complete(self, call: Callable[[], Any]) -> None:
-        if self.cancelled():
-            self.set_running_or_notify_cancel()
-            return
-        try:
-            result = call()
-        except BaseException as error:
-            if self.set_running_or_notify_cancel():
-                self.set_exception(error)
-        else:
-            if self.set_running_or_notify_cancel():
-                self.set_result(result)
-
-
 class Session:
     """A connection to a service. Made by zks.connect; closed by close() or at the end of a with block.
 
@@ -99,8 +78,7 @@ class Session:
     def __init__(self, native: _bridge.Session):
         self._native = native
         self._process = os.getpid()
-        self._lock = threading.Lock()
-        self._executor: ThreadPoolExecutor | None = None
+        self._calls = Calls()
         self._closed = False
         _open_sessions.add(self)
 
@@ -121,35 +99,23 @@ class Session:
         host array; zks.array, zks.plain and zks.file say it explicitly. Arrays are not copied if their layout allows:
         leave them alone until the call returns.
         """
-        _logging.follow_level()
-        reply = self._native.call(method, [native_item(item_of(item)) for item in items])
-        return reply_items(reply, method)
+        return self._invocation(method, items)(None)
 
     def invoke_async(self, method: str, *items: Any) -> Future[list[ReplyItem]]:
-        """Like invoke, on a thread of the session. Leave the arrays alone until the future is done.
+        """invoke on a thread of the session. Leave the arrays alone until the future is done.
 
-        The future stays pending until the reply begins; cancelling it until then stops the call.
-        asyncio.wrap_future makes it awaitable.
+        The future stays pending until the reply begins; cancelling it until then stops the call, also at the service.
+        asyncio.wrap_future makes it awaitable. All the futures of this package are like that.
         """
-        _logging.follow_level()
-        native_items = [native_item(item_of(item)) for item in items]
-        control = _bridge.CallControl()
-        future = _CallFuture(control)
-
-        def call() -> list[ReplyItem]:
-            nonlocal native_items
-            taken, native_items = native_items, []  # what the items borrow ends with the call, not with the future
-            return reply_items(self._native.call(method, taken, control), method)
-
-        self._threads().submit(future.complete, call)
-        return future
+        return self._submit(self._invocation(method, items))
 
     def echo(self, *items: Any) -> list[ReplyItem]:
         """Sends items and gets the same ones back, NumPy arrays in the shape and order in which they were sent."""
-        _logging.follow_level()
-        sent = [item_of(item) for item in items]
-        reply = self._native.echo([native_item(item, in_reply=True) for item in sent])
-        return reply_items(reply, "echo", sent)
+        return self._echoing(items)(None)
+
+    def echo_async(self, *items: Any) -> Future[list[ReplyItem]]:
+        """echo on a thread of the session, as invoke_async is invoke."""
+        return self._submit(self._echoing(items))
 
     def run(
         self,
@@ -171,52 +137,106 @@ class Session:
         outputs: names of files that are brought back; save them from the result's outputs
         timeout: seconds after which the command is ended; the others are limits of the command's processes
         """
-        _logging.follow_level()
-        if isinstance(argv, (str, bytes)):
-            raise TypeError("argv is a sequence of words, not one text")
-        inputs = _named(files)
-        names = list(outputs)
         limits = {
-            "wall_time": timeout,
+            "timeout": timeout,
             "cpu_time": cpu_time,
             "memory_bytes": memory_bytes,
             "file_bytes": file_bytes,
             "open_files": open_files,
         }
-        info, stdout, stderr, reply = self._native.run_task(
-            argv=[os.fspath(word) for word in argv],
-            environment=dict(environment or {}),
-            clear_environment=clear_environment,
-            input_names=list(inputs),
-            output_names=names,
-            limits={name: limit for name, limit in limits.items() if limit is not None},
-            inputs=[_bridge.file_item(os.fspath(path)) for path in inputs.values()],
-        )
-        missing = tuple(info.pop("missing_outputs"))
-        made = {
-            name: item for name, item in zip(names, reply_items(reply, "runTask"), strict=True) if name not in missing
-        }
-        return TaskResult(stdout=stdout, stderr=stderr, missing_outputs=missing, outputs=made, **info)
+        return self._task(argv, files, outputs, environment, clear_environment, limits)(None)
+
+    def run_async(
+        self,
+        argv: Sequence[str | os.PathLike],
+        files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike] = (),
+        outputs: Iterable[str] = (),
+        *,
+        environment: Mapping[str, str] | None = None,
+        clear_environment: bool = False,
+        **limits: float | None,
+    ) -> Future[TaskResult]:
+        """run on a thread of the session, with the same limits. Cancelling the future ends the command."""
+        return self._submit(self._task(argv, files, outputs, environment, clear_environment, limits))
 
     def close(self) -> None:
         """Lets go of the connection; calls under way end with zks.Terminated. Again: no effect."""
         self._closed = True
         self._native.close()
-        if self._process != os.getpid():
-            return
-        with self._lock:
-            executor, self._executor = self._executor, None
-        if executor is not None:
-            inside = threading.current_thread() in executor._threads
-            executor.shutdown(wait=not inside)
+        self._calls.close()
 
-    def _threads(self) -> ThreadPoolExecutor:
-        with self._lock:
-            if self._closed or self._process != os.getpid():
-                self._native.call("", [])  # which says so
-            if self._executor is None:
-                self._executor = ThreadPoolExecutor(_MOST_ASYNC_CALLS, thread_name_prefix="zks")
-            return self._executor
+    # What waits for the service is made ready by one of these, wrong arguments being told at once, and then either run
+    # or submitted.
+
+    def _invocation(self, method: str, items: Sequence[Any]) -> Operation[list[ReplyItem]]:
+        _logging.follow_level()
+        native_items = [native_item(item_of(item)) for item in items]
+
+        def call(control: _bridge.CallControl | None) -> list[ReplyItem]:
+            try:
+                reply = self._native.call(method, native_items, control)
+            finally:
+                native_items.clear()  # what the items borrow ends with the call, not with the future
+            return reply_items(reply, method, self._calls)
+
+        return call
+
+    def _echoing(self, items: Sequence[Any]) -> Operation[list[ReplyItem]]:
+        _logging.follow_level()
+        sent = [item_of(item) for item in items]
+        layouts = [Layout.of(item) for item in sent]
+        native_items = [native_item(item, in_reply=True) for item in sent]
+        sent.clear()
+
+        def call(control: _bridge.CallControl | None) -> list[ReplyItem]:
+            try:
+                reply = self._native.echo(native_items, control)
+            finally:
+                native_items.clear()
+            return reply_items(reply, "echo", self._calls, layouts)
+
+        return call
+
+    def _task(
+        self,
+        argv: Sequence[str | os.PathLike],
+        files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike],
+        outputs: Iterable[str],
+        environment: Mapping[str, str] | None,
+        clear_environment: bool,
+        limits: Mapping[str, float | None],
+    ) -> Operation[TaskResult]:
+        _logging.follow_level()
+        if isinstance(argv, (str, bytes)):
+            raise TypeError("argv is a sequence of words, not one text")
+        unknown = [name for name in limits if name not in _LIMITS]
+        if unknown:
+            raise TypeError(f"a task has no limit {unknown[0]!r}; there are: {', '.join(_LIMITS)}")
+        inputs = _named(files)
+        names = list(outputs)
+        request = {
+            "argv": [os.fspath(word) for word in argv],
+            "environment": dict(environment or {}),
+            "clear_environment": clear_environment,
+            "input_names": list(inputs),
+            "output_names": names,
+            "limits": {_LIMITS[name]: limit for name, limit in limits.items() if limit is not None},
+            "inputs": [_bridge.file_item(os.fspath(path)) for path in inputs.values()],
+        }
+
+        def call(control: _bridge.CallControl | None) -> TaskResult:
+            info, stdout, stderr, reply = self._native.run_task(**request, control=control)
+            missing = tuple(info.pop("missing_outputs"))
+            items = reply_items(reply, "runTask", self._calls)
+            made = {name: item for name, item in zip(names, items, strict=True) if name not in missing}
+            return TaskResult(stdout=stdout, stderr=stderr, missing_outputs=missing, outputs=made, **info)
+
+        return call
+
+    def _submit(self, operation: Operation[T]) -> Future[T]:
+        if self._closed or self._process != os.getpid():
+            self._native.call("", [])  # which says so
+        return self._calls.submit(operation)
 
     def __enter__(self) -> Session:
         return self
