@@ -27,7 +27,7 @@ void echo(core::ServerCall& call) {
 
 class FrameworkPeer : public Peer {
  public:
-  explicit FrameworkPeer(const std::string& address) : client_(grpc_transport::connect(address)) {}
+  explicit FrameworkPeer(const std::string& address) : client_(grpc_transport::connect(address, clientOptions())) {}
 
   void sink(const std::vector<char>& payload) override {
     char byte = 0;
@@ -50,6 +50,12 @@ class FrameworkPeer : public Peer {
   }
 
  private:
+  static grpc_transport::ConnectOptions clientOptions() {
+    grpc_transport::ConnectOptions options;
+    options.plainText = true;
+    return options;
+  }
+
   static std::shared_ptr<Source> sourceOf(const std::vector<char>& payload) {
     auto writer = std::make_shared<Source::Writer>(
         [&payload](std::ostream& out) { out.write(payload.data(), static_cast<long>(payload.size())); });
@@ -82,6 +88,7 @@ void serveSpf(const std::string& address) {
   });
   grpc_transport::ServerOptions options;
   options.address = address;
+  options.plainText = true;
   const grpc_transport::Server server(service, options);
   announceAddress(server.address());
   waitForEndOfInput();

@@ -174,7 +174,7 @@ struct Grammar {
     app.set_version_flag("--version", std::string("zks ") + ZKS_VERSION);
     app.require_subcommand(1);
     app.footer(kExamples);
-    app.add_option("--address", line.global.address, "The service: unix:PATH or HOST:PORT (default: one inside zks)");
+    addConnection();
     app.add_option("--log", line.global.logLevel, "Log records on standard error: off, error, warning, detail or trace")
         ->type_name("LEVEL")
         ->capture_default_str();
@@ -183,6 +183,19 @@ struct Grammar {
     addRun();
     addEcho();
     addCall();
+  }
+
+  void addConnection() {
+    CLI::Option* address = app.add_option("--address", line.global.address,
+                                          "The service: unix:PATH or HOST:PORT (default: one inside zks)");
+    CLI::Option* tls = app.add_option("--tls", line.global.tlsDirectory,
+                                      "The client's credentials for HOST:PORT: ca.pem, client.pem, client-key.pem and "
+                                      "token (default: $ZKS_TLS, or ~/.local/state/zks/tls)");
+    tls->type_name("DIR")->needs(address);
+    app.add_flag("--insecure", line.global.insecure,
+                 "Connect to HOST:PORT in plain text, which others can read and alter")
+        ->needs(address)
+        ->excludes(tls);
   }
 
   CLI::App* addCommand(const char* name, const char* help, const char* footer) {

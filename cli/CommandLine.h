@@ -29,7 +29,9 @@ struct ReplyKind {
 };
 
 struct GlobalOptions {
-  std::string address;  // empty: an embedded service
+  std::string address;       // empty: an embedded service
+  std::string tlsDirectory;  // empty: the default
+  bool insecure = false;
   std::string logLevel = "off";
   std::vector<std::string> descriptorFiles;
 };

@@ -16,9 +16,16 @@ using parallel::toolbox::Connection;
 // Ctrl-C waits for this long at most for a task that ignores the polite signal.
 constexpr std::chrono::milliseconds kKillGrace{50};
 
+parallel::toolbox::ConnectionOptions connectionOptions(const GlobalOptions& options) {
+  parallel::toolbox::ConnectionOptions connection;
+  connection.tls = options.tlsDirectory;
+  connection.insecure = options.insecure;
+  return connection;
+}
+
 Connection openConnection(const GlobalOptions& options) {
   if (!options.address.empty())
-    return Connection::connect(options.address);
+    return Connection::connect(options.address, connectionOptions(options));
   parallel::scheduler::SchedulerOptions scheduler;
   scheduler.killGrace = kKillGrace;
   return {agent::spf::inprocess::connectInProcess(parallel::scheduler::makeSchedulerService(scheduler)),

@@ -16,6 +16,7 @@
 #include "cli/StandardStreams.h"
 #include "cli/commands.h"
 #include "cli/errorLine.h"
+#include "platform/spf/grpc/routeGrpcLog.h"
 
 namespace {
 
@@ -72,6 +73,7 @@ int executeAndReport(const CommandLine& line) {
   std::string cause;
   try {
     const zks::LogOutput log(line.global.logLevel);
+    agent::spf::grpc_transport::routeGrpcLog();  // standard error has the one line that says it all
     try {
       return execute(line);
     } catch (...) {

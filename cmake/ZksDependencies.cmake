@@ -2,6 +2,7 @@
 find_package(Threads REQUIRED)
 find_package(Boost 1.74 REQUIRED COMPONENTS log)
 find_package(Protobuf REQUIRED)
+find_package(OpenSSL 3.0 REQUIRED)
 find_package(gRPC CONFIG REQUIRED)  # finds its own re2 through pkg-config
 find_package(CLI11 CONFIG REQUIRED)
 if(NOT DEFINED Python3_EXECUTABLE AND EXISTS /usr/bin/python3)

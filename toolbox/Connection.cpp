@@ -1,7 +1,9 @@
 #include "toolbox/Connection.h"
 
 #include <exception>
+#include <filesystem>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 #include "platform/errors/Exception.h"
@@ -11,6 +13,7 @@
 #include "platform/spf/core/Closable.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/connect.h"
+#include "platform/spf/security/CredentialsDirectory.h"
 #include "toolbox/Address.h"
 #include "transport/client/ConnectionRecord.h"
 #include "transport/client/expandSPFErrors.h"
@@ -67,19 +70,40 @@ void pollInterrupts() {
     utInterruptState::ThrowIfInterruptPending();
 }
 
+// Where the credentials for the address are; empty when it is to be called without.
+std::filesystem::path credentialsDirectory(const std::string& address, const ConnectionOptions& options) {
+  if (!options.tls.empty() || options.insecure || address.starts_with("unix:"))
+    return options.tls;
+  std::filesystem::path directory = agent::spf::security::defaultDirectory();
+  std::error_code ignored;
+  if (directory.empty() || !std::filesystem::exists(directory, ignored))
+    throw Exception<NoCredentials>(address, directory.empty() ? "the default place" : directory.string());
+  return directory;
+}
+
 }  // namespace
 
 Connection Connection::connect(std::string_view address, std::chrono::milliseconds timeout) {
+  ConnectionOptions options;
+  options.timeout = timeout;
+  return connect(address, options);
+}
+
+Connection Connection::connect(std::string_view address, const ConnectionOptions& wanted) {
   const std::string resolved = resolveAddress(address);
+  const std::filesystem::path directory = credentialsDirectory(resolved, wanted);
   auto record = std::make_shared<Record>();
   agent::spf::grpc_transport::ConnectOptions options;
-  options.connectTimeout = timeout;
+  options.connectTimeout = wanted.timeout;
+  options.plainText = wanted.insecure;
   options.poll = pollInterrupts;
   options.onDisconnect = [watched = std::weak_ptr<Record>(record)] {
     if (const auto found = watched.lock())
       found->markDead();
   };
   try {
+    if (!directory.empty())
+      options.credentials = agent::spf::security::readClientCredentials(directory);
     record->fill(agent::spf::grpc_transport::connect(resolved, options));
   } catch (const agent::spf::Timeout&) {
     std::throw_with_nested(

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "platform/spf/core/Invokable.h"
+#include "toolbox/ConnectionOptions.h"
 #include "transport/client/TransportClient.h"
 
 namespace parallel::toolbox {
@@ -20,10 +21,10 @@ namespace parallel::toolbox {
 class Connection {
  public:
   // Connects to "unix:PATH" or "HOST:PORT". On an interpreter thread a user interrupt ends the wait.
-  // Errors: `BadAddress`; `NoAnswer` over the framework's Timeout; what else the framework reports, as
-  // throwExpandedSPFErrors gives it.
-  static Connection connect(std::string_view address,
-                            std::chrono::milliseconds timeout = std::chrono::milliseconds{10'000});
+  // Errors: `BadAddress`; `NoCredentials` for TCP without any; `NoAnswer` over the framework's Timeout; what else the
+  // framework reports, as throwExpandedSPFErrors gives it.
+  static Connection connect(std::string_view address, const ConnectionOptions& options = {});
+  static Connection connect(std::string_view address, std::chrono::milliseconds timeout);
 
   // A connection that exists already, such as an embedded service's. `name` stands for the address in messages.
   Connection(std::shared_ptr<agent::spf::core::Invokable> invokable, std::string name);

@@ -15,7 +15,6 @@ constexpr int kUsageError = 2;
 
 struct RawOptions {
   DaemonOptions options;
-  bool insecure = false;
   std::string logWord = "warning";
 };
 
@@ -26,11 +25,22 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
                                 "Listen on this socket file, which only its user can open "
                                 "(default: $XDG_RUNTIME_DIR/zks/zksd.sock, or /tmp/zks-UID/zksd.sock)");
   socket->type_name("PATH");
-  auto* listen = app.add_option("--listen", options.listen, "Listen on TCP; needs --insecure. Port 0: any free one");
+  auto* listen =
+      app.add_option("--listen", options.listen, "Listen on TCP, with TLS unless told otherwise. Port 0: any free one");
   listen->type_name("HOST:PORT")->excludes(socket);
-  app.add_flag("--insecure", raw.insecure,
-               "Allow --listen: whoever reaches the port can run any command as this user, and nothing is encrypted")
-      ->needs(listen);
+  auto* tls = app.add_option("--tls", options.tlsDirectory,
+                             "Keep the service's and the clients' credentials here; made if missing "
+                             "(default: $ZKS_TLS, $XDG_STATE_HOME/zks/tls or ~/.local/state/zks/tls)");
+  tls->type_name("DIR")->needs(listen);
+  auto* name = app.add_option("--tls-name", options.tlsNames,
+                              "A name or address by which clients call this machine, for its certificate; repeatable");
+  name->type_name("NAME")->needs(listen)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  name->allow_extra_args(false);
+  app.add_flag("--insecure", options.insecure,
+               "No TLS: whoever reaches the port can run any command as this user, and nothing is encrypted")
+      ->needs(listen)
+      ->excludes(tls)
+      ->excludes(name);
   app.add_option("--slots", options.slots, "Tasks that run at once (default: the cores of this machine)")
       ->type_name("N")
       ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
@@ -40,15 +50,6 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
   app.add_option("--log", raw.logWord, "Say more or less on standard error: off, error, warning, detail, trace")
       ->type_name("LEVEL")
       ->capture_default_str();
-}
-
-// What the library cannot express.
-void checkTogether(const RawOptions& raw) {
-  if (!raw.options.listen.empty() && !raw.insecure)
-    throw CLI::ValidationError("--listen",
-                               "the service runs any command that it is sent, and TCP has no lock yet. "
-                               "Add --insecure if everybody who can reach " +
-                                   raw.options.listen + " may run commands as this user, or use --socket PATH");
 }
 
 foundation::log::level_t levelsOf(const std::string& word) {
@@ -68,7 +69,6 @@ ParsedArguments parseArguments(std::vector<std::string> arguments, std::ostream&
   try {
     std::reverse(arguments.begin(), arguments.end());  // as the library wants them
     app.parse(std::move(arguments));
-    checkTogether(raw);
     raw.options.logLevels = levelsOf(raw.logWord);
   } catch (const CLI::Success& success) {
     app.exit(success, out, error);

@@ -16,6 +16,10 @@ struct DaemonOptions {
   // One of the two, or none: then the default socket file.
   std::filesystem::path socket;
   std::string listen;  // HOST:PORT
+  // For `listen`: where the credentials are, and the names that the service's certificate gets besides the usual ones.
+  std::filesystem::path tlsDirectory;  // empty: the default
+  std::vector<std::string> tlsNames;
+  bool insecure = false;
   std::size_t slots = 0;
   std::filesystem::path scratch;
   foundation::log::level_t logLevels = 0;

@@ -54,14 +54,25 @@ TEST(DaemonOptions, EachOptionIsTaken) {
   const auto open = parse({"--listen", "localhost:0", "--insecure"}).parsed.options;
   ASSERT_TRUE(open);
   EXPECT_EQ(open->listen, "localhost:0");
+  EXPECT_TRUE(open->insecure);
 }
 
-TEST(DaemonOptions, TcpNeedsAnExplicitWord) {
-  expectUsageError({"--listen", "localhost:4711"}, "Add --insecure if everybody who can reach localhost:4711");
+TEST(DaemonOptions, TcpIsGuardedUnlessToldOtherwise) {
+  const auto guarded =
+      parse({"--listen", "localhost:0", "--tls", "/etc/zks", "--tls-name", "a.example.org", "--tls-name", "10.0.0.1"})
+          .parsed.options;
+  ASSERT_TRUE(guarded);
+  EXPECT_FALSE(guarded->insecure);
+  EXPECT_EQ(guarded->tlsDirectory, "/etc/zks");
+  EXPECT_THAT(guarded->tlsNames, ::testing::ElementsAre("a.example.org", "10.0.0.1"));
 }
 
 TEST(DaemonOptions, UsageErrorsNameTheOption) {
   expectUsageError({"--insecure"}, "--listen");
+  expectUsageError({"--tls", "/x"}, "--listen");
+  expectUsageError({"--tls-name", "x"}, "--listen");
+  expectUsageError({"--listen", "h:1", "--insecure", "--tls", "/x"}, "--tls");
+  expectUsageError({"--listen", "h:1", "--insecure", "--tls-name", "x"}, "--tls-name");
   expectUsageError({"--socket", "/x", "--listen", "h:1", "--insecure"}, "--socket");
   expectUsageError({"--slots", "0"}, "--slots");
   expectUsageError({"--slots", "many"}, "--slots");
@@ -83,7 +94,8 @@ TEST(DaemonOptions, HelpAndVersionGoToStandardOutput) {
 
 TEST(DaemonOptions, HelpNamesEveryOption) {
   const std::string help = parse({"--help"}).out;
-  for (const char* option : {"--socket", "--listen", "--insecure", "--slots", "--scratch", "--log", "--version"})
+  for (const char* option :
+       {"--socket", "--listen", "--tls", "--tls-name", "--insecure", "--slots", "--scratch", "--log", "--version"})
     EXPECT_THAT(help, HasSubstr(option));
 }
 

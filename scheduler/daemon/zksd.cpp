@@ -12,12 +12,14 @@
 #include "platform/logging/consoleSink.h"
 #include "platform/logging/sinks.h"
 #include "platform/spf/grpc/Server.h"
+#include "platform/spf/grpc/routeGrpcLog.h"
 #include "scheduler/CallCounter.h"
 #include "scheduler/SchedulerService.h"
 #include "scheduler/daemon/DaemonOptions.h"
 #include "scheduler/daemon/SocketClaim.h"
 #include "scheduler/daemon/allocatorTuning.h"
 #include "scheduler/daemon/defaultSocket.h"
+#include "scheduler/daemon/serviceCredentials.h"
 
 namespace parallel::scheduler {
 
@@ -57,9 +59,28 @@ void serveUntilSignal(const EndSignals& signals, const CallCounter& counter) {
   }
 }
 
-std::unique_ptr<Server> listen(const std::shared_ptr<agent::spf::core::Service>& service, const std::string& address) {
+using agent::spf::grpc_transport::ServerOptions;
+
+std::unique_ptr<Server> listen(const std::shared_ptr<agent::spf::core::Service>& service,
+                               const ServerOptions& options) {
   const SocketClaim::PrivateFiles ownersOnly;
-  return std::make_unique<Server>(service, agent::spf::grpc_transport::ServerOptions{.address = address, .grace = {}});
+  return std::make_unique<Server>(service, options);
+}
+
+ServerOptions serverOptions(const DaemonOptions& options, const std::optional<SocketClaim>& claim) {
+  ServerOptions server;
+  server.address = claim ? claim->address() : options.listen;
+  server.plainText = options.insecure;
+  if (!claim && !options.insecure)
+    server.credentials = serviceCredentials(options);
+  return server;
+}
+
+void announce(const DaemonOptions& options, const Server& server) {
+  std::cout << "zksd: listening on " << server.address() << std::endl;
+  if (!options.listen.empty() && !options.insecure)
+    std::cout << "zksd: a client needs ca.pem, client.pem, client-key.pem and token of "
+              << credentialsDirectory(options).string() << std::endl;
 }
 
 void run(const DaemonOptions& options) {
@@ -67,6 +88,7 @@ void run(const DaemonOptions& options) {
   keepFreedMemory();
   const logging::SinkHandle log = logging::consoleSink(std::cerr, "zksd");
   logging::setEnabledLevels("", options.logLevels);
+  agent::spf::grpc_transport::routeGrpcLog();
 
   std::optional<SocketClaim> claim;
   if (options.listen.empty())
@@ -74,8 +96,8 @@ void run(const DaemonOptions& options) {
   const auto counter = std::make_shared<CallCounter>();
   const auto service = makeSchedulerService(
       SchedulerOptions{.slots = options.slots, .scratchParent = options.scratch, .counter = counter});
-  const std::unique_ptr<Server> server = listen(service, claim ? claim->address() : options.listen);
-  std::cout << "zksd: listening on " << server->address() << std::endl;
+  const std::unique_ptr<Server> server = listen(service, serverOptions(options, claim));
+  announce(options, *server);
   serveUntilSignal(signals, *counter);
 }
 

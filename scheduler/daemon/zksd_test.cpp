@@ -16,6 +16,7 @@
 #include "platform/spf/core/ImportedDataSource.h"
 #include "platform/spf/core/promiseCompletingHandler.h"
 #include "platform/spf/grpc/connect.h"
+#include "platform/spf/security/CredentialsDirectory.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "scheduler/testing/containers.h"
 #include "scheduler/testing/waiting.h"
@@ -75,6 +76,7 @@ class Daemon {
     EXPECT_THAT(line, StartsWith("zksd: listening on "));
     return line.substr(std::string("zksd: listening on ").size());
   }
+  int outputFd() const { return output_.reading.get(); }
   void signal(int number) const { ::kill(pid_, number); }
   // Waits for its end. Negative: the signal that ended it.
   int exitCode() {
@@ -127,8 +129,11 @@ std::string contentOf(const Reply& reply) {
   return content;
 }
 
-std::string call(const std::string& address, const std::string& method, const std::string& request) {
-  const auto service = agent::spf::grpc_transport::connect(address);
+using agent::spf::grpc_transport::ConnectOptions;
+
+std::string call(const std::string& address, const std::string& method, const std::string& request,
+                 const ConnectOptions& options = {}) {
+  const auto service = agent::spf::grpc_transport::connect(address, options);
   auto reply = start(*service, method, request);
   EXPECT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
   return contentOf(reply.get());
@@ -142,8 +147,8 @@ std::string taskRequest(const std::string& script) {
 }
 
 // That the service answers.
-void expectServes(const std::string& address) {
-  const auto items = testing::itemsOf(call(address, "runTask", taskRequest("echo it works")));
+void expectServes(const std::string& address, const ConnectOptions& options = {}) {
+  const auto items = testing::itemsOf(call(address, "runTask", taskRequest("echo it works"), options));
   ASSERT_EQ(items.size(), 3U);
   EXPECT_EQ(testing::plainOf(items[1]), "it works\n");
 }
@@ -278,14 +283,27 @@ TEST_F(Zksd, ClientThatGoesAwayEndsItsTask) {
   EXPECT_EQ(daemon.exitCode(), 0);
 }
 
-TEST_F(Zksd, TcpIsRefusedWithoutTheWordAndServedWithIt) {
-  Daemon refused(arguments({"--listen", "127.0.0.1:0"}));
-  EXPECT_EQ(refused.exitCode(), 2);
-  EXPECT_THAT(refused.error(), HasSubstr("--insecure"));
+TEST_F(Zksd, PlainTcpIsServedAfterTheExplicitWord) {
   Daemon daemon(arguments({"--listen", "127.0.0.1:0", "--insecure"}));
   const std::string address = daemon.address();
   EXPECT_THAT(address, ::testing::Not(::testing::EndsWith(":0")));
-  expectServes(address);
+  ConnectOptions options;
+  options.plainText = true;
+  expectServes(address, options);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+  EXPECT_EQ(daemon.output(), "");
+}
+
+TEST_F(Zksd, TcpIsGuardedByCredentialsMadeAtFirstStart) {
+  const fs::path tls = file("state/tls");
+  Daemon daemon(arguments({"--listen", "127.0.0.1:0", "--tls", tls}));
+  const std::string address = daemon.address();
+  EXPECT_EQ(testing::readLine(daemon.outputFd()),
+            "zksd: a client needs ca.pem, client.pem, client-key.pem and token of " + tls.string());
+  ConnectOptions options;
+  options.credentials = agent::spf::security::readClientCredentials(tls);
+  expectServes(address, options);
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.exitCode(), 0);
 }

@@ -3,15 +3,17 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/spf/core/Service.h"
+#include "platform/spf/security/Credentials.h"
 
 namespace agent::spf::grpc_transport {
 
 struct ServerOptions {
-  // "unix:/absolute/path" or "HOST:PORT" (port 0: the system chooses). Plain text either way: who may connect is
-  // decided by the socket file's permissions, which are the caller's to set up (its directory), or by the network.
+  // "unix:/absolute/path" or "HOST:PORT" (port 0: the system chooses). Who may connect to a socket file is decided by
+  // its permissions, which are the caller's to set up (its directory).
   std::string address;
   // How long shutdown lets calls under way finish before it cancels them.
   std::chrono::milliseconds grace{0};
@@ -21,6 +23,11 @@ struct ServerOptions {
   std::chrono::milliseconds keepaliveTimeout{20'000};
   // A request may pause for so long; then the handler that reads it gets Timeout. Zero: for ever.
   std::chrono::milliseconds idleTimeout{600'000};
+  // With them: TLS, and only for clients with a certificate of the same authority and the token. TCP needs them,
+  // unless...
+  std::optional<security::Credentials> credentials = std::nullopt;
+  // ... it is said that whoever reaches the port may call, and that nothing is encrypted.
+  bool plainText = false;
 };
 
 class Server {

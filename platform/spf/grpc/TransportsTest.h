@@ -21,6 +21,7 @@
 #include "platform/spf/grpc/Server.h"
 #include "platform/spf/grpc/connect.h"
 #include "platform/spf/inprocess/connectInProcess.h"
+#include "platform/spf/security/testing/TestAuthority.h"
 
 namespace agent::spf::testing {
 
@@ -43,6 +44,20 @@ class TemporaryDirectory {
  private:
   std::string path_;
 };
+
+// Plain text over TCP, at a port that the system chooses.
+inline grpc_transport::ServerOptions plainServer() {
+  grpc_transport::ServerOptions options;
+  options.address = "127.0.0.1:0";
+  options.plainText = true;
+  return options;
+}
+
+inline grpc_transport::ConnectOptions plainClient() {
+  grpc_transport::ConnectOptions options;
+  options.plainText = true;
+  return options;
+}
 
 // What a handler lets its test see and decide. A test uses the members that its handler uses.
 struct Probe {
@@ -67,6 +82,12 @@ class Transports : public ::testing::TestWithParam<std::string> {
       return;
     }
     serverOptions_.address = GetParam() == "unix" ? directory_.address() : "127.0.0.1:0";
+    serverOptions_.plainText = connectOptions_.plainText = GetParam() == "tcp";
+    if (GetParam() == "tls") {
+      static const security::testing::TestAuthority authority;
+      serverOptions_.credentials = authority.server();
+      connectOptions_.credentials = authority.client();
+    }
     server_ = std::make_unique<grpc_transport::Server>(service_, serverOptions_);
     client_ = grpc_transport::connect(server_->address(), connectOptions_);
   }
@@ -109,7 +130,7 @@ inline std::string nameOfTransport(const ::testing::TestParamInfo<std::string>& 
 }
 
 #define INSTANTIATE_TRANSPORTS(suite) \
-  INSTANTIATE_TEST_SUITE_P(All, suite, ::testing::Values("inprocess", "unix", "tcp"), nameOfTransport)
+  INSTANTIATE_TEST_SUITE_P(All, suite, ::testing::Values("inprocess", "unix", "tcp", "tls"), nameOfTransport)
 
 // The chain that `action` throws; empty when it throws nothing.
 template <class Action>

@@ -2,7 +2,6 @@
 
 #include <grpcpp/create_channel.h>
 #include <grpcpp/create_channel_posix.h>
-#include <grpcpp/security/credentials.h>
 #include <grpcpp/support/channel_arguments.h>
 
 #include <algorithm>
@@ -16,8 +15,10 @@
 #include "platform/spf/core/promiseCompletingHandler.h"
 #include "platform/spf/grpc/internal/ClientConnection.h"
 #include "platform/spf/grpc/internal/address.h"
+#include "platform/spf/grpc/internal/askForAccess.h"
 #include "platform/spf/grpc/internal/grpcTime.h"
 #include "platform/spf/grpc/internal/keepGrpcRunning.h"
+#include "platform/spf/grpc/internal/transportSecurity.h"
 
 namespace agent::spf::grpc_transport {
 
@@ -68,7 +69,7 @@ grpc::ChannelArguments channelArguments(const std::string& address, const Connec
   arguments.SetInt(GRPC_ARG_CLIENT_IDLE_TIMEOUT_MS, INT_MAX);
   arguments.SetMaxReceiveMessageSize(static_cast<int>(internal::kMaxFrameBytes));
   arguments.SetMaxSendMessageSize(-1);
-  if (!internal::isUnixAddress(address)) {  // there a LifeCheck does this
+  if (!internal::isUnixAddress(address) || options.credentials) {  // else a LifeCheck does this
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, internal::millisecondsForGrpc(options.keepaliveInterval));
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, internal::millisecondsForGrpc(options.keepaliveTimeout));
     arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
@@ -83,8 +84,8 @@ using Deadline = std::chrono::system_clock::time_point;
                 std::to_string(options.connectTimeout.count()) + " ms.");
 }
 
-[[noreturn]] void throwUnreachable(const std::string& address) {
-  throw FrameworkError("No connection to " + address + ": " + internal::whyUnreachable(address) + ".");
+[[noreturn]] void throwUnreachable(const std::string& address, const ConnectOptions& options) {
+  throw FrameworkError("No connection to " + address + ": " + internal::whyUnreachable(address, options) + ".");
 }
 
 // Until when to wait before the caller is asked whether it still wants to.
@@ -97,7 +98,7 @@ void waitUntilReady(grpc::Channel& channel, const std::string& address, const Co
   grpc_connectivity_state state = channel.GetState(true);
   while (state != GRPC_CHANNEL_READY) {
     if (state == GRPC_CHANNEL_TRANSIENT_FAILURE || state == GRPC_CHANNEL_SHUTDOWN)
-      throwUnreachable(address);
+      throwUnreachable(address, options);
     if (std::chrono::system_clock::now() >= deadline)
       throwTimeout(address, options);
     channel.WaitForStateChange(state, nextStep(deadline));
@@ -107,6 +108,16 @@ void waitUntilReady(grpc::Channel& channel, const std::string& address, const Co
   }
 }
 
+// A wrong token is found when the first call is made, which is here. What else may be wrong, the connection finds out.
+void requireAccess(const std::shared_ptr<grpc::Channel>& channel, const std::string& address,
+                   const ConnectOptions& options, Deadline deadline) {
+  const grpc::Status status = internal::askForAccess(channel, deadline, options.poll);
+  if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED)
+    throwTimeout(address, options);
+  if (status.error_code() == grpc::StatusCode::UNAUTHENTICATED)
+    throw FrameworkError("No connection to " + address + ": " + status.error_message() + ".");
+}
+
 std::unique_ptr<internal::UnixSocket> connectSocket(const std::string& address, const ConnectOptions& options,
                                                     Deadline deadline) {
   try {
@@ -114,7 +125,7 @@ std::unique_ptr<internal::UnixSocket> connectSocket(const std::string& address, 
   } catch (const std::system_error& e) {
     if (e.code() == std::errc::timed_out)
       throwTimeout(address, options);
-    throwUnreachable(address);
+    throwUnreachable(address, options);
   }
 }
 
@@ -134,7 +145,7 @@ void waitForLife(ClientConnection& connection, const ConnectOptions& options, De
   try {
     answered.get();
   } catch (const Terminated&) {
-    throwUnreachable(connection.address());
+    throwUnreachable(connection.address(), options);
   }
 }
 
@@ -155,12 +166,16 @@ std::shared_ptr<Connection> connectToSocketFile(const std::string& address, cons
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options) {
   internal::checkAddress(address);
   internal::keepGrpcRunning();
+  if (const std::string why = internal::whyUnguarded(address, options.credentials, options.plainText); !why.empty())
+    throw FrameworkError("No connection to " + address + ": " + why + ".");
   const Deadline deadline = std::chrono::system_clock::now() + std::min(options.connectTimeout, internal::kLongestTime);
-  if (internal::isUnixAddress(address))
+  if (internal::isUnixAddress(address) && !options.credentials)
     return connectToSocketFile(address, options, deadline);
-  auto channel =
-      grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), channelArguments(address, options));
+  auto channel = grpc::CreateCustomChannel(address, internal::channelCredentials(options.credentials),
+                                           channelArguments(address, options));
   waitUntilReady(*channel, address, options, deadline);
+  if (options.credentials)
+    requireAccess(channel, address, options, deadline);
   auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options);
   connection->start();
   return std::make_shared<Connection>(std::move(connection));

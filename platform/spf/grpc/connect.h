@@ -4,9 +4,11 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/spf/core/Invokable.h"
+#include "platform/spf/security/Credentials.h"
 
 namespace agent::spf::grpc_transport {
 
@@ -23,12 +25,16 @@ struct ConnectOptions {
   std::function<void()> poll;
   // Runs once, on a thread of the framework, when the connection is found dead. May be empty.
   std::function<void()> onDisconnect;
+  // With them: TLS, which the service must speak as well, and the token. A socket file needs none, TCP does, unless...
+  std::optional<security::Credentials> credentials = std::nullopt;
+  // ... it is said that nothing is to be encrypted and nobody asked who he is.
+  bool plainText = false;
 };
 
 // `address`: "unix:/absolute/path" or "HOST:PORT". FrameworkError names the address and what was wrong (nothing
-// listens, no such socket file, no permission); Timeout when it does not answer in time. The Invokable is a
-// core::Closable; destroying it closes it, and waits for the connection's threads. An attempt that timed out keeps its
-// socket for a moment longer, one that was interrupted for the rest of its time.
+// listens, no such socket file, no permission, a certificate or token refused) and what to do; Timeout when it does not
+// answer in time. The Invokable is a core::Closable; destroying it closes it, and waits for the connection's threads.
+// An attempt that timed out keeps its socket for a moment longer, one that was interrupted for the rest of its time.
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options = {});
 
 }  // namespace agent::spf::grpc_transport

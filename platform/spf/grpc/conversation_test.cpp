@@ -201,7 +201,7 @@ void relay(RawServerStream& from, const std::string& address, std::string& recor
 TEST_F(Conversation, OfTodayIsTheRecordedOne) {
   std::string record = "\n";
   const RawServer relaying([&](RawServerStream& stream) { relay(stream, serviceAddress(), record); });
-  makeCalls(*grpc_transport::connect(relaying.address()));
+  makeCalls(*grpc_transport::connect(relaying.address(), testing::plainClient()));
   EXPECT_EQ(record, testing::kConversation);
 }
 
@@ -235,7 +235,7 @@ void replayReplies(RawServerStream& stream, const std::vector<Line>& lines) {
 
 TEST_P(RecordedConversation, IsUnderstoodByTheClientOfToday) {
   const RawServer server([lines = linesOf(GetParam())](RawServerStream& stream) { replayReplies(stream, lines); });
-  makeCalls(*grpc_transport::connect(server.address()));
+  makeCalls(*grpc_transport::connect(server.address(), testing::plainClient()));
 }
 
 INSTANTIATE_TEST_SUITE_P(First, RecordedConversation, ::testing::Values(testing::kFirstConversation));

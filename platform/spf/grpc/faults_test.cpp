@@ -33,7 +33,7 @@ using Kind = ErrorLevel::Kind;
 
 // Short, so that a test of them is; yet long enough for a service that lives on a busy machine.
 ConnectOptions shortDeadlines() {
-  ConnectOptions options;
+  ConnectOptions options = testing::plainClient();
   options.connectTimeout = std::chrono::milliseconds(1000);
   options.keepaliveInterval = std::chrono::milliseconds(300);
   options.keepaliveTimeout = std::chrono::milliseconds(700);

@@ -312,7 +312,7 @@ class ScriptedServer : public ::testing::Test, public v1::Transport::Service {
     builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
     builder.RegisterService(this);
     server_ = builder.BuildAndStart();
-    client_ = connect("127.0.0.1:" + std::to_string(port));
+    client_ = connect("127.0.0.1:" + std::to_string(port), testing::plainClient());
   }
 
   void TearDown() override {
@@ -417,7 +417,7 @@ TEST_F(ScriptedServer, EmptyErrorChainIsStillAnError) {
 
 TEST(Connect, WrongAddressesAreNamedAtOnceWithTheReason) {
   const auto textOf = [](const std::string& address) {
-    return textOfOnly(chainThrownBy([&] { connect(address); }), Kind::framework);
+    return textOfOnly(chainThrownBy([&] { connect(address, testing::plainClient()); }), Kind::framework);
   };
   const TemporaryDirectory directory;
   EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("no such socket file")));
@@ -431,10 +431,10 @@ TEST(Connect, WrongAddressesAreNamedAtOnceWithTheReason) {
 TEST(Connect, NothingListeningIsSaid) {
   std::string address;
   {
-    const Server server(std::make_shared<core::Service>(), {"127.0.0.1:0", {}});
+    const Server server(std::make_shared<core::Service>(), testing::plainServer());
     address = server.address();
   }
-  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address); }), Kind::framework),
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address, testing::plainClient()); }), Kind::framework),
               AllOf(HasSubstr(address), HasSubstr("nothing listens there")));
 }
 
@@ -480,7 +480,7 @@ class SilentListener {
 
 TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
   const SilentListener listener;
-  ConnectOptions options;
+  auto options = testing::plainClient();
   options.connectTimeout = std::chrono::milliseconds(150);
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr(listener.address()));
@@ -495,7 +495,7 @@ TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
 
 TEST(Connect, AttemptThatTimedOutGivesItsSocketBack) {
   const SilentListener listener;
-  ConnectOptions options;
+  auto options = testing::plainClient();
   options.connectTimeout = std::chrono::milliseconds(150);
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr("150"));
@@ -507,7 +507,7 @@ TEST(Connect, LongestTimeoutOfAllIsAllowed) {
   auto service = std::make_shared<core::Service>();
   service->add("echo", echo);
   const Server server(service, {directory.address(), {}});
-  ConnectOptions options;
+  auto options = testing::plainClient();
   options.connectTimeout = std::chrono::milliseconds::max();
   EXPECT_EQ(call(*connect(server.address(), options), "echo", std::string("x")), "x");
 }
@@ -526,12 +526,17 @@ TEST(Connect, ServerOfAnotherServiceIsRecognised) {
 TEST(Listen, AddressesInUseOrOutOfReachAreNamedWithTheReason) {
   const auto service = std::make_shared<core::Service>();
   const auto textOf = [&](const std::string& address) {
-    return textOfOnly(chainThrownBy([&] { Server(service, {address, {}}); }), Kind::framework);
+    return textOfOnly(chainThrownBy([&] {
+                        auto options = testing::plainServer();
+                        options.address = address;
+                        Server(service, options);
+                      }),
+                      Kind::framework);
   };
   const TemporaryDirectory directory;
   const Server local(service, {directory.address(), {}});
   EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("another service listens")));
-  const Server remote(service, {"127.0.0.1:0", {}});
+  const Server remote(service, testing::plainServer());
   EXPECT_THAT(textOf(remote.address()), AllOf(HasSubstr(remote.address()), HasSubstr("in use")));
   EXPECT_THAT(textOf("unix:/no-such-directory/socket"), HasSubstr("directory"));
   EXPECT_THAT(textOf("unix:/" + std::string(200, 'x')), HasSubstr("longer than"));
@@ -560,11 +565,11 @@ TEST(Listen, CallsUnderWayMayEndWithinTheGraceTime) {
     awaitEvent(probe.mayGoOn);
     call.reply() << "done";
   });
-  auto server = std::make_unique<Server>(
-      service, grpc_transport::ServerOptions{
-                   "127.0.0.1:0", std::chrono::duration_cast<std::chrono::milliseconds>(core::testing::kDeadline)});
+  auto serverOptions = testing::plainServer();
+  serverOptions.grace = core::testing::kDeadline;
+  auto server = std::make_unique<Server>(service, serverOptions);
   std::promise<void> disconnected;
-  ConnectOptions options;
+  auto options = testing::plainClient();
   options.onDisconnect = [&] { disconnected.set_value(); };  // the watch ends first: the service is shutting down
   const auto client = connect(server->address(), options);
   auto reply = core::testing::start(*client, "slow", sourceOf(""));

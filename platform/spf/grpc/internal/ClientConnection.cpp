@@ -27,6 +27,7 @@ ClientConnection::ClientConnection(std::shared_ptr<grpc::Channel> channel, std::
       onDisconnect_(options.onDisconnect) {
   options_.poll = nullptr;  // what callbacks hold is not to live as long as this
   options_.onDisconnect = nullptr;
+  options_.credentials.reset();  // nor are secrets
 }
 
 void ClientConnection::start() {

@@ -11,8 +11,6 @@ namespace agent::spf::grpc_transport::internal {
 
 namespace {
 
-constexpr const char* kMethod = "/agent.spf.v1.Transport/Converse";
-
 using Upload = ClientCall::Upload;
 
 std::string encodeHeadOf(const ClientCall& call) {
@@ -67,7 +65,7 @@ bool ClientStream::write(const grpc::ByteBuffer& message) {
 void ClientStream::prepare() {
   context_ = std::make_unique<grpc::ClientContext>();
   context_->set_initial_metadata_corked(!watch_);
-  stream_ = connection_->stub().PrepareCall(context_.get(), kMethod, &connection_->queue());
+  stream_ = connection_->stub().PrepareCall(context_.get(), kConverseMethod, &connection_->queue());
 }
 
 void ClientStream::open() {

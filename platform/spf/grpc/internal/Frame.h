@@ -16,6 +16,8 @@ namespace agent::spf::grpc_transport::internal {
 
 // The version that this code speaks.
 inline constexpr std::uint32_t kProtocolVersion = 1;
+// The one method of the wire.
+inline constexpr const char* kConverseMethod = "/agent.spf.v1.Transport/Converse";
 // Bulk bytes per frame, sent. A receiver takes frames up to kMaxFrameBytes, everything in them counted.
 inline constexpr std::size_t kFrameDataBytes = std::size_t{1} << 20;
 inline constexpr std::size_t kMaxFrameBytes = std::size_t{16} << 20;

@@ -1,6 +1,5 @@
 #include "platform/spf/grpc/internal/ServerCore.h"
 
-#include <grpcpp/security/server_credentials.h>
 #include <grpcpp/server_builder.h>
 
 #include <system_error>
@@ -10,6 +9,7 @@
 #include "platform/spf/grpc/internal/address.h"
 #include "platform/spf/grpc/internal/grpcTime.h"
 #include "platform/spf/grpc/internal/keepGrpcRunning.h"
+#include "platform/spf/grpc/internal/transportSecurity.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -38,12 +38,14 @@ ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const Serve
 void ServerCore::listen() {
   checkAddress(address_);
   keepGrpcRunning();
-  std::string why = whyNotListening(address_);
+  std::string why = whyUnguarded(address_, options_.credentials, options_.plainText);
+  if (why.empty())
+    why = whyNotListening(address_);
   if (why.empty()) {
     grpc::ServerBuilder builder;
     setArguments(builder, options_);
     int port = 0;
-    builder.AddListeningPort(address_, grpc::InsecureServerCredentials(), &port);
+    builder.AddListeningPort(address_, serverCredentials(options_.credentials), &port);
     builder.RegisterAsyncGenericService(&generic_);
     queue_ = builder.AddCompletionQueue();
     server_ = builder.BuildAndStart();

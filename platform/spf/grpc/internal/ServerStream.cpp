@@ -13,7 +13,6 @@ namespace agent::spf::grpc_transport::internal {
 
 namespace {
 
-constexpr const char* kMethod = "/agent.spf.v1.Transport/Converse";
 // The short form of an error in a status: percent-encoding may triple it, and stock clients drop trailers of over 4
 // KiB.
 constexpr std::size_t kStatusTextBytes = 1200;
@@ -103,7 +102,7 @@ void ServerStream::onAccepted(bool ok) {
 void ServerStream::opened() {
   server_.acceptNext();
   const bool standard = openStandard();
-  conversing_ = context_->method() == kMethod;
+  conversing_ = context_->method() == kConverseMethod;
   if (conversing_)
     server_.conversing();  // before the server can find it unused
   {

@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "platform/spf/core/errors.h"
+#include "platform/spf/security/diagnoseTls.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -21,6 +22,8 @@ namespace {
 
 constexpr std::string_view kUnix = "unix:";
 constexpr int kProbeMilliseconds = 250;
+// For a peer that has accepted the connection to say what it thinks of ours.
+constexpr std::chrono::milliseconds kDiagnosisLimit{2000};
 
 class Socket {
  public:
@@ -42,8 +45,7 @@ std::string textOf(int error) {
 }
 
 // The error of one attempt to connect; 0 when it succeeds.
-int tryConnect(int family, const sockaddr* to, socklen_t size) {
-  const Socket socket(family);
+int tryConnect(const Socket& socket, const sockaddr* to, socklen_t size) {
   if (socket.fd() < 0)
     return errno;
   if (::connect(socket.fd(), to, size) == 0)
@@ -59,11 +61,11 @@ int tryConnect(int family, const sockaddr* to, socklen_t size) {
   return error;
 }
 
-int tryConnectUnix(const std::string& path) {
+int tryConnectUnix(const Socket& socket, const std::string& path) {
   sockaddr_un to{};
   if (!fillAddress(path, to))
     return ENAMETOOLONG;
-  return tryConnect(AF_UNIX, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+  return tryConnect(socket, reinterpret_cast<const sockaddr*>(&to), sizeof to);
 }
 
 std::string portOf(const std::string& address) {
@@ -86,36 +88,49 @@ AddressList resolve(const std::string& address, int flags, int& error) {
   return {error == 0 ? found : nullptr, &::freeaddrinfo};
 }
 
+// Of what listens there and has accepted the connection.
+std::string whyNoConversation(const Socket& socket, const std::string& host, const ConnectOptions& options) {
+  const security::Patience patience{kDiagnosisLimit, options.poll};
+  std::string why;
+  if (options.credentials)
+    why = security::whyTlsFails(socket.fd(), host, *options.credentials, patience);
+  else if (security::speaksTls(socket.fd(), patience))
+    why = "the service speaks TLS; connect with its credentials (--tls DIR) and not in plain text";
+  return why.empty() ? "something listens there, but it does not speak this protocol" : why;
+}
+
 std::string refusal(int error) {
-  if (error == 0)
-    return "something listens there, but it does not speak this protocol";
   if (error == ECONNREFUSED)
     return "nothing listens there (" + textOf(error) + ")";
   return textOf(error);
 }
 
-std::string whyUnixUnreachable(const std::string& path) {
+std::string whyUnixUnreachable(const std::string& path, const ConnectOptions& options) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0)
     return errno == ENOENT ? "there is no such socket file" : "the socket file cannot be seen (" + textOf(errno) + ")";
   if (!S_ISSOCK(status.st_mode))
     return "that file is not a socket";
-  const int error = tryConnectUnix(path);
+  const Socket socket(AF_UNIX);
+  const int error = tryConnectUnix(socket, path);
+  if (error == 0)
+    return whyNoConversation(socket, "localhost", options);  // as gRPC calls the host of every socket file
   if (error == EACCES)
     return "the socket file is not open to this user (" + textOf(error) + ")";
   return refusal(error);
 }
 
-std::string whyTcpUnreachable(const std::string& address) {
+std::string whyTcpUnreachable(const std::string& address, const ConnectOptions& options) {
   int error = 0;
   const AddressList found = resolve(address, 0, error);
   if (found == nullptr)
     return "the host name cannot be resolved (" + std::string(::gai_strerror(error)) + ")";
   int refused = ECONNREFUSED;
   for (const addrinfo* to = found.get(); to != nullptr; to = to->ai_next) {
-    refused = tryConnect(to->ai_family, to->ai_addr, to->ai_addrlen);
+    const Socket socket(to->ai_family);
+    refused = tryConnect(socket, to->ai_addr, to->ai_addrlen);
     if (refused == 0)
-      break;
+      return whyNoConversation(socket, withoutBrackets(hostOf(address)), options);
   }
   return refusal(refused);
 }
@@ -128,7 +143,7 @@ std::string whyUnixNotListening(const std::string& path) {
   if (::lstat(path.c_str(), &status) == 0) {
     if (!S_ISSOCK(status.st_mode))
       return "that file exists and is not a socket";
-    if (tryConnectUnix(path) == 0)
+    if (tryConnectUnix(Socket(AF_UNIX), path) == 0)
       return "another service listens there";
     return {};
   }
@@ -192,8 +207,8 @@ void checkAddress(const std::string& address) {
     throw FrameworkError("\"" + address + "\"" + wanted);
 }
 
-std::string whyUnreachable(const std::string& address) {
-  return isUnixAddress(address) ? whyUnixUnreachable(unixPath(address)) : whyTcpUnreachable(address);
+std::string whyUnreachable(const std::string& address, const ConnectOptions& options) {
+  return isUnixAddress(address) ? whyUnixUnreachable(unixPath(address), options) : whyTcpUnreachable(address, options);
 }
 
 std::string whyNotListening(const std::string& address) {

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "platform/spf/grpc/connect.h"
+
 namespace agent::spf::grpc_transport::internal {
 
 // FrameworkError when the text is neither.
@@ -17,8 +19,9 @@ bool fillAddress(const std::string& path, sockaddr_un& to) noexcept;
 // The HOST of "HOST:PORT".
 std::string hostOf(const std::string& address);
 
-// Why a connection to the address fails, found out by trying once: "nothing listens there (Connection refused)".
-std::string whyUnreachable(const std::string& address);
+// Why a connection to the address fails, found out by trying once, with these options: "nothing
+// listens there (Connection refused)".
+std::string whyUnreachable(const std::string& address, const ConnectOptions& options);
 // Why nobody can listen at the address, or nothing when it seems that one can. A socket file that nothing serves any
 // more is in nobody's way.
 std::string whyNotListening(const std::string& address);

@@ -46,6 +46,7 @@ int main(int count, char** arguments) {
   service->add("echo", echo);
   service->add("doNothing", doNothing);
   agent::spf::grpc_transport::ServerOptions options;
+  options.plainText = true;
   options.address = arguments[1];
   const agent::spf::grpc_transport::Server server(service, options);
   tell(server.address() + "\n");

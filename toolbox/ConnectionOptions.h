@@ -1,0 +1,18 @@
+// How to connect to a service.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+
+namespace parallel::toolbox {
+
+struct ConnectionOptions {
+  std::chrono::milliseconds timeout{10'000};
+  // The directory with the service's ca.pem and token and a client.pem and client-key.pem: the connection is encrypted,
+  // and both ends show who they are. Empty: on TCP the default directory (docs/security.md), on a socket file none.
+  std::filesystem::path tls = {};
+  // TCP in plain text, which everybody in between can read and alter.
+  bool insecure = false;
+};
+
+}  // namespace parallel::toolbox
