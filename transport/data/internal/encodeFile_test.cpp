@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -147,6 +150,18 @@ TEST_F(FileItem, DirectoryThrowsTheStreamsFailure) {
   std::filesystem::create_directory(directory_.file("folder"));
   EXPECT_THROW(itemOf(directory_.file("folder"))->serialize(sink), std::ios_base::failure);
   EXPECT_TRUE(sink.bytes.empty());
+}
+
+// It has no size and no beginning to go back to.
+TEST_F(FileItem, PipeThrowsTheStreamsFailure) {
+  const std::filesystem::path path = directory_.file("pipe");
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  const int writer = ::open(path.c_str(), O_RDWR | O_CLOEXEC);  // or the item would wait for one
+  ASSERT_GE(writer, 0);
+  RecordingByteSink sink;
+  EXPECT_THROW(itemOf(path)->serialize(sink), std::ios_base::failure);
+  EXPECT_TRUE(sink.sizes.empty());
+  ::close(writer);
 }
 
 TEST_F(FileItem, ArrayWithoutTextThrowsTheHostsErrorAndLogsIt) {
