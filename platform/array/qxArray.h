@@ -73,10 +73,12 @@ qxArrayPtr qxCreateUninitializedArray(qxDimensions dimensions, qxClass cls, bool
 qxArrayPtr qxAdoptArray(qxDimensions dimensions, qxClass cls, bool complex, void* data, bool writable,
                         std::function<void()> release);
 
-qxArrayPtr qxCreateString(std::u16string_view text);    // 1-by-n text; 0-by-0 for the empty string
-qxArrayPtr qxCreateStringUtf8(std::string_view utf8);   // the same from UTF-8; bad sequences become U+FFFD
-qxArrayPtr qxCreateScalar(double value);                // 1-by-1 float64
-qxArrayPtr qxCreateBoolean(bool value);                 // 1-by-1 boolean
+qxArrayPtr qxCreateString(std::u16string_view text);   // 1-by-n text; 0-by-0 for the empty string
+qxArrayPtr qxCreateStringUtf8(std::string_view utf8);  // the same from UTF-8; bad sequences become U+FFFD
+qxArrayPtr qxCreateScalar(double value);               // 1-by-1 float64
+qxArrayPtr qxCreateBoolean(bool value);                // 1-by-1 boolean
+template <class T>
+qxArrayPtr qxCreateScalarOf(T value);                   // 1-by-1 of the class that has such elements
 qxArrayPtr qxCreateListArray(qxDimensions dimensions);  // each element empty until set
 qxArrayPtr qxCreateStructArray(qxDimensions dimensions, std::span<const std::string> fieldNames);
 
@@ -126,6 +128,10 @@ template <class T>
 std::span<const T> qxGetElements(const qxArray* array);
 template <class T>
 std::span<T> qxGetWritableElements(qxArray* array);
+
+// The element of a real 1-by-1 array whose class has elements of type T; null for any other array.
+template <class T>
+const T* qxFindScalar(const qxArray* array) noexcept;
 
 // The text of a Text array in column-major order. `WrongClass` for other classes.
 std::u16string qxGetString(const qxArray* array);
@@ -184,6 +190,8 @@ constexpr std::size_t qxMaxNesting = 256;
 // --- Template bodies ---
 
 namespace qx_detail {
+qxArrayPtr createScalar(qxClass cls, const void* element);
+const void* scalarData(const qxArray* array, qxClass cls) noexcept;
 const void* checkedData(const qxArray* array, qxClass cls);
 void* checkedWritableData(qxArray* array, qxClass cls);
 }  // namespace qx_detail
@@ -216,6 +224,16 @@ constexpr qxClass qxClassOf() {
     static_assert(std::is_same_v<T, char16_t>, "no array class has this element type");
     return qxClass::Text;
   }
+}
+
+template <class T>
+qxArrayPtr qxCreateScalarOf(T value) {
+  return qx_detail::createScalar(qxClassOf<T>(), &value);
+}
+
+template <class T>
+const T* qxFindScalar(const qxArray* array) noexcept {
+  return static_cast<const T*>(qx_detail::scalarData(array, qxClassOf<T>()));
 }
 
 template <class T>

@@ -1,4 +1,6 @@
 // Arrays of plain bytes: numeric, Boolean and Text.
+#include <cstring>
+
 #include "platform/array/internal/AdoptedStorage.h"
 #include "platform/array/internal/DataStorage.h"
 #include "platform/array/internal/share.h"
@@ -21,20 +23,18 @@ std::size_t elementBytes(qxClass cls, bool complex) {
   return qxClassBytes(cls) * (complex ? 2 : 1);
 }
 
+// Columns of numbers do not: their shares have one memory, however short they are.
+bool liesInShare(qxClass cls, std::size_t count) {
+  return count <= 1 || (cls == qxClass::Text && count <= qx_detail::kMostBytesInShare / sizeof(char16_t));
+}
+
 qxArrayPtr createDataArray(qxDimensions dimensions, qxClass cls, bool complex, Fill fill) {
   const std::size_t nbytes = elementBytes(cls, complex);
   Shape shape = Shape::makeChecked(dimensions, nbytes, cls);
-  if (shape.count() <= 1)
+  if (liesInShare(cls, shape.count()))
     return qx_detail::makeShare(cls, complex, std::move(shape));
   auto storage = DataStorage::create(shape.count() * nbytes, fill);
   return qx_detail::makeShare(cls, complex, std::move(shape), std::move(storage));
-}
-
-template <class T>
-qxArrayPtr createScalar(T value) {
-  qxArrayPtr array = createDataArray({}, qxClassOf<T>(), false, Fill::Unspecified);
-  *static_cast<T*>(qxGetWritableData(array.get())) = value;
-  return array;
 }
 
 }  // namespace
@@ -59,18 +59,18 @@ qxArrayPtr qxAdoptArray(qxDimensions dimensions, qxClass cls, bool complex, void
 }
 
 qxArrayPtr qxCreateScalar(double value) {
-  return createScalar(value);
+  return qxCreateScalarOf(value);
 }
 
 qxArrayPtr qxCreateBoolean(bool value) {
-  return createScalar(value);
+  return qxCreateScalarOf(value);
 }
 
 const void* qxGetData(const qxArray* array) noexcept {
   if (!qx_detail::hasData(array->cls))
     return nullptr;
   if (array->storage.get() == nullptr)
-    return array->element.data();
+    return array->bytes.data();
   return qx_detail::storageOf<DataStorage>(array).data();
 }
 
@@ -78,11 +78,21 @@ void* qxGetWritableData(qxArray* array) {
   if (!qx_detail::hasData(array->cls))
     return nullptr;
   if (array->storage.get() == nullptr)
-    return array->element.data();
+    return array->bytes.data();
   return qx_detail::uniqueStorage<DataStorage>(array).data();
 }
 
 namespace qx_detail {
+
+qxArrayPtr createScalar(qxClass cls, const void* element) {
+  qxArrayPtr array = makeShare(cls, false, Shape());
+  std::memcpy(array->bytes.data(), element, qxClassBytes(cls));
+  return array;
+}
+
+const void* scalarData(const qxArray* array, qxClass cls) noexcept {
+  return array->cls == cls && !array->complex && array->shape.count() == 1 ? qxGetData(array) : nullptr;
+}
 
 const void* checkedData(const qxArray* array, qxClass cls) {
   checkClass(array, cls);

@@ -18,7 +18,7 @@ using Elements = std::vector<qxArrayPtr>;
 // `count` unset elements. `OutOfMemory` when there is no room.
 Elements unsetElements(std::size_t count);
 
-class ListStorage : public Storage {
+class ListStorage final : public Storage {
  public:
   explicit ListStorage(Elements elements) noexcept : elements_(std::move(elements)) {}
 
@@ -33,7 +33,7 @@ class ListStorage : public Storage {
 };
 
 // Values stand by field: those of all elements for the first field, then for the second, ...
-class StructStorage : public Storage {
+class StructStorage final : public Storage {
  public:
   // `count` elements, no field set. Shares the names.
   StructStorage(std::size_t count, std::shared_ptr<const qxFieldNames> names);
@@ -58,7 +58,7 @@ class StructStorage : public Storage {
   Elements values_;
 };
 
-class ObjectStorage : public Storage {
+class ObjectStorage final : public Storage {
  public:
   ObjectStorage(std::string className, std::shared_ptr<void> native) noexcept
       : className_(std::move(className)), native_(std::move(native)) {}

@@ -45,7 +45,7 @@ std::optional<Shape> Shape::make(qxDimensions dimensions) {
   if (kept.size() <= shape.plane_.size()) {
     std::copy(kept.begin(), kept.end(), shape.plane_.begin());
   } else {
-    shape.many_.assign(kept.begin(), kept.end());
+    shape.many_ = std::make_unique<Dimensions>(kept.begin(), kept.end());
   }
   return shape;
 }
@@ -56,10 +56,6 @@ Shape Shape::makeChecked(qxDimensions dimensions, std::size_t elementBytes, qxCl
     throw Exception<host::array::TooLarge>(dimensionsText(dimensions), qxClassName(cls));
   }
   return *std::move(shape);
-}
-
-qxDimensions Shape::dimensions() const noexcept {
-  return many_.empty() ? qxDimensions(plane_) : qxDimensions(many_);
 }
 
 bool operator==(const Shape& left, const Shape& right) noexcept {

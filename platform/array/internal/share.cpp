@@ -5,10 +5,6 @@
 
 namespace qx_detail {
 
-qxArrayPtr makeShare(qxClass cls, bool complex, Shape shape, std::unique_ptr<Storage> storage) {
-  return qxArrayPtr(new qxArray{cls, complex, std::move(shape), StorageRef(std::move(storage))});
-}
-
 void throwWrongClass(const qxArray* array, std::string_view wanted) {
   throw Exception<host::array::WrongClass>(qxClassName(array->cls), wanted);
 }

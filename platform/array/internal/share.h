@@ -1,8 +1,8 @@
 // One share of an array value, and how the functions on arrays reach its storage.
 //
 // The shape belongs to the share, so that reshaping one never copies elements and never shows in another.
-// Most arrays of a message or a struct are single numbers. A single element lies in the share itself, which then has no
-// storage: one allocation for the whole array, and a copy of the element is as cheap as a count.
+// Most arrays of a message or a struct are single numbers and short texts. Those lie in the share itself, which then
+// has no storage: one allocation for the whole array, and a copy of the bytes is as cheap as a count.
 #pragma once
 
 #include <array>
@@ -15,21 +15,24 @@
 #include "platform/array/qxArray.h"
 
 namespace qx_detail {
-constexpr std::size_t kElementBytes = 16;  // of the largest element: a complex float64
-}
+// At least one element of any class, of which a complex float64 is the largest.
+constexpr std::size_t kMostBytesInShare = 32;
+}  // namespace qx_detail
 
 struct qxArray {
   qxClass cls;
   bool complex;
   qx_detail::Shape shape;
-  qx_detail::StorageRef storage;  // empty when all there is lies in `element`
-  alignas(std::max_align_t) std::array<std::byte, qx_detail::kElementBytes> element{};
+  qx_detail::StorageRef storage;  // empty when all there is lies in `bytes`
+  alignas(std::max_align_t) std::array<std::byte, qx_detail::kMostBytesInShare> bytes{};
 };
 
 namespace qx_detail {
 
-// Without a storage: of a class with data, at most one element, all bytes 0.
-qxArrayPtr makeShare(qxClass cls, bool complex, Shape shape, std::unique_ptr<Storage> storage = nullptr);
+// Without a storage: of a class with data, at most kMostBytesInShare of it, all of them 0.
+inline qxArrayPtr makeShare(qxClass cls, bool complex, Shape shape, std::unique_ptr<Storage> storage = nullptr) {
+  return qxArrayPtr(new qxArray{cls, complex, std::move(shape), StorageRef(std::move(storage))});
+}
 
 // Read access. There must be a storage, and the class must be one whose storage is of this type.
 template <class StorageType>
@@ -40,9 +43,10 @@ const StorageType& storageOf(const qxArray* array) noexcept {
 // Write access, where there is a storage: one that no other share sees, copied if need be.
 template <class StorageType>
 StorageType& uniqueStorage(qxArray* array) {
-  Storage* const storage = array->storage.get();
-  if (!storage->isUnique() || !storage->isWritable())
-    array->storage = StorageRef(storage->clone());
+  auto* const storage = static_cast<StorageType*>(array->storage.get());
+  if (storage->isUnique() && storage->isWritable())
+    return *storage;
+  array->storage = StorageRef(storage->clone());
   return *static_cast<StorageType*>(array->storage.get());
 }
 
