@@ -1,7 +1,11 @@
 # What the tree stands on. Every package here is installed by scripts/setup (Debian), and none is fetched by CMake.
 find_package(Threads REQUIRED)
 find_package(Boost 1.74 REQUIRED COMPONENTS log)
-find_package(Protobuf REQUIRED)
+# Protobuf since 22 has a CMake package of its own, which brings the Abseil that it needs; before, CMake's module finds it.
+find_package(Protobuf CONFIG QUIET)
+if(NOT Protobuf_FOUND)
+  find_package(Protobuf REQUIRED)
+endif()
 find_package(OpenSSL 3.0 REQUIRED)
 find_package(gRPC CONFIG REQUIRED)  # finds its own re2 through pkg-config
 find_package(CLI11 CONFIG REQUIRED)

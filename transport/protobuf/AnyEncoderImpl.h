@@ -26,7 +26,7 @@ class AnyEncoderImpl : public protobufencoding::AnyEncoder {
   std::unique_ptr<google::protobuf::Message> encodeToAny(const google::protobuf::Message& message) override {
     auto any = std::make_unique<AnyType>();
     any->set_type_url(protobufencoding::getTypeUrl(message));
-    message.SerializeToString(any->mutable_value());
+    static_cast<void>(message.SerializeToString(any->mutable_value()));
     return any;
   }
 

@@ -40,7 +40,7 @@ qxArrayPtr serialized(const google::protobuf::Message& message) {
   qxArrayPtr bytes = qxCreateNumericArray(std::array<std::size_t, 2>{nbytes, 1}, qxClass::Uint8);
   const int checked = internal::messageNbytes(nbytes);
   if (checked > 0)
-    message.SerializeToArray(qxGetWritableData(bytes.get()), checked);
+    static_cast<void>(message.SerializeToArray(qxGetWritableData(bytes.get()), checked));
   return bytes;
 }
 

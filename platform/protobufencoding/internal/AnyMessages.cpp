@@ -29,7 +29,7 @@ std::string deterministicBytes(const Message& message) {
   google::protobuf::io::StringOutputStream stream(&bytes);
   google::protobuf::io::CodedOutputStream coded(&stream);
   coded.SetSerializationDeterministic(true);
-  message.SerializePartialToCodedStream(&coded);
+  static_cast<void>(message.SerializePartialToCodedStream(&coded));
   coded.Trim();
   return bytes;
 }
@@ -49,7 +49,7 @@ class StandardAnyEncoder : public AnyEncoder {
   std::unique_ptr<Message> decodeFromAny(const Message& any) override {
     auto message = generateMessage(stringField(any, "type_url"));
     if (message != nullptr)
-      message->ParsePartialFromString(stringField(any, "value"));
+      static_cast<void>(message->ParsePartialFromString(stringField(any, "value")));  // as far as it can be read
     return message;
   }
 };
@@ -64,7 +64,7 @@ void copyAcross(const Message& from, Message& to) {
   if (from.GetDescriptor() == to.GetDescriptor())
     to.CopyFrom(from);
   else
-    to.ParsePartialFromString(from.SerializePartialAsString());
+    static_cast<void>(to.ParsePartialFromString(from.SerializePartialAsString()));  // what was just written
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ class SchedulerAnyEncoder : public AnyEncoder {
   std::unique_ptr<google::protobuf::Message> encodeToAny(const google::protobuf::Message& message) override {
     auto any = std::make_unique<zksmessages::Any>();
     any->set_type_url(getTypeUrl(message));
-    message.SerializeToString(any->mutable_value());
+    static_cast<void>(message.SerializeToString(any->mutable_value()));
     return any;
   }
   std::unique_ptr<google::protobuf::Message> decodeFromAny(const google::protobuf::Message& message) override {

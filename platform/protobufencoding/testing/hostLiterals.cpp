@@ -155,7 +155,7 @@ std::string deterministic(const google::protobuf::Message& message) {
     google::protobuf::io::StringOutputStream stream(&result);
     google::protobuf::io::CodedOutputStream coded(&stream);
     coded.SetSerializationDeterministic(true);
-    message.SerializePartialToCodedStream(&coded);
+    static_cast<void>(message.SerializePartialToCodedStream(&coded));
   }
   return result;
 }
