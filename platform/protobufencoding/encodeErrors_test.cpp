@@ -57,6 +57,8 @@ TEST(EncodeErrors, UnknownFieldNameIsNamedBesideTheKnownOnes) {
               "fields of " + typeName("Tree") + " (value, child, children, named)");
   expectError(repeateds("a_point", structColumn(point(1, 2).with("z", scalar(1.0)))), "Repeateds.a_point",
               "the field \"z\"", "fields of " + typeName("Point") + " (x, y)");
+  expectError(repeateds("a_point", emptyStructColumn({"MessageType", "z"})), "Repeateds.a_point", "the field \"z\"",
+              "fields of " + typeName("Point") + " (x, y)");
   expectError(structOf("Extendable").with("[no.such]", scalar(1.0)), "Extendable", "the field \"[no.such]\"",
               "fields of " + typeName("Extendable") + " (own)");
   expectError(structOf("Point").with("[" + typeName("number_extension") + "]", scalar(1.0)), "Point",

@@ -28,12 +28,24 @@ qxArrayPtr typedColumn(const google::protobuf::Message& message, const FieldDesc
   return array;
 }
 
+// Most lists of a message have no elements.
+qxArrayPtr emptyList() {
+  static const auto* const list = new qxArrayPtr(qxCreateListArray(column(0)));  // never destroyed, as shapes are not
+  return qxCreateSharedCopy(list->get());
+}
+
 template <class Element>
 qxArrayPtr listColumn(int count, Element element) {
+  if (count == 0)
+    return emptyList();
   qxArrayPtr list = qxCreateListArray(column(static_cast<std::size_t>(count)));
   for (int i = 0; i < count; ++i)
     qxSetListElement(list.get(), static_cast<std::size_t>(i), element(i));
   return list;
+}
+
+bool equal(std::span<const FieldShape* const> left, std::span<const FieldShape* const> right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end());
 }
 
 }  // namespace
@@ -60,30 +72,38 @@ qxArrayPtr MessageDecoder::value(const Source& source, const MessageShape& shape
 }
 
 void MessageDecoder::findPresent(const Source& source, const MessageShape& shape, Present& present) {
-  present.fields.clear();
-  for (const FieldShape& field : shape.fields()) {
-    if (!field.hasPresence || source.reflection.HasField(source.message, field.descriptor))
-      present.fields.push_back(&field);
-  }
-  present.allFields = present.fields.size() == shape.fields().size();
-  if (shape.isExtendable()) {
-    std::vector<const FieldDescriptor*> set;
-    source.reflection.ListFields(source.message, &set);
-    for (const FieldDescriptor* field : set) {
-      if (field->is_extension())
-        present.fields.push_back(&shapes_.ofExtension(field));
-    }
-    present.allFields = present.allFields && present.fields.size() == shape.fields().size();
-  }
   present.unknown = !source.reflection.GetUnknownFields(source.message).empty();
+  present.fields = shape.allFields();
+  if (!shape.presenceVaries())
+    return;
+  present.some.clear();
+  present.some.reserve(present.fields.size());
+  for (const FieldShape* field : shape.allFields()) {
+    if (!field->hasPresence || source.reflection.HasField(source.message, field->descriptor))
+      present.some.push_back(field);
+  }
+  bool all = present.some.size() == present.fields.size();
+  if (shape.isExtendable())
+    all = !addExtensions(source, present.some) && all;
+  if (!all)
+    present.fields = present.some;
+}
+
+bool MessageDecoder::addExtensions(const Source& source, std::vector<const FieldShape*>& fields) {
+  const std::size_t before = fields.size();
+  std::vector<const FieldDescriptor*> set;
+  source.reflection.ListFields(source.message, &set);
+  for (const FieldDescriptor* field : set) {
+    if (field->is_extension())
+      fields.push_back(&shapes_.ofExtension(field));
+  }
+  return fields.size() > before;
 }
 
 bool MessageDecoder::hasPresent(const Source& source, const MessageShape& shape, const Present& present,
                                 Present& scratch) {
-  if (!shape.presenceVaries())
-    return source.reflection.GetUnknownFields(source.message).empty() == !present.unknown;
   findPresent(source, shape, scratch);
-  return scratch == present;
+  return scratch.unknown == present.unknown && equal(scratch.fields, present.fields);
 }
 
 qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& shape, const Present& present) {
@@ -92,20 +112,17 @@ qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& s
 
 // Entries of maps name no type: they are not messages to users.
 const qxFieldNamesPtr& MessageDecoder::fieldNames(const MessageShape& shape, const Present& present) {
-  if (present.allFields && !present.unknown)
+  if (isAll(shape, present) && !present.unknown)
     return shape.structFieldNames();
   PartialNames& last = partialNames_[&shape];
-  if (last.names != nullptr && last.present == present)
+  if (last.names != nullptr && last.unknown == present.unknown && equal(last.fields, present.fields))
     return last.names;
-  std::vector<std::string> names;
-  names.reserve(present.fields.size() + 2);
-  if (!shape.isMapEntry())
-    names.emplace_back(kMessageTypeField);
-  for (const FieldShape* field : present.fields)
-    names.push_back(field->name);
-  if (present.unknown)
-    names.emplace_back(kUnknownFieldsField);
-  last = {present, qxMakeFieldNames(names)};
+  last.fields.assign(present.fields.begin(), present.fields.end());
+  last.unknown = present.unknown;
+  // The shapes of extensions end with this conversion.
+  const bool extended = !present.fields.empty() && present.fields.back()->descriptor->is_extension();
+  last.names = extended ? PartialFieldNames::make(!shape.isMapEntry(), present.fields, present.unknown)
+                        : shape.partialFieldNames().find(!shape.isMapEntry(), present.fields, present.unknown);
   return last.names;
 }
 
@@ -119,7 +136,7 @@ void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Sour
     qxSetFieldAt(target, element, place++, field(source, *present_field, depth));
   if (present.unknown) {
     std::string bytes;
-    source.reflection.GetUnknownFields(source.message).SerializeToString(&bytes);
+    static_cast<void>(source.reflection.GetUnknownFields(source.message).SerializeToString(&bytes));
     qxSetFieldAt(target, element, place, createBytes(bytes));
   }
 }
@@ -141,19 +158,19 @@ qxArrayPtr MessageDecoder::single(const Source& source, const FieldShape& field,
   std::string scratch;
   switch (field.kind) {
     case ValueKind::Int32:
-      return createScalar<std::int32_t>(source.reflection.GetInt32(source.message, descriptor));
+      return qxCreateScalarOf<std::int32_t>(source.reflection.GetInt32(source.message, descriptor));
     case ValueKind::Int64:
-      return createScalar<std::int64_t>(source.reflection.GetInt64(source.message, descriptor));
+      return qxCreateScalarOf<std::int64_t>(source.reflection.GetInt64(source.message, descriptor));
     case ValueKind::Uint32:
-      return createScalar<std::uint32_t>(source.reflection.GetUInt32(source.message, descriptor));
+      return qxCreateScalarOf<std::uint32_t>(source.reflection.GetUInt32(source.message, descriptor));
     case ValueKind::Uint64:
-      return createScalar<std::uint64_t>(source.reflection.GetUInt64(source.message, descriptor));
+      return qxCreateScalarOf<std::uint64_t>(source.reflection.GetUInt64(source.message, descriptor));
     case ValueKind::Double:
-      return createScalar(source.reflection.GetDouble(source.message, descriptor));
+      return qxCreateScalarOf(source.reflection.GetDouble(source.message, descriptor));
     case ValueKind::Float:
-      return createScalar(source.reflection.GetFloat(source.message, descriptor));
+      return qxCreateScalarOf(source.reflection.GetFloat(source.message, descriptor));
     case ValueKind::Bool:
-      return createScalar(source.reflection.GetBool(source.message, descriptor));
+      return qxCreateScalarOf(source.reflection.GetBool(source.message, descriptor));
     case ValueKind::Enum:
       return enumValue(field, source.reflection.GetEnumValue(source.message, descriptor));
     case ValueKind::String:
@@ -211,21 +228,23 @@ qxArrayPtr MessageDecoder::repeatedMessages(const Source& source, const FieldSha
   if (shape.special() != SpecialForm::None && (shape.special() != SpecialForm::AnyLayout || anys_.isAny(shape)))
     return listOfMessages(source, field, depth);
   const int count = source.reflection.FieldSize(source.message, field.descriptor);
+  if (count == 0)
+    return qxCreateSharedCopy(shape.emptyArray());
+  checkDepth(shape, depth + 1);
+  const auto element = [&](int i) -> const Message& {
+    return source.reflection.GetRepeatedMessage(source.message, field.descriptor, i);
+  };
+  const google::protobuf::Reflection& reflection = *element(0).GetReflection();
   Present first;
   Present other;
-  if (count > 0) {
-    checkDepth(shape, depth + 1);
-    findPresent(source.reflection.GetRepeatedMessage(source.message, field.descriptor, 0), shape, first);
-  }
+  findPresent({element(0), reflection}, shape, first);
   for (int i = 1; i < count; ++i) {
-    if (!hasPresent(source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, first, other))
+    if (!hasPresent({element(i), reflection}, shape, first, other))
       return listOfMessages(source, field, depth);
   }
   qxArrayPtr result = createStruct(static_cast<std::size_t>(count), shape, first);
-  for (int i = 0; i < count; ++i) {
-    fillStruct(result.get(), static_cast<std::size_t>(i),
-               source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, first, depth + 1);
-  }
+  for (int i = 0; i < count; ++i)
+    fillStruct(result.get(), static_cast<std::size_t>(i), {element(i), reflection}, shape, first, depth + 1);
   return result;
 }
 
@@ -239,7 +258,7 @@ qxArrayPtr MessageDecoder::listOfMessages(const Source& source, const FieldShape
 qxArrayPtr MessageDecoder::enumValue(const FieldShape& field, int number) {
   const google::protobuf::EnumValueDescriptor* named = field.descriptor->enum_type()->FindValueByNumber(number);
   if (named == nullptr)
-    return createScalar<std::int32_t>(number);
+    return qxCreateScalarOf<std::int32_t>(number);
   qxArrayPtr& text = enumTexts_[named];
   if (text == nullptr)
     text = qxCreateStringUtf8(named->name());

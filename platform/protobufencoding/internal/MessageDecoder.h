@@ -4,6 +4,7 @@
 
 #include <google/protobuf/message.h>
 
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -30,7 +31,9 @@ class MessageDecoder {
   // A message beside its reflection, which costs more to ask for than a field.
   struct Source {
     Source(const Message& theMessage)  // NOLINT(google-explicit-constructor)
-        : message(theMessage), reflection(*theMessage.GetReflection()) {}
+        : Source(theMessage, *theMessage.GetReflection()) {}
+    Source(const Message& theMessage, const google::protobuf::Reflection& itsReflection)
+        : message(theMessage), reflection(itsReflection) {}
 
     const Message& message;
     const google::protobuf::Reflection& reflection;
@@ -38,10 +41,9 @@ class MessageDecoder {
 
   // Which fields of a struct a message fills.
   struct Present {
-    std::vector<const FieldShape*> fields;
-    bool allFields = false;  // of the type, and no extensions
+    std::span<const FieldShape* const> fields;  // all of the type, or `some`
+    std::vector<const FieldShape*> some;
     bool unknown = false;
-    bool operator==(const Present&) const = default;
   };
 
   void checkDepth(const MessageShape& shape, int depth) const;
@@ -52,7 +54,12 @@ class MessageDecoder {
   qxArrayPtr value(const Source& source, const MessageShape& shape, int depth);
   qxArrayPtr specialForm(const Source& source, const MessageShape& shape, int depth);  // null: none without a loss
 
+  static bool isAll(const MessageShape& shape, const Present& present) {
+    return present.fields.data() == shape.allFields().data();
+  }
   void findPresent(const Source& source, const MessageShape& shape, Present& present);
+  // Whether there were any.
+  bool addExtensions(const Source& source, std::vector<const FieldShape*>& fields);
   bool hasPresent(const Source& source, const MessageShape& shape, const Present& present, Present& scratch);
   qxArrayPtr createStruct(std::size_t count, const MessageShape& shape, const Present& present);
   const qxFieldNamesPtr& fieldNames(const MessageShape& shape, const Present& present);
@@ -86,7 +93,8 @@ class MessageDecoder {
   AnyMessages anys_;
   // Of the last struct of each type that had not all fields: the next one mostly has the same.
   struct PartialNames {
-    Present present;
+    std::vector<const FieldShape*> fields;
+    bool unknown;
     qxFieldNamesPtr names;
   };
   std::unordered_map<const MessageShape*, PartialNames> partialNames_;

@@ -26,14 +26,29 @@ std::unique_ptr<Message> MessageEncoder::encode(const qxArray* value) {
     throwEncodeError(root, describe(value), "a struct 1-by-1");
   if (!qxHasField(value, kMessageTypeField))
     throwEncodeError(root, "no field MessageType", "the full name of a message type in it");
-  const std::string name = textFrom(qxGetField(value, 0, kMessageTypeField), FieldPath(root, kMessageTypeField));
-  auto message = MessageTypes::create(name);
-  if (message == nullptr)
-    throwEncodeError(FieldPath(root, kMessageTypeField), "\"" + name + "\"", "the full name of a known message type");
-  const FieldPath path(name);
-  generalForm({*message, shapes_.of(message->GetDescriptor()), 0}, value, 0, path);
-  checkRequired(*message, path);
+  const qxArray* name = qxGetField(value, 0, kMessageTypeField);
+  if (const CompiledType* type = MessageShapes::compiledType(name)) {
+    std::unique_ptr<Message> message(type->empty->New());
+    fill(*message, type->shape, value);
+    return message;
+  }
+  auto message = createNamed(name, FieldPath(root, kMessageTypeField));
+  fill(*message, shapes_.of(message->GetDescriptor()), value);
   return message;
+}
+
+std::unique_ptr<Message> MessageEncoder::createNamed(const qxArray* name, const FieldPath& path) {
+  const std::string type = textFrom(name, path);
+  auto message = MessageTypes::create(type);
+  if (message == nullptr)
+    throwEncodeError(path, "\"" + type + "\"", "the full name of a known message type");
+  return message;
+}
+
+void MessageEncoder::fill(Message& message, const MessageShape& shape, const qxArray* value) {
+  const FieldPath path(shape.fullName());
+  generalForm({message, shape, 0}, value, 0, path);
+  checkRequired(message, path);
 }
 
 MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
@@ -41,27 +56,31 @@ MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const Mess
   const std::span<const std::string> names = qxGetFieldNames(structs);
   Bindings bindings;
   bindings.reserve(names.size());
-  for (const std::string& name : names)
-    bindings.push_back(bindField(name, shape, path, context));
+  MessageShape::Search search(shape);
+  for (const std::string& name : names) {
+    if (name == kMessageTypeField) {  // never the name of a message's field
+      bindings.push_back({FieldBinding::Role::MessageType, nullptr});
+      continue;
+    }
+    const FieldShape* field = search.find(name);
+    bindings.push_back(field != nullptr ? FieldBinding{FieldBinding::Role::Field, field}
+                                        : bindOther(name, shape, path, context));
+  }
   return bindings;
 }
 
-MessageEncoder::Binding MessageEncoder::bindField(const std::string& name, const MessageShape& shape,
-                                                  const FieldPath& path, Context context) {
-  if (const FieldShape* field = shape.find(name))
-    return {Binding::Role::Field, &name, field};
-  if (name == kMessageTypeField)
-    return {Binding::Role::MessageType, &name, nullptr};
+FieldBinding MessageEncoder::bindOther(const std::string& name, const MessageShape& shape, const FieldPath& path,
+                                       Context context) {
   if (name == kUnknownFieldsField)
-    return {Binding::Role::UnknownFields, &name, nullptr};
+    return {FieldBinding::Role::UnknownFields, nullptr};
   if (name == kTypeUrlField && context == Context::AnyContent)
-    return {Binding::Role::TypeUrl, &name, nullptr};
+    return {FieldBinding::Role::TypeUrl, nullptr};
   if (name.starts_with('[') && name.ends_with(']')) {
     const std::string extension = name.substr(1, name.size() - 2);
     const auto* pool = shape.descriptor()->file()->pool();
     const FieldDescriptor* field = pool->FindExtensionByName(extension);
     if (field != nullptr && field->containing_type() == shape.descriptor())
-      return {Binding::Role::Field, &name, &shapes_.ofExtension(field)};
+      return {FieldBinding::Role::Field, &shapes_.ofExtension(field)};
   }
   throwEncodeError(path, "the field \"" + name + "\"",
                    "fields of " + shape.fullName() + " (" + shape.fieldNames() + ")");
@@ -75,25 +94,35 @@ void MessageEncoder::checkDepth(const Target& target, const FieldPath& path) {
 }
 
 void MessageEncoder::generalForm(const Target& target, const qxArray* structs, std::size_t element,
+                                 const FieldPath& path) {
+  if (target.shape.hasStructFieldNames(structs))
+    generalForm(target, structs, element, target.shape.bindings(), path);
+  else
+    generalForm(target, structs, element, bind(structs, target.shape, path, Context::Plain), path);
+}
+
+void MessageEncoder::generalForm(const Target& target, const qxArray* structs, std::size_t element,
                                  const Bindings& bindings, const FieldPath& path) {
   checkDepth(target, path);
+  const std::span<const std::string> names = qxGetFieldNames(structs);
   for (std::size_t place = 0; place < bindings.size(); ++place) {
-    const Binding& binding = bindings[place];
+    const FieldBinding& binding = bindings[place];
     const qxArray* array = qxGetFieldAt(structs, element, place);
     if (array == nullptr)
       continue;
-    const FieldPath fieldPath(path, *binding.name);
+    const FieldPath fieldPath(path, names[place]);
     switch (binding.role) {
-      case Binding::Role::MessageType:
+      case FieldBinding::Role::MessageType:
         checkMessageType(target.shape, array, fieldPath);
         break;
-      case Binding::Role::UnknownFields:
+      case FieldBinding::Role::UnknownFields:
         setUnknownFields(target.message, array, fieldPath);
         break;
-      case Binding::Role::TypeUrl:
+      case FieldBinding::Role::TypeUrl:
         break;
-      case Binding::Role::Field:
-        checkOneof(target, *binding.field, fieldPath);
+      case FieldBinding::Role::Field:
+        if (binding.field->oneof != nullptr)
+          checkOneof(target, *binding.field, fieldPath);
         field(target, *binding.field, array, fieldPath);
         break;
     }
@@ -101,7 +130,8 @@ void MessageEncoder::generalForm(const Target& target, const qxArray* structs, s
 }
 
 void MessageEncoder::checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path) {
-  if (isText(name, shape.typeText()))
+  // Structs of one type mostly have one text, whose bytes then are the same ones.
+  if (isSameText(name, shape.typeArray()) || isText(name, shape.typeText()))
     return;
   throwEncodeError(path, "\"" + textFrom(name, path) + "\"", "\"" + shape.fullName() + "\"");
 }
@@ -113,7 +143,7 @@ void MessageEncoder::setUnknownFields(Message& message, const qxArray* bytes, co
 }
 
 void MessageEncoder::checkOneof(const Target& target, const FieldShape& field, const FieldPath& path) {
-  if (field.oneof == nullptr || !target.reflection.HasOneof(target.message, field.oneof))
+  if (!target.reflection.HasOneof(target.message, field.oneof))
     return;
   const FieldDescriptor* other = target.reflection.GetOneofFieldDescriptor(target.message, field.oneof);
   throwEncodeError(path, "also the field \"" + std::string(other->name()) + "\"",

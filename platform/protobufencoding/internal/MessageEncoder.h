@@ -27,19 +27,16 @@ class MessageEncoder {
  private:
   using Message = google::protobuf::Message;
 
-  // One field of a struct array, in the order of its field names, and what it means.
-  struct Binding {
-    enum class Role { MessageType, UnknownFields, TypeUrl, Field };
-    Role role;
-    const std::string* name;
-    const FieldShape* field;  // of the role Field
-  };
-  using Bindings = std::vector<Binding>;
+  // What the fields of a struct array mean, in the order of their names.
+  using Bindings = std::vector<FieldBinding>;
 
   // Where a value goes: `depth` messages are around the message.
   struct Target {
     Target(Message& theMessage, const MessageShape& theShape, int theDepth)
-        : message(theMessage), reflection(*theMessage.GetReflection()), shape(theShape), depth(theDepth) {}
+        : Target(theMessage, *theMessage.GetReflection(), theShape, theDepth) {}
+    Target(Message& theMessage, const google::protobuf::Reflection& itsReflection, const MessageShape& theShape,
+           int theDepth)
+        : message(theMessage), reflection(itsReflection), shape(theShape), depth(theDepth) {}
 
     Message& message;
     const google::protobuf::Reflection& reflection;  // costs more to ask for than a field
@@ -50,19 +47,20 @@ class MessageEncoder {
   // Whether a TypeUrl may stand beside the fields.
   enum class Context { Plain, AnyContent };
 
-  Bindings bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
-                Context context = Context::Plain);
-  Binding bindField(const std::string& name, const MessageShape& shape, const FieldPath& path, Context context);
+  static std::unique_ptr<Message> createNamed(const qxArray* name, const FieldPath& path);
+  void fill(Message& message, const MessageShape& shape, const qxArray* value);
+
+  Bindings bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path, Context context);
+  FieldBinding bindOther(const std::string& name, const MessageShape& shape, const FieldPath& path, Context context);
   static void checkDepth(const Target& target, const FieldPath& path);
   void generalForm(const Target& target, const qxArray* structs, std::size_t element, const Bindings& bindings,
                    const FieldPath& path);
-  void generalForm(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path) {
-    generalForm(target, structs, element, bind(structs, target.shape, path), path);
-  }
-  void checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path);
+  void generalForm(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path);
+  static void checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path);
   void setUnknownFields(Message& message, const qxArray* bytes, const FieldPath& path);
+  // Of a field that is a member of a oneof.
   static void checkOneof(const Target& target, const FieldShape& field, const FieldPath& path);
-  void checkRequired(const Message& message, const FieldPath& path);
+  static void checkRequired(const Message& message, const FieldPath& path);
 
   // The message that an array stands for by itself, in special or general form.
   void value(const Target& target, const qxArray* array, const FieldPath& path);
@@ -75,6 +73,7 @@ class MessageEncoder {
   void repeatedEnums(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
   void repeatedStrings(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
   void repeatedMessages(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void structArray(const Target& target, const FieldShape& field, const qxArray* structs, const FieldPath& path);
   Target add(const Target& target, const FieldShape& field);
 
   void map(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);

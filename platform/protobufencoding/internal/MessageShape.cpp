@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "platform/errors/ustring.h"
+#include "platform/protobufencoding/internal/hostValues.h"
 #include "platform/protobufencoding/internal/protobufCompat.h"
 
 namespace parallel::protobufencoding {
@@ -152,11 +153,16 @@ Cardinality cardinalityOf(const FieldDescriptor& field) {
   return field.is_repeated() ? Cardinality::Repeated : Cardinality::Single;
 }
 
+qxArrayPtr createEmptyArray() {
+  return qxCreateStructArray(column(0), std::vector{std::string(kMessageTypeField)});
+}
+
 }  // namespace
 
 FieldShape::FieldShape(const FieldDescriptor* field)
     : descriptor(field),
       name(structFieldName(*field)),
+      number(field->number()),
       kind(kindOf(*field)),
       cardinality(cardinalityOf(*field)),
       hasPresence(field->has_presence()),
@@ -169,19 +175,25 @@ MessageShape::MessageShape(const Descriptor* descriptor)
       fullName_(descriptor->full_name()),
       typeText_(fl::i18n::to_ustring(fullName_)),
       typeArray_(qxCreateString(typeText_)),
+      emptyArray_(createEmptyArray()),
       special_(specialFormOf(*descriptor)),
       isMapEntry_(descriptor->options().map_entry()),
       presenceVaries_(isExtendable()) {
   std::vector<std::string> names;
-  if (!isMapEntry_)
+  if (!isMapEntry_) {
     names.emplace_back(kMessageTypeField);
+    bindings_.push_back({FieldBinding::Role::MessageType, nullptr});
+  }
   for (int i = 0; i < descriptor->field_count(); ++i) {
     const FieldShape& field = fields_.emplace_back(descriptor->field(i));
+    allFields_.push_back(&field);
     byName_.emplace(field.name, &field);
     names.push_back(field.name);
+    bindings_.push_back({FieldBinding::Role::Field, &field});
     presenceVaries_ = presenceVaries_ || field.hasPresence;
   }
   structFieldNames_ = qxMakeFieldNames(names);
+  structFieldNameTable_ = qxGetFieldNames(qxCreateStructWithNames({}, structFieldNames_).get()).data();
 }
 
 const FieldShape* MessageShape::find(std::string_view name) const {
@@ -189,9 +201,24 @@ const FieldShape* MessageShape::find(std::string_view name) const {
   return found == byName_.end() ? nullptr : found->second;
 }
 
+const FieldShape* MessageShape::Search::find(std::string_view name) {
+  constexpr std::size_t kMostSkipped = 16;  // fields that are not set; hashing costs more than looking at these
+  const std::size_t end = std::min(shape_.allFields_.size(), next_ + kMostSkipped);
+  for (std::size_t place = next_; place < end; ++place) {
+    if (shape_.allFields_[place]->name == name) {
+      next_ = place + 1;
+      return shape_.allFields_[place];
+    }
+  }
+  return shape_.find(name);
+}
+
 const FieldShape& MessageShape::number(int number) const {
-  return *std::find_if(fields_.begin(), fields_.end(),
-                       [&](const FieldShape& field) { return field.descriptor->number() == number; });
+  // Mostly the first field has the number 1, and so on.
+  const auto place = static_cast<std::size_t>(number) - 1;
+  if (place < allFields_.size() && allFields_[place]->number == number)
+    return *allFields_[place];
+  return *std::find_if(fields_.begin(), fields_.end(), [&](const FieldShape& field) { return field.number == number; });
 }
 
 std::string MessageShape::fieldNames() const {

@@ -3,30 +3,51 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "platform/errors/ustring.h"
 #include "platform/protobufencoding/internal/MessageTypes.h"
+#include "platform/protobufencoding/internal/encodeErrors.h"
 
 namespace parallel::protobufencoding {
 
 namespace {
 
-// Shapes of lasting types.
+// Shapes of lasting types, which are kept for good.
 class SharedShapes {
  public:
+  // Null when there is none so far.
+  const MessageShape* find(const google::protobuf::Descriptor* descriptor) {
+    const std::shared_lock lock(mutex_);
+    const auto found = shapes_.find(descriptor);
+    return found == shapes_.end() ? nullptr : found->second.get();
+  }
+
   const MessageShape& of(const google::protobuf::Descriptor* descriptor) {
-    {
-      const std::shared_lock lock(mutex_);
-      const auto found = shapes_.find(descriptor);
-      if (found != shapes_.end())
-        return *found->second;
-    }
+    if (const MessageShape* known = find(descriptor))
+      return *known;
     auto made = std::make_unique<const MessageShape>(descriptor);
     const std::unique_lock lock(mutex_);
     return *shapes_.emplace(descriptor, std::move(made)).first->second;
   }
 
+  const CompiledType* compiledType(std::u16string_view name) {
+    {
+      const std::shared_lock lock(mutex_);
+      const auto found = compiled_.find(name);
+      if (found != compiled_.end())
+        return &found->second;
+    }
+    std::unique_ptr<const google::protobuf::Message> empty = MessageTypes::createCompiled(fl::i18n::to_string(name));
+    if (empty == nullptr)
+      return nullptr;
+    const MessageShape& shape = of(empty->GetDescriptor());
+    const std::unique_lock lock(mutex_);
+    return &compiled_.try_emplace(shape.typeText(), CompiledType{shape, std::move(empty)}).first->second;
+  }
+
  private:
   std::shared_mutex mutex_;
   std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<const MessageShape>> shapes_;
+  std::unordered_map<std::u16string_view, CompiledType> compiled_;  // by the text that the shape has
 };
 
 SharedShapes& sharedShapes() {
@@ -36,7 +57,17 @@ SharedShapes& sharedShapes() {
 
 }  // namespace
 
+const CompiledType* MessageShapes::compiledType(const qxArray* name) {
+  if (name == nullptr || qxGetClass(name) != qxClass::Text || !isVector(name))
+    return nullptr;
+  const auto units = qxGetElements<char16_t>(name);
+  return sharedShapes().compiledType({units.data(), units.size()});
+}
+
 const MessageShape& MessageShapes::of(const google::protobuf::Descriptor* descriptor) {
+  // A lasting type never leaves its address to another.
+  if (const MessageShape* known = sharedShapes().find(descriptor))
+    return *known;
   if (MessageTypes::lastsForever(descriptor))
     return sharedShapes().of(descriptor);
   std::unique_ptr<const MessageShape>& own = own_[descriptor];

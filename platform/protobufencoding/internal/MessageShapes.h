@@ -4,6 +4,8 @@
 // Threads: one thread at a time per object.
 #pragma once
 
+#include <google/protobuf/message.h>
+
 #include <memory>
 #include <unordered_map>
 
@@ -11,8 +13,17 @@
 
 namespace parallel::protobufencoding {
 
+// A compiled type as encode needs it.
+struct CompiledType {
+  const MessageShape& shape;
+  std::unique_ptr<const google::protobuf::Message> empty;
+};
+
 class MessageShapes {
  public:
+  // The compiled type that this text names; null when there is none, or the array is no text row.
+  static const CompiledType* compiledType(const qxArray* name);
+
   const MessageShape& of(const google::protobuf::Descriptor* descriptor);
   // Of a field of kind Message.
   const MessageShape& of(const FieldShape& field);

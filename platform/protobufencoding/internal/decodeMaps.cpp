@@ -55,6 +55,13 @@ const qxFieldNamesPtr& entryNames() {
       new qxFieldNamesPtr(qxMakeFieldNames(std::vector{std::string(kKeyField), std::string(kValueField)}));
   return *names;
 }
+
+// Most maps of a message have no entries.
+qxArrayPtr emptyStruct() {
+  static const auto* const empty = new qxArrayPtr(qxCreateStructArray(column(1), {}));  // as entryNames
+  return qxCreateSharedCopy(empty->get());
+}
+
 constexpr std::size_t kKeyPlace = 0;
 constexpr std::size_t kValuePlace = 1;
 
@@ -63,6 +70,9 @@ constexpr std::size_t kValuePlace = 1;
 qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, int depth) {
   const MessageShape& entry = shapes_.of(field);
   const int count = source.reflection.FieldSize(source.message, field.descriptor);
+  const bool textKeys = entry.number(kKeyNumber).kind == ValueKind::String;
+  if (count == 0 && textKeys)
+    return emptyStruct();
   std::vector<const Message*> entries;
   entries.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i)
@@ -70,7 +80,7 @@ qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, in
   sortEntries(entries, entry.number(kKeyNumber));
   if (!entries.empty())
     checkDepth(entry, depth + 1);
-  if (entry.number(kKeyNumber).kind == ValueKind::String) {
+  if (textKeys) {
     const bool nameable = std::all_of(entries.begin(), entries.end(), [&](const Message* e) {
       const std::string key = stringKey(*e, entry);
       return !key.empty() && fl::i18n::isWellFormed(key);

@@ -31,13 +31,20 @@ void checkVector(const qxArray* array, std::string_view wanted, const FieldPath&
 }
 
 template <class T>
+bool isOf(const qxArray* array) {
+  return qxGetClass(array) == qxClassOf<T>() && !qxIsComplex(array);
+}
+
+template <class T>
 T scalarFrom(const qxArray* array, const FieldPath& path) {
+  if (array != nullptr) {
+    if (const T* element = qxFindScalar<T>(array))
+      return *element;
+  }
   checkScalar(array, qxClassName(qxClassOf<T>()), path);
   T value{};
   if constexpr (std::is_same_v<T, bool>) {
-    if (qxGetClass(array) != qxClass::Boolean)
-      throwEncodeError(path, describe(array), "boolean");
-    value = qxGetElements<bool>(array)[0];
+    throwEncodeError(path, describe(array), "boolean");
   } else {
     convertNumbers<T>(array, path, [&](T converted) { value = converted; });
   }
@@ -83,8 +90,12 @@ template <class T>
 void addNumbers(Message& message, const FieldDescriptor& field, const qxArray* array, const FieldPath& path) {
   constexpr std::size_t kFewElements = 64;
   checkVector(array, qxClassName(qxClassOf<T>()), path);
-  if (qxGetClass(array) == qxClassOf<T>() && !qxIsComplex(array) && isFixedWidth(field) && !field.is_extension() &&
-      qxGetNumberOfElements(array) > kFewElements && addAsPackedField(message, field, array))
+  const bool fits = isOf<T>(array);
+  const std::size_t count = qxGetNumberOfElements(array);
+  if (fits && count == 0)
+    return;
+  if (fits && isFixedWidth(field) && !field.is_extension() && count > kFewElements &&
+      addAsPackedField(message, field, array))
     return;
   const auto values = message.GetReflection()->GetMutableRepeatedFieldRef<T>(&message, &field);
   convertNumbers<T>(array, path, [&](T converted) { values.Add(converted); });
@@ -219,23 +230,36 @@ void MessageEncoder::repeatedMessages(const Target& target, const FieldShape& fi
                                       const FieldPath& path) {
   if (array != nullptr && isEmptyLiteral(array))
     return;
-  const MessageShape& shape = shapes_.of(field);
   const bool isStruct = array != nullptr && qxGetClass(array) == qxClass::Struct;
+  if (isStruct && shapes_.of(field).isEmptyArray(array))
+    return;
   if (array == nullptr || (!isStruct && qxGetClass(array) != qxClass::List) || !isVector(array))
-    throwEncodeError(path, describe(array), "a struct column or a list (" + shape.fullName() + ")");
-  const std::size_t count = qxGetNumberOfElements(array);
-  if (!isStruct) {
+    throwEncodeError(path, describe(array), "a struct column or a list (" + shapes_.of(field).fullName() + ")");
+  if (isStruct)
+    return structArray(target, field, array, path);
+  for (std::size_t i = 0; i < qxGetNumberOfElements(array); ++i)
+    value(add(target, field), qxGetListElement(array, i), FieldPath(path, i));
+}
+
+void MessageEncoder::structArray(const Target& target, const FieldShape& field, const qxArray* structs,
+                                 const FieldPath& path) {
+  const MessageShape& shape = shapes_.of(field);
+  const std::size_t count = qxGetNumberOfElements(structs);
+  if (shape.special() != SpecialForm::None) {
     for (std::size_t i = 0; i < count; ++i)
-      value(add(target, field), qxGetListElement(array, i), FieldPath(path, i));
+      structValue(add(target, field), structs, i, FieldPath(path, i));
     return;
   }
-  const bool plain = shape.special() == SpecialForm::None;
-  const Bindings bindings = plain ? bind(array, shape, path) : Bindings();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (plain)
-      generalForm(add(target, field), array, i, bindings, FieldPath(path, i));
-    else
-      structValue(add(target, field), array, i, FieldPath(path, i));
+  const Bindings own = shape.hasStructFieldNames(structs) ? Bindings() : bind(structs, shape, path, Context::Plain);
+  const Bindings& bindings = shape.hasStructFieldNames(structs) ? shape.bindings() : own;
+  if (count == 0)
+    return;
+  // The others have the reflection of the first, too.
+  const Target first = add(target, field);
+  generalForm(first, structs, 0, bindings, FieldPath(path, std::size_t{0}));
+  for (std::size_t i = 1; i < count; ++i) {
+    Message* added = target.reflection.AddMessage(&target.message, field.descriptor);
+    generalForm({*added, first.reflection, shape, first.depth}, structs, i, bindings, FieldPath(path, i));
   }
 }
 

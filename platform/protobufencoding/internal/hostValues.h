@@ -15,13 +15,6 @@ inline std::array<std::size_t, 2> column(std::size_t count) {
   return {count, 1};
 }
 
-template <class T>
-qxArrayPtr createScalar(T value) {
-  qxArrayPtr array = qxCreateUninitializedArray(column(1), qxClassOf<T>());
-  qxGetWritableElements<T>(array.get())[0] = value;
-  return array;
-}
-
 // A uint8 column.
 qxArrayPtr createBytes(std::string_view bytes);
 // A text row; a uint8 column when the bytes are not UTF-8.

@@ -20,6 +20,11 @@ bool isText(const qxArray* array, std::u16string_view text) {
   return array != nullptr && qxGetClass(array) == qxClass::Text && isVector(array) && unitsOf(array) == text;
 }
 
+bool isSameText(const qxArray* array, const qxArray* text) {
+  return qxGetData(array) == qxGetData(text) && qxGetClass(array) == qxClass::Text && isVector(array) &&
+         qxGetNumberOfElements(array) == qxGetNumberOfElements(text);
+}
+
 std::string textFrom(const qxArray* array, const FieldPath& path) {
   if (array == nullptr || qxGetClass(array) != qxClass::Text || !isVector(array))
     throwEncodeError(path, describe(array), "a text row");

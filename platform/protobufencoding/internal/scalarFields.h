@@ -20,6 +20,9 @@ std::string bytesFrom(const qxArray* array, const FieldPath& path);
 // Whether the array is this text.
 bool isText(const qxArray* array, std::u16string_view text);
 
+// Whether both are the same text, told by their bytes being the same ones. False says nothing.
+bool isSameText(const qxArray* array, const qxArray* text);
+
 // Of a text row.
 std::string textFrom(const qxArray* array, const FieldPath& path);
 
