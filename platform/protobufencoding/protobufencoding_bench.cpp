@@ -84,7 +84,7 @@ void measure(const Case& subject) {
   const auto parse = [&] {
     return timed([&](std::size_t i) {
       const std::unique_ptr<Message> message(subject.prototype->New());
-      message->ParseFromString(subject.messages[i]);
+      static_cast<void>(message->ParseFromString(subject.messages[i]));
     });
   };
   const std::vector<bench::Contender> reading = {
@@ -93,7 +93,8 @@ void measure(const Case& subject) {
       {"the same arrays, copied", [&] { return timed([&](std::size_t i) { copyOf(structs[i].get()); }); }},
   };
   const std::vector<bench::Contender> writing = {
-      {"protobuf serialise", [&] { return timed([&](std::size_t i) { parsed[i]->SerializeAsString(); }); }},
+      {"protobuf serialise",
+       [&] { return timed([&](std::size_t i) { static_cast<void>(parsed[i]->SerializeAsString()); }); }},
       {"encode", [&] { return timed([&](std::size_t i) { encode(structs[i].get(), nullptr, 0); }); }},
       {"encode, struct of a caller",
        [&] { return timed([&](std::size_t i) { encode(others[i].get(), nullptr, 0); }); }},
