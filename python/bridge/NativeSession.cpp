@@ -8,6 +8,7 @@
 #include "platform/errors/catalogue.h"
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/core/errors.h"
+#include "platform/spf/grpc/routeGrpcLog.h"
 #include "platform/spf/inprocess/connectInProcess.h"
 #include "scheduler/SchedulerService.h"
 
@@ -30,18 +31,20 @@ void claimSockets() {
     throw Exception<parallel::python::ForkedTransport>(earlier);
 }
 
-Connection connectTo(const std::optional<std::string>& address, std::chrono::milliseconds timeout) {
+Connection connectTo(const std::optional<std::string>& address, const parallel::toolbox::ConnectionOptions& options) {
   if (address) {
     claimSockets();
-    return Connection::connect(*address, timeout);
+    agent::spf::grpc_transport::routeGrpcLog();  // this module's own gRPC; other packages bring theirs
+    return Connection::connect(*address, options);
   }
   return {agent::spf::inprocess::connectInProcess(parallel::scheduler::makeSchedulerService()), "the embedded service"};
 }
 
 }  // namespace
 
-NativeSession::NativeSession(const std::optional<std::string>& address, std::chrono::milliseconds timeout)
-    : process_(::getpid()), connection_(std::make_unique<Connection>(connectTo(address, timeout))) {
+NativeSession::NativeSession(const std::optional<std::string>& address,
+                             const parallel::toolbox::ConnectionOptions& options)
+    : process_(::getpid()), connection_(std::make_unique<Connection>(connectTo(address, options))) {
   ++counters().sessions;
 }
 

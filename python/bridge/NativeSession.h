@@ -8,7 +8,6 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -38,7 +37,7 @@ class NativeSession {
  public:
   // Nothing: an embedded service. `ForkedTransport` for an address, where a forked process cannot have sockets any
   // more.
-  NativeSession(const std::optional<std::string>& address, std::chrono::milliseconds timeout);
+  NativeSession(const std::optional<std::string>& address, const parallel::toolbox::ConnectionOptions& options);
   ~NativeSession();
   NativeSession(const NativeSession&) = delete;
   NativeSession& operator=(const NativeSession&) = delete;

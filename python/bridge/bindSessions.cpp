@@ -101,11 +101,15 @@ void destroyWithoutLock(T* object) {
   }
 }
 
-std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& address, double seconds) {
+std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& address, double seconds,
+                                           const std::string& tls, bool insecure) {
+  parallel::toolbox::ConnectionOptions options;
   constexpr double kLongestSeconds = 1e9;  // so that a longer or infinite time has a number of milliseconds too
-  const auto timeout = std::chrono::milliseconds(static_cast<std::int64_t>(std::min(seconds, kLongestSeconds) * 1e3));
+  options.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(std::min(seconds, kLongestSeconds) * 1e3));
+  options.tls = tls;
+  options.insecure = insecure;
   return withoutLock([&] {
-    return std::shared_ptr<NativeSession>(new NativeSession(address, timeout), destroyWithoutLock<NativeSession>);
+    return std::shared_ptr<NativeSession>(new NativeSession(address, options), destroyWithoutLock<NativeSession>);
   });
 }
 
@@ -200,7 +204,7 @@ void bindSessions(py::module_& module) {
   };
   const auto close = [](NativeSession& session) { withoutLock([&] { session.close(); }); };
   py::class_<NativeSession, std::shared_ptr<NativeSession>>(module, "Session", "A connection to a service")
-      .def(py::init(&openSession), "address"_a, "timeout"_a)
+      .def(py::init(&openSession), "address"_a, "timeout"_a, "tls"_a, "insecure"_a)
       .def_property_readonly("name", &NativeSession::name)
       .def_property_readonly("is_open", &NativeSession::isOpen)
       .def("call", call, "method"_a, "items"_a, "control"_a = Control())

@@ -257,15 +257,28 @@ class Session:
         return f"<code>{html.escape(repr(self))}</code>"
 
 
-def connect(address: str | None = None, *, timeout: float = 10.0) -> Session:
+def connect(
+    address: str | None = None,
+    *,
+    timeout: float = 10.0,
+    tls: str | os.PathLike[str] | None = None,
+    insecure: bool = False,
+) -> Session:
     """A session with the service at "unix:PATH" or "HOST:PORT"; without an address, with one of its own in this process.
 
-    timeout: seconds to wait for the connection; then zks.Timeout is raised
+    timeout:  seconds to wait for the connection; then zks.Timeout is raised
+    tls:      the directory with the service's ca.pem and token and a client.pem and client-key.pem; for HOST:PORT it is
+              $ZKS_TLS or ~/.local/state/zks/tls if not given
+    insecure: connect to HOST:PORT in plain text, which others can read and alter
     """
+    if address is None and (tls is not None or insecure):
+        raise ValueError("tls and insecure say how to connect to an address, and there is none")
+    if tls is not None and insecure:
+        raise ValueError("tls and insecure exclude each other")
     if not timeout >= 0:
         raise ValueError(f"the timeout is in seconds from 0 on, not {timeout!r}")
     _logging.follow_level()
-    return Session(_bridge.Session(address, timeout))
+    return Session(_bridge.Session(address, timeout, os.fspath(tls) if tls is not None else "", insecure))
 
 
 def close_all() -> None:
