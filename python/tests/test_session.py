@@ -431,7 +431,7 @@ def deaf_address(request):
 
 def test_a_service_that_never_answers_is_told_as_a_timeout_and_nothing_stays(deaf_address):
     with pytest.raises(zks.Timeout) as caught:
-        zks.connect(deaf_address, timeout=0.1)
+        zks.connect(deaf_address, timeout=0.1, insecure=True)
     assert caught.value.identifier == "parallel:toolbox:NoAnswer"
     assert deaf_address in caught.value.text
     (cause,) = caught.value.causes
