@@ -4,13 +4,20 @@
 
 namespace agent::spf::core {
 
-void Service::add(std::string method, Handler handler) {
-  methods_.insert_or_assign(std::move(method), std::move(handler));
+void Service::add(std::string method, Handler handler, std::optional<ByteLimit> requestLimit) {
+  methods_.insert_or_assign(std::move(method), Method{std::move(handler), std::move(requestLimit)});
 }
 
 const Service::Handler* Service::find(std::string_view method) const {
   const auto found = methods_.find(method);
-  return found == methods_.end() ? nullptr : &found->second;
+  return found == methods_.end() ? nullptr : &found->second.handler;
+}
+
+const ByteLimit* Service::requestLimit(std::string_view method) const {
+  const auto found = methods_.find(method);
+  if (found != methods_.end() && found->second.requestLimit)
+    return &*found->second.requestLimit;
+  return requestLimit_ ? &*requestLimit_ : nullptr;
 }
 
 std::string Service::unknownMethodText(std::string_view method) const {
@@ -18,7 +25,7 @@ std::string Service::unknownMethodText(std::string_view method) const {
   if (methods_.empty())
     return text + "none.";
   const char* separator = "";
-  for (const auto& [name, handler] : methods_) {
+  for (const auto& [name, entry] : methods_) {
     text += separator + name;
     separator = ", ";
   }

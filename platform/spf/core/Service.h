@@ -9,6 +9,9 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "platform/spf/core/ByteLimit.h"
 
 namespace agent::spf::core {
 
@@ -41,14 +44,26 @@ class Service {
   // before.
   using Handler = std::function<void(ServerCall&)>;
 
-  void add(std::string method, Handler handler);
+  // A larger request is refused before the handler is called, or, where the client does not announce its size, while
+  // the handler reads it. A method's own limit comes before that of the service.
+  void add(std::string method, Handler handler, std::optional<ByteLimit> requestLimit = {});
+  void limitRequests(ByteLimit limit) { requestLimit_ = std::move(limit); }
+
   // Null when there is no such method.
   const Handler* find(std::string_view method) const;
+  // Null when there is none.
+  const ByteLimit* requestLimit(std::string_view method) const;
   // What a call of an unknown method is answered with: names the method and those there are.
   std::string unknownMethodText(std::string_view method) const;
 
  private:
-  std::map<std::string, Handler, std::less<>> methods_;
+  struct Method {
+    Handler handler;
+    std::optional<ByteLimit> requestLimit;
+  };
+
+  std::map<std::string, Method, std::less<>> methods_;
+  std::optional<ByteLimit> requestLimit_;
 };
 
 }  // namespace agent::spf::core

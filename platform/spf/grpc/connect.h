@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/spf/core/ByteLimit.h"
 #include "platform/spf/core/Invokable.h"
 #include "platform/spf/security/Credentials.h"
 
@@ -21,6 +22,9 @@ struct ConnectOptions {
   // A reply that has begun may pause for so long; then its reader gets Timeout and the call is cancelled. A wait for
   // the reply's beginning has no limit. Zero: neither has this.
   std::chrono::milliseconds idleTimeout{600'000};
+  // A larger reply fails its call: before its first byte is handed on, or, where the service does not announce its
+  // size, while it is read.
+  std::optional<core::ByteLimit> replyLimit;
   // Asked about every 50 ms while waiting for the connection; may throw to give up (an interrupt).
   std::function<void()> poll;
   // Runs once, on a thread of the framework, when the connection is found dead. May be empty.

@@ -230,6 +230,23 @@ TEST_F(ForeignClient, FramesOutOfPlaceEndTheStreamWithAReason) {
   }
 }
 
+TEST_F(ForeignClient, RequestOfUnknownSizeAboveTheLimitFailsWhileItIsRead) {
+  service_->limitRequests({100'000, "daemon --max-request"});
+  for (const std::size_t size : {100'000UL, 100'001UL}) {
+    stream_->Write(callFrame("read", std::string(size, 'x'), true));
+    v1::Frame reply;
+    ASSERT_TRUE(stream_->Read(&reply));
+    const core::ErrorChain seen = outcome();
+    outcome_ = std::promise<core::ErrorChain>();
+    EXPECT_EQ(seen.empty(), size == 100'000) << size;
+    while (!reply.end() && !reply.has_error())
+      ASSERT_TRUE(stream_->Read(&reply));
+    EXPECT_EQ(reply.has_error(), size > 100'000);
+    const std::string text = reply.has_error() ? reply.error().levels(0).text() : "no error";
+    EXPECT_THAT(text, HasSubstr(size > 100'000 ? "daemon --max-request" : "no error"));
+  }
+}
+
 // Stock clients take messages of up to 4 MiB, and this one names no capability.
 TEST_F(ForeignClient, LongErrorIsCutWithAMarkForAClientThatTakesNoParts) {
   service_->add("fail", [](ServerCall&) { throw FrameworkError(std::string(3 << 20, '.')); });

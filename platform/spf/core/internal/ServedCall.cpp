@@ -3,16 +3,18 @@
 #include <utility>
 
 #include "platform/spf/core/errors.h"
+#include "platform/spf/core/internal/LimitedInlet.h"
 
 namespace agent::spf::core::internal {
 
-ServedCall::ServedCall(std::string method, std::optional<long> requestSize, std::shared_ptr<ByteInlet> request,
-                       ReplyOutlet& reply, CancelNotice& notice)
-    : method_(std::move(method)),
+ServedCall::ServedCall(const Service& service, std::string method, std::optional<long> requestSize,
+                       std::shared_ptr<ByteInlet> request, ReplyOutlet& reply, CancelNotice& notice)
+    : service_(service),
+      method_(std::move(method)),
       requestSize_(requestSize),
       outlet_(reply),
       notice_(notice),
-      requestBuffer_(std::move(request)),
+      requestBuffer_(withinLimit(std::move(request))),
       replyBuffer_(reply, "reply of call \"" + method_ + "\""),
       request_(&requestBuffer_),
       reply_(&replyBuffer_) {
@@ -25,16 +27,26 @@ ServedCall::~ServedCall() {
   notice_.setCallback(nullptr);
 }
 
+// An announced size is checked before the handler is called, and held to by the transport.
+std::shared_ptr<ByteInlet> ServedCall::withinLimit(std::shared_ptr<ByteInlet> request) const {
+  const ByteLimit* const limit = service_.requestLimit(method_);
+  if (limit == nullptr || requestSize_)
+    return request;
+  return std::make_shared<LimitedInlet>(std::move(request), nameOfRequest(), *limit);
+}
+
 void ServedCall::setReplySize(long size) {
   replyBuffer_.announce(size);
   outlet_.setSize(size);
 }
 
-std::exception_ptr ServedCall::serve(const Service& service) noexcept {
+std::exception_ptr ServedCall::serve() noexcept {
   try {
-    const Service::Handler* handler = service.find(method_);
+    const Service::Handler* handler = service_.find(method_);
     if (handler == nullptr)
-      throw FrameworkError(service.unknownMethodText(method_));
+      throw FrameworkError(service_.unknownMethodText(method_));
+    if (const ByteLimit* const limit = service_.requestLimit(method_); limit != nullptr && requestSize_)
+      checkLimit(*limit, nameOfRequest(), *requestSize_);
     (*handler)(*this);
     notice_.setCallback(nullptr);
     replyBuffer_.finish();

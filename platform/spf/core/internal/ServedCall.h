@@ -24,9 +24,9 @@ class ReplyOutlet : public ByteOutlet {
 
 class ServedCall : public ServerCall {
  public:
-  // Ownership: borrows the outlet and the notice.
-  ServedCall(std::string method, std::optional<long> requestSize, std::shared_ptr<ByteInlet> request,
-             ReplyOutlet& reply, CancelNotice& notice);
+  // Ownership: borrows the service, the outlet and the notice.
+  ServedCall(const Service& service, std::string method, std::optional<long> requestSize,
+             std::shared_ptr<ByteInlet> request, ReplyOutlet& reply, CancelNotice& notice);
   ~ServedCall() override;
 
   const std::string& method() const noexcept override { return method_; }
@@ -38,9 +38,13 @@ class ServedCall : public ServerCall {
   std::ostream& reply() override { return reply_; }
 
   // Runs the handler of the method and ends the reply. Returns the error that the reply must end with, null for none.
-  std::exception_ptr serve(const Service& service) noexcept;
+  std::exception_ptr serve() noexcept;
 
  private:
+  std::string nameOfRequest() const { return "request of call \"" + method_ + "\""; }
+  std::shared_ptr<ByteInlet> withinLimit(std::shared_ptr<ByteInlet> request) const;
+
+  const Service& service_;
   std::string method_;
   std::optional<long> requestSize_;
   ReplyOutlet& outlet_;

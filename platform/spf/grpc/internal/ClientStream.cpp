@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/spf/core/errors.h"
+#include "platform/spf/core/internal/LimitedInlet.h"
 #include "platform/spf/core/internal/ReplySource.h"
 #include "platform/spf/grpc/internal/ClientConnection.h"
 #include "platform/spf/grpc/internal/FrameOutlet.h"
@@ -226,16 +227,17 @@ void ClientStream::receiveReply(const std::shared_ptr<ClientCall>& call, Frame& 
     std::rethrow_exception(call->reply->failure());
   if (frame.errorPart)
     call->error.add(*frame.errorPart);
-  if (frame.error)
-    call->reply->fail(core::rebuildErrorChain(call->error.finish(*frame.error)));
-  else if (frame.end)
-    call->reply->end();
+  const std::exception_ptr error = frame.error ? core::rebuildErrorChain(call->error.finish(*frame.error)) : nullptr;
   if (frame.end || frame.error)
     endReply(call);
+  if (error != nullptr)
+    call->reply->fail(error);
+  else if (frame.end)
+    call->reply->end();
   answer(call, frame);
 }
 
-// The stream is free for the next call before the handler, who may start that one, is told.
+// The stream is free for the next call before the reader or the handler, who may start that one, is told.
 void ClientStream::endReply(const std::shared_ptr<ClientCall>& call) {
   Upload upload{};
   {
@@ -263,8 +265,27 @@ void ClientStream::answer(const std::shared_ptr<ClientCall>& call, const Frame& 
     return;
   if (isBytes)
     return call->handler.succeed({});
-  std::shared_ptr<core::ImportedDataSource> source = std::make_shared<core::internal::ReplySource>(call->reply);
-  call->handler.succeed(core::GenericPayload(std::move(source)));
+  try {
+    std::shared_ptr<core::ImportedDataSource> source =
+        std::make_shared<core::internal::ReplySource>(replyWithinLimit(*call));
+    call->handler.succeed(core::GenericPayload(std::move(source)));
+  } catch (const FrameworkError&) {
+    abandon(call);
+    call->handler.fail(std::current_exception());
+  }
+}
+
+// Throws FrameworkError when the reply is announced to be too large.
+std::shared_ptr<core::internal::ByteInlet> ClientStream::replyWithinLimit(const ClientCall& call) const {
+  const std::optional<core::ByteLimit>& limit = connection_->options().replyLimit;
+  if (!limit)
+    return call.reply;
+  const std::string what = "reply of call \"" + call.method + "\"";
+  const std::optional<long> announced = call.reply->remaining();
+  if (!announced)
+    return std::make_shared<core::internal::LimitedInlet>(call.reply, what, *limit);
+  core::internal::checkLimit(*limit, what, *announced);
+  return call.reply;
 }
 
 bool ClientStream::takeAnswer(ClientCall& call) {

@@ -80,6 +80,7 @@ class ClientStream : public std::enable_shared_from_this<ClientStream> {
   void receiveReply(const std::shared_ptr<ClientCall>& call, Frame& frame);
   void endReply(const std::shared_ptr<ClientCall>& call);
   void answer(const std::shared_ptr<ClientCall>& call, const Frame& frame);
+  std::shared_ptr<core::internal::ByteInlet> replyWithinLimit(const ClientCall& call) const;
   std::shared_ptr<ClientCall> current();
   void failCall(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error);
   void abandon(const std::shared_ptr<ClientCall>& call);

@@ -310,8 +310,8 @@ void ServerStream::reply(IncomingCall& call, FrameOutlet& outlet) {
   try {
     checkVersion(call.head);
     const std::optional<long> size = call.head.has_size() ? std::optional<long>(call.head.size()) : std::nullopt;
-    core::internal::ServedCall served(call.head.method(), size, call.request, outlet, call.notice);
-    error = served.serve(server_.service());
+    core::internal::ServedCall served(server_.service(), call.head.method(), size, call.request, outlet, call.notice);
+    error = served.serve();
     if (error != nullptr)
       replyError(call, outlet, error);
   } catch (...) {

@@ -111,8 +111,8 @@ void EmbeddedCall::serve(const core::Service& service) {
   Outlet outlet(replyPipe_, [this] { beginReply(); });
   const auto request =
       std::make_shared<Inlet>(shared_from_this(), requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
-  core::internal::ServedCall served(method_, request_.size(), request, outlet, notice_);
-  if (const std::exception_ptr error = served.serve(service))
+  core::internal::ServedCall served(service, method_, request_.size(), request, outlet, notice_);
+  if (const std::exception_ptr error = served.serve())
     failReply(core::rebuildErrorChain(core::flattenErrorChain(error)));
   else if (request_.isBytes() && takeAnswer())
     handler_.succeed({});
