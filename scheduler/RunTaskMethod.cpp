@@ -93,7 +93,7 @@ TesselTaskExecutionInfo executionInfo(const ProcessResult& result, nanoseconds q
 zksmessages::ResultPayload resultPayload(const TesselTaskExecutionInfo& info) {
   zksmessages::ResultPayload payload;
   payload.mutable_result()->set_type_url("type.googleapis.com/" + info.GetTypeName());
-  info.SerializeToString(payload.mutable_result()->mutable_value());
+  payload.mutable_result()->set_value(info.SerializeAsString());
   return payload;
 }
 

@@ -58,6 +58,7 @@ class ForeignClient : public ::testing::Test {
       readAll(call.request());
       throw FrameworkError("no \xFF luck" + std::string(10'000, '.'));
     });
+    service_->add("failAtLength", [](ServerCall&) { throw FrameworkError(std::string(3 << 20, '.')); });
     service_->add("read", [this](ServerCall& call) {
       call.reply().flush();
       try {
@@ -68,6 +69,7 @@ class ForeignClient : public ::testing::Test {
         throw;
       }
     });
+    service_->limitRequests({1'000'000, "daemon --max-request"});
     server_ = std::make_unique<Server>(service_, grpc_transport::ServerOptions{directory_.address(), {}});
     stub_ = v1::Transport::NewStub(grpc::CreateChannel(server_->address(), grpc::InsecureChannelCredentials()));
     stream_ = stub_->Converse(&context_);
@@ -231,26 +233,24 @@ TEST_F(ForeignClient, FramesOutOfPlaceEndTheStreamWithAReason) {
 }
 
 TEST_F(ForeignClient, RequestOfUnknownSizeAboveTheLimitFailsWhileItIsRead) {
-  service_->limitRequests({100'000, "daemon --max-request"});
-  for (const std::size_t size : {100'000UL, 100'001UL}) {
+  for (const std::size_t size : {1'000'000UL, 1'000'001UL}) {
     stream_->Write(callFrame("read", std::string(size, 'x'), true));
     v1::Frame reply;
     ASSERT_TRUE(stream_->Read(&reply));
     const core::ErrorChain seen = outcome();
     outcome_ = std::promise<core::ErrorChain>();
-    EXPECT_EQ(seen.empty(), size == 100'000) << size;
+    EXPECT_EQ(seen.empty(), size == 1'000'000) << size;
     while (!reply.end() && !reply.has_error())
       ASSERT_TRUE(stream_->Read(&reply));
-    EXPECT_EQ(reply.has_error(), size > 100'000);
+    EXPECT_EQ(reply.has_error(), size > 1'000'000);
     const std::string text = reply.has_error() ? reply.error().levels(0).text() : "no error";
-    EXPECT_THAT(text, HasSubstr(size > 100'000 ? "daemon --max-request" : "no error"));
+    EXPECT_THAT(text, HasSubstr(size > 1'000'000 ? "daemon --max-request" : "no error"));
   }
 }
 
 // Stock clients take messages of up to 4 MiB, and this one names no capability.
 TEST_F(ForeignClient, LongErrorIsCutWithAMarkForAClientThatTakesNoParts) {
-  service_->add("fail", [](ServerCall&) { throw FrameworkError(std::string(3 << 20, '.')); });
-  stream_->Write(callFrame("fail", "", true));
+  stream_->Write(callFrame("failAtLength", "", true));
   v1::Frame reply;
   ASSERT_TRUE(stream_->Read(&reply));
   ASSERT_EQ(reply.error().levels_size(), 1);
@@ -259,8 +259,7 @@ TEST_F(ForeignClient, LongErrorIsCutWithAMarkForAClientThatTakesNoParts) {
 }
 
 TEST_F(ForeignClient, ClientThatTakesPartsGetsALongErrorInFramesOfModerateSize) {
-  service_->add("fail", [](ServerCall&) { throw FrameworkError(std::string(3 << 20, '.')); });
-  v1::Frame frame = callFrame("fail", "", true);
+  v1::Frame frame = callFrame("failAtLength", "", true);
   frame.mutable_call()->add_capabilities(v1::ERROR_PARTS);
   frame.mutable_call()->add_capabilities(static_cast<v1::Capability>(77));  // of a later day
   stream_->Write(frame);

@@ -36,7 +36,7 @@ template <class Message>
 std::string encodeMessageField(char tag, const Message& message) {
   std::string bytes(1, tag);
   appendVarint(bytes, message.ByteSizeLong());
-  message.AppendToString(&bytes);
+  bytes += message.SerializeAsString();
   return bytes;
 }
 
