@@ -102,7 +102,7 @@ TEST_F(ZksErrors, PortWhereNothingListensIsNamed) {
   ASSERT_EQ(::bind(bound.get(), reinterpret_cast<const sockaddr*>(&name), size), 0);
   ASSERT_EQ(::getsockname(bound.get(), reinterpret_cast<sockaddr*>(&name), &size), 0);
   setAddress("127.0.0.1:" + std::to_string(ntohs(name.sin_port)));
-  expectFailure(zks({"echo"}), 1, {address()});
+  expectFailure(zks({"--insecure", "echo"}), 1, {address(), "nothing listens there"});
 }
 
 TEST_F(ZksErrors, ServiceThatHasEndedIsNamed) {
