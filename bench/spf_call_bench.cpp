@@ -19,8 +19,12 @@ bench::Samples pings(bench::Peer& peer, int calls) {
 }
 
 void measure(const std::string& family, int repetitions, int calls) {
-  const std::vector<std::string> kinds{"unary", "spf", "bare1024", "raw"};
-  const std::vector<std::string> names{"unary", "spf", "open stream", "raw"};
+  std::vector<std::string> kinds{"unary", "spf", "bare1024"};
+  std::vector<std::string> names{"unary", "spf", "open stream"};
+  if (family != "tls") {
+    kinds.emplace_back("raw");
+    names.emplace_back("raw");
+  }
   std::vector<std::unique_ptr<bench::ServerProcess>> servers;
   std::vector<std::unique_ptr<bench::Peer>> peers;
   std::vector<bench::Contender> contenders;
@@ -54,4 +58,5 @@ int main(int argc, char** argv) {
   const int calls = argc > 2 ? std::atoi(argv[2]) : 3000;
   measure("tcp", repetitions, calls);
   measure("unix", repetitions, calls);
+  measure("tls", repetitions, calls);
 }

@@ -35,6 +35,23 @@ grpc::ByteBuffer bufferOf(const char* bytes, std::size_t size) {
   return grpc::ByteBuffer(&slice, 1);
 }
 
+std::shared_ptr<grpc::ChannelCredentials> channelCredentials(const std::string& address) {
+  const auto credentials = clientCredentials(address);
+  if (!credentials)
+    return grpc::InsecureChannelCredentials();
+  return grpc::SslCredentials({credentials->authority, credentials->privateKey, credentials->certificate});
+}
+
+std::shared_ptr<grpc::ServerCredentials> listenerCredentials(const std::string& address) {
+  const auto credentials = serverCredentials(address);
+  if (!credentials)
+    return grpc::InsecureServerCredentials();
+  grpc::SslServerCredentialsOptions options(GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
+  options.pem_root_certs = credentials->authority;
+  options.pem_key_cert_pairs.push_back({credentials->privateKey, credentials->certificate});
+  return grpc::SslServerCredentials(options);
+}
+
 // One call of the server, driven by its operations' tags. Method /bench/sink stores and answers one byte at the end,
 // the others send each message back.
 class ServedStream {
@@ -98,7 +115,7 @@ class BarePeer : public Peer {
   BarePeer(const std::string& address, std::size_t frameBytes, bool unary) : frameBytes_(frameBytes), unary_(unary) {
     grpc::ChannelArguments arguments;
     arguments.SetMaxReceiveMessageSize(kMessageLimit);
-    channel_ = grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), arguments);
+    channel_ = grpc::CreateCustomChannel(withoutFamily(address), channelCredentials(address), arguments);
     if (!channel_->WaitForConnected(std::chrono::system_clock::now() + std::chrono::seconds(10)))
       throw std::runtime_error("no connection");
     stub_ = std::make_unique<grpc::GenericStub>(channel_);
@@ -243,13 +260,13 @@ void serveBare(const std::string& address) {
   grpc::AsyncGenericService service;
   grpc::ServerBuilder builder;
   int port = 0;
-  builder.AddListeningPort(address, grpc::InsecureServerCredentials(), &port);
+  builder.AddListeningPort(withoutFamily(address), listenerCredentials(address), &port);
   builder.SetMaxReceiveMessageSize(kMessageLimit);
   builder.RegisterAsyncGenericService(&service);
   const auto queue = builder.AddCompletionQueue();
   const auto server = builder.BuildAndStart();
   new ServedStream(service, *queue, store);
-  announceAddress(address.starts_with("unix:") ? address : "127.0.0.1:" + std::to_string(port));
+  announceAddress(address.starts_with("unix:") ? address : familyOf(address) + "127.0.0.1:" + std::to_string(port));
   std::thread poller([&] {
     void* got = nullptr;
     bool ok = false;

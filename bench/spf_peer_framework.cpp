@@ -27,7 +27,8 @@ void echo(core::ServerCall& call) {
 
 class FrameworkPeer : public Peer {
  public:
-  explicit FrameworkPeer(const std::string& address) : client_(grpc_transport::connect(address, clientOptions())) {}
+  explicit FrameworkPeer(const std::string& address)
+      : client_(grpc_transport::connect(withoutFamily(address), clientOptions(address))) {}
 
   void sink(const std::vector<char>& payload) override {
     char byte = 0;
@@ -50,9 +51,10 @@ class FrameworkPeer : public Peer {
   }
 
  private:
-  static grpc_transport::ConnectOptions clientOptions() {
+  static grpc_transport::ConnectOptions clientOptions(const std::string& address) {
     grpc_transport::ConnectOptions options;
-    options.plainText = true;
+    options.credentials = clientCredentials(address);
+    options.plainText = !options.credentials;
     return options;
   }
 
@@ -87,10 +89,11 @@ void serveSpf(const std::string& address) {
     call.reply().put('k');
   });
   grpc_transport::ServerOptions options;
-  options.address = address;
-  options.plainText = true;
+  options.address = withoutFamily(address);
+  options.credentials = serverCredentials(address);
+  options.plainText = !options.credentials;
   const grpc_transport::Server server(service, options);
-  announceAddress(server.address());
+  announceAddress(familyOf(address) + server.address());
   waitForEndOfInput();
 }
 

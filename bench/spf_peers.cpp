@@ -8,11 +8,67 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
 #include "bench/spf_peers_internal.h"
+#include "platform/spf/security/CredentialsDirectory.h"
 
 namespace bench {
+
+namespace {
+
+namespace security = agent::spf::security;
+
+constexpr const char* kTls = "tls:";
+constexpr const char* kDirectoryVariable = "SPF_BENCH_TLS";  // for the server processes
+
+// Credentials for this run, in a directory that goes with it.
+class RunCredentials {
+ public:
+  RunCredentials() {
+    char path[] = "/tmp/spf-bench-tls-XXXXXX";
+    if (::mkdtemp(path) == nullptr)
+      throw std::runtime_error("mkdtemp");
+    path_ = path;
+    security::prepareDirectory({path_});
+    ::setenv(kDirectoryVariable, path, 1);
+  }
+  ~RunCredentials() { std::filesystem::remove_all(path_); }
+  RunCredentials(const RunCredentials&) = delete;
+  RunCredentials& operator=(const RunCredentials&) = delete;
+
+ private:
+  std::filesystem::path path_;
+};
+
+const char* credentialsDirectory() {
+  const char* directory = std::getenv(kDirectoryVariable);
+  return directory != nullptr ? directory : throw std::runtime_error("there are no credentials");
+}
+
+}  // namespace
+
+std::string familyOf(const std::string& address) {
+  return address.starts_with(kTls) ? kTls : "";
+}
+
+std::string withoutFamily(const std::string& address) {
+  return address.substr(familyOf(address).size());
+}
+
+std::optional<security::Credentials> serverCredentials(const std::string& address) {
+  if (familyOf(address).empty())
+    return std::nullopt;
+  return security::readServerCredentials(credentialsDirectory());
+}
+
+std::optional<security::Credentials> clientCredentials(const std::string& address) {
+  if (familyOf(address).empty())
+    return std::nullopt;
+  return security::readClientCredentials(credentialsDirectory());
+}
 
 void keepFreedMemory() {
   ::mallopt(M_TRIM_THRESHOLD, 1 << 30);
@@ -89,6 +145,10 @@ std::unique_ptr<Peer> connectPeer(const std::string& kind, const std::string& ad
 }
 
 std::string freshAddress(const std::string& family) {
+  if (family == "tls") {
+    static const RunCredentials credentials;
+    return std::string(kTls) + "127.0.0.1:0";
+  }
   if (family == "tcp")
     return "127.0.0.1:0";
   char path[] = "/tmp/spf-bench-XXXXXX";

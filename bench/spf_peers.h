@@ -50,7 +50,8 @@ class Peer {
 // stream); "unary" (ping is a unary call, the rest as bare); "raw".
 std::unique_ptr<Peer> connectPeer(const std::string& kind, const std::string& address);
 
-// Addresses of this kind that the system chooses: "tcp" or "unix".
+// Addresses of this kind that the system chooses: "tcp", "unix" or "tls", which is TCP with certificates at both ends;
+// a raw peer has none of that.
 std::string freshAddress(const std::string& family);
 
 }  // namespace bench

@@ -3,9 +3,11 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "bench/spf_peers.h"
+#include "platform/spf/security/Credentials.h"
 
 namespace bench {
 
@@ -16,6 +18,12 @@ inline constexpr std::size_t kPingBytes = 64;
 void serveBare(const std::string& address);
 void serveRaw(const std::string& address);
 void serveSpf(const std::string& address);
+// Of "tls:HOST:PORT"; nothing for other addresses, which mean plain text.
+std::optional<agent::spf::security::Credentials> serverCredentials(const std::string& address);
+std::optional<agent::spf::security::Credentials> clientCredentials(const std::string& address);
+// The address as gRPC knows it, and back.
+std::string withoutFamily(const std::string& address);
+std::string familyOf(const std::string& address);
 void announceAddress(const std::string& address);
 void waitForEndOfInput();
 

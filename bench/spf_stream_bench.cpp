@@ -19,7 +19,9 @@ struct Running {
 };
 
 void measure(const std::string& family, int repetitions) {
-  const std::vector<std::string> kinds{"bare1024", "bare256", "spf", "raw"};
+  std::vector<std::string> kinds{"bare1024", "bare256", "spf"};
+  if (family != "tls")
+    kinds.emplace_back("raw");
   std::vector<std::unique_ptr<Running>> running;
   for (const std::string& kind : kinds)
     running.push_back(std::make_unique<Running>(kind, family));
@@ -51,4 +53,5 @@ int main(int argc, char** argv) {
   const int repetitions = argc > 1 ? std::atoi(argv[1]) : 5;
   measure("tcp", repetitions);
   measure("unix", repetitions);
+  measure("tls", repetitions);
 }
