@@ -3,12 +3,17 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <set>
 #include <string_view>
 
 namespace zks {
 namespace {
+
+constexpr double kMostSeconds = 1e9;
+// What fits into the sizes of calls.
+constexpr std::uint64_t kLargestSize = std::numeric_limits<std::int64_t>::max();
 
 constexpr const char* kExamples = R"(
 Examples:
@@ -196,6 +201,23 @@ struct Grammar {
                  "Connect to HOST:PORT in plain text, which others can read and alter")
         ->needs(address)
         ->excludes(tls);
+    addSeconds("--connect-timeout", line.global.connectSeconds, "How long to wait for the service to let us in")
+        ->needs(address);
+    addSeconds("--idle-timeout", line.global.idleSeconds,
+               "How long a reply that has begun may pause while it is received; 0: for ever")
+        ->needs(address);
+    app.add_option("--max-reply", line.global.maxReplyBytes, "Refuse larger replies; in bytes or as 512M, 2G")
+        ->type_name("BYTES")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(std::uint64_t{0}, kLargestSize))
+        ->needs(address);
+  }
+
+  CLI::Option* addSeconds(const char* name, double& target, const char* help) {
+    return app.add_option(name, target, help)
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, kMostSeconds))
+        ->capture_default_str();
   }
 
   CLI::App* addCommand(const char* name, const char* help, const char* footer) {

@@ -32,6 +32,9 @@ struct GlobalOptions {
   std::string address;       // empty: an embedded service
   std::string tlsDirectory;  // empty: the default
   bool insecure = false;
+  double connectSeconds = 10;
+  double idleSeconds = 600;  // 0: no limit
+  std::optional<std::uint64_t> maxReplyBytes;
   std::string logLevel = "off";
   std::vector<std::string> descriptorFiles;
 };

@@ -72,6 +72,23 @@ TEST(CommandLine, RunTakesItsOptionsInAnyNumber) {
   EXPECT_EQ(run.memoryBytes, 64u << 20);
 }
 
+TEST(CommandLine, ConnectionHasItsTimesAndLimits) {
+  const auto plain = parsedGlobal({"echo", "--plain", "x"});
+  EXPECT_EQ(plain.connectSeconds, 10);
+  EXPECT_EQ(plain.idleSeconds, 600);
+  EXPECT_FALSE(plain.maxReplyBytes);
+  const auto global = parsedGlobal({"--address", "unix:x", "--connect-timeout", "0.5", "--idle-timeout", "0",
+                                    "--max-reply", "512M", "echo", "--plain", "x"});
+  EXPECT_EQ(global.connectSeconds, 0.5);
+  EXPECT_EQ(global.idleSeconds, 0);
+  EXPECT_EQ(global.maxReplyBytes, std::uint64_t{512} << 20);
+  for (const char* option : {"--connect-timeout", "--idle-timeout", "--max-reply"}) {
+    expectUsageError({"--address", "unix:x", option, "soon", "echo"}, option);
+    expectUsageError({"--address", "unix:x", option, "-1", "echo"}, option);
+    expectUsageError({option, "1", "echo", "--plain", "x"}, "--address");
+  }
+}
+
 TEST(CommandLine, RunWithoutACommandSaysWhereItGoes) {
   expectUsageError({"run"}, "put it after --");
   expectUsageError({"run", "--"}, "put it after --");

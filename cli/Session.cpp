@@ -16,10 +16,18 @@ using parallel::toolbox::Connection;
 // Ctrl-C waits for this long at most for a task that ignores the polite signal.
 constexpr std::chrono::milliseconds kKillGrace{50};
 
+std::chrono::milliseconds milliseconds(double seconds) {
+  return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
 parallel::toolbox::ConnectionOptions connectionOptions(const GlobalOptions& options) {
   parallel::toolbox::ConnectionOptions connection;
   connection.tls = options.tlsDirectory;
   connection.insecure = options.insecure;
+  connection.timeout = milliseconds(options.connectSeconds);
+  connection.idleTimeout = milliseconds(options.idleSeconds);
+  if (options.maxReplyBytes)
+    connection.replyLimit = {static_cast<long>(*options.maxReplyBytes), "zks --max-reply"};
   return connection;
 }
 

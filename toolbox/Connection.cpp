@@ -96,6 +96,8 @@ Connection Connection::connect(std::string_view address, const ConnectionOptions
   agent::spf::grpc_transport::ConnectOptions options;
   options.connectTimeout = wanted.timeout;
   options.plainText = wanted.insecure;
+  options.idleTimeout = wanted.idleTimeout;
+  options.replyLimit = wanted.replyLimit;
   options.poll = pollInterrupts;
   options.onDisconnect = [watched = std::weak_ptr<Record>(record)] {
     if (const auto found = watched.lock())

@@ -3,6 +3,9 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
+
+#include "platform/spf/core/ByteLimit.h"
 
 namespace parallel::toolbox {
 
@@ -13,6 +16,10 @@ struct ConnectionOptions {
   std::filesystem::path tls = {};
   // TCP in plain text, which everybody in between can read and alter.
   bool insecure = false;
+  // A reply that has begun may pause for so long; then its reader gets Timeout. Zero: for ever.
+  std::chrono::milliseconds idleTimeout{600'000};
+  // A larger reply fails its call.
+  std::optional<agent::spf::core::ByteLimit> replyLimit = std::nullopt;
 };
 
 }  // namespace parallel::toolbox

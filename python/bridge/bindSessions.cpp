@@ -101,13 +101,23 @@ void destroyWithoutLock(T* object) {
   }
 }
 
+// A longer or infinite time has a number of milliseconds too.
+std::chrono::milliseconds milliseconds(double seconds) {
+  constexpr double kLongestSeconds = 1e9;
+  return std::chrono::ceil<std::chrono::milliseconds>(
+      std::chrono::duration<double>(std::min(seconds, kLongestSeconds)));
+}
+
 std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& address, double seconds,
-                                           const std::string& tls, bool insecure) {
+                                           const std::string& tls, bool insecure, double idleSeconds,
+                                           std::optional<std::int64_t> maxReplyBytes) {
   parallel::toolbox::ConnectionOptions options;
-  constexpr double kLongestSeconds = 1e9;  // so that a longer or infinite time has a number of milliseconds too
-  options.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(std::min(seconds, kLongestSeconds) * 1e3));
+  options.timeout = milliseconds(seconds);
   options.tls = tls;
   options.insecure = insecure;
+  options.idleTimeout = milliseconds(idleSeconds);
+  if (maxReplyBytes)
+    options.replyLimit = {*maxReplyBytes, "max_reply of zks.connect"};
   return withoutLock([&] {
     return std::shared_ptr<NativeSession>(new NativeSession(address, options), destroyWithoutLock<NativeSession>);
   });
@@ -204,7 +214,7 @@ void bindSessions(py::module_& module) {
   };
   const auto close = [](NativeSession& session) { withoutLock([&] { session.close(); }); };
   py::class_<NativeSession, std::shared_ptr<NativeSession>>(module, "Session", "A connection to a service")
-      .def(py::init(&openSession), "address"_a, "timeout"_a, "tls"_a, "insecure"_a)
+      .def(py::init(&openSession), "address"_a, "timeout"_a, "tls"_a, "insecure"_a, "idle_timeout"_a, "max_reply"_a)
       .def_property_readonly("name", &NativeSession::name)
       .def_property_readonly("is_open", &NativeSession::isOpen)
       .def("call", call, "method"_a, "items"_a, "control"_a = Control())

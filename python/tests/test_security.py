@@ -113,7 +113,7 @@ def test_plain_text_needs_the_word_at_both_ends(guarded, plain, tmp_path):
 
 
 def test_words_that_contradict_each_other_are_refused(tmp_path):
-    for arguments in ({"tls": tmp_path}, {"insecure": True}):
+    for arguments in ({"tls": tmp_path}, {"insecure": True}, {"max_reply": 1}):
         with pytest.raises(ValueError, match="there is none"):
             zks.connect(**arguments)
     with pytest.raises(ValueError, match="exclude each other"):

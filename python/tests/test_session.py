@@ -720,3 +720,17 @@ print("end")
 """
     done = run_python(code, address)
     assert (done.returncode, done.stdout) == (0, "end\n"), done.stderr
+
+
+def test_larger_reply_than_allowed_fails_its_call_naming_size_limit_and_option(daemon):
+    with zks.connect(daemon, max_reply=1000) as session:
+        with pytest.raises(zks.Error, match=r"at most 1000 are allowed: see max_reply of zks\.connect"):
+            session.echo(b"x" * 2000)
+        (item,) = session.echo(b"x" * 100)
+        assert item.bytes() == b"x" * 100
+
+
+def test_limits_that_mean_nothing_are_refused():
+    for arguments in ({"idle_timeout": 0}, {"idle_timeout": -1.0}, {"max_reply": -1}):
+        with pytest.raises(ValueError):
+            zks.connect("unix:/nowhere", **arguments)

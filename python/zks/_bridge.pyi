@@ -24,7 +24,15 @@ class Reply:
     def take_file(self, index: int, path: str | bytes | PathLike, control: CallControl | None = None) -> None: ...
 
 class Session:
-    def __init__(self, address: str | None, timeout: float, tls: str, insecure: bool) -> None: ...
+    def __init__(
+        self,
+        address: str | None,
+        timeout: float,
+        tls: str,
+        insecure: bool,
+        idle_timeout: float,
+        max_reply: int | None,
+    ) -> None: ...
     @property
     def name(self) -> str: ...
     @property

@@ -263,6 +263,8 @@ def connect(
     timeout: float = 10.0,
     tls: str | os.PathLike[str] | None = None,
     insecure: bool = False,
+    idle_timeout: float | None = 600.0,
+    max_reply: int | None = None,
 ) -> Session:
     """A session with the service at "unix:PATH" or "HOST:PORT"; without an address, with one of its own in this process.
 
@@ -270,15 +272,23 @@ def connect(
     tls:      the directory with the service's ca.pem and token and a client.pem and client-key.pem; for HOST:PORT it is
               $ZKS_TLS or ~/.local/state/zks/tls if not given
     insecure: connect to HOST:PORT in plain text, which others can read and alter
+    idle_timeout: seconds that a reply which has begun may pause while it is read; then zks.Timeout is raised. None: for
+              ever
+    max_reply: bytes of the largest reply that is taken; a larger one fails its call
     """
-    if address is None and (tls is not None or insecure):
-        raise ValueError("tls and insecure say how to connect to an address, and there is none")
+    if address is None and (tls is not None or insecure or max_reply is not None):
+        raise ValueError("tls, insecure and max_reply are of connections to an address, and there is none")
+    if idle_timeout is not None and not idle_timeout > 0:
+        raise ValueError(f"the idle timeout is in seconds above 0, or None, not {idle_timeout!r}")
+    if max_reply is not None and max_reply < 0:
+        raise ValueError(f"a reply has 0 bytes or more, not {max_reply!r}")
     if tls is not None and insecure:
         raise ValueError("tls and insecure exclude each other")
     if not timeout >= 0:
         raise ValueError(f"the timeout is in seconds from 0 on, not {timeout!r}")
     _logging.follow_level()
-    return Session(_bridge.Session(address, timeout, os.fspath(tls) if tls is not None else "", insecure))
+    directory = os.fspath(tls) if tls is not None else ""
+    return Session(_bridge.Session(address, timeout, directory, insecure, idle_timeout or 0.0, max_reply))
 
 
 def close_all() -> None:

@@ -12,6 +12,9 @@ namespace parallel::scheduler {
 namespace {
 
 constexpr int kUsageError = 2;
+constexpr double kMostSeconds = 1e9;
+// What fits into the sizes of calls.
+constexpr std::uint64_t kLargestSize = std::numeric_limits<std::int64_t>::max();
 
 struct RawOptions {
   DaemonOptions options;
@@ -47,6 +50,15 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
   app.add_option("--scratch", options.scratch, "Make the tasks' directories in this one (default: $TMPDIR or /tmp)")
       ->type_name("DIR")
       ->check(CLI::ExistingDirectory);
+  app.add_option("--max-request", options.maxRequestBytes, "Refuse larger requests; in bytes or as 512M, 2G")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(std::uint64_t{0}, kLargestSize));
+  app.add_option("--idle-timeout", options.idleSeconds,
+                 "How long a request may pause while it is received; 0: for ever")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, kMostSeconds))
+      ->capture_default_str();
   app.add_option("--log", raw.logWord, "Say more or less on standard error: off, error, warning, detail, trace")
       ->type_name("LEVEL")
       ->capture_default_str();

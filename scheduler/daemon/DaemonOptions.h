@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <ostream>
@@ -21,6 +22,8 @@ struct DaemonOptions {
   std::vector<std::string> tlsNames;
   bool insecure = false;
   std::size_t slots = 0;
+  std::optional<std::uint64_t> maxRequestBytes;
+  double idleSeconds = 600;  // 0: no limit
   std::filesystem::path scratch;
   foundation::log::level_t logLevels = 0;
 };

@@ -39,6 +39,8 @@ TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
   EXPECT_EQ(options->socket, "");
   EXPECT_EQ(options->listen, "");
   EXPECT_EQ(options->slots, 0U);
+  EXPECT_FALSE(options->maxRequestBytes);
+  EXPECT_EQ(options->idleSeconds, 600);
   EXPECT_EQ(options->scratch, "");
   EXPECT_EQ(options->logLevels, logging::levelsFromWord("warning"));
 }
@@ -51,6 +53,10 @@ TEST(DaemonOptions, EachOptionIsTaken) {
   EXPECT_EQ(options->slots, 3U);
   EXPECT_EQ(options->scratch, "/tmp");
   EXPECT_EQ(options->logLevels, logging::levelsFromWord("trace"));
+  const auto limited = parse({"--max-request", "2G", "--idle-timeout", "1.5"}).parsed.options;
+  ASSERT_TRUE(limited);
+  EXPECT_EQ(limited->maxRequestBytes, std::uint64_t{2} << 30);
+  EXPECT_EQ(limited->idleSeconds, 1.5);
   const auto open = parse({"--listen", "localhost:0", "--insecure"}).parsed.options;
   ASSERT_TRUE(open);
   EXPECT_EQ(open->listen, "localhost:0");
@@ -75,6 +81,9 @@ TEST(DaemonOptions, UsageErrorsNameTheOption) {
   expectUsageError({"--listen", "h:1", "--insecure", "--tls-name", "x"}, "--tls-name");
   expectUsageError({"--socket", "/x", "--listen", "h:1", "--insecure"}, "--socket");
   expectUsageError({"--slots", "0"}, "--slots");
+  expectUsageError({"--max-request", "many"}, "--max-request");
+  expectUsageError({"--max-request", "9223372036854775808"}, "--max-request");
+  expectUsageError({"--idle-timeout", "-1"}, "--idle-timeout");
   expectUsageError({"--slots", "many"}, "--slots");
   expectUsageError({"--scratch", "/no/such/directory"}, "/no/such/directory");
   expectUsageError({"--log", "loud"}, "--log");

@@ -71,6 +71,7 @@ ServerOptions serverOptions(const DaemonOptions& options, const std::optional<So
   ServerOptions server;
   server.address = claim ? claim->address() : options.listen;
   server.plainText = options.insecure;
+  server.idleTimeout = std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(options.idleSeconds));
   if (!claim && !options.insecure)
     server.credentials = serviceCredentials(options);
   return server;
@@ -96,6 +97,8 @@ void run(const DaemonOptions& options) {
   const auto counter = std::make_shared<CallCounter>();
   const auto service = makeSchedulerService(
       SchedulerOptions{.slots = options.slots, .scratchParent = options.scratch, .counter = counter});
+  if (options.maxRequestBytes)
+    service->limitRequests({static_cast<long>(*options.maxRequestBytes), "zksd --max-request"});
   const std::unique_ptr<Server> server = listen(service, serverOptions(options, claim));
   announce(options, *server);
   serveUntilSignal(signals, *counter);

@@ -319,6 +319,21 @@ TEST_F(Zksd, TasksDoNotInheritItsUmask) {
   EXPECT_EQ(daemon.exitCode(), 0);
 }
 
+TEST_F(Zksd, LargerRequestThanAllowedIsRefusedNamingTheOption) {
+  Daemon daemon(arguments({"--socket", socket(), "--max-request", "1K"}));
+  const std::string address = daemon.address();
+  expectServes(address);
+  try {
+    call(address, "echo", std::string(1025, 'x'));
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const std::exception& failure) {
+    EXPECT_STREQ(failure.what(),
+                 "The request of call \"echo\" has 1025 bytes, and at most 1024 are allowed: see zksd --max-request.");
+  }
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
 TEST_F(Zksd, ErrorsCrossTheWire) {
   Daemon daemon(onSocket());
   const std::string address = daemon.address();
