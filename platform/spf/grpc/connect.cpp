@@ -55,7 +55,8 @@ class Connection : public core::Invokable, public core::Closable {
 // An attempt goes on without its channel: it has to end by itself soon after we have given it up, with its socket. What
 // bounds it are the pauses between attempts, of which there is never a second one here.
 void boundAttempt(grpc::ChannelArguments& arguments, std::chrono::milliseconds timeout) {
-  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, internal::millisecondsForGrpc(timeout + kAttemptMargin));
+  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS,
+                   internal::millisecondsForGrpc(std::min(timeout, internal::kLongestTime) + kAttemptMargin));
   arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, static_cast<int>(kAttemptMargin.count()));
 }
 

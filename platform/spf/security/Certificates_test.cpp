@@ -13,7 +13,6 @@ namespace agent::spf::security {
 namespace {
 
 using std::chrono::hours;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::TestAuthority;
 

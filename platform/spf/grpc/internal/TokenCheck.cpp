@@ -15,7 +15,7 @@ constexpr const char* kHeader = "authorization";
 constexpr std::string_view kScheme = "Bearer ";
 
 // The token of the header's value; empty when it has another scheme.
-std::string_view tokenOf(grpc::string_ref value) {
+std::string_view tokenOf(const grpc::string_ref& value) {
   const std::string_view text(value.data(), value.size());
   if (text.size() <= kScheme.size() || ::strncasecmp(text.data(), kScheme.data(), kScheme.size()) != 0)
     return {};
