@@ -1,5 +1,5 @@
 // The small call through the framework, beside a bare gRPC unary call, a message on an open bare stream, and a raw
-// socket.
+// socket: one after another, and many at a time.
 //
 //     spf_call_bench [REPETITIONS [CALLS]]
 #include <cstdlib>
@@ -48,6 +48,29 @@ void measure(const std::string& family, int repetitions, int calls) {
   peers.clear();
 }
 
+// Thousands of calls per second with so many under way at a time.
+void measureRate(const std::string& family, int repetitions, int calls) {
+  const std::vector<std::string> kinds{"unary", "spf"};
+  std::vector<std::unique_ptr<bench::ServerProcess>> servers;
+  std::vector<std::unique_ptr<bench::Peer>> peers;
+  for (const std::string& kind : kinds) {
+    servers.push_back(std::make_unique<bench::ServerProcess>(kind, bench::freshAddress(family)));
+    peers.push_back(bench::connectPeer(kind, servers.back()->address()));
+  }
+  for (const int inFlight : {1, 8, 64}) {
+    std::vector<bench::Contender> contenders;
+    for (std::size_t i = 0; i < kinds.size(); ++i)
+      contenders.push_back({kinds[i], [&peer = *peers[i], calls, inFlight] {
+                              return calls / 1e3 / bench::secondsOf([&] { peer.pings(calls, inFlight); });
+                            }});
+    const auto rates = bench::measureInterleaved(contenders, repetitions, 1);
+    bench::tableOf("64 bytes each way, " + std::to_string(inFlight) + " calls at a time, " + family, "1000/s",
+                   contenders, rates, 0, 1)
+        .print(std::cout);
+    std::cout << std::endl;
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -59,4 +82,6 @@ int main(int argc, char** argv) {
   measure("tcp", repetitions, calls);
   measure("unix", repetitions, calls);
   measure("tls", repetitions, calls);
+  measureRate("tcp", repetitions, 5 * calls);
+  measureRate("unix", repetitions, 5 * calls);
 }

@@ -185,22 +185,53 @@ class BarePeer : public Peer {
     checkPing(reply);
   }
 
+  void pings(int calls, int inFlight) override {
+    std::vector<std::unique_ptr<UnaryCall>> under(static_cast<std::size_t>(inFlight));
+    int started = 0;
+    const auto start = [&](std::size_t slot) {
+      if (started++ < calls)
+        under[slot] = startUnary(tag(static_cast<std::intptr_t>(slot)));
+    };
+    for (std::size_t slot = 0; slot < under.size(); ++slot)
+      start(slot);
+    for (int answered = 0; answered < calls; ++answered) {
+      const auto slot = static_cast<std::size_t>(awaitAny());
+      checkUnary(*under[slot]);
+      start(slot);
+    }
+  }
+
  private:
+  struct UnaryCall {
+    grpc::ClientContext context;
+    grpc::ByteBuffer reply;
+    grpc::Status status;
+    std::unique_ptr<grpc::GenericClientAsyncResponseReader> call;
+  };
+
   using Stream = grpc::GenericClientAsyncReaderWriter;
 
   static void* tag(std::intptr_t number) { return reinterpret_cast<void*>(number); }
 
+  std::unique_ptr<UnaryCall> startUnary(void* tag) {
+    auto started = std::make_unique<UnaryCall>();
+    started->call =
+        stub_->PrepareUnaryCall(&started->context, "/bench/unary", bufferOf(ping_.data(), ping_.size()), &queue_);
+    started->call->StartCall();
+    started->call->Finish(&started->reply, &started->status, tag);
+    return started;
+  }
+
+  static void checkUnary(const UnaryCall& call) {
+    if (!call.status.ok())
+      throw std::runtime_error(call.status.error_message());
+    checkPing(call.reply);
+  }
+
   void pingUnary() {
-    grpc::ClientContext context;
-    grpc::ByteBuffer reply;
-    grpc::Status status;
-    const auto call = stub_->PrepareUnaryCall(&context, "/bench/unary", bufferOf(ping_.data(), ping_.size()), &queue_);
-    call->StartCall();
-    call->Finish(&reply, &status, tag(3));
+    const auto call = startUnary(tag(3));
     await(3);
-    if (!status.ok())
-      throw std::runtime_error(status.error_message());
-    checkPing(reply);
+    checkUnary(*call);
   }
 
   static void checkPing(const grpc::ByteBuffer& reply) {

@@ -1,5 +1,7 @@
 // The framework itself as a contender.
+#include <atomic>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -48,6 +50,29 @@ class FrameworkPeer : public Peer {
     reply->read(bytes, kPingBytes);
     if (reply->gcount() != static_cast<long>(kPingBytes) || reply->get() != EOF)
       throw std::runtime_error("short ping");
+  }
+
+  // Each answer starts the next call, on the thread that it came on.
+  void pings(int calls, int inFlight) override {
+    std::atomic<int> toStart{calls};
+    std::atomic<int> unanswered{calls};
+    std::promise<void> done;
+    std::function<void()> start = [&] {
+      if (toStart.fetch_sub(1) <= 0)
+        return;
+      auto answered = [&](const core::GenericPayload& reply) {
+        char bytes[kPingBytes];
+        reply.getValueAsPointer<core::ImportedDataSource>(0)->getImportedIstream()->read(bytes, kPingBytes);
+        if (unanswered.fetch_sub(1) == 1)
+          return done.set_value();
+        start();
+      };
+      const auto failed = [&](const std::exception_ptr& error) { done.set_exception(error); };
+      client_->invoke({}, "ping", core::CompletionHandler(answered, failed), core::GenericPayload(sourceOf(ping_)), 0);
+    };
+    for (int i = 0; i < inFlight; ++i)
+      start();
+    done.get_future().get();
   }
 
  private:

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,8 @@ class Peer {
   virtual void echo(const std::vector<char>& payload, std::vector<char>& back) = 0;
   // 64 bytes each way.
   virtual void ping() = 0;
+  // So many of these, `inFlight` of them at a time. Of kinds "spf" and "unary".
+  virtual void pings(int calls, int inFlight);
 };
 
 // Kinds: "spf"; "bare256" and "bare1024" (gRPC streams with frames of that many KiB; ping is a message on an open
@@ -53,5 +56,9 @@ std::unique_ptr<Peer> connectPeer(const std::string& kind, const std::string& ad
 // Addresses of this kind that the system chooses: "tcp", "unix" or "tls", which is TCP with certificates at both ends;
 // a raw peer has none of that.
 std::string freshAddress(const std::string& family);
+
+inline void Peer::pings(int /*calls*/, int /*inFlight*/) {
+  throw std::logic_error("this kind of peer makes one call after another");
+}
 
 }  // namespace bench
