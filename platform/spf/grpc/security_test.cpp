@@ -5,6 +5,9 @@
 #include <grpcpp/security/credentials.h>
 #include <gtest/gtest.h>
 
+#include <mutex>
+#include <sstream>
+
 #include "platform/logging/sinks.h"
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/internal/transportSecurity.h"
@@ -292,12 +295,15 @@ TEST_F(Security, NothingSecretIsLoggedOrSaid) {
     serve(authority().server());
     Credentials client = authority().client();
     EXPECT_EQ(echoWith(client), "hello");
-    said += refusalOf(TestAuthority().client());
+    const std::string stranger = refusalOf(TestAuthority().client());
     client.token = "the-wrong-token-of-a-stranger";
-    said += refusalOf(client);
+    const std::string wrongToken = refusalOf(client);
     stop();
+    const std::lock_guard lock(mutex);
+    said += stranger + wrongToken;
   }
   parallel::logging::setEnabledLevels("", 0);
+  const std::lock_guard lock(mutex);
   EXPECT_THAT(said, HasSubstr("A call was refused: the token is not the service's"));
   EXPECT_THAT(said, HasSubstr("zks client"));
   EXPECT_THAT(said, HasSubstr("Handshake failed"));
