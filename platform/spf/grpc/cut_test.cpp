@@ -13,8 +13,6 @@ using testing::TemporaryDirectory;
 
 class CutConnection : public ::testing::Test {
  protected:
-  CutConnection() { service_->add("echo", testing::echo); }
-
   // Makes a call over a connection with this budget. True when it had its whole reply; false when it failed as a broken
   // connection must.
   bool succeedsWithin(CuttingRelay::Budget budget, CuttingRelay::Budget* passed = nullptr) {
@@ -49,10 +47,15 @@ class CutConnection : public ::testing::Test {
   std::string path(const char* name) const { return directory_.path() + "/" + name; }
 
  private:
+  static std::shared_ptr<core::Service> echoService() {
+    auto service = std::make_shared<core::Service>();
+    service->add("echo", testing::echo);
+    return service;
+  }
+
   const std::string request_ = patternOf(300);
   const TemporaryDirectory directory_;
-  std::shared_ptr<core::Service> service_ = std::make_shared<core::Service>();
-  const grpc_transport::Server server_{service_, {"unix:" + path("service"), {}}};
+  const grpc_transport::Server server_{echoService(), {"unix:" + path("service"), {}}};
 };
 
 TEST_F(CutConnection, AtAnyByteFailsTheCallOrLeavesItWhole) {
