@@ -141,6 +141,22 @@ TEST_F(ForeignClient, SeveralCallsShareOneStreamAndFramesMayBeCutAnywhere) {
   EXPECT_TRUE(status_.ok());
 }
 
+// The end of the stream must not overtake the reply, whenever the half-close is seen.
+TEST_F(ForeignClient, ReplyComesBeforeTheEndOfItsStreamEachTime) {
+  for (int i = 0; i < 300; ++i) {
+    grpc::ClientContext context;
+    const auto stream = stub_->Converse(&context);
+    stream->Write(callFrame("echo", "abc", true));
+    stream->WritesDone();
+    v1::Frame reply;
+    ASSERT_TRUE(stream->Read(&reply)) << i;
+    EXPECT_EQ(reply.data(), "abc");
+    while (stream->Read(&reply)) {
+    }
+    EXPECT_TRUE(stream->Finish().ok());
+  }
+}
+
 TEST_F(ForeignClient, ErrorComesAsDataAndInShortFormAsStatus) {
   stream_->Write(callFrame("fail", "", true));
   stream_->WritesDone();

@@ -242,6 +242,10 @@ void ServerStream::receive(Frame frame) {
   receiveRequest(frame);
   if (!frame.call)
     return;
+  {
+    const std::lock_guard lock(mutex_);
+    ++serving_;
+  }
   // Not before: the handler of a small call finds its whole request there.
   server_.runHere([self = shared_from_this(), call = current()] { self->serve(call); });
 }
@@ -302,6 +306,10 @@ void ServerStream::serve(const CallPointer& call) noexcept {
   options.brokenText = [] { return "The call was abandoned by its client, or the connection to it is gone."; };
   FrameOutlet outlet(sender_, buffers_, std::move(options));
   reply(*call, outlet);
+  {
+    const std::lock_guard lock(mutex_);
+    --serving_;
+  }
   finishIfUnused();
 }
 
@@ -335,7 +343,7 @@ void ServerStream::finishIfUnused() {
   grpc::Status status;
   {
     const std::lock_guard lock(mutex_);
-    if (isStandard_ || call_ != nullptr || !(halfClosed_ || draining_))
+    if (isStandard_ || call_ != nullptr || serving_ > 0 || !(halfClosed_ || draining_))
       return;
     status = halfClosed_ ? lastStatus_ : grpc::Status::OK;
   }

@@ -102,6 +102,7 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   bool halfClosed_ = false;
   bool draining_ = false;
   bool finished_ = false;
+  int serving_ = 0;  // handlers whose reply may not have been handed to the sender to its end
 
   std::mutex standardMutex_;                // taken before mutex_
   std::unique_ptr<StandardCall> standard_;  // guarded by standardMutex_; null for calls of the service
