@@ -143,6 +143,13 @@ core::ErrorChain chainThrownBy(Action action) {
   return {};
 }
 
+// The text of a chain of one error of that kind.
+inline std::string textOfOnly(const core::ErrorChain& chain, core::ErrorLevel::Kind kind) {
+  if (chain.size() != 1 || chain[0].kind != kind)
+    return "another chain";
+  return chain[0].text;
+}
+
 // Waits for the event with the deadline of all tests.
 template <class T>
 void awaitEvent(std::promise<T>& event) {

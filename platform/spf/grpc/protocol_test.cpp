@@ -6,15 +6,8 @@
 #include <grpcpp/server_builder.h>
 #include <grpcpp/server_context.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
-#include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <thread>
 
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/transport.grpc.pb.h"
@@ -27,27 +20,19 @@ using core::ServerCall;
 using core::testing::await;
 using core::testing::call;
 using core::testing::openReply;
-using core::testing::patternOf;
 using core::testing::readAll;
 using core::testing::sourceOf;
 using grpc_transport::connect;
-using grpc_transport::ConnectOptions;
 using grpc_transport::Server;
 using ::testing::AllOf;
-using testing::awaitEvent;
 using testing::chainThrownBy;
 using testing::echo;
 using ::testing::HasSubstr;
 using testing::TemporaryDirectory;
+using testing::textOfOnly;
 
 using Kind = ErrorLevel::Kind;
 using Stream = grpc::ClientReaderWriter<v1::Frame, v1::Frame>;
-
-std::string textOfOnly(const core::ErrorChain& chain, Kind kind) {
-  if (chain.size() != 1 || chain[0].kind != kind)
-    return "another chain";
-  return chain[0].text;
-}
 
 // A service, and a stock client of it with generated stubs.
 class ForeignClient : public ::testing::Test {
@@ -443,172 +428,6 @@ TEST_F(ScriptedServer, EmptyErrorChainIsStillAnError) {
   frame.mutable_error();
   script_ = {frame};
   EXPECT_THAT(textOfCall(Kind::framework), HasSubstr("without saying which"));
-}
-
-TEST(Connect, WrongAddressesAreNamedAtOnceWithTheReason) {
-  const auto textOf = [](const std::string& address) {
-    return textOfOnly(chainThrownBy([&] { connect(address, testing::plainClient()); }), Kind::framework);
-  };
-  const TemporaryDirectory directory;
-  EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("no such socket file")));
-  std::ofstream(directory.path() + "/socket") << "a file";
-  EXPECT_THAT(textOf(directory.address()), HasSubstr("not a socket"));
-  for (const char* address : {"", "nonsense", "unix:relative", "unix:", "host:", ":1", "host:port", "host:70000"})
-    EXPECT_THAT(textOf(address), HasSubstr("is not an address")) << address;
-  EXPECT_THAT(textOf("no-such-host.invalid:1"), HasSubstr("cannot be resolved"));
-}
-
-TEST(Connect, NothingListeningIsSaid) {
-  std::string address;
-  {
-    const Server server(std::make_shared<core::Service>(), testing::plainServer());
-    address = server.address();
-  }
-  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address, testing::plainClient()); }), Kind::framework),
-              AllOf(HasSubstr(address), HasSubstr("nothing listens there")));
-}
-
-// Lets clients connect and says nothing.
-class SilentListener {
- public:
-  SilentListener() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in at{};
-    at.sin_family = AF_INET;
-    at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof at;
-    EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&at), size), 0);
-    EXPECT_EQ(::listen(listener_, 8), 0);
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&at), &size);
-    address_ = "127.0.0.1:" + std::to_string(ntohs(at.sin_port));
-  }
-  ~SilentListener() { ::close(listener_); }
-  SilentListener(const SilentListener&) = delete;
-  SilentListener& operator=(const SilentListener&) = delete;
-
-  const std::string& address() const { return address_; }
-
-  // Whether the client that connected first closes its end before the time is over.
-  bool clientLeavesWithin(std::chrono::milliseconds time) const {
-    const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    const auto end = std::chrono::steady_clock::now() + time;
-    ssize_t got = 1;
-    for (char said[256]; got > 0;) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-      pollfd waiting{client, POLLIN, 0};
-      if (::poll(&waiting, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) <= 0)
-        break;
-      got = ::recv(client, said, sizeof said, 0);
-    }
-    ::close(client);
-    return got <= 0;
-  }
-
- private:
-  int listener_;
-  std::string address_;
-};
-
-TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
-  const SilentListener listener;
-  auto options = testing::plainClient();
-  options.connectTimeout = std::chrono::milliseconds(150);
-  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
-              HasSubstr(listener.address()));
-  options.connectTimeout = core::testing::kDeadline;
-  int asked = 0;
-  options.poll = [&] {
-    if (++asked == 3)
-      throw std::out_of_range("interrupted");
-  };
-  EXPECT_THROW(connect(listener.address(), options), std::out_of_range);
-}
-
-TEST(Connect, AttemptThatTimedOutGivesItsSocketBack) {
-  const SilentListener listener;
-  auto options = testing::plainClient();
-  options.connectTimeout = std::chrono::milliseconds(150);
-  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
-              HasSubstr("150"));
-  EXPECT_TRUE(listener.clientLeavesWithin(std::chrono::seconds(10)));  // by itself gRPC would wait for 20
-}
-
-TEST(Connect, LongestTimeoutOfAllIsAllowed) {
-  const TemporaryDirectory directory;
-  auto service = std::make_shared<core::Service>();
-  service->add("echo", echo);
-  const Server server(service, {directory.address(), {}});
-  auto options = testing::plainClient();
-  options.connectTimeout = std::chrono::milliseconds::max();
-  EXPECT_EQ(call(*connect(server.address(), options), "echo", std::string("x")), "x");
-}
-
-TEST(Connect, ServerOfAnotherServiceIsRecognised) {
-  const TemporaryDirectory directory;
-  grpc::ServerBuilder builder;
-  v1::Transport::Service unimplemented;  // answers every method with UNIMPLEMENTED
-  builder.AddListeningPort(directory.address(), grpc::InsecureServerCredentials());
-  builder.RegisterService(&unimplemented);
-  const auto server = builder.BuildAndStart();
-  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(directory.address()); }), Kind::framework),
-              AllOf(HasSubstr(directory.address()), HasSubstr("not such a service")));
-}
-
-TEST(Listen, AddressesInUseOrOutOfReachAreNamedWithTheReason) {
-  const auto service = std::make_shared<core::Service>();
-  const auto textOf = [&](const std::string& address) {
-    return textOfOnly(chainThrownBy([&] {
-                        auto options = testing::plainServer();
-                        options.address = address;
-                        Server(service, options);
-                      }),
-                      Kind::framework);
-  };
-  const TemporaryDirectory directory;
-  const Server local(service, {directory.address(), {}});
-  EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("another service listens")));
-  const Server remote(service, testing::plainServer());
-  EXPECT_THAT(textOf(remote.address()), AllOf(HasSubstr(remote.address()), HasSubstr("in use")));
-  EXPECT_THAT(textOf("unix:/no-such-directory/socket"), HasSubstr("directory"));
-  EXPECT_THAT(textOf("unix:/" + std::string(200, 'x')), HasSubstr("longer than"));
-  EXPECT_THAT(textOf("nonsense"), HasSubstr("is not an address"));
-}
-
-TEST(Listen, SocketFileOfADeadServiceIsInNobodysWay) {
-  const TemporaryDirectory directory;
-  const int stale = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un at{};
-  at.sun_family = AF_UNIX;
-  (directory.path() + "/socket").copy(at.sun_path, sizeof at.sun_path - 1);
-  ASSERT_EQ(::bind(stale, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
-  ::close(stale);
-  auto service = std::make_shared<core::Service>();
-  service->add("echo", echo);
-  const Server server(service, {directory.address(), {}});
-  EXPECT_EQ(call(*connect(server.address()), "echo", std::string("x")), "x");
-}
-
-TEST(Listen, CallsUnderWayMayEndWithinTheGraceTime) {
-  testing::Probe probe;
-  auto service = std::make_shared<core::Service>();
-  service->add("slow", [&](ServerCall& call) {
-    probe.entered.set_value();
-    awaitEvent(probe.mayGoOn);
-    call.reply() << "done";
-  });
-  auto serverOptions = testing::plainServer();
-  serverOptions.grace = core::testing::kDeadline;
-  auto server = std::make_unique<Server>(service, serverOptions);
-  std::promise<void> disconnected;
-  auto options = testing::plainClient();
-  options.onDisconnect = [&] { disconnected.set_value(); };  // the watch ends first: the service is shutting down
-  const auto client = connect(server->address(), options);
-  auto reply = core::testing::start(*client, "slow", sourceOf(""));
-  awaitEvent(probe.entered);
-  std::thread stopper([&] { server = nullptr; });
-  awaitEvent(disconnected);
-  probe.mayGoOn.set_value();
-  EXPECT_EQ(readAll(*await(reply)->getImportedIstream()), "done");
-  stopper.join();
 }
 
 }  // namespace
