@@ -13,6 +13,7 @@
 #include "platform/errors/RemoteException.h"
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/testing/conversations.h"
+#include "platform/spf/grpc/testing/rawMessages.h"
 #include "platform/spf/grpc/transport.pb.h"
 
 namespace agent::spf {
@@ -23,7 +24,9 @@ using core::ServerCall;
 using core::testing::call;
 using core::testing::readAll;
 using core::testing::sourceOf;
+using testing::bytesOf;
 using testing::chainThrownBy;
+using testing::messageOf;
 using testing::TemporaryDirectory;
 
 using Kind = core::ErrorLevel::Kind;
@@ -70,23 +73,6 @@ void makeCalls(core::Invokable& client) {
   const auto late = core::testing::openReply(client, "late", sourceOf(""));
   EXPECT_EQ(chainThrownBy([&] { readAll(*late); }),
             (ErrorChain{{Kind::identified, "parallel:test", "Outer", "first"}, {Kind::standard, "", "", "second"}}));
-}
-
-// Messages as they are
-// -------------------------------------------------------------------------------------------------
-
-std::string bytesOf(const grpc::ByteBuffer& message) {
-  std::vector<grpc::Slice> slices;
-  EXPECT_TRUE(message.Dump(&slices).ok());
-  std::string bytes;
-  for (const grpc::Slice& slice : slices)
-    bytes.append(slice.begin(), slice.end());
-  return bytes;
-}
-
-grpc::ByteBuffer messageOf(const std::string& bytes) {
-  const grpc::Slice slice(bytes);
-  return {&slice, 1};
 }
 
 bool endsTransfer(const grpc::ByteBuffer& message) {

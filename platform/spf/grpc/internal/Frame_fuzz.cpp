@@ -1,31 +1,24 @@
 // Fuzz target: any bytes, in slices of any length, are a frame for us when they are one for the generated parser, and
 // the same one; and what we make of a frame's parts is read as that frame again.
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/Frame.h"
+#include "platform/spf/grpc/testing/rawMessages.h"
 #include "tests/fuzzing/quietProtobuf.h"
 
 namespace {
 
 using namespace agent::spf::grpc_transport::internal;
+using agent::spf::testing::messageOf;
 namespace v1 = agent::spf::v1;
 
 void require(bool condition) {
   if (!condition)
     std::abort();
-}
-
-grpc::ByteBuffer messageOf(const std::string& bytes, std::size_t step) {
-  std::vector<grpc::Slice> slices;
-  for (std::size_t offset = 0; offset < bytes.size(); offset += step)
-    slices.emplace_back(bytes.data() + offset, std::min(step, bytes.size() - offset));
-  return {slices.data(), slices.size()};
 }
 
 std::string dataOf(const Frame& frame) {

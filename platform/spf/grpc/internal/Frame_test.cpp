@@ -7,29 +7,15 @@
 
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/errorMessage.h"
+#include "platform/spf/grpc/testing/rawMessages.h"
 
 namespace agent::spf::grpc_transport::internal {
 namespace {
 
+using testing::bytesOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-// The bytes as a message in slices of `step` bytes each.
-grpc::ByteBuffer messageOf(const std::string& bytes, std::size_t step) {
-  std::vector<grpc::Slice> slices;
-  for (std::size_t offset = 0; offset < bytes.size(); offset += step)
-    slices.emplace_back(bytes.data() + offset, std::min(step, bytes.size() - offset));
-  return grpc::ByteBuffer(slices.data(), slices.size());
-}
-
-std::string bytesOf(const grpc::ByteBuffer& message) {
-  std::vector<grpc::Slice> slices;
-  EXPECT_TRUE(message.Dump(&slices).ok());
-  std::string bytes;
-  for (const grpc::Slice& slice : slices)
-    bytes.append(slice.begin(), slice.end());
-  return bytes;
-}
+using testing::messageOf;
 
 std::string dataOf(const Frame& frame) {
   std::string bytes;
