@@ -121,6 +121,20 @@ def daemon(tmp_path_factory):
     stop_daemon(process)
 
 
+def wait_until(condition):
+    """Returns when the condition holds; fails when it never comes to."""
+    end = time.monotonic() + 60
+    while not condition():
+        assert time.monotonic() < end, "it never came"
+        threading.Event().wait(0.01)
+
+
+def sleeping_task(marker=None):
+    """A task that runs until it is ended; it makes the marker file when it has started."""
+    script = "sleep 1000" if marker is None else f"touch {marker}; sleep 1000"
+    return zks.message("parallel.zksmessages.TaskDescription", argv=["sh", "-c", script])
+
+
 def run_python(code, *arguments, timeout=60, **options):
     """A fresh interpreter that runs `code`, with this one's path."""
     environment = {**os.environ, "PYTHONPATH": os.pathsep.join(path for path in sys.path if path)}

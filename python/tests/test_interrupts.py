@@ -1,0 +1,174 @@
+"""Waits that are ended from outside: by Ctrl-C, by other signals' handlers, by cancelling a future."""
+
+import contextlib
+import os
+import pathlib
+import signal
+import sys
+import threading
+
+import numpy
+import pytest
+
+import zks
+from conftest import run_python, sleeping_task, start_daemon, stop_daemon, wait_until
+
+USES_DAEMON = True
+
+INTERRUPTED = """
+import os, signal, sys, threading, time, zks
+session = zks.connect(sys.argv[1] or None)
+started = sys.argv[2]
+pressed = []
+def press():
+    while not os.path.exists(started):
+        threading.Event().wait(0.01)
+    pressed.append(time.monotonic())
+    os.kill(os.getpid(), signal.SIGINT)
+threading.Thread(target=press).start()
+task = zks.message("parallel.zksmessages.TaskDescription", argv=["sh", "-c", f"touch {started}; exec sleep 1000"])
+try:
+    session.invoke("runTask", task)
+except KeyboardInterrupt:
+    print("interrupted", time.monotonic() - pressed[0])
+print(session.echo(b"next")[0].bytes())
+session.close()
+"""
+
+
+@pytest.mark.parametrize("where", ["embedded", "daemon"])
+def test_ctrl_c_ends_the_wait_and_the_session_goes_on(where, request, tmp_path):
+    address = request.getfixturevalue("daemon") if where == "daemon" else ""
+    done = run_python(INTERRUPTED, address, str(tmp_path / "started"))
+    assert done.returncode == 0, done.stderr
+    first, second = done.stdout.splitlines()
+    assert first.startswith("interrupted")
+    assert second == "b'next'"
+
+
+def test_a_handler_that_raises_something_else_is_heard_too(session, tmp_path):
+    class Enough(Exception):
+        pass
+
+    def handler(number, frame):
+        raise Enough
+
+    earlier = signal.signal(signal.SIGUSR1, handler)
+    main = threading.main_thread().ident
+    started = tmp_path / "started"
+
+    def press():
+        wait_until(started.exists)
+        signal.pthread_kill(main, signal.SIGUSR1)
+
+    thread = threading.Thread(target=press)
+    thread.start()
+    try:
+        with pytest.raises(Enough):
+            session.invoke("runTask", sleeping_task(started))
+    finally:
+        signal.signal(signal.SIGUSR1, earlier)
+        thread.join(60)
+    assert session.echo(b"next")[0].bytes() == b"next"
+
+
+def test_a_handler_that_raises_nothing_stops_nothing(session):
+    heard = []
+    earlier = signal.signal(signal.SIGUSR1, lambda number, frame: heard.append(number))
+    try:
+        result = session.run(["sh", "-c", f"kill -USR1 {os.getpid()}; sleep 0.3; echo done"])
+    finally:
+        signal.signal(signal.SIGUSR1, earlier)
+    assert result.stdout == b"done\n"
+    assert heard == [signal.SIGUSR1]
+
+
+@pytest.fixture
+def stalling(tmp_path):
+    """A session whose service stops dead when it is told to: a reply comes no further than it has come then."""
+    process, address = start_daemon(tmp_path)
+    with zks.connect(address) as opened:
+        yield opened, lambda: process.send_signal(signal.SIGSTOP), lambda: process.send_signal(signal.SIGCONT)
+        process.send_signal(signal.SIGCONT)
+    stop_daemon(process)
+
+
+def main_thread_sleeps_in(function):
+    """Whether the main thread has come to that Python function and waits there."""
+    frame = sys._current_frames()[threading.main_thread().ident]
+    state = pathlib.Path(f"/proc/self/task/{os.getpid()}/stat").read_text().rpartition(")")[2].split()[0]
+    return state == "S" and frame.f_code.co_name == function
+
+
+@contextlib.contextmanager
+def pressing_ctrl_c_when(condition):
+    def press():
+        wait_until(condition)
+        os.kill(os.getpid(), signal.SIGINT)
+
+    thread = threading.Thread(target=press)
+    thread.start()
+    try:
+        yield
+    finally:
+        thread.join(60)
+
+
+LARGE = numpy.zeros(32 << 20, "uint8")
+
+DOWNLOADS = {
+    "array": (zks.array, lambda items, directory: items[0].array()),
+    "bytes": (zks.plain, lambda items, directory: items[0].bytes()),
+    "file": (zks.plain, lambda items, directory: items[0].save(directory / "received")),
+    "item out of turn": (zks.plain, lambda items, directory: items[1].bytes()),
+}
+
+
+@pytest.mark.parametrize("kind, read", DOWNLOADS.values(), ids=DOWNLOADS)
+def test_ctrl_c_ends_a_download_and_the_session_goes_on(kind, read, stalling, tmp_path):
+    session, stall, go_on = stalling
+    items = session.echo(kind(LARGE), b"after it")
+    stall()
+    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("read")), pytest.raises(KeyboardInterrupt):
+        read(items, tmp_path)
+    for item, identifier in zip(items, ("parallel:python:ItemAlreadyRead", "parallel:toolbox:ReplyLost")):
+        with pytest.raises(zks.Error) as caught:
+            item.bytes()
+        assert caught.value.identifier == identifier
+    go_on()
+    assert session.echo(b"next")[0].bytes() == b"next"
+
+
+def test_ctrl_c_ends_the_wait_for_another_thread_s_download(stalling):
+    session, stall, go_on = stalling
+    items = session.echo(zks.plain(LARGE), b"after it")
+    stall()
+    received = []
+    thread = threading.Thread(target=lambda: received.append(items[0].bytes()))
+    thread.start()
+    wait_until(lambda: sys._current_frames()[thread.ident].f_code.co_name == "read")
+    with pressing_ctrl_c_when(lambda: main_thread_sleeps_in("read")), pytest.raises(KeyboardInterrupt):
+        items[1].bytes()
+    go_on()
+    thread.join(60)
+    assert len(received[0]) == LARGE.size
+    assert items[1].bytes() == b"after it"
+
+
+def test_cancelling_a_download_gives_the_rest_of_the_reply_up(stalling):
+    session, stall, go_on = stalling
+    items = session.echo(zks.plain(LARGE), b"after it")
+    stall()
+    future = items[0].bytes_async()
+
+    def is_reading():
+        return any(frame.f_code.co_name == "read" for frame in sys._current_frames().values())
+
+    wait_until(is_reading)
+    assert future.cancel()
+    wait_until(lambda: not is_reading())
+    with pytest.raises(zks.Error) as caught:
+        items[1].bytes()
+    assert caught.value.identifier == "parallel:toolbox:ReplyLost"
+    go_on()
+    assert session.echo_async(b"next").result(60)[0].bytes() == b"next"
