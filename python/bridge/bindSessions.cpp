@@ -110,7 +110,7 @@ std::chrono::milliseconds milliseconds(double seconds) {
 
 std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& address, double seconds,
                                            const std::string& tls, bool insecure, double idleSeconds,
-                                           std::optional<std::int64_t> maxReplyBytes) {
+                                           std::optional<std::int64_t> maxReplyBytes, const Control& control) {
   parallel::toolbox::ConnectionOptions options;
   options.timeout = milliseconds(seconds);
   options.tls = tls;
@@ -118,7 +118,7 @@ std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& add
   options.idleTimeout = milliseconds(idleSeconds);
   if (maxReplyBytes)
     options.replyLimit = {*maxReplyBytes, "max_reply of zks.connect"};
-  return withoutLock([&] {
+  return withoutLock(control, nullptr, [&] {
     return std::shared_ptr<NativeSession>(new NativeSession(address, options), destroyWithoutLock<NativeSession>);
   });
 }
@@ -214,7 +214,8 @@ void bindSessions(py::module_& module) {
   };
   const auto close = [](NativeSession& session) { withoutLock([&] { session.close(); }); };
   py::class_<NativeSession, std::shared_ptr<NativeSession>>(module, "Session", "A connection to a service")
-      .def(py::init(&openSession), "address"_a, "timeout"_a, "tls"_a, "insecure"_a, "idle_timeout"_a, "max_reply"_a)
+      .def(py::init(&openSession), "address"_a, "timeout"_a, "tls"_a, "insecure"_a, "idle_timeout"_a, "max_reply"_a,
+           "control"_a = Control())
       .def_property_readonly("name", &NativeSession::name)
       .def_property_readonly("is_open", &NativeSession::isOpen)
       .def("call", call, "method"_a, "items"_a, "control"_a = Control())

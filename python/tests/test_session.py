@@ -3,11 +3,9 @@
 import asyncio
 import concurrent.futures
 import inspect
-import math
 import os
 import pathlib
 import signal
-import socket
 import threading
 
 import hypothesis
@@ -250,7 +248,7 @@ def test_futures_give_back_their_arrays(session):
     assert watch() is None
 
 
-@pytest.mark.parametrize("cls, waiting", [(zks.Session, ["invoke", "echo", "run"]),
+@pytest.mark.parametrize("cls, waiting", [(zks, ["connect"]), (zks.Session, ["invoke", "echo", "run"]),
                                           (zks.ReplyItem, ["array", "message", "bytes", "save"])])  # fmt: skip
 def test_everything_that_waits_has_a_twin_that_does_not(cls, waiting):
     for name in waiting:
@@ -397,51 +395,6 @@ def test_a_service_that_goes_away_is_told_as_terminated(tmp_path):
             session.echo(b"x")
 
 
-def test_addresses_that_lead_nowhere(tmp_path):
-    with pytest.raises(zks.FrameworkError, match="nowhere"):
-        zks.connect(f"unix:{tmp_path}/nowhere")
-    with pytest.raises(zks.Error) as caught:
-        zks.connect("what is this")
-    assert caught.value.identifier == "parallel:toolbox:BadAddress"
-
-
-@pytest.fixture(params=["silent", "full"])
-def deaf_address(request):
-    """Where connections are made but nothing is said, and where they are not even made: the queue is full."""
-    with socket.create_server(("127.0.0.1", 0), backlog=0 if request.param == "full" else 8) as listener:
-        waiting = []
-        if request.param == "full":
-            for _ in range(2):  # as many as such a queue takes, and one more
-                waiting.append(socket.socket())
-                waiting[-1].setblocking(False)
-                waiting[-1].connect_ex(listener.getsockname())
-        yield "127.0.0.1:%d" % listener.getsockname()[1]
-        for client in waiting:
-            client.close()
-
-
-def test_a_service_that_never_answers_is_told_as_a_timeout_and_nothing_stays(deaf_address):
-    with pytest.raises(zks.Timeout) as caught:
-        zks.connect(deaf_address, timeout=0.1, insecure=True)
-    assert caught.value.identifier == "parallel:toolbox:NoAnswer"
-    assert deaf_address in caught.value.text
-    (cause,) = caught.value.causes
-    assert isinstance(cause, zks.Timeout)
-    assert "100 ms" in cause.text
-
-
-@pytest.mark.parametrize("seconds", [-1, math.nan])
-def test_a_timeout_that_is_no_time_is_refused(seconds):
-    with pytest.raises(ValueError, match="timeout"):
-        zks.connect(timeout=seconds)
-
-
-@pytest.mark.parametrize("seconds", [1e300, math.inf])
-def test_the_longest_timeouts_are_no_timeouts(seconds, daemon):
-    with zks.connect(daemon, timeout=seconds) as session:
-        assert session.echo(b"x")[0].bytes() == b"x"
-
-
 def test_repr_is_one_line_and_makes_no_call(any_session):
     (item,) = any_session.echo(b"x")
     for shown in (any_session, item, zks.plain(b"x"), any_session.run(["true"]), zks.message("a.B", x=1)):
@@ -550,9 +503,3 @@ def test_larger_reply_than_allowed_fails_its_call_naming_size_limit_and_option(d
             session.echo(b"x" * 2000)
         (item,) = session.echo(b"x" * 100)
         assert item.bytes() == b"x" * 100
-
-
-def test_limits_that_mean_nothing_are_refused():
-    for arguments in ({"idle_timeout": 0}, {"idle_timeout": -1.0}, {"max_reply": -1}):
-        with pytest.raises(ValueError):
-            zks.connect("unix:/nowhere", **arguments)

@@ -13,7 +13,7 @@ from zks import _start, host
 from zks._errors import Error, FrameworkError, Terminated, Timeout
 from zks._items import Message, array, file, message, plain
 from zks._reply import ReplyItem
-from zks._session import Session, TaskResult, connect
+from zks._session import Session, TaskResult, connect, connect_async
 
 __all__ = [
     "Error",
@@ -26,6 +26,7 @@ __all__ = [
     "Timeout",
     "array",
     "connect",
+    "connect_async",
     "file",
     "host",
     "message",

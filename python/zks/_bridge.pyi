@@ -32,6 +32,7 @@ class Session:
         insecure: bool,
         idle_timeout: float,
         max_reply: int | None,
+        control: CallControl | None = None,
     ) -> None: ...
     @property
     def name(self) -> str: ...

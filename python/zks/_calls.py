@@ -18,6 +18,10 @@ Operation = Callable[[_bridge.CallControl | None], T]
 _MOST_AT_ONCE = 32
 
 
+def _drop(result: object) -> None:
+    pass
+
+
 class _CallFuture(Future):
     """An operation under way. It stays pending until that is over, so that cancelling it stops the operation."""
 
@@ -31,7 +35,7 @@ class _CallFuture(Future):
         self._control.cancel()
         return True
 
-    def complete(self, operation: Operation) -> None:
+    def complete(self, operation: Operation[T], unwanted: Callable[[T], None]) -> None:
         if self.cancelled():
             self.set_running_or_notify_cancel()
             return
@@ -43,6 +47,8 @@ class _CallFuture(Future):
         else:
             if self.set_running_or_notify_cancel():
                 self.set_result(result)
+            else:
+                unwanted(result)
 
 
 class Calls:
@@ -54,19 +60,22 @@ class Calls:
         self._executor: ThreadPoolExecutor | None = None
         self._closed = False
 
-    def submit(self, operation: Operation[T]) -> Future[T]:
-        """Runs the operation on a thread. After close() there is nothing left to wait for: it runs at once."""
+    def submit(self, operation: Operation[T], unwanted: Callable[[T], None] = _drop) -> Future[T]:
+        """Runs the operation on a thread. After close() there is nothing left to wait for: it runs at once.
+
+        unwanted: gets the result of an operation that was cancelled when it was over already
+        """
         future: Future[T] = _CallFuture()
         if self._process != os.getpid():
-            future.complete(operation)
+            future.complete(operation, unwanted)
             return future
         with self._lock:
             if not self._closed:
                 if self._executor is None:
                     self._executor = ThreadPoolExecutor(_MOST_AT_ONCE, thread_name_prefix="zks")
-                self._executor.submit(future.complete, operation)
+                self._executor.submit(future.complete, operation, unwanted)
                 return future
-        future.complete(operation)
+        future.complete(operation, unwanted)
         return future
 
     def close(self) -> None:

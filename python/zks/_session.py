@@ -25,6 +25,7 @@ _LIMITS = {
 }
 
 _open_sessions: weakref.WeakSet[Session] = weakref.WeakSet()
+_attempts: weakref.WeakSet[Future[Session]] = weakref.WeakSet()
 
 
 def _named(files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike]) -> dict[str, str | os.PathLike]:
@@ -69,16 +70,16 @@ class TaskResult:
 
 
 class Session:
-    """A connection to a service. Made by zks.connect; closed by close() or at the end of a with block.
+    """A connection to a service. Made by zks.connect or zks.connect_async; closed by close() or at the end of a with block.
 
     Threads: any, several calls at once. A forked process cannot use its parent's sessions.
     Errors:  zks.Error; KeyboardInterrupt when Ctrl-C is pressed, after which the session can be used on.
     """
 
-    def __init__(self, native: _bridge.Session):
+    def __init__(self, native: _bridge.Session, calls: Calls):
         self._native = native
         self._process = os.getpid()
-        self._calls = Calls()
+        self._calls = calls
         self._closed = False
         _open_sessions.add(self)
 
@@ -276,6 +277,44 @@ def connect(
               ever
     max_reply: bytes of the largest reply that is taken; a larger one fails its call
     """
+    opening = _opening(address, timeout, tls, insecure, idle_timeout, max_reply)
+    return Session(opening(None), Calls())
+
+
+def connect_async(
+    address: str | None = None,
+    *,
+    timeout: float = 10.0,
+    tls: str | os.PathLike[str] | None = None,
+    insecure: bool = False,
+    idle_timeout: float | None = 600.0,
+    max_reply: int | None = None,
+) -> Future[Session]:
+    """connect on a thread that then belongs to the session. Cancelling the future gives the attempt up."""
+    opening = _opening(address, timeout, tls, insecure, idle_timeout, max_reply)
+    calls = Calls()
+
+    def open_session(control: _bridge.CallControl | None) -> Session:
+        try:
+            return Session(opening(control), calls)
+        except BaseException:
+            calls.close()
+            raise
+
+    attempt = calls.submit(open_session, unwanted=Session.close)
+    _attempts.add(attempt)
+    return attempt
+
+
+def _opening(
+    address: str | None,
+    timeout: float,
+    tls: str | os.PathLike[str] | None,
+    insecure: bool,
+    idle_timeout: float | None,
+    max_reply: int | None,
+) -> Operation[_bridge.Session]:
+    """The making of a connection, wrong arguments being told at once."""
     if address is None and (tls is not None or insecure or max_reply is not None):
         raise ValueError("tls, insecure and max_reply are of connections to an address, and there is none")
     if idle_timeout is not None and not idle_timeout > 0:
@@ -288,10 +327,16 @@ def connect(
         raise ValueError(f"the timeout is in seconds from 0 on, not {timeout!r}")
     _logging.follow_level()
     directory = os.fspath(tls) if tls is not None else ""
-    return Session(_bridge.Session(address, timeout, directory, insecure, idle_timeout or 0.0, max_reply))
+
+    def connect_now(control: _bridge.CallControl | None) -> _bridge.Session:
+        return _bridge.Session(address, timeout, directory, insecure, idle_timeout or 0.0, max_reply, control)
+
+    return connect_now
 
 
 def close_all() -> None:
-    """Closes what is still open when the interpreter ends."""
+    """Closes what is still open when the interpreter ends, and gives up what is still to be opened."""
+    for attempt in list(_attempts):  # those that it comes too late for have left their sessions below
+        attempt.cancel()
     for session in list(_open_sessions):
         session.close()
