@@ -10,41 +10,17 @@
 #include <vector>
 
 #include "platform/array/qxArray.h"
-#include "platform/array/testing/allocationHooks.h"
 #include "platform/array/testing/goldenArrays.h"
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "tests/allocation/allocationHooks.h"
 
-using array_testing::FailingAllocation;
+using allocation_testing::failEachAllocation;
+using allocation_testing::FailingAllocation;
 using Dimensions = std::vector<std::size_t>;
 using OutOfMemory = Exception<host::memory::OutOfMemory, std::bad_alloc>;
 
 namespace {
-
-// Calls `body` with failing allocations until none fails; `unchanged` is asked after each failure. Returns how many
-// allocations the body makes.
-int failEachAllocation(
-    const std::function<void()>& body, const std::function<bool()>& unchanged = [] { return true; }) {
-  for (int number = 0; number < 1000; ++number) {
-    bool threw = false;
-    bool failed = false;
-    {
-      const FailingAllocation failing(number);
-      try {
-        body();
-      } catch (const std::bad_alloc&) {
-        threw = true;
-      }
-      failed = failing.happened();
-    }
-    EXPECT_EQ(threw, failed) << "allocation " << number;
-    if (!failed)
-      return number;
-    EXPECT_TRUE(unchanged()) << "allocation " << number;
-  }
-  ADD_FAILURE() << "the allocations do not end";
-  return 0;
-}
 
 qxArrayPtr sampleStruct() {
   qxArrayPtr array = qxCreateStructArray(Dimensions{2}, {});

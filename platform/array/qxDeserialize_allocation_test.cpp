@@ -5,14 +5,14 @@
 #include <vector>
 
 #include "platform/array/qxArray.h"
-#include "platform/array/testing/allocationHooks.h"
 #include "platform/array/testing/goldenArrays.h"
+#include "tests/allocation/allocationHooks.h"
 
 namespace {
 
+using allocation_testing::requestedBytes;
 using array_testing::Bytes;
 using array_testing::bytesFromHex;
-using array_testing::requestedBytes;
 
 // All bytes asked for while the document is read and its array destroyed, whether freed in between or not.
 std::size_t bytesRequestedFor(const Bytes& document) {

@@ -1,5 +1,6 @@
-#include "platform/array/testing/allocationHooks.h"
+#include "tests/allocation/allocationHooks.h"
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
 
 #include <atomic>
@@ -63,7 +64,7 @@ void operator delete[](void* block, std::size_t) noexcept {
   std::free(block);
 }
 
-namespace array_testing {
+namespace allocation_testing {
 
 std::size_t requestedBytes() {
   return requested;
@@ -81,4 +82,26 @@ bool FailingAllocation::happened() const {
   return allocationsBeforeFailure < 0;
 }
 
-}  // namespace array_testing
+int failEachAllocation(const std::function<void()>& body, const std::function<bool()>& unchanged) {
+  for (int number = 0; number < 10'000; ++number) {
+    bool threw = false;
+    bool failed = false;
+    {
+      const FailingAllocation failing(number);
+      try {
+        body();
+      } catch (const std::bad_alloc&) {
+        threw = true;
+      }
+      failed = failing.happened();
+    }
+    EXPECT_EQ(threw, failed) << "allocation " << number;
+    if (!failed)
+      return number;
+    EXPECT_TRUE(unchanged()) << "allocation " << number;
+  }
+  ADD_FAILURE() << "the allocations do not end";
+  return 0;
+}
+
+}  // namespace allocation_testing
