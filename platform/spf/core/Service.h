@@ -29,7 +29,7 @@ class ServerCall {
   // True once nobody waits for the reply any more: the client abandoned the call, or its connection is gone.
   virtual bool isCancelled() const noexcept = 0;
   // Runs `callback` once when that happens, at once if it has happened, on a thread of the framework; an empty function
-  // takes the callback back, and then waits for one that is running.
+  // takes the callback back, and then waits for one that is running. What the callback throws is dropped.
   virtual void onCancel(std::function<void()> callback) = 0;
 
   // Valid during the handler. Both raise (exception mask badbit) when the call is cancelled or the connection is lost.

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string_view>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
@@ -78,11 +79,13 @@ std::size_t countLevels(std::exception_ptr error) {
   return count;
 }
 
+// The error itself is moved, not copied: a copy that fails would be caught here in its place.
 template <class Error>
 std::exception_ptr wrap(Error error, const std::exception_ptr& inner) {
-  if (inner == nullptr)
-    return std::make_exception_ptr(std::move(error));
+  static_assert(std::is_nothrow_move_constructible_v<Error>);
   try {
+    if (inner == nullptr)
+      throw std::move(error);
     try {
       std::rethrow_exception(inner);
     } catch (...) {

@@ -25,7 +25,10 @@ void CancelNotice::runLocked(std::unique_lock<std::mutex>& lock) {
     return;
   runner_ = std::this_thread::get_id();
   lock.unlock();
-  callback();
+  try {
+    callback();
+  } catch (...) {  // NOLINT(bugprone-empty-catch): a callback's own failure has nobody to go to
+  }
   lock.lock();
   runner_ = std::thread::id();
   ended_.notify_all();

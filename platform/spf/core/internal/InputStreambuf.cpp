@@ -19,9 +19,21 @@ InputStreambuf::~InputStreambuf() {
   inlet_->close();
 }
 
+template <class Action>
+auto InputStreambuf::guarded(Action action) {
+  if (failure_ != nullptr)
+    std::rethrow_exception(failure_);
+  try {
+    return action();
+  } catch (...) {
+    failure_ = std::current_exception();
+    throw;
+  }
+}
+
 bool InputStreambuf::fill() {
   if (piece_.empty() && !ended_) {
-    piece_ = inlet_->next();
+    piece_ = guarded([this] { return inlet_->next(); });
     ended_ = piece_.empty();
   }
   return !piece_.empty();
@@ -29,7 +41,9 @@ bool InputStreambuf::fill() {
 
 // 0 when the way is through fill().
 std::size_t InputStreambuf::fillDirectly(std::span<char> to) {
-  return piece_.empty() && !ended_ && to.size() >= kDirectBytes ? inlet_->nextInto(to) : 0;
+  if (!piece_.empty() || ended_ || to.size() < kDirectBytes)
+    return 0;
+  return guarded([&] { return inlet_->nextInto(to); });
 }
 
 InputStreambuf::int_type InputStreambuf::underflow() {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <memory>
 #include <span>
 #include <streambuf>
@@ -14,7 +15,9 @@
 
 namespace agent::spf::core::internal {
 
-// Ownership: shares the inlet, and closes it when it ends. Errors: what the inlet throws passes through.
+// Ownership: shares the inlet, and closes it when it ends. Errors: what the inlet throws passes through, and is thrown
+// again by each further read: what had been read before it in the same call is lost, and nobody shall read on behind
+// it.
 class InputStreambuf : public std::streambuf {
  public:
   explicit InputStreambuf(std::shared_ptr<ByteInlet> inlet);
@@ -29,12 +32,15 @@ class InputStreambuf : public std::streambuf {
   std::streamsize showmanyc() override;
 
  private:
+  template <class Action>
+  auto guarded(Action action);
   bool fill();  // false at the end
   std::size_t fillDirectly(std::span<char> to);
 
   std::shared_ptr<ByteInlet> inlet_;
   std::span<const char> piece_;
   bool ended_ = false;
+  std::exception_ptr failure_;
 };
 
 }  // namespace agent::spf::core::internal

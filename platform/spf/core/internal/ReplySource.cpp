@@ -30,7 +30,9 @@ ReplySource::~ReplySource() {
 std::unique_ptr<std::istream> ReplySource::getImportedIstream() {
   if (inlet_ == nullptr)
     throw FrameworkError("The stream of a reply was asked for a second time.");
-  return std::make_unique<ReplyStream>(std::exchange(inlet_, nullptr));
+  auto stream = std::make_unique<ReplyStream>(inlet_);
+  inlet_ = nullptr;  // not before: without a stream the reply is still this object's to abandon
+  return stream;
 }
 
 }  // namespace agent::spf::core::internal

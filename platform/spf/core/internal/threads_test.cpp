@@ -3,6 +3,7 @@
 #include <atomic>
 #include <future>
 #include <memory>
+#include <new>
 #include <set>
 #include <thread>
 
@@ -72,6 +73,14 @@ TEST(CancelNotice, RunsTheCallbackOnceWhenCancelled) {
   notice.run();
   EXPECT_EQ(called, 1);
   EXPECT_TRUE(notice.isCancelled());
+}
+
+TEST(CancelNotice, DropsWhatACallbackThrows) {
+  CancelNotice notice;
+  notice.setCallback([] { throw std::bad_alloc(); });
+  notice.mark();
+  EXPECT_NO_THROW(notice.run());
+  notice.setCallback(nullptr);  // does not wait for the callback that has thrown
 }
 
 TEST(CancelNotice, RunsACallbackThatComesLateAtOnce) {
