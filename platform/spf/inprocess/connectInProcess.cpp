@@ -7,6 +7,7 @@
 
 #include "platform/spf/core/Closable.h"
 #include "platform/spf/core/errors.h"
+#include "platform/spf/core/internal/makeError.h"
 #include "platform/spf/inprocess/internal/EmbeddedCall.h"
 
 namespace agent::spf::inprocess {
@@ -33,15 +34,15 @@ struct Embedded {
     return true;
   }
 
-  std::vector<std::weak_ptr<EmbeddedCall>> close() {
+  std::vector<std::weak_ptr<EmbeddedCall>> close() noexcept {
     const std::lock_guard lock(mutex);
     closed = true;
     return std::exchange(calls, {});
   }
 };
 
-std::exception_ptr connectionClosed() {
-  return std::make_exception_ptr(Terminated("The connection to the embedded service was closed."));
+std::exception_ptr connectionClosed() noexcept {
+  return core::internal::makeError<Terminated>([] { return "The connection to the embedded service was closed."; });
 }
 
 class Connection : public core::Invokable, public core::Closable {
@@ -70,14 +71,17 @@ class Connection : public core::Invokable, public core::Closable {
       embedded_->workers.run([embedded = embedded_, call] { call->serve(*embedded->service); });
       embedded_->workers.run([embedded = embedded_, call] { call->upload(); });
     } catch (const std::system_error& e) {
-      call->abort(std::make_exception_ptr(FrameworkError(std::string("No thread can be had for a call: ") + e.what())));
+      call->abort(core::internal::makeError<FrameworkError>(
+          [&e] { return std::string("No thread can be had for a call: ") + e.what(); }));
+    } catch (...) {  // half of the call may be under way: its handler gets the error
+      call->abort(std::current_exception());
     }
   }
 
   void close() noexcept override { closeCalls(); }
 
  private:
-  void closeCalls() {
+  void closeCalls() noexcept {
     for (const auto& weak : embedded_->close())
       if (const auto call = weak.lock())
         call->abort(connectionClosed());

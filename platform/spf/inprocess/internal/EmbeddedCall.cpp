@@ -7,6 +7,7 @@
 #include "platform/spf/core/errors.h"
 #include "platform/spf/core/internal/ReplySource.h"
 #include "platform/spf/core/internal/ServedCall.h"
+#include "platform/spf/core/internal/makeError.h"
 
 namespace agent::spf::inprocess::internal {
 
@@ -15,8 +16,17 @@ namespace {
 constexpr std::size_t kGatherBytes = std::size_t{64} << 10;
 constexpr std::size_t kPieceBytes = kGatherBytes;
 
-std::exception_ptr abandoned() {
-  return std::make_exception_ptr(Terminated("The call was abandoned by its caller."));
+std::exception_ptr abandoned() noexcept {
+  return core::internal::makeError<Terminated>([] { return "The call was abandoned by its caller."; });
+}
+
+// As its caller gets it: what a service of another process would send of it, or else that there was no memory for that.
+std::exception_ptr asSent(const std::exception_ptr& error) noexcept {
+  try {
+    return core::rebuildErrorChain(core::flattenErrorChain(error));
+  } catch (...) {
+    return std::current_exception();
+  }
 }
 
 }  // namespace
@@ -96,7 +106,7 @@ void EmbeddedCall::obeyStopRequests() {
   });
 }
 
-void EmbeddedCall::upload() {
+void EmbeddedCall::upload() noexcept {
   Outlet outlet(requestPipe_, nullptr);
   try {
     request_.writeTo(outlet);
@@ -107,58 +117,77 @@ void EmbeddedCall::upload() {
   }
 }
 
-void EmbeddedCall::serve(const core::Service& service) {
-  Outlet outlet(replyPipe_, [this] { beginReply(); });
-  const auto request =
-      std::make_shared<Inlet>(shared_from_this(), requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
-  core::internal::ServedCall served(service, method_, request_.size(), request, outlet, notice_);
-  if (const std::exception_ptr error = served.serve())
-    failReply(core::rebuildErrorChain(core::flattenErrorChain(error)));
+void EmbeddedCall::serve(const core::Service& service) noexcept {
+  if (const std::exception_ptr error = runHandler(service))
+    failReply(asSent(error));
   else if (request_.isBytes() && takeAnswer())
     handler_.succeed({});
 }
 
-std::exception_ptr EmbeddedCall::endedEarly() const {
-  return std::make_exception_ptr(Terminated("Call \"" + method_ + "\" ended before all of its request was sent."));
+// Null, or the error that the reply must end with.
+std::exception_ptr EmbeddedCall::runHandler(const core::Service& service) noexcept {
+  Outlet outlet(replyPipe_, [this] { beginReply(); });
+  try {
+    const auto request =
+        std::make_shared<Inlet>(shared_from_this(), requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
+    core::internal::ServedCall served(service, method_, request_.size(), request, outlet, notice_);
+    return served.serve();
+  } catch (...) {
+    stopUpload();  // there may have been nobody yet to do it
+    return std::current_exception();
+  }
+}
+
+std::exception_ptr EmbeddedCall::endedEarly() const noexcept {
+  return core::internal::makeError<Terminated>(
+      [this] { return "Call \"" + method_ + "\" ended before all of its request was sent."; });
 }
 
 // The handler is done with the request, and reads no more of it.
-void EmbeddedCall::stopUpload() {
+void EmbeddedCall::stopUpload() noexcept {
   requestPipe_.breakOff(abandoned(), endedEarly());
 }
 
+// The answer is taken when there is one to give: one that cannot be made fails the call, which gives the error instead.
 void EmbeddedCall::beginReply() {
-  if (request_.isBytes() || !takeAnswer())
+  if (request_.isBytes())
     return;
   std::shared_ptr<core::ImportedDataSource> source = std::make_shared<core::internal::ReplySource>(
       std::make_shared<Inlet>(shared_from_this(), replyPipe_, [](EmbeddedCall& call) { call.cancel(abandoned()); }));
-  handler_.succeed(core::GenericPayload(std::move(source)));
+  core::GenericPayload reply(std::move(source));
+  if (takeAnswer())
+    handler_.succeed(std::move(reply));
 }
 
-void EmbeddedCall::failReply(const std::exception_ptr& error) {
+void EmbeddedCall::failReply(const std::exception_ptr& error) noexcept {
   replyPipe_.fail(error);
   if (takeAnswer())
     handler_.fail(error);
 }
 
-void EmbeddedCall::cancel(const std::exception_ptr& reason) {
+void EmbeddedCall::cancel(const std::exception_ptr& reason) noexcept {
   if (!notice_.mark())
     return;
   requestPipe_.breakOff(abandoned(), endedEarly());
   replyPipe_.breakOff(reason, abandoned());
-  workers_->run([self = shared_from_this()] { self->notice_.run(); });
+  try {
+    workers_->run([self = shared_from_this()] { self->notice_.run(); });
+  } catch (...) {
+    notice_.run();  // no thread to be had, or no memory: better here than never
+  }
 }
 
 // Its caller waits no longer. A reply that has begun is not the waiter's any more, but its reader's.
-void EmbeddedCall::giveUp() {
+void EmbeddedCall::giveUp() noexcept {
   if (!takeAnswer())
     return;
-  const auto reason = std::make_exception_ptr(Terminated("Call \"" + method_ + "\" was given up by its caller."));
+  const auto reason =
+      core::internal::makeError<Terminated>([this] { return "Call \"" + method_ + "\" was given up by its caller."; });
   cancel(reason);
   handler_.fail(reason);
 }
 
-void EmbeddedCall::abort(const std::exception_ptr& reason) {
+void EmbeddedCall::abort(const std::exception_ptr& reason) noexcept {
   const bool unanswered = takeAnswer();  // before the handler, which cancel() may end, answers with an error of its own
   cancel(reason);
   if (unanswered)

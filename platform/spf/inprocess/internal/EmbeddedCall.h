@@ -17,7 +17,8 @@
 
 namespace agent::spf::inprocess::internal {
 
-// Threads: upload() and serve() each on a thread of their own, cancel() on any.
+// Threads: upload() and serve() each on a thread of their own, cancel() on any. Errors: what goes wrong, a lack of
+// memory included, ends the call with that error.
 class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
  public:
   EmbeddedCall(std::string method, core::CompletionHandler handler, core::internal::CallRequest request,
@@ -25,22 +26,23 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
 
   // From now on a stop request of the caller gives the call up.
   void obeyStopRequests();
-  void upload();
-  void serve(const core::Service& service);
+  void upload() noexcept;
+  void serve(const core::Service& service) noexcept;
   // Nobody waits any more: the handler is told, and both pipes break off.
-  void cancel(const std::exception_ptr& reason);
+  void cancel(const std::exception_ptr& reason) noexcept;
   // As above, and a caller that still waits for the reply gets the reason.
-  void abort(const std::exception_ptr& reason);
+  void abort(const std::exception_ptr& reason) noexcept;
 
  private:
   class Outlet;
   class Inlet;
 
-  void giveUp();
-  std::exception_ptr endedEarly() const;
-  void stopUpload();
+  std::exception_ptr runHandler(const core::Service& service) noexcept;
+  void giveUp() noexcept;
+  std::exception_ptr endedEarly() const noexcept;
+  void stopUpload() noexcept;
   void beginReply();
-  void failReply(const std::exception_ptr& error);
+  void failReply(const std::exception_ptr& error) noexcept;
   bool takeAnswer() noexcept { return !answered_.exchange(true); }
 
   const std::string method_;
