@@ -12,7 +12,7 @@
 #include "bench/measure.h"
 #include "bench/spf_peers.h"
 #include "cli/testing/ChildProcess.h"
-#include "cli/testing/TemporaryDirectory.h"
+#include "platform/files/testing/TemporaryDirectory.h"
 #include "toolbox/SchedulerClient.h"
 #include "transport/data/OutputPayload.h"
 #include "transport/streams/FunctionalByteSink.h"
@@ -71,7 +71,7 @@ struct Floor {
 };
 
 void measureWholePath(int repetitions) {
-  const zks::TemporaryDirectory directory;
+  const files::testing::TemporaryDirectory directory;
   const Daemon daemon(directory.path());
   const auto connection = toolbox::Connection::connect(daemon.address());
   const toolbox::SchedulerClient client(connection);

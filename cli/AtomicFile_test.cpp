@@ -10,8 +10,8 @@
 #include <fstream>
 
 #include "cli/CliError.h"
-#include "cli/testing/TemporaryDirectory.h"
 #include "cli/testing/files.h"
+#include "platform/files/testing/TemporaryDirectory.h"
 
 namespace zks {
 namespace {
@@ -29,7 +29,7 @@ class AtomicFiles : public testing::Test {
     return static_cast<std::size_t>(std::distance(begin(files), end(files)));
   }
 
-  TemporaryDirectory directory_;
+  files::testing::TemporaryDirectory directory_;
 };
 
 template <class Action>

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/testing/TemporaryDirectory.h"
 #include "cli/testing/files.h"
+#include "platform/files/testing/TemporaryDirectory.h"
 
 namespace zks {
 namespace {
@@ -19,7 +19,7 @@ class ContentChecks : public testing::Test {
   }
   std::string path() const { return directory_.path() + "/original"; }
 
-  TemporaryDirectory directory_;
+  files::testing::TemporaryDirectory directory_;
 };
 
 TEST_F(ContentChecks, SameBytesAreTheSame) {

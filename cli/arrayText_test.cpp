@@ -9,23 +9,13 @@
 
 #include "cli/CliError.h"
 #include "cli/formatValue.h"
+#include "cli/testing/arrayParts.h"
 
 namespace zks {
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-template <class T>
-std::vector<T> elements(const qxArrayPtr& array) {
-  const auto span = qxGetElements<T>(array.get());
-  return {span.begin(), span.end()};
-}
-
-std::vector<std::size_t> dimensions(const qxArrayPtr& array) {
-  const auto span = qxGetDimensions(array.get());
-  return {span.begin(), span.end()};
-}
 
 std::string refusal(std::string_view text) {
   try {

@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "cli/CliError.h"
-#include "cli/testing/TemporaryDirectory.h"
+#include "cli/testing/arrayParts.h"
 #include "cli/testing/files.h"
+#include "platform/files/testing/TemporaryDirectory.h"
 
 namespace zks {
 namespace {
@@ -44,7 +45,7 @@ class Npy : public testing::Test {
     return "accepted";
   }
 
-  TemporaryDirectory directory_;
+  files::testing::TemporaryDirectory directory_;
 };
 
 template <class T>
@@ -52,17 +53,6 @@ std::string bytesOf(const std::vector<T>& values) {
   std::string bytes(values.size() * sizeof(T), '\0');
   std::memcpy(bytes.data(), values.data(), bytes.size());
   return bytes;
-}
-
-template <class T>
-std::vector<T> elements(const qxArrayPtr& array) {
-  const auto span = qxGetElements<T>(array.get());
-  return {span.begin(), span.end()};
-}
-
-std::vector<std::size_t> dimensions(const qxArrayPtr& array) {
-  const auto span = qxGetDimensions(array.get());
-  return {span.begin(), span.end()};
 }
 
 TEST_F(Npy, FortranOrderIsTakenAsItLies) {

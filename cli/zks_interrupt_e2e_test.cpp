@@ -2,11 +2,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <pty.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +16,7 @@
 #include "cli/testing/TestService.h"
 #include "cli/testing/ZksFixture.h"
 #include "scheduler/testing/waiting.h"
+#include "toolbox/testing/SilentListener.h"
 
 namespace zks {
 namespace {
@@ -28,6 +26,7 @@ using parallel::scheduler::UniqueFd;
 using parallel::scheduler::testing::eventually;
 using parallel::scheduler::testing::isReadable;
 using parallel::scheduler::testing::readLine;
+using parallel::toolbox::SilentListener;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -69,28 +68,8 @@ class ZksInterrupt : public ZksFixture {
   }
 };
 
-// Accepts connections, and that is all.
-class SilentSocket {
- public:
-  explicit SilentSocket(const std::string& path) : listening_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    path.copy(name.sun_path, sizeof name.sun_path - 1);
-    EXPECT_EQ(::bind(listening_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
-    EXPECT_EQ(::listen(listening_.get(), 8), 0);
-  }
-
-  UniqueFd accept() {
-    EXPECT_TRUE(isReadable(listening_.get()));
-    return UniqueFd(::accept(listening_.get(), nullptr, nullptr));
-  }
-
- private:
-  UniqueFd listening_;
-};
-
 TEST_F(ZksInterrupt, WhileConnectingToASocketThatNeverAnswers) {
-  SilentSocket silent(path("s"));
+  const SilentListener silent(path("s"));
   setAddress("unix:" + path("s"));
   const auto zks = startZks({"call", "echo"});
   const UniqueFd connection = silent.accept();

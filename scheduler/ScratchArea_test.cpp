@@ -1,6 +1,7 @@
 #include "scheduler/ScratchArea.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,6 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 using spf::transport::FunctionalByteSink;
 using spf::transport::testing::TemporaryDirectory;
+using ::testing::ThrowsMessage;
 
 ScratchArea::Logger& logger() {
   return logging::createQLVLogger("zks.scheduler.test");
@@ -58,12 +60,9 @@ TEST(ScratchArea, IsItsUsersAloneAndGoesWithItsOwner) {
 }
 
 TEST(ScratchArea, ParentThatIsNotThereIsNamed) {
-  try {
-    const ScratchArea area("/no/such/place", logger());
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const std::system_error& failure) {
-    EXPECT_STREQ(failure.what(), "Making a scratch directory in \"/no/such/place\": No such file or directory");
-  }
+  EXPECT_THAT(
+      [&] { const ScratchArea area("/no/such/place", logger()); },
+      ThrowsMessage<std::system_error>("Making a scratch directory in \"/no/such/place\": No such file or directory"));
 }
 
 TEST(ScratchArea, LeftoversOfTheDeadAreRemovedAndTheLivingLeftAlone) {
@@ -164,24 +163,17 @@ TEST(FileTransfer, CopiesExactlyWhatWasAskedAndSaysWhenTheFileIsShorter) {
   copied.clear();
   copyFile(file.get(), "the file", 10, sink);
   EXPECT_EQ(copied, content.substr(0, 10));
-  try {
-    copyFile(file.get(), "the file", content.size() + 1, sink);
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const std::runtime_error& failure) {
-    EXPECT_STREQ(failure.what(), "Reading the file: it became shorter, 600003 of 600004 bytes are left");
-  }
+  EXPECT_THAT(
+      [&] { copyFile(file.get(), "the file", content.size() + 1, sink); },
+      ThrowsMessage<std::runtime_error>("Reading the file: it became shorter, 600003 of 600004 bytes are left"));
 }
 
 TEST(FileTransfer, FullDiskNamesTheFile) {
   const UniqueFd full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
   FileSink sink(full.get(), "the input file \"x\"");
   const std::byte byte{1};
-  try {
-    sink.write(&byte, 1);
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const std::system_error& failure) {
-    EXPECT_STREQ(failure.what(), "Writing the input file \"x\": No space left on device");
-  }
+  EXPECT_THAT([&] { sink.write(&byte, 1); },
+              ThrowsMessage<std::system_error>("Writing the input file \"x\": No space left on device"));
 }
 
 TEST(RemoveTree, RemovesDirectoriesMadeUnreadableAndFollowsNoLink) {

@@ -14,6 +14,7 @@
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/Server.h"
 #include "toolbox/testing/FakeInvokable.h"
+#include "toolbox/testing/SilentListener.h"
 #include "toolbox/testing/SocketDirectory.h"
 
 namespace parallel::toolbox {
@@ -83,7 +84,7 @@ TEST(Connection, ToAServerIsOpenUntilTheServerGoes) {
   EXPECT_TRUE(connection.isOpen());
   EXPECT_EQ(connection.name(), directory.address());
   server.reset();
-  EXPECT_TRUE(eventually([&] { return !connection.isOpen(); }));
+  EXPECT_TRUE(scheduler::testing::eventually([&] { return !connection.isOpen(); }));
   EXPECT_EQ(identifierOf([&] { connection.client().getInvokable(); }), "parallel:cluster:ZKSUnreachable");
 }
 

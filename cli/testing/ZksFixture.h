@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "cli/testing/ChildProcess.h"
-#include "cli/testing/TemporaryDirectory.h"
 #include "cli/testing/files.h"
+#include "platform/files/testing/TemporaryDirectory.h"
 
 namespace zks {
 
@@ -58,7 +58,7 @@ class ZksFixture : public testing::Test {
   }
 
  private:
-  TemporaryDirectory directory_;
+  files::testing::TemporaryDirectory directory_;
   std::string address_;
   std::unique_ptr<ChildProcess> daemon_;
 };

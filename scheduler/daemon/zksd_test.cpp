@@ -31,6 +31,7 @@ using spf::transport::testing::TemporaryDirectory;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using testing::TestPipe;
+using ::testing::ThrowsMessage;
 
 std::string restOf(int fd) {
   std::string text;
@@ -323,13 +324,10 @@ TEST_F(Zksd, LargerRequestThanAllowedIsRefusedNamingTheOption) {
   Daemon daemon(arguments({"--socket", socket(), "--max-request", "1K"}));
   const std::string address = daemon.address();
   expectServes(address);
-  try {
-    call(address, "echo", std::string(1025, 'x'));
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const std::exception& failure) {
-    EXPECT_STREQ(failure.what(),
-                 "The request of call \"echo\" has 1025 bytes, and at most 1024 are allowed: see zksd --max-request.");
-  }
+  EXPECT_THAT(
+      [&] { call(address, "echo", std::string(1025, 'x')); },
+      ThrowsMessage<std::exception>(
+          "The request of call \"echo\" has 1025 bytes, and at most 1024 are allowed: see zksd --max-request."));
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.exitCode(), 0);
 }
@@ -337,12 +335,9 @@ TEST_F(Zksd, LargerRequestThanAllowedIsRefusedNamingTheOption) {
 TEST_F(Zksd, ErrorsCrossTheWire) {
   Daemon daemon(onSocket());
   const std::string address = daemon.address();
-  try {
-    call(address, "runTask", testing::requestOf(zksmessages::TaskDescription()));
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const std::exception& failure) {
-    EXPECT_STREQ(failure.what(), "The task description cannot be used: argv: it is empty, and names no program.");
-  }
+  EXPECT_THAT(
+      [&] { call(address, "runTask", testing::requestOf(zksmessages::TaskDescription())); },
+      ThrowsMessage<std::exception>("The task description cannot be used: argv: it is empty, and names no program."));
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.exitCode(), 0);
   EXPECT_THAT(daemon.error(), HasSubstr("runTask failed"));

@@ -14,6 +14,7 @@
 #include <sstream>
 #include <thread>
 
+#include "platform/files/testing/TemporaryDirectory.h"
 #include "platform/spf/core/errors.h"
 
 namespace agent::spf::security {
@@ -34,13 +35,7 @@ const std::map<std::string, mode_t> kFiles{{"ca.pem", 0644},         {"ca-key.pe
 
 class CredentialsDirectory : public ::testing::Test {
  protected:
-  CredentialsDirectory() {
-    char path[] = "/tmp/zks-credentials-XXXXXX";
-    place_ = ::mkdtemp(path);
-  }
-  ~CredentialsDirectory() override { fs::remove_all(place_); }
-
-  fs::path directory() const { return place_ / "state" / "tls"; }
+  fs::path directory() const { return place_.file("state") / "tls"; }
   fs::path file(const std::string& name) const { return directory() / name; }
 
   void prepare(Time now = kNow, std::vector<std::string> hosts = {}) const {
@@ -110,7 +105,7 @@ class CredentialsDirectory : public ::testing::Test {
     return WEXITSTATUS(status) == 1;
   }
 
-  fs::path place_;
+  files::testing::TemporaryDirectory place_;
 };
 
 TEST_F(CredentialsDirectory, IsMadeWithAllFilesForItsOwnerAlone) {
@@ -290,12 +285,12 @@ TEST_F(CredentialsDirectory, ClientNeedsItsFourFilesOnly) {
     fs::remove(file(name));
   EXPECT_NO_THROW(checkCredentials(readClientCredentials(directory())));
   for (const char* name : {"ca.pem", "client.pem", "client-key.pem", "token"}) {
-    fs::rename(file(name), place_ / "aside");
+    fs::rename(file(name), place_.file("aside"));
     EXPECT_THAT(textOf([&] { readClientCredentials(directory()); }),
                 HasSubstr("There is no file \"" + file(name).string() + "\""));
-    fs::rename(place_ / "aside", file(name));
+    fs::rename(place_.file("aside"), file(name));
   }
-  EXPECT_THAT(textOf([&] { readClientCredentials(place_ / "none"); }), HasSubstr("cannot be used"));
+  EXPECT_THAT(textOf([&] { readClientCredentials(place_.file("none")); }), HasSubstr("cannot be used"));
 }
 
 TEST_F(CredentialsDirectory, BlanksAroundATokenDoNotCount) {

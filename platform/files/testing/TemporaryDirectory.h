@@ -1,17 +1,19 @@
-// A directory of its own for a test, gone with all that is in it.
+// For tests: a directory of a test's own, gone with all that is in it.
 #pragma once
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <system_error>
 
-namespace zks {
+namespace files::testing {
 
 class TemporaryDirectory {
  public:
   TemporaryDirectory() : path_((std::filesystem::temp_directory_path() / "zks-test-XXXXXX").string()) {
-    if (mkdtemp(path_.data()) == nullptr)
+    if (::mkdtemp(path_.data()) == nullptr)
       throw std::system_error(errno, std::generic_category(), "mkdtemp");
   }
   ~TemporaryDirectory() {
@@ -22,9 +24,10 @@ class TemporaryDirectory {
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
   const std::string& path() const noexcept { return path_; }
+  std::filesystem::path file(std::string_view name) const { return std::filesystem::path(path_) / name; }
 
  private:
   std::string path_;
 };
 
-}  // namespace zks
+}  // namespace files::testing

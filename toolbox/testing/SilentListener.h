@@ -1,0 +1,39 @@
+// For tests: lets clients connect to a socket file, and says nothing.
+#pragma once
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "scheduler/UniqueFd.h"
+#include "scheduler/testing/waiting.h"
+
+namespace parallel::toolbox {
+
+class SilentListener {
+ public:
+  explicit SilentListener(const std::string& path) : listening_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    path.copy(name.sun_path, sizeof name.sun_path - 1);
+    if (::bind(listening_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 ||
+        ::listen(listening_.get(), 8) != 0)
+      throw std::system_error(errno, std::generic_category(), "listen");
+  }
+
+  // The next client's connection; throws at the deadline.
+  scheduler::UniqueFd accept() const {
+    if (!scheduler::testing::isReadable(listening_.get()))
+      throw std::runtime_error("nobody connected");
+    return scheduler::UniqueFd(::accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  }
+
+ private:
+  scheduler::UniqueFd listening_;
+};
+
+}  // namespace parallel::toolbox
