@@ -188,6 +188,22 @@ TEST(EncodeErrors, UnknownFieldsMustBeEncodedFields) {
               "a uint8 column");
 }
 
+// The arrays have no pages, or no values at all: nothing is read of them.
+TEST(EncodeErrors, MoreThanProtobufCountsIsRefused) {
+  const std::string wanted = "at most 2147483647 elements";
+  const std::size_t many[] = {std::size_t{1} << 31U, 1};
+  expectError(structOf("Point").with("UnknownFields", qxCreateNumericArray(many, qxClass::Uint8)),
+              "Point.UnknownFields", "uint8 2147483648-by-1", wanted);
+  expectError(repeateds("a_bool", qxCreateNumericArray(many, qxClass::Boolean)), "Repeateds.a_bool",
+              "boolean 2147483648-by-1", wanted);
+  expectError(repeateds("a_int32", qxCreateNumericArray(many, qxClass::Int8)), "Repeateds.a_int32",
+              "int8 2147483648-by-1", wanted);
+  expectError(repeateds("a_point", qxCreateStructArray(many, {})), "Repeateds.a_point", "struct 2147483648-by-1",
+              wanted);
+  expectError(structOf("Maps").with("by_int32", qxCreateStructArray(many, {})), "Maps.by_int32",
+              "struct 2147483648-by-1", wanted);
+}
+
 TEST(EncodeErrors, AnyNeedsAKnownMessageType) {
   expectError(structOf("Parcel").with("content", StructOf()), "Parcel.content", "no field MessageType",
               "the full name of a message type in it");

@@ -4,6 +4,7 @@
 // Threads:   any, at once.
 // Errors:    `EncodeError` (component "parallel:protobuf") names the field by its full path, the class found and the
 //            class wanted. `DecodeTooDeep`: a message in memory nests deeper than the parser would have taken.
+//            `MessageTooLarge`: its unknown fields make it larger than 2^31 - 1 bytes.
 #pragma once
 
 #include <google/protobuf/message.h>

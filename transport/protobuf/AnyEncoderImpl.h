@@ -1,15 +1,20 @@
 // Packs messages into the Any type of a message library and unpacks them. MissingType stands for the value of an Any
 // without a type URL.
 // Threads: any, at once; there is no state.
-// Errors:  decodeFromAny throws std::bad_cast for a message that is not an AnyType.
+// Errors:  encodeToAny throws MessageTooLarge from 2^31 bytes on; decodeFromAny throws std::bad_cast for a message that
+// is
+//          not an AnyType.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
+#include <limits>
 #include <memory>
 #include <string>
 
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
 #include "platform/protobufencoding/AnyEncoder.h"
 #include "platform/protobufencoding/protobufencoding.h"
 
@@ -26,7 +31,8 @@ class AnyEncoderImpl : public protobufencoding::AnyEncoder {
   std::unique_ptr<google::protobuf::Message> encodeToAny(const google::protobuf::Message& message) override {
     auto any = std::make_unique<AnyType>();
     any->set_type_url(protobufencoding::getTypeUrl(message));
-    static_cast<void>(message.SerializeToString(any->mutable_value()));
+    if (!message.SerializeToString(any->mutable_value()))
+      throw Exception<::parallel::protobuf::MessageTooLarge>(message.ByteSizeLong(), std::numeric_limits<int>::max());
     return any;
   }
 

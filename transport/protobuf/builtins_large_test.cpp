@@ -1,11 +1,16 @@
 // A message over 2 GiB, for which there must be several times as much memory.
+#include <google/protobuf/wrappers.pb.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <string>
 #include <vector>
 
+#include "platform/errors/Exception.h"
 #include "platform/errors/InternalException.h"
+#include "platform/errors/catalogue.h"
+#include "platform/zksmessages/zksmessages.pb.h"
+#include "transport/protobuf/AnyEncoderImpl.h"
 #include "transport/protobuf/builtins.h"
 
 namespace parallel::spf::transport::protobuf {
@@ -29,6 +34,13 @@ TEST(SerializeProtobufStruct, RefusesAMessageOfTwoToThe31Bytes) {
                  "can be; the most is 2147483647 bytes.\n");
   }
   EXPECT_EQ(output, nullptr);
+}
+
+TEST(AnyEncoderImpl, RefusesAMessageOfTwoToThe31Bytes) {
+  google::protobuf::BytesValue message;
+  message.mutable_value()->resize(std::size_t{1} << 31U);
+  AnyEncoderImpl<zksmessages::Any, zksmessages::Missing> encoder;
+  EXPECT_THROW(encoder.encodeToAny(message), Exception<::parallel::protobuf::MessageTooLarge>);
 }
 
 }  // namespace

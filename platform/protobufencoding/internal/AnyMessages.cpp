@@ -5,6 +5,7 @@
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
 #include "platform/protobufencoding/internal/MessageTypes.h"
+#include "platform/protobufencoding/internal/encodeErrors.h"
 #include "platform/protobufencoding/protobufencoding.h"
 
 namespace parallel::protobufencoding {
@@ -17,6 +18,11 @@ constexpr std::string_view kStandardAny = "google.protobuf.Any";
 
 std::string stringField(const Message& message, const char* name) {
   return message.GetReflection()->GetString(message, message.GetDescriptor()->FindFieldByName(name));
+}
+
+// The same without a copy, which `scratch` has room for where it needs one.
+const std::string& valueOf(const Message& any, std::string& scratch) {
+  return any.GetReflection()->GetStringReference(any, any.GetDescriptor()->FindFieldByName("value"), &scratch);
 }
 
 void setStringField(Message& message, const char* name, std::string text) {
@@ -48,8 +54,9 @@ class StandardAnyEncoder : public AnyEncoder {
   }
   std::unique_ptr<Message> decodeFromAny(const Message& any) override {
     auto message = generateMessage(stringField(any, "type_url"));
+    std::string scratch;
     if (message != nullptr)
-      static_cast<void>(message->ParsePartialFromString(stringField(any, "value")));  // as far as it can be read
+      static_cast<void>(message->ParsePartialFromString(valueOf(any, scratch)));  // as far as it can be read
     return message;
   }
 };
@@ -59,12 +66,11 @@ AnyEncoder& standardAny() {
   return encoder;
 }
 
-// Between two classes of one message type, such as a compiled and a dynamic one.
+// Between two classes of Any, such as a compiled and a dynamic one, which may number their fields as they like. Not
+// through bytes: an Any that holds the largest message is larger itself.
 void copyAcross(const Message& from, Message& to) {
-  if (from.GetDescriptor() == to.GetDescriptor())
-    to.CopyFrom(from);
-  else
-    static_cast<void>(to.ParsePartialFromString(from.SerializePartialAsString()));  // what was just written
+  setStringField(to, "type_url", stringField(from, "type_url"));
+  setStringField(to, "value", stringField(from, "value"));
 }
 
 }  // namespace
@@ -103,7 +109,10 @@ std::unique_ptr<Message> AnyMessages::decode(const Message& any, const MessageSh
 }
 
 std::unique_ptr<Message> AnyMessages::unpack(const Message& any, const MessageShape& shape) {
-  const std::string value = stringField(any, "value");
+  std::string scratch;
+  const std::string& value = valueOf(any, scratch);
+  if (value.size() > kMostCount)
+    return nullptr;
   auto message = decode(any, shape);
   if (message == nullptr || (typeUrl(any).empty() && !value.empty()))
     return nullptr;
@@ -131,7 +140,10 @@ std::string AnyMessages::usualTypeUrl(const Message& message, const MessageShape
 
 void AnyMessages::pack(const Message& message, Message& any, const MessageShape& shape) {
   const auto packed = encoderFor(shape).encodeToAny(message);
-  copyAcross(*packed, any);
+  if (packed->GetReflection() == any.GetReflection())
+    any.GetReflection()->Swap(&any, packed.get());
+  else
+    copyAcross(*packed, any);
   setTypeUrl(any, usualTypeUrl(message, shape));
 }
 

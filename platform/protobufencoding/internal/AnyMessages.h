@@ -23,7 +23,7 @@ class AnyMessages {
   // The message inside, whole; null when its type is unknown or the bytes are not all of one such message.
   std::unique_ptr<google::protobuf::Message> unpack(const google::protobuf::Message& any, const MessageShape& shape);
 
-  // Puts `message` into `any`, which is of the type that `shape` describes.
+  // Puts `message`, of at most kMostCount bytes, into `any`, which is of the type that `shape` describes.
   void pack(const google::protobuf::Message& message, google::protobuf::Message& any, const MessageShape& shape);
 
   // The URL that pack() writes for the message: the usual one, or none for the type that stands for a missing value.

@@ -8,6 +8,7 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/protobufencoding/internal/hostValues.h"
+#include "platform/protobufencoding/internal/unknownFields.h"
 
 namespace parallel::protobufencoding {
 
@@ -134,11 +135,9 @@ void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Sour
     qxSetFieldAt(target, element, place++, qxCreateSharedCopy(shape.typeArray()));
   for (const FieldShape* present_field : present.fields)
     qxSetFieldAt(target, element, place++, field(source, *present_field, depth));
-  if (present.unknown) {
-    std::string bytes;
-    static_cast<void>(source.reflection.GetUnknownFields(source.message).SerializeToString(&bytes));
-    qxSetFieldAt(target, element, place, createBytes(bytes));
-  }
+  if (present.unknown)
+    qxSetFieldAt(target, element, place,
+                 createBytes(encodedUnknownFields(source.reflection.GetUnknownFields(source.message))));
 }
 
 qxArrayPtr MessageDecoder::field(const Source& source, const FieldShape& field, int depth) {

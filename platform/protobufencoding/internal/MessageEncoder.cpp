@@ -137,6 +137,7 @@ void MessageEncoder::checkMessageType(const MessageShape& shape, const qxArray* 
 }
 
 void MessageEncoder::setUnknownFields(Message& message, const qxArray* bytes, const FieldPath& path) {
+  checkCount(bytes, path);
   const std::string wire = bytesFrom(bytes, path);
   if (!message.GetReflection()->MutableUnknownFields(&message)->ParseFromString(wire))
     throwEncodeError(path, "bytes that are not encoded fields", "encoded fields");
@@ -164,7 +165,7 @@ void MessageEncoder::value(const Target& target, const qxArray* array, const Fie
   if (special == SpecialForm::Wrapper && !isStruct)
     return single(target, target.shape.number(1), array, path);
   if (special == SpecialForm::ListValue && !isStruct)
-    return repeatedMessages(target, target.shape.number(1), array, path);
+    return repeated(target, target.shape.number(1), array, path);
   const bool isText = array != nullptr && qxGetClass(array) == qxClass::Text;
   if (isText && (special == SpecialForm::Timestamp || special == SpecialForm::Duration))
     return timeText(target, array, path);

@@ -20,6 +20,17 @@ std::string describe(const qxArray* array) {
   return text;
 }
 
+void checkCount(const qxArray* array, const FieldPath& path) {
+  if (array != nullptr && qxGetNumberOfElements(array) > kMostCount)
+    throwEncodeError(path, describe(array), "at most " + std::to_string(kMostCount) + " elements");
+}
+
+void checkMessageBytes(std::size_t nbytes, const FieldPath& path) {
+  if (nbytes > kMostCount)
+    throwEncodeError(path, "a message of " + std::to_string(nbytes) + " bytes",
+                     "at most " + std::to_string(kMostCount) + " bytes");
+}
+
 bool isScalar(const qxArray* array) noexcept {
   return qxGetNumberOfElements(array) == 1;
 }

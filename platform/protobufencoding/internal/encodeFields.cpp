@@ -163,6 +163,7 @@ void MessageEncoder::single(const Target& target, const FieldShape& field, const
 
 void MessageEncoder::repeated(const Target& target, const FieldShape& field, const qxArray* array,
                               const FieldPath& path) {
+  checkCount(array, path);
   Message& message = target.message;
   switch (field.kind) {
     case ValueKind::Int32:

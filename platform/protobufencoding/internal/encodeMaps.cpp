@@ -32,6 +32,7 @@ std::string keyText(const Message& entry, const FieldShape& key) {
 }  // namespace
 
 void MessageEncoder::map(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path) {
+  checkCount(array, path);
   if (isEmptyLiteral(array))
     return;
   const bool textKeys = shapes_.of(field).number(kKeyNumber).kind == ValueKind::String;

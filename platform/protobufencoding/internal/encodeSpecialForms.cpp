@@ -39,6 +39,7 @@ void MessageEncoder::anyContent(const Target& target, const qxArray* structs, st
   generalForm({*content, contentShape, target.depth + 1}, structs, element,
               bind(structs, contentShape, path, Context::AnyContent), path);
   checkRequired(*content, path);
+  checkMessageBytes(content->ByteSizeLong(), path);
   anys_.pack(*content, target.message, target.shape);
   if (const qxArray* url = fieldOrNull(structs, element, kTypeUrlField))
     AnyMessages::setTypeUrl(target.message, textFrom(url, FieldPath(path, kTypeUrlField)));
