@@ -14,9 +14,9 @@ class AnyEncoder {
   virtual ~AnyEncoder() = default;
 
   // Whether messages of this type are Any messages, to be unpacked on the way to the host and packed on the way back.
-  // Asked only of types that have the fields `string type_url` and `bytes value`.
+  // Asked only of types that have the fields `string type_url` and `bytes value`, without presence, and no others.
   virtual bool isAnyMessage(const google::protobuf::Descriptor* descriptor) = 0;
-  // A new Any that holds `message`.
+  // A new Any that holds `message`, which is of at most 2^31 - 1 bytes.
   virtual std::unique_ptr<google::protobuf::Message> encodeToAny(const google::protobuf::Message& message) = 0;
   // The message inside `any`; null when its type is unknown.
   virtual std::unique_ptr<google::protobuf::Message> decodeFromAny(const google::protobuf::Message& any) = 0;

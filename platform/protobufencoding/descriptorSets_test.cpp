@@ -1,5 +1,7 @@
 // Message types that are loaded while the process runs.
+#include <google/protobuf/any.pb.h>
 #include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/duration.pb.h>
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -134,20 +136,82 @@ TEST(DescriptorSets, ImportsLeftOutAreTakenFromTheCompiledFiles) {
   expectGolden(StructOf("left_out.M").with("a", scalar<std::int32_t>(0)).with("duration", text("1s")), "12 02 08 01");
 }
 
+// A set of a file that declares the message `type`, and of another with the message `package`.M that has the first one
+// in its field `inside`, number 2.
+std::string setWithFieldOf(const FileDescriptorProto& declaring, const std::string& package, const std::string& type) {
+  FileDescriptorProto user = file(package, "M", "a");
+  user.add_dependency(declaring.name());
+  auto* inside = user.mutable_message_type(0)->add_field();
+  inside->set_name("inside");
+  inside->set_number(2);
+  inside->set_type(FieldDescriptorProto::TYPE_MESSAGE);
+  inside->set_type_name("." + type);
+  inside->set_label(FieldDescriptorProto::LABEL_OPTIONAL);
+  return setOf({declaring, user});
+}
+
+// The same file in a language whose single fields have presence.
+FileDescriptorProto inProto2(const FileDescriptorProto& original) {
+  FileDescriptorProto result = original;
+  result.set_syntax("proto2");
+  return result;
+}
+
 TEST(DescriptorSets, WellKnownNameWithOtherFieldsIsAMessageLikeAnother) {
-  FileDescriptorProto fake = file("google.protobuf", "Timestamp", "year");
-  fake.mutable_message_type(0)->set_name("Timestamp");
-  FileDescriptorProto user = file("fake_time", "M", "a");
-  user.add_dependency(fake.name());
-  auto* time = user.mutable_message_type(0)->add_field();
-  time->set_name("time");
-  time->set_number(2);
-  time->set_type(FieldDescriptorProto::TYPE_MESSAGE);
-  time->set_type_name(".google.protobuf.Timestamp");
-  time->set_label(FieldDescriptorProto::LABEL_OPTIONAL);
-  loadDescriptorSet(setOf({fake, user}));
+  const FileDescriptorProto fake = file("google.protobuf", "Timestamp", "year");
+  loadDescriptorSet(setWithFieldOf(fake, "fake_time", "google.protobuf.Timestamp"));
   auto year = StructOf("google.protobuf.Timestamp").with("year", scalar<std::int32_t>(5));
-  expectGolden(StructOf("fake_time.M").with("a", scalar<std::int32_t>(0)).with("time", std::move(year)), "12 02 08 05");
+  expectGolden(StructOf("fake_time.M").with("a", scalar<std::int32_t>(0)).with("inside", std::move(year)),
+               "12 02 08 05");
+}
+
+TEST(DescriptorSets, WellKnownNameWhoseFieldsHavePresenceKeepsIt) {
+  FileDescriptorProto duration;
+  google::protobuf::Duration::descriptor()->file()->CopyTo(&duration);
+  loadDescriptorSet(setWithFieldOf(inProto2(duration), "proto2_duration", "google.protobuf.Duration"));
+  const auto holding = [](StructOf inside) {
+    return StructOf("proto2_duration.M").with("a", scalar<std::int32_t>(0)).with("inside", std::move(inside));
+  };
+  expectGolden(holding(StructOf("google.protobuf.Duration")), "12 00");
+  expectGolden(holding(StructOf("google.protobuf.Duration").with("seconds", scalar<std::int64_t>(0))), "12 02 08 00");
+}
+
+TEST(DescriptorSets, AnyWhoseFieldsHavePresenceIsAMessageLikeAnother) {
+  FileDescriptorProto any;
+  google::protobuf::Any::descriptor()->file()->CopyTo(&any);
+  loadDescriptorSet(setWithFieldOf(inProto2(any), "proto2_any", "google.protobuf.Any"));
+  auto inside = StructOf("google.protobuf.Any")
+                    .with("type_url", text("type.googleapis.com/google.protobuf.Empty"))
+                    .with("value", bytes(""));
+  expectGolden(StructOf("proto2_any.M").with("a", scalar<std::int32_t>(0)).with("inside", std::move(inside)),
+               "12 2d 0a 29 " + toHex("type.googleapis.com/google.protobuf.Empty") + " 12 00");
+}
+
+TEST(DescriptorSets, AnyWithAnotherFieldBesideIsAMessageLikeAnother) {
+  FileDescriptorProto any;
+  google::protobuf::Any::descriptor()->file()->CopyTo(&any);
+  auto* third = any.mutable_message_type(0)->add_field();
+  *third = file("p", "M", "third").message_type(0).field(0);
+  third->set_number(3);
+  loadDescriptorSet(setWithFieldOf(any, "third_any", "google.protobuf.Any"));
+  auto inside = StructOf("google.protobuf.Any")
+                    .with("type_url", text("type.googleapis.com/google.protobuf.Empty"))
+                    .with("value", bytes(""))
+                    .with("third", scalar<std::int32_t>(5));
+  expectGolden(StructOf("third_any.M").with("a", scalar<std::int32_t>(0)).with("inside", std::move(inside)),
+               "12 2d 0a 29 " + toHex("type.googleapis.com/google.protobuf.Empty") + " 18 05");
+}
+
+TEST(DescriptorSets, AnyMayNumberItsFieldsDifferently) {
+  FileDescriptorProto any;
+  google::protobuf::Any::descriptor()->file()->CopyTo(&any);
+  for (auto& field : *any.mutable_message_type(0)->mutable_field())
+    field.set_number(field.number() + 2);
+  loadDescriptorSet(setWithFieldOf(any, "numbered_any", "google.protobuf.Any"));
+  const std::string url = getTypeUrl(Point());
+  expectGolden(StructOf("numbered_any.M").with("a", scalar<std::int32_t>(0)).with("inside", point(3, 0)),
+               "12 " + toHex(std::string(1, static_cast<char>(url.size() + 6))) + " 1a " +
+                   toHex(std::string(1, static_cast<char>(url.size()))) + " " + toHex(url) + " 22 02 08 03");
 }
 
 TEST(DescriptorSets, BadBytesAreRefused) {

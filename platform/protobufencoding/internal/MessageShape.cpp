@@ -58,21 +58,36 @@ ValueKind kindOf(const FieldDescriptor& field) {
   return ValueKind::Message;
 }
 
+enum class Label : std::uint8_t { Plain, Repeated, InOneof };
+
 struct Expected {
   int number;
   std::string_view name;
   FieldDescriptor::Type type;
-  bool repeated = false;
+  Label label = Label::Plain;
 };
 
-// Types of these names may come from a descriptor set that means something else by them.
+bool hasLabel(const FieldDescriptor& field, Label label) {
+  switch (label) {
+    case Label::Plain:
+      return !field.is_repeated() && !field.has_presence();
+    case Label::Repeated:
+      return field.is_repeated();
+    case Label::InOneof:
+      break;
+  }
+  return field.real_containing_oneof() != nullptr && field.real_containing_oneof()->index() == 0;
+}
+
+// Types of these names may come from a descriptor set that means something else by them: what the special form cannot
+// show, such as presence or extensions, would be lost.
 bool hasFields(const Descriptor& descriptor, std::initializer_list<Expected> expected) {
-  if (descriptor.field_count() != static_cast<int>(expected.size()))
+  if (descriptor.field_count() != static_cast<int>(expected.size()) || descriptor.extension_range_count() > 0)
     return false;
   return std::all_of(expected.begin(), expected.end(), [&](const Expected& e) {
     const FieldDescriptor* field = descriptor.FindFieldByNumber(e.number);
     return field != nullptr && std::string_view(field->name()) == e.name && field->type() == e.type &&
-           field->is_repeated() == e.repeated;
+           hasLabel(*field, e.label);
   });
 }
 
@@ -98,7 +113,7 @@ bool isWrapper(const Descriptor& descriptor, std::string_view name) {
 }
 
 bool isStruct(const Descriptor& descriptor) {
-  if (!hasFields(descriptor, {{1, "fields", FieldDescriptor::TYPE_MESSAGE, true}}))
+  if (!hasFields(descriptor, {{1, "fields", FieldDescriptor::TYPE_MESSAGE, Label::Repeated}}))
     return false;
   const FieldDescriptor* fields = descriptor.FindFieldByNumber(1);
   return fields->is_map() && isFieldOf(*fields->message_type(), 2, "google.protobuf.Value") &&
@@ -106,20 +121,22 @@ bool isStruct(const Descriptor& descriptor) {
 }
 
 bool isValue(const Descriptor& descriptor) {
-  return hasFields(descriptor, {{1, "null_value", FieldDescriptor::TYPE_ENUM},
-                                {2, "number_value", FieldDescriptor::TYPE_DOUBLE},
-                                {3, "string_value", FieldDescriptor::TYPE_STRING},
-                                {4, "bool_value", FieldDescriptor::TYPE_BOOL},
-                                {5, "struct_value", FieldDescriptor::TYPE_MESSAGE},
-                                {6, "list_value", FieldDescriptor::TYPE_MESSAGE}}) &&
+  return hasFields(descriptor, {{1, "null_value", FieldDescriptor::TYPE_ENUM, Label::InOneof},
+                                {2, "number_value", FieldDescriptor::TYPE_DOUBLE, Label::InOneof},
+                                {3, "string_value", FieldDescriptor::TYPE_STRING, Label::InOneof},
+                                {4, "bool_value", FieldDescriptor::TYPE_BOOL, Label::InOneof},
+                                {5, "struct_value", FieldDescriptor::TYPE_MESSAGE, Label::InOneof},
+                                {6, "list_value", FieldDescriptor::TYPE_MESSAGE, Label::InOneof}}) &&
          isFieldOf(descriptor, 5, "google.protobuf.Struct") && isFieldOf(descriptor, 6, "google.protobuf.ListValue");
 }
 
+// The numbers are for each Any to choose.
 bool hasAnyLayout(const Descriptor& descriptor) {
   const FieldDescriptor* url = descriptor.FindFieldByName("type_url");
   const FieldDescriptor* value = descriptor.FindFieldByName("value");
-  return url != nullptr && value != nullptr && url->type() == FieldDescriptor::TYPE_STRING &&
-         value->type() == FieldDescriptor::TYPE_BYTES && !url->is_repeated() && !value->is_repeated();
+  return url != nullptr && value != nullptr &&
+         hasFields(descriptor, {{url->number(), "type_url", FieldDescriptor::TYPE_STRING},
+                                {value->number(), "value", FieldDescriptor::TYPE_BYTES}});
 }
 
 SpecialForm specialFormOf(const Descriptor& descriptor) {
@@ -139,10 +156,11 @@ SpecialForm specialFormOf(const Descriptor& descriptor) {
   if (name == "google.protobuf.Value" && isValue(descriptor))
     return SpecialForm::Value;
   if (name == "google.protobuf.ListValue" &&
-      hasFields(descriptor, {{1, "values", FieldDescriptor::TYPE_MESSAGE, true}}) &&
+      hasFields(descriptor, {{1, "values", FieldDescriptor::TYPE_MESSAGE, Label::Repeated}}) &&
       isFieldOf(descriptor, 1, "google.protobuf.Value"))
     return SpecialForm::ListValue;
-  if (name == "google.protobuf.FieldMask" && hasFields(descriptor, {{1, "paths", FieldDescriptor::TYPE_STRING, true}}))
+  if (name == "google.protobuf.FieldMask" &&
+      hasFields(descriptor, {{1, "paths", FieldDescriptor::TYPE_STRING, Label::Repeated}}))
     return SpecialForm::FieldMask;
   return hasAnyLayout(descriptor) ? SpecialForm::AnyLayout : SpecialForm::None;
 }
