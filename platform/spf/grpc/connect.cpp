@@ -98,10 +98,10 @@ void waitUntilReady(grpc::Channel& channel, const std::string& address, const Co
                     Deadline deadline) {
   grpc_connectivity_state state = channel.GetState(true);
   while (state != GRPC_CHANNEL_READY) {
+    if (std::chrono::system_clock::now() >= deadline)  // first: late, one finds that gRPC has given up as well
+      throwTimeout(address, options);
     if (state == GRPC_CHANNEL_TRANSIENT_FAILURE || state == GRPC_CHANNEL_SHUTDOWN)
       throwUnreachable(address, options);
-    if (std::chrono::system_clock::now() >= deadline)
-      throwTimeout(address, options);
     channel.WaitForStateChange(state, nextStep(deadline));
     if (options.poll)
       options.poll();

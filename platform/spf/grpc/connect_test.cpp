@@ -71,30 +71,44 @@ class SilentListener {
     ::getsockname(listener_, reinterpret_cast<sockaddr*>(&at), &size);
     address_ = "127.0.0.1:" + std::to_string(ntohs(at.sin_port));
   }
-  ~SilentListener() { ::close(listener_); }
+  ~SilentListener() {
+    ::close(client_);
+    ::close(listener_);
+  }
   SilentListener(const SilentListener&) = delete;
   SilentListener& operator=(const SilentListener&) = delete;
 
   const std::string& address() const { return address_; }
 
+  // Whether a client has connected and begun to speak.
+  bool hasHeard() { return (client_ >= 0 || isReadable(listener_, 0)) && isReadable(client(), 0); }
+
   // Whether the client that connected first closes its end before the time is over.
-  bool clientLeavesWithin(std::chrono::milliseconds time) const {
-    const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+  bool clientLeavesWithin(std::chrono::milliseconds time) {
     const auto end = std::chrono::steady_clock::now() + time;
     ssize_t got = 1;
     for (char said[256]; got > 0;) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-      pollfd waiting{client, POLLIN, 0};
-      if (::poll(&waiting, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) <= 0)
+      if (!isReadable(client(), std::max<std::int64_t>(left.count(), 0)))
         break;
-      got = ::recv(client, said, sizeof said, 0);
+      got = ::recv(client(), said, sizeof said, 0);
     }
-    ::close(client);
     return got <= 0;
   }
 
  private:
+  static bool isReadable(int fd, std::int64_t withinMilliseconds) {
+    pollfd waiting{fd, POLLIN, 0};
+    return ::poll(&waiting, 1, static_cast<int>(withinMilliseconds)) > 0;
+  }
+  int client() {
+    if (client_ < 0)
+      client_ = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    return client_;
+  }
+
   int listener_;
+  int client_ = -1;
   std::string address_;
 };
 
@@ -114,12 +128,23 @@ TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
 }
 
 TEST(Connect, AttemptThatTimedOutGivesItsSocketBack) {
-  const SilentListener listener;
+  SilentListener listener;
   auto options = testing::plainClient();
   options.connectTimeout = std::chrono::milliseconds(150);
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr("150"));
   EXPECT_TRUE(listener.clientLeavesWithin(std::chrono::seconds(10)));  // by itself gRPC would wait for 20
+}
+
+TEST(Connect, AttemptThatEndedWhileItsCallerWasLateIsStillATimeout) {
+  SilentListener listener;
+  auto options = testing::plainClient();
+  options.connectTimeout = std::chrono::milliseconds(150);
+  options.poll = [&] {
+    EXPECT_TRUE(!listener.hasHeard() || listener.clientLeavesWithin(core::testing::kDeadline));
+  };
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
+              HasSubstr("150"));
 }
 
 TEST(Connect, LongestTimeoutOfAllIsAllowed) {
