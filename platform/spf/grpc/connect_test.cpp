@@ -14,6 +14,7 @@
 
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/transport.grpc.pb.h"
+#include "platform/spf/security/testing/TestAuthority.h"
 
 namespace agent::spf {
 namespace {
@@ -24,6 +25,7 @@ using core::testing::call;
 using core::testing::readAll;
 using core::testing::sourceOf;
 using grpc_transport::connect;
+using grpc_transport::ConnectOptions;
 using grpc_transport::Server;
 using ::testing::AllOf;
 using testing::awaitEvent;
@@ -145,6 +147,19 @@ TEST(Connect, AttemptThatEndedWhileItsCallerWasLateIsStillATimeout) {
   };
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr("150"));
+}
+
+TEST(Connect, AttemptThatWasInterruptedInTheHandshakeOfTlsGivesItsSocketBack) {
+  SilentListener listener;
+  ConnectOptions options;
+  options.credentials = security::testing::TestAuthority().client();
+  options.connectTimeout = core::testing::kDeadline;
+  options.poll = [&] {
+    if (listener.hasHeard())
+      throw std::out_of_range("interrupted");
+  };
+  EXPECT_THROW(connect(listener.address(), options), std::out_of_range);
+  EXPECT_TRUE(listener.clientLeavesWithin(std::chrono::seconds(10)));  // the attempt has a minute
 }
 
 TEST(Connect, LongestTimeoutOfAllIsAllowed) {
