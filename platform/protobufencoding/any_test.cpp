@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/protobufencoding/testing/SchedulerAnyEncoder.h"
+#include "platform/protobufencoding/testing/everything2.pb.h"
 #include "platform/protobufencoding/testing/everything3.pb.h"
 #include "platform/protobufencoding/testing/golden.h"
 #include "platform/protobufencoding/testing/testTypes.h"
@@ -34,7 +35,7 @@ StructOf stillPacked(std::string_view url, std::string_view value) {
 class AnyFields : public ::testing::Test {
  protected:
   // Both ways, with nothing lost.
-  void expectBothWays(const Parcel& message, const StructOf& value) {
+  void expectBothWays(const google::protobuf::Message& message, const StructOf& value) {
     expectDecodes(message, value.get(), &encoder_);
     EXPECT_EQ(toHex(deterministic(*encode(value.get(), &encoder_, 0))), toHex(deterministic(message)));
   }
@@ -82,6 +83,22 @@ TEST_F(AnyFields, ValueThatIsNotWholeStaysPacked) {
   const std::string url = std::string(kPrefix) + typeName("Point");
   expectBothWays(packed(url, "\x08"), parcel(stillPacked(url, "\x08")));
   expectBothWays(packed("", "\x08\x03"), parcel(stillPacked("", "\x08\x03")));
+}
+
+TEST_F(AnyFields, ValueThatLacksARequiredFieldStaysPacked) {
+  const std::string url = std::string(kPrefix) + typeName("Demanding");
+  expectBothWays(packed(url,
+                        "\x12\x01"
+                        "e"),
+                 parcel(stillPacked(url,
+                                    "\x12\x01"
+                                    "e")));
+}
+
+TEST_F(AnyFields, AreValuesOfMapsToo) {
+  Maps maps;
+  (*maps.mutable_to_any())["k"].set_type_url(getTypeUrl(Point()));
+  expectBothWays(maps, emptyMaps().with("to_any", StructOf().with("k", point(0, 0))));
 }
 
 TEST_F(AnyFields, AnyInsideAnAnyStaysPacked) {

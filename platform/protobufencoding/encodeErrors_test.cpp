@@ -211,6 +211,9 @@ TEST(EncodeErrors, AnyNeedsAKnownMessageType) {
               "the full name of a known message type");
   expectError(structOf("Parcel").with("content", point(1, 2).with("TypeUrl", scalar(1.0))), "Parcel.content.TypeUrl",
               "float64 1-by-1", "a text row");
+  for (const char* url : {"", "Point", "type.googleapis.com/no.Such", "type.googleapis.com/google.protobuf.Empty"})
+    expectError(structOf("Parcel").with("content", point(1, 2).with("TypeUrl", text(url))), "Parcel.content.TypeUrl",
+                "\"" + std::string(url) + "\"", "a URL that stands for " + typeName("Point"));
   expectError(structOf("Parcel").with("more", list(point(1, 2), structOf("Point").with("x", scalar(0.5)))),
               "Parcel.more[1].x", "float64 0.5", "a value of int32");
 }
@@ -229,6 +232,9 @@ TEST(EncodeErrors, MapsNeedKeysAndValuesOnceEach) {
               "a struct column or a list of structs with the fields key and value");
   expectError(structOf("Maps").with("by_int32", list(scalar(1.0))), "Maps.by_int32[0]", "float64 1-by-1",
               "a struct with the fields key and value");
+  expectError(structOf("Maps").with("by_int32", structColumn(entry(1).with("UnknownFields", bytes("")))),
+              "Maps.by_int32[0]", "the field \"UnknownFields\"",
+              "fields of " + typeName("Maps") + ".ByInt32Entry (key, value)");
   expectError(structOf("Maps").with("by_string", structColumn(StructOf(), StructOf())), "Maps.by_string",
               "struct 2-by-1", "a struct 1-by-1 with a field for each key");
   expectError(structOf("Maps").with("by_string", StructOf().with("k", text("v"))), "Maps.by_string.k", "text 1-by-1",

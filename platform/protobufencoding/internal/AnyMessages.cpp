@@ -118,7 +118,8 @@ std::unique_ptr<Message> AnyMessages::unpack(const Message& any, const MessageSh
     return nullptr;
   // The encoder does not say whether it could read all of the value.
   const std::unique_ptr<Message> check(message->New());
-  return check->ParsePartialFromString(value) ? std::move(message) : nullptr;
+  const bool whole = check->ParsePartialFromString(value) && check->IsInitialized();
+  return whole ? std::move(message) : nullptr;
 }
 
 const google::protobuf::Descriptor* AnyMessages::missingType(const MessageShape& anyShape) {

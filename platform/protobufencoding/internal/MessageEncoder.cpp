@@ -71,7 +71,7 @@ MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const Mess
 
 FieldBinding MessageEncoder::bindOther(const std::string& name, const MessageShape& shape, const FieldPath& path,
                                        Context context) {
-  if (name == kUnknownFieldsField)
+  if (name == kUnknownFieldsField && !shape.isMapEntry())  // protobuf would drop them
     return {FieldBinding::Role::UnknownFields, nullptr};
   if (name == kTypeUrlField && context == Context::AnyContent)
     return {FieldBinding::Role::TypeUrl, nullptr};

@@ -83,6 +83,7 @@ class MessageEncoder {
   void checkKeys(const Target& target, const FieldShape& field, const FieldPath& path);
 
   void anyContent(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path);
+  void anyUrl(const Target& target, const qxArray* text, const std::string& type, const FieldPath& path);
   void timeText(const Target& target, const qxArray* text, const FieldPath& path);
   void fieldMaskText(const Target& target, const qxArray* text, const FieldPath& path);
   void jsonValue(const Target& target, const qxArray* array, const FieldPath& path);

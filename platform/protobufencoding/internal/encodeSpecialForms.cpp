@@ -42,7 +42,16 @@ void MessageEncoder::anyContent(const Target& target, const qxArray* structs, st
   checkMessageBytes(content->ByteSizeLong(), path);
   anys_.pack(*content, target.message, target.shape);
   if (const qxArray* url = fieldOrNull(structs, element, kTypeUrlField))
-    AnyMessages::setTypeUrl(target.message, textFrom(url, FieldPath(path, kTypeUrlField)));
+    anyUrl(target, url, type, FieldPath(path, kTypeUrlField));
+}
+
+// Another URL than the usual one must lead to the same type.
+void MessageEncoder::anyUrl(const Target& target, const qxArray* text, const std::string& type, const FieldPath& path) {
+  const std::string url = textFrom(text, path);
+  AnyMessages::setTypeUrl(target.message, url);
+  const auto back = anys_.unpack(target.message, target.shape);
+  if (back == nullptr || std::string_view(back->GetDescriptor()->full_name()) != type)
+    throwEncodeError(path, "\"" + url + "\"", "a URL that stands for " + type);
 }
 
 void MessageEncoder::timeText(const Target& target, const qxArray* text, const FieldPath& path) {
