@@ -157,8 +157,13 @@ TEST(EncodeErrors, UnknownEnumNameIsRefused) {
 }
 
 TEST(EncodeErrors, ClosedEnumRefusesOtherNumbers) {
+  qxArrayPtr asList = list(text("FIRST"), scalar<std::int32_t>(9));
+  qxArrayPtr asColumn = columnOf<std::int32_t>({1, 9});
   expectError(structOf("Optionals2").with("a_closed", scalar<std::int32_t>(7)), "Optionals2.a_closed", "the number 7",
               "a number that the closed enum " + typeName("Closed") + " names");
+  for (qxArrayPtr* numbers : {&asList, &asColumn})
+    expectError(structOf("Repeateds2").with("a_closed", std::move(*numbers)), "Repeateds2.a_closed[1]", "the number 9",
+                "a number that the closed enum " + typeName("Closed") + " names");
 }
 
 TEST(EncodeErrors, TwoMembersOfAOneofAreNamed) {
@@ -173,12 +178,12 @@ TEST(EncodeErrors, WrongMessageTypeOfANestedStructIsNamed) {
               "\"" + typeName("Point") + "\"");
 }
 
-TEST(EncodeErrors, MissingRequiredFieldsAreNamed) {
-  expectError(structOf("Demanding"), "Demanding", "nothing in needed", "a value in each required field");
-  expectError(structOf("Everything2").with("demanding", structOf("Demanding")), "Everything2",
-              "nothing in demanding.needed", "a value in each required field");
-  expectError(structOf("Parcel").with("content", structOf("Demanding")), "Parcel.content", "nothing in needed",
-              "a value in each required field");
+TEST(EncodeErrors, MissingRequiredFieldIsNamed) {
+  const std::string wanted = "one, for the field is required";
+  expectError(structOf("Demanding"), "Demanding.needed", "no value", wanted);
+  expectError(structOf("Everything2").with("demanding", structOf("Demanding")), "Everything2.demanding.needed",
+              "no value", wanted);
+  expectError(structOf("Parcel").with("content", structOf("Demanding")), "Parcel.content.needed", "no value", wanted);
 }
 
 TEST(EncodeErrors, UnknownFieldsMustBeEncodedFields) {
@@ -254,12 +259,14 @@ TEST(EncodeErrors, SpecialTextsMustBeOfTheirForm) {
   expectError(wellKnown("field_mask", text("a,")), "WellKnown.field_mask", "\"a,\"",
               "paths with single commas between them");
   expectError(wellKnown("timestamp", scalar(1.0)), "WellKnown.timestamp", "float64 1-by-1",
-              "a struct 1-by-1 (google.protobuf.Timestamp)");
+              "a text row or a struct 1-by-1 (google.protobuf.Timestamp)");
   expectError(wellKnown("list", text("a")), "WellKnown.list", "text 1-by-1",
               "a struct column or a list (google.protobuf.Value)");
   expectError(wellKnown("value", columnOf<double>({1, 2})), "WellKnown.value", "float64 2-by-1", "float64 1-by-1");
   expectError(wellKnown("value", structColumn(StructOf(), StructOf())), "WellKnown.value", "struct 2-by-1",
               "a struct 1-by-1");
+  expectError(wellKnown("value", qxCreateObject("K", nullptr)), "WellKnown.value", "object 1-by-1",
+              "a number, text, boolean, list or struct");
   expectError(wellKnown("value", list(list(nullptr))), "WellKnown.value[0][0]", "no value", "a value");
   expectError(wellKnown("int32_value", text("a")), "WellKnown.int32_value", "text 1-by-1", "int32");
 }

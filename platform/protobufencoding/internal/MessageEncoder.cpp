@@ -13,9 +13,15 @@ using google::protobuf::Message;
 
 namespace {
 
+bool hasTextForm(SpecialForm form) {
+  return form == SpecialForm::Timestamp || form == SpecialForm::Duration || form == SpecialForm::FieldMask;
+}
+
 void checkIsStruct(const qxArray* array, const MessageShape& shape, const FieldPath& path) {
-  if (array == nullptr || qxGetClass(array) != qxClass::Struct || !isScalar(array))
-    throwEncodeError(path, describe(array), "a struct 1-by-1 (" + shape.fullName() + ")");
+  if (array != nullptr && qxGetClass(array) == qxClass::Struct && isScalar(array))
+    return;
+  const std::string other = hasTextForm(shape.special()) ? "a text row or " : "";
+  throwEncodeError(path, describe(array), other + "a struct 1-by-1 (" + shape.fullName() + ")");
 }
 
 }  // namespace
@@ -152,8 +158,11 @@ void MessageEncoder::checkOneof(const Target& target, const FieldShape& field, c
 }
 
 void MessageEncoder::checkRequired(const Message& message, const FieldPath& path) {
-  if (!message.IsInitialized())
-    throwEncodeError(path, "nothing in " + message.InitializationErrorString(), "a value in each required field");
+  if (message.IsInitialized())
+    return;
+  std::vector<std::string> missing;
+  message.FindInitializationErrors(&missing);
+  throwEncodeError(FieldPath(path, missing.front()), "no value", "one, for the field is required");
 }
 
 void MessageEncoder::value(const Target& target, const qxArray* array, const FieldPath& path) {
@@ -166,11 +175,8 @@ void MessageEncoder::value(const Target& target, const qxArray* array, const Fie
     return single(target, target.shape.number(1), array, path);
   if (special == SpecialForm::ListValue && !isStruct)
     return repeated(target, target.shape.number(1), array, path);
-  const bool isText = array != nullptr && qxGetClass(array) == qxClass::Text;
-  if (isText && (special == SpecialForm::Timestamp || special == SpecialForm::Duration))
-    return timeText(target, array, path);
-  if (isText && special == SpecialForm::FieldMask)
-    return fieldMaskText(target, array, path);
+  if (hasTextForm(special) && array != nullptr && qxGetClass(array) == qxClass::Text)
+    return special == SpecialForm::FieldMask ? fieldMaskText(target, array, path) : timeText(target, array, path);
   checkIsStruct(array, target.shape, path);
   structValue(target, array, 0, path);
 }

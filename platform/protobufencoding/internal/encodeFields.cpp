@@ -196,8 +196,9 @@ void MessageEncoder::repeatedEnums(const Target& target, const FieldShape& field
   const Reflection& reflection = target.reflection;
   if (qxIsNumeric(array)) {
     checkVector(array, "enum numbers", path);
+    std::size_t i = 0;
     return convertNumbers<std::int32_t>(array, path, [&](std::int32_t number) {
-      reflection.AddEnumValue(message, field.descriptor, checkedEnum(number, field, path));
+      reflection.AddEnumValue(message, field.descriptor, checkedEnum(number, field, FieldPath(path, i++)));
     });
   }
   checkList(array, "enum names", path);

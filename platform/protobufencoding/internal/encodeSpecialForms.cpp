@@ -112,6 +112,8 @@ void MessageEncoder::jsonValue(const Target& target, const qxArray* array, const
     default:
       break;
   }
+  if (!qxIsNumeric(array))
+    throwEncodeError(path, describe(array), "a number, text, boolean, list or struct");
   if (!isEmptyLiteral(array))
     return set(json::kNumber);
   target.reflection.SetEnumValue(&target.message, target.shape.number(json::kNull).descriptor, 0);
