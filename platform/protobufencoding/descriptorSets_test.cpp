@@ -136,6 +136,26 @@ TEST(DescriptorSets, ImportsLeftOutAreTakenFromTheCompiledFiles) {
   expectGolden(StructOf("left_out.M").with("a", scalar<std::int32_t>(0)).with("duration", text("1s")), "12 02 08 01");
 }
 
+// Names are those of the schema, whatever JSON or C++ would make of them.
+TEST(DescriptorSets, NamesThatCollideInJsonOrAreWordsOfCppAreKept) {
+  FileDescriptorProto odd = file("odd_names", "class", "foo_bar");
+  odd.set_syntax("proto2");
+  for (const char* name : {"fooBar", "int", "operator", "FooBar", "_", "x_"}) {
+    auto* field = odd.mutable_message_type(0)->add_field();
+    *field = odd.message_type(0).field(0);
+    field->set_name(name);
+    field->set_number(odd.message_type(0).field_size());
+  }
+  odd.mutable_message_type(0)->mutable_field(0)->set_json_name("another name");
+  loadDescriptorSet(setOf({odd}));
+  StructOf value("odd_names.class");
+  for (const char* name : {"foo_bar", "fooBar", "int", "operator", "FooBar", "_", "x_"})
+    value = std::move(value).with(name, scalar<std::int32_t>(1));
+  expectGolden(value, "08 01 10 01 18 01 20 01 28 01 30 01 38 01");
+  EXPECT_THROW(encode(StructOf("odd_names.class").with("another name", scalar<std::int32_t>(1)).get(), nullptr, 0),
+               Exception<::parallel::protobuf::EncodeError>);
+}
+
 // A set of a file that declares the message `type`, and of another with the message `package`.M that has the first one
 // in its field `inside`, number 2.
 std::string setWithFieldOf(const FileDescriptorProto& declaring, const std::string& package, const std::string& type) {

@@ -271,59 +271,5 @@ TEST(EncodeErrors, SpecialTextsMustBeOfTheirForm) {
   expectError(wellKnown("int32_value", text("a")), "WellKnown.int32_value", "text 1-by-1", "int32");
 }
 
-StructOf nested(int levels) {
-  StructOf value = structOf("Tree");
-  for (int i = 0; i < levels; ++i)
-    value = structOf("Tree").with("child", std::move(value));
-  return value;
-}
-
-TEST(EncodeErrors, MoreThanAHundredLevelsAreRefused) {
-  EXPECT_NO_THROW(encode(nested(100).get(), nullptr, 0));
-  try {
-    encode(nested(101).get(), nullptr, 0);
-    ADD_FAILURE();
-  } catch (const EncodeError& error) {
-    EXPECT_NE(std::string(error.what()).find("found more than 100 levels of messages, wanted at most 100"),
-              std::string::npos);
-  }
-}
-
-// Trees around this one, one in another.
-Tree wrapped(Tree tree, int levels) {
-  for (int i = 0; i < levels; ++i) {
-    Tree outer;
-    *outer.mutable_child() = std::move(tree);
-    tree = std::move(outer);
-  }
-  return tree;
-}
-
-TEST(EncodeErrors, TheLevelsAreThoseThatTheParserTakes) {
-  const auto message = encode(nested(100).get(), nullptr, 0);
-  EXPECT_TRUE(Tree().ParseFromString(deterministic(*message)));
-  EXPECT_NO_THROW(decode(*message, nullptr));
-  EXPECT_FALSE(Tree().ParseFromString(deterministic(wrapped(Tree(), 101))));
-  EXPECT_THROW(decode(wrapped(Tree(), 102), nullptr), Exception<::parallel::protobuf::DecodeTooDeep>);
-}
-
-// The parser gives up after it has made the first message too many.
-TEST(EncodeErrors, WhatTheParserLeavesOfTooManyLevelsCanBeDecoded) {
-  Tree parsed;
-  EXPECT_FALSE(parsed.ParseFromString(deterministic(wrapped(Tree(), 150))));
-  const qxArrayPtr value = decode(parsed, nullptr);
-  int levels = 0;
-  for (const qxArray* tree = value.get(); qxHasField(tree, "child"); tree = qxGetField(tree, 0, "child"))
-    ++levels;
-  EXPECT_EQ(levels, 101);
-}
-
-TEST(EncodeErrors, JsonListsCountTheirLevelsToo) {
-  qxArrayPtr value = list();
-  for (int i = 0; i < 60; ++i)
-    value = list(std::move(value));
-  EXPECT_THROW(encode(structOf("WellKnown").with("value", std::move(value)).get(), nullptr, 0), EncodeError);
-}
-
 }  // namespace
 }  // namespace parallel::protobufencoding::testing

@@ -70,20 +70,36 @@ TEST(SingleFields, IntegersAreExactAtTheEndsOfTheirRange) {
   EXPECT_EQ(deterministic(*encode(value.get(), nullptr, 0)), deterministic(message));
 }
 
+// Alone, in a column and in a wrapper. The last two of each are signalling.
 TEST(SingleFields, NanPayloadsInfinitiesAndNegativeZeroKeepTheirBits) {
-  for (const std::uint64_t bits : {0x7ff8000000000001ULL, 0xfff8dead00000000ULL, 0x7ff0000000000000ULL,
-                                   0xfff0000000000000ULL, 0x8000000000000000ULL, 0x0000000000000001ULL}) {
-    Scalars message;
-    message.set_a_double(std::bit_cast<double>(bits));
-    const qxArrayPtr value = decode(message, nullptr);
+  const auto expectComesBack = [](const google::protobuf::Message& message) {
+    EXPECT_EQ(toHex(deterministic(*encode(decode(message, nullptr).get(), nullptr, 0))), toHex(deterministic(message)));
+  };
+  for (const std::uint64_t bits :
+       {0x7ff8000000000001ULL, 0xfff8dead00000000ULL, 0x7ff0000000000000ULL, 0xfff0000000000000ULL,
+        0x8000000000000000ULL, 0x0000000000000001ULL, 0x7ff0000000000001ULL, 0xfff4000000000000ULL}) {
+    Scalars single;
+    single.set_a_double(std::bit_cast<double>(bits));
+    expectComesBack(single);
+    const qxArrayPtr value = decode(single, nullptr);
     EXPECT_EQ(std::bit_cast<std::uint64_t>(qxGetElements<double>(qxGetField(value.get(), 0, "a_double"))[0]), bits);
-    EXPECT_EQ(deterministic(*encode(value.get(), nullptr, 0)), deterministic(message));
+    Repeateds column;
+    column.add_a_double(single.a_double());
+    expectComesBack(column);
+    WellKnown wrapper;
+    wrapper.mutable_double_value()->set_value(single.a_double());
+    expectComesBack(wrapper);
   }
-  for (const std::uint32_t bits : {0x7fc00001U, 0xffc0dea0U, 0x7f800000U, 0x80000000U}) {
-    Scalars message;
-    message.set_a_float(std::bit_cast<float>(bits));
-    const qxArrayPtr value = decode(message, nullptr);
-    EXPECT_EQ(deterministic(*encode(value.get(), nullptr, 0)), deterministic(message));
+  for (const std::uint32_t bits : {0x7fc00001U, 0xffc0dea0U, 0x7f800000U, 0x80000000U, 0x7f800001U, 0xffa00000U}) {
+    Scalars single;
+    single.set_a_float(std::bit_cast<float>(bits));
+    expectComesBack(single);
+    Repeateds column;
+    column.add_a_float(single.a_float());
+    expectComesBack(column);
+    WellKnown wrapper;
+    wrapper.mutable_float_value()->set_value(single.a_float());
+    expectComesBack(wrapper);
   }
 }
 
