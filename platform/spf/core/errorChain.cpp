@@ -123,11 +123,11 @@ std::exception_ptr rebuildLevel(const ErrorLevel& level, const std::exception_pt
   return wrap(UnknownRemoteError(text), inner);
 }
 
-ErrorLevel leftOut(std::size_t levels) {
-  return {Kind::standard, "", "", "[" + std::to_string(levels) + " more levels were left out]"};
-}
-
 }  // namespace
+
+ErrorLevel leftOutLevels(std::size_t count) {
+  return {Kind::standard, "", "", "[" + std::to_string(count) + " more levels were left out]"};
+}
 
 ErrorChain flattenErrorChain(const std::exception_ptr& error, std::size_t maxBytes) {
   ErrorChain chain;
@@ -142,7 +142,7 @@ ErrorChain flattenErrorChain(const std::exception_ptr& error, std::size_t maxByt
     chain.push_back(std::move(level));
   }
   if (current != nullptr)
-    chain.back() = leftOut(countLevels(current) + 1);
+    chain.back() = leftOutLevels(countLevels(current) + 1);
   return chain;
 }
 
@@ -151,7 +151,7 @@ std::exception_ptr rebuildErrorChain(std::span<const ErrorLevel> chain) {
     return std::make_exception_ptr(FrameworkError("The service reported an error without saying which."));
   std::exception_ptr error;
   if (chain.size() > kMaxErrorLevels + 1) {  // more than any flattened chain has, the mark included
-    error = rebuildLevel(leftOut(chain.size() - kMaxErrorLevels), nullptr);
+    error = rebuildLevel(leftOutLevels(chain.size() - kMaxErrorLevels), nullptr);
     chain = chain.first(kMaxErrorLevels);
   }
   for (std::size_t i = chain.size(); i-- > 0;)

@@ -34,6 +34,9 @@ class UnknownRemoteError : public std::runtime_error {
 inline constexpr std::size_t kMaxErrorLevels = 1000;
 inline constexpr std::size_t kMaxErrorBytes = std::size_t{4} << 20;
 
+// The level that stands for as many that were left out.
+ErrorLevel leftOutLevels(std::size_t count);
+
 inline constexpr const char* kShownNul = "\xE2\x90\x80";  // U+2400, symbol for null
 
 // The levels of `error` and of what is nested in it. Empty for a null pointer. A level of an unknown type has the text

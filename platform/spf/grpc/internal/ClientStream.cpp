@@ -226,8 +226,9 @@ void ClientStream::receiveReply(const std::shared_ptr<ClientCall>& call, Frame& 
   if (frame.dataBytes > 0 && !call->reply->push(std::move(frame.data), frame.dataBytes))
     std::rethrow_exception(call->reply->failure());
   if (frame.errorPart)
-    call->error.add(*frame.errorPart);
-  const std::exception_ptr error = frame.error ? core::rebuildErrorChain(call->error.finish(*frame.error)) : nullptr;
+    call->error.add(std::move(*frame.errorPart));
+  const std::exception_ptr error =
+      frame.error ? core::rebuildErrorChain(call->error.finish(std::move(*frame.error))) : nullptr;
   if (frame.end || frame.error)
     endReply(call);
   if (error != nullptr)

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/SliceCursor.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -21,10 +20,6 @@ constexpr char kErrorPartTag = 6 << 3 | 2;
 
 // Data up to this size is copied into the slice of its frame: less work than a slice of its own.
 constexpr std::size_t kCopyBytes = 1024;
-
-[[noreturn]] void malformed(const char* why) {
-  throw FrameworkError(std::string("malformed frame: ") + why);
-}
 
 void appendVarint(std::string& to, std::uint64_t value) {
   for (; value >= 0x80U; value >>= 7U)
@@ -54,34 +49,66 @@ std::string afterData(const FrameEnvelope& envelope) {
 }
 
 template <class Message>
-void mergeMessage(SliceCursor& cursor, std::optional<Message>& into, const char* what) {
+void mergeHead(SliceCursor bytes, std::optional<Message>& into, const char* what) {
   if (!into)
     into.emplace();
-  if (!into->MergeFromString(cursor.readBytes(cursor.readLength())))
-    malformed(what);
+  if (!into->MergeFromString(bytes.readBytes(bytes.remaining())))
+    SliceCursor::malformed(what);
 }
 
-void decodeField(SliceCursor& cursor, std::uint32_t tag, Frame& frame) {
-  switch (tag) {
-    case kCallTag:
-      return mergeMessage(cursor, frame.call, "its call head cannot be read");
-    case kReplyTag:
-      return mergeMessage(cursor, frame.reply, "its reply head cannot be read");
-    case kDataTag:
-      frame.dataBytes = cursor.readLength();
-      frame.data = cursor.shareBytes(frame.dataBytes);
-      return;
-    case kEndTag:
-      frame.end = cursor.readVarint() != 0;
-      return;
-    case kErrorTag:
-      return mergeMessage(cursor, frame.error, "its error cannot be read");
-    case kErrorPartTag:
-      return mergeMessage(cursor, frame.errorPart, "its part of an error cannot be read");
-    default:
-      cursor.skipField(tag);
-  }
+void mergeError(SliceCursor bytes, std::optional<ReceivedError>& into) {
+  if (!into)
+    into.emplace();
+  decodeError(bytes, *into);
 }
+
+class Decoder {
+ public:
+  explicit Decoder(const std::vector<grpc::Slice>& slices) : cursor_(slices) {}
+
+  Frame decode() {
+    while (cursor_.remaining() > 0)
+      decodeField(cursor_.readTag());
+    return std::move(frame_);
+  }
+
+ private:
+  SliceCursor takeMessage() { return cursor_.takeMessage(cursor_.readLength()); }
+
+  SliceCursor takeHead() {
+    SliceCursor head = takeMessage();
+    headBytes_ += head.remaining();
+    if (headBytes_ > kMaxHeadBytes)
+      SliceCursor::malformed("its head is longer than any");
+    return head;
+  }
+
+  void decodeField(std::uint32_t tag) {
+    switch (tag) {
+      case kCallTag:
+        return mergeHead(takeHead(), frame_.call, "its call head cannot be read");
+      case kReplyTag:
+        return mergeHead(takeHead(), frame_.reply, "its reply head cannot be read");
+      case kDataTag:
+        frame_.dataBytes = cursor_.readLength();
+        frame_.data = cursor_.shareBytes(frame_.dataBytes);
+        return;
+      case kEndTag:
+        frame_.end = cursor_.readVarint() != 0;
+        return;
+      case kErrorTag:
+        return mergeError(takeMessage(), frame_.error);
+      case kErrorPartTag:
+        return mergeError(takeMessage(), frame_.errorPart);
+      default:
+        cursor_.skipField(tag);
+    }
+  }
+
+  SliceCursor cursor_;
+  Frame frame_;
+  std::size_t headBytes_ = 0;
+};
 
 }  // namespace
 
@@ -120,12 +147,8 @@ grpc::ByteBuffer encodeFrame(const FrameEnvelope& envelope, const grpc::Slice& d
 Frame decodeFrame(const grpc::ByteBuffer& message) {
   std::vector<grpc::Slice> slices;
   if (!message.Dump(&slices).ok())
-    malformed("its bytes cannot be read");
-  Frame frame;
-  SliceCursor cursor(slices);
-  while (cursor.remaining() > 0)
-    decodeField(cursor, cursor.readTag(), frame);
-  return frame;
+    SliceCursor::malformed("its bytes cannot be read");
+  return Decoder(slices).decode();
 }
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/spf/grpc/internal/errorMessage.h"
 #include "platform/spf/grpc/transport.pb.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -21,6 +22,8 @@ inline constexpr const char* kConverseMethod = "/agent.spf.v1.Transport/Converse
 // Bulk bytes per frame, sent. A receiver takes frames up to kMaxFrameBytes, everything in them counted.
 inline constexpr std::size_t kFrameDataBytes = std::size_t{1} << 20;
 inline constexpr std::size_t kMaxFrameBytes = std::size_t{16} << 20;
+// Bytes of heads in a frame: a head is small, and in memory larger than on the wire.
+inline constexpr std::size_t kMaxHeadBytes = std::size_t{64} << 10;
 
 struct Frame {
   std::optional<v1::CallHead> call;
@@ -28,8 +31,8 @@ struct Frame {
   std::vector<grpc::Slice> data;  // the pieces of the one data field, in order; none of them empty
   std::size_t dataBytes = 0;
   bool end = false;
-  std::optional<v1::ErrorChain> error;
-  std::optional<v1::ErrorChain> errorPart;
+  std::optional<ReceivedError> error;
+  std::optional<ReceivedError> errorPart;
 };
 
 // The parts of a frame around its data.
@@ -49,7 +52,8 @@ grpc::ByteBuffer encodeFrame(const FrameEnvelope& envelope, const grpc::Slice& d
 // As above for few bytes, copied together with the rest into one slice.
 grpc::ByteBuffer encodeSmallFrame(const FrameEnvelope& envelope, const char* data, std::size_t nbytes);
 
-// Takes what the generated parser would take, to the same values; unknown fields are skipped.
+// Takes what the generated parser would take, to the same values, but for heads that are too long; unknown fields are
+// skipped. Takes little more memory than the message has, whatever is in it.
 // Throws FrameworkError that says what is wrong with the bytes.
 Frame decodeFrame(const grpc::ByteBuffer& message);
 

@@ -7,6 +7,7 @@
 
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/Frame.h"
+#include "platform/spf/grpc/testing/errorReference.h"
 #include "platform/spf/grpc/testing/rawMessages.h"
 #include "tests/fuzzing/quietProtobuf.h"
 
@@ -37,11 +38,16 @@ void requireSame(const std::optional<Message>& found, bool present, const Messag
   require(!present || found->SerializeAsString() == expected.SerializeAsString());
 }
 
+void requireSameError(const std::optional<ReceivedError>& found, bool present, const v1::ErrorChain& expected) {
+  require(found.has_value() == present);
+  require(!present || agent::spf::testing::saysTheSame(*found, expected));
+}
+
 void requireSame(const Frame& found, const v1::Frame& expected) {
   requireSame(found.call, expected.has_call(), expected.call());
   requireSame(found.reply, expected.has_reply(), expected.reply());
-  requireSame(found.error, expected.has_error(), expected.error());
-  requireSame(found.errorPart, expected.has_error_part(), expected.error_part());
+  requireSameError(found.error, expected.has_error(), expected.error());
+  requireSameError(found.errorPart, expected.has_error_part(), expected.error_part());
   require(dataOf(found) == expected.data());
   require(found.end == expected.end());
 }
@@ -65,7 +71,7 @@ grpc::ByteBuffer written(const v1::Frame& frame) {
 // A byte that says how long the slices are, then the frame.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t nbytes) {
   quietProtobuf();
-  if (nbytes == 0)
+  if (nbytes == 0 || nbytes > kMaxHeadBytes)  // the generated parser knows no such bound
     return 0;
   const std::string bytes(reinterpret_cast<const char*>(data + 1), nbytes - 1);
   v1::Frame expected;

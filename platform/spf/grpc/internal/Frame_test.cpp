@@ -7,6 +7,7 @@
 
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/errorMessage.h"
+#include "platform/spf/grpc/testing/errorReference.h"
 #include "platform/spf/grpc/testing/rawMessages.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -45,9 +46,9 @@ void expectAsGenerated(const std::string& bytes, std::size_t step) {
   ASSERT_EQ(frame.error.has_value(), expected.has_error());
   EXPECT_EQ(frame.call.value_or(v1::CallHead()).SerializeAsString(), expected.call().SerializeAsString());
   EXPECT_EQ(frame.reply.value_or(v1::ReplyHead()).SerializeAsString(), expected.reply().SerializeAsString());
-  EXPECT_EQ(frame.error.value_or(v1::ErrorChain()).SerializeAsString(), expected.error().SerializeAsString());
+  EXPECT_TRUE(testing::saysTheSame(frame.error.value_or(ReceivedError()), expected.error()));
   ASSERT_EQ(frame.errorPart.has_value(), expected.has_error_part());
-  EXPECT_EQ(frame.errorPart.value_or(v1::ErrorChain()).SerializeAsString(), expected.error_part().SerializeAsString());
+  EXPECT_TRUE(testing::saysTheSame(frame.errorPart.value_or(ReceivedError()), expected.error_part()));
 }
 
 v1::CallHead exampleHead() {
@@ -159,6 +160,25 @@ TEST(Frame, RandomBytesAreTakenAsTheGeneratedParserTakesThem) {
   }
 }
 
+// Frames that hold nothing but an error, made of bytes that mean something in one.
+TEST(Frame, RandomErrorsAreTakenAsTheGeneratedParserTakesThem) {
+  const Silence silence;
+  std::mt19937 random(54321);
+  const std::string_view pieces[] = {"\x0A\x00", "\x0A\x02", "\x08\x01", "\x08",     "\x12\x01", "\x1A\x02\xC3\xA4",
+                                     "\x22\x03", "\x28\x01", "\x28\x81", "\x0A\x7F", "\x30",     "\x3B",
+                                     "\x3C",     "a",        "\xFF"};
+  std::uniform_int_distribution<std::size_t> some(0, std::size(pieces) - 1);
+  for (int round = 0; round < 200'000; ++round) {
+    std::string error;
+    for (std::size_t left = some(random); left > 0; --left)
+      error += pieces[some(random)];
+    if (round % 2 == 0)
+      error = "\x0A" + std::string(1, static_cast<char>(error.size())) + error;  // all of it one level
+    expectAsGenerated("\x2A" + std::string(1, static_cast<char>(error.size())) + error,
+                      1 + static_cast<std::size_t>(round) % 4);
+  }
+}
+
 TEST(Frame, UnknownFieldsOfEveryKindAreSkipped) {
   const std::string unknown(
       "\x30\x05"
@@ -181,12 +201,31 @@ TEST(Frame, LengthsBeyondTheFrameAreRefusedBeforeAnythingIsTaken) {
   }
 }
 
+TEST(Frame, HeadsLongerThanAnyAreRefused) {
+  v1::CallHead head;
+  head.set_method(std::string(kMaxHeadBytes / 2, 'm'));
+  const std::string once = encodeCallHead(head);
+  expectAsGenerated(once, 1000);
+  EXPECT_THROW(decodeFrame(messageOf(once + once, 1000)), FrameworkError);  // together they are one head
+  head.set_method(std::string(kMaxHeadBytes, 'm'));
+  EXPECT_THROW(decodeFrame(messageOf(encodeCallHead(head), 1000)), FrameworkError);
+  v1::ReplyHead reply;
+  for (std::size_t i = 0; i <= kMaxHeadBytes; ++i)
+    reply.add_capabilities(v1::ERROR_PARTS);
+  EXPECT_THROW(decodeFrame(messageOf(encodeReplyHead(reply), 1000)), FrameworkError);
+}
+
+// What arrives of a message, in slices of odd lengths.
+ReceivedError received(const v1::ErrorChain& message) {
+  return decodeFrame(messageOf(encodeError(message), 997)).error.value_or(ReceivedError());
+}
+
 TEST(ErrorMessage, ChainComesBackAsItWent) {
   using Kind = core::ErrorLevel::Kind;
   const core::ErrorChain chain{{Kind::framework, "", "", "a"},     {Kind::identified, "c:d", "N", "b\xFF"},
                                {Kind::standard, "", "", ""},       {Kind::timeout, "", "", "t"},
                                {Kind::terminated, "", "", "gone"}, {Kind::unknown, "", "", "?"}};
-  EXPECT_EQ(fromMessage(toMessage(chain)), chain);
+  EXPECT_EQ(ErrorParts().finish(received(toMessage(chain))), chain);
 }
 
 // What the parts of a chain add up to, each read from its bytes.
@@ -195,11 +234,9 @@ core::ErrorChain throughParts(const core::ErrorChain& chain) {
   const std::vector<v1::ErrorChain> parts = toParts(chain);
   for (std::size_t i = 0; i < parts.size(); ++i) {
     EXPECT_LE(parts[i].ByteSizeLong(), kErrorPartBytes + 100 * chain.size() + 100);
-    v1::ErrorChain part;
-    EXPECT_TRUE(part.ParseFromString(parts[i].SerializeAsString()));
     if (i + 1 == parts.size())
-      return gathered.finish(part);
-    gathered.add(part);
+      return gathered.finish(received(parts[i]));
+    gathered.add(received(parts[i]));
   }
   return {};
 }
@@ -231,21 +268,54 @@ TEST(ErrorMessage, PartsWithoutEndAreRefused) {
   v1::ErrorChain part;
   part.add_levels()->set_text(std::string(1 << 20, 'x'));
   ErrorParts gathered;
-  EXPECT_THROW(for (int i = 0; i < 100; ++i) gathered.add(part), FrameworkError);
+  EXPECT_THROW(for (int i = 0; i < 100; ++i) gathered.add(received(part)), FrameworkError);
+}
+
+// A chain of so many levels, and what is to become of it.
+v1::ErrorChain manyLevels(std::size_t count) {
+  v1::ErrorChain message;
+  for (std::size_t i = 0; i < count; ++i)
+    message.add_levels()->set_text(std::to_string(i));
+  return message;
+}
+
+TEST(ErrorMessage, LevelsPastTheMostAreCountedAndMarked) {
+  constexpr std::size_t kMost = core::kMaxErrorLevels;
+  EXPECT_EQ(ErrorParts().finish(received(manyLevels(kMost + 1))).back().text, "1000");  // a mark, where our peers cut
+  for (const std::size_t count : {kMost + 2, kMost + 3, 10 * kMost}) {
+    const ReceivedError error = received(manyLevels(count));
+    EXPECT_EQ(error.levels.size(), kMost + 1);
+    const core::ErrorChain chain = ErrorParts().finish(error);
+    ASSERT_EQ(chain.size(), kMost + 1);
+    EXPECT_EQ(chain[kMost - 1].text, std::to_string(kMost - 1));
+    EXPECT_EQ(chain[kMost].text, "[" + std::to_string(count - kMost) + " more levels were left out]");
+  }
+}
+
+TEST(ErrorMessage, LevelsOfAllPartsTogetherAreCounted) {
+  ErrorParts gathered;
+  v1::ErrorChain part = manyLevels(core::kMaxErrorLevels);
+  part.mutable_levels()->rbegin()->set_continues(true);
+  gathered.add(received(part));
+  gathered.add(received(v1::ErrorChain()));  // one without levels changes nothing
+  gathered.add(received(part));              // goes on where the first left off
+  part.mutable_levels(0)->set_continues(true);
+  const core::ErrorChain chain = gathered.finish(received(part));
+  ASSERT_EQ(chain.size(), core::kMaxErrorLevels + 1);
+  EXPECT_EQ(chain[core::kMaxErrorLevels - 1].text, "9990");
+  EXPECT_EQ(chain.back().text, "[1997 more levels were left out]");
 }
 
 TEST(ErrorMessage, IdentifierThatIsNoUtf8TravelsRepaired) {
   const core::ErrorChain chain{{core::ErrorLevel::Kind::identified, "c\xFF", "n\xC0", "x"}};
-  v1::ErrorChain back;
-  ASSERT_TRUE(back.ParseFromString(toMessage(chain).SerializeAsString()));
-  EXPECT_EQ(back.levels(0).component(), "c\xEF\xBF\xBD");
+  EXPECT_EQ(received(toMessage(chain)).levels.at(0).component, "c\xEF\xBF\xBD");
 }
 
 TEST(ErrorMessage, KindOfALaterVersionBecomesUnknown) {
   v1::ErrorChain message;
   message.add_levels()->set_kind(static_cast<v1::ErrorChain::Level::Kind>(99));
   message.mutable_levels(0)->set_text("new");
-  EXPECT_EQ(fromMessage(message), (core::ErrorChain{{core::ErrorLevel::Kind::unknown, "", "", "new"}}));
+  EXPECT_EQ(received(message).levels, (core::ErrorChain{{core::ErrorLevel::Kind::unknown, "", "", "new"}}));
 }
 
 }  // namespace

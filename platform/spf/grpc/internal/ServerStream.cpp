@@ -276,9 +276,9 @@ void ServerStream::receiveRequest(Frame& frame) {
     call->request->push(std::move(frame.data),
                         frame.dataBytes);  // too many: the transfer has failed, its reader sees it
   if (frame.errorPart)
-    call->error.add(*frame.errorPart);
+    call->error.add(std::move(*frame.errorPart));
   if (frame.error)
-    call->request->fail(core::rebuildErrorChain(call->error.finish(*frame.error)));
+    call->request->fail(core::rebuildErrorChain(call->error.finish(std::move(*frame.error))));
   else if (frame.end)
     call->request->end();
   if (frame.error || frame.end)

@@ -12,11 +12,11 @@ enum WireType : std::uint32_t { kVarint = 0, kFixed64 = 1, kLength = 2, kGroupSt
 
 constexpr int kMaxGroupDepth = 100;  // as the generated parsers
 
-[[noreturn]] void malformed(const char* why) {
+}  // namespace
+
+void SliceCursor::malformed(const char* why) {
   throw FrameworkError(std::string("malformed frame: ") + why);
 }
-
-}  // namespace
 
 SliceCursor::SliceCursor(const std::vector<grpc::Slice>& slices) : slices_(slices) {
   for (const grpc::Slice& slice : slices)
@@ -89,7 +89,7 @@ std::string SliceCursor::readBytes(std::size_t nbytes) {
   std::string bytes;
   bytes.reserve(std::min(nbytes, remaining_));
   takeParts(nbytes, [&](const grpc::Slice& slice, std::size_t begin, std::size_t end) {
-    bytes.append(slice.begin() + begin, slice.begin() + end);
+    bytes.append(reinterpret_cast<const char*>(slice.begin()) + begin, end - begin);
   });
   return bytes;
 }
@@ -104,6 +104,13 @@ std::vector<grpc::Slice> SliceCursor::shareBytes(std::size_t nbytes) {
 
 void SliceCursor::skip(std::size_t nbytes) {
   takeParts(nbytes, [](const grpc::Slice&, std::size_t, std::size_t) {});
+}
+
+SliceCursor SliceCursor::takeMessage(std::size_t nbytes) {
+  SliceCursor message(*this);
+  skip(nbytes);
+  message.remaining_ = nbytes;
+  return message;
 }
 
 void SliceCursor::skipField(std::uint32_t tag) {

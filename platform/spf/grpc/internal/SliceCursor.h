@@ -25,8 +25,12 @@ class SliceCursor {
   // The next bytes as sub-slices that share the memory.
   std::vector<grpc::Slice> shareBytes(std::size_t nbytes);
   void skip(std::size_t nbytes);
+  // A cursor over the next bytes alone; this one goes on behind them.
+  SliceCursor takeMessage(std::size_t nbytes);
   // Skips the value of a field with this tag; a group with all that is in it.
   void skipField(std::uint32_t tag);
+  // Throws what all of them throw: FrameworkError, "malformed frame: ...".
+  [[noreturn]] static void malformed(const char* why);
 
  private:
   std::uint8_t readByte();

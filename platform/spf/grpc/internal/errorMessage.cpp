@@ -31,8 +31,9 @@ Level::Kind toWire(Kind kind) {
   return Level::UNKNOWN;
 }
 
-Kind fromWire(Level::Kind kind) {
-  switch (kind) {
+// Bits beyond 32 are dropped, as generated parsers do.
+Kind fromWire(std::uint64_t kind) {
+  switch (static_cast<std::uint32_t>(kind)) {
     case Level::STANDARD:
       return Kind::standard;
     case Level::IDENTIFIED:
@@ -46,6 +47,49 @@ Kind fromWire(Level::Kind kind) {
     default:
       return Kind::unknown;
   }
+}
+
+// Tags: field number and wire type (0: number, 2: length and bytes), of ErrorChain and of its Level.
+constexpr std::uint32_t kLevelsTag = 1 << 3 | 2;
+constexpr std::uint32_t kKindTag = 1 << 3 | 0;
+constexpr std::uint32_t kComponentTag = 2 << 3 | 2;
+constexpr std::uint32_t kNameTag = 3 << 3 | 2;
+constexpr std::uint32_t kTextTag = 4 << 3 | 2;
+constexpr std::uint32_t kContinuesTag = 5 << 3 | 0;
+
+std::string readUtf8(SliceCursor& message) {
+  std::string text = message.readBytes(message.readLength());
+  if (!fl::i18n::isWellFormed(std::string_view(text)))
+    SliceCursor::malformed("an error's identifier is no UTF-8");
+  return text;
+}
+
+void decodeLevel(SliceCursor message, ReceivedError& into) {
+  core::ErrorLevel level;
+  bool continues = false;
+  while (message.remaining() > 0) {
+    const std::uint32_t tag = message.readTag();
+    switch (tag) {
+      case kKindTag:
+        level.kind = fromWire(message.readVarint());
+        break;
+      case kComponentTag:
+        level.component = readUtf8(message);
+        break;
+      case kNameTag:
+        level.name = readUtf8(message);
+        break;
+      case kTextTag:
+        level.text = message.readBytes(message.readLength());
+        break;
+      case kContinuesTag:
+        continues = message.readVarint() != 0;
+        break;
+      default:
+        message.skipField(tag);
+    }
+  }
+  into.add(std::move(level), continues);
 }
 
 // What parts may add up to: the text that a chain may hold, and far more than enough for what is around it.
@@ -104,29 +148,42 @@ std::vector<v1::ErrorChain> toParts(const core::ErrorChain& chain) {
   return writer.take();
 }
 
-core::ErrorChain fromMessage(const v1::ErrorChain& message) {
-  core::ErrorChain chain;
-  bool continues = false;
-  for (const Level& level : message.levels()) {
-    if (continues)
-      chain.back().text += level.text();
+void ReceivedError::add(core::ErrorLevel level, bool goesOn) {
+  if (!continues && levels.size() <= core::kMaxErrorLevels)
+    levels.push_back(std::move(level));
+  else if (!continues)
+    ++leftOut;
+  else if (leftOut == 0)
+    levels.back().text += level.text;
+  continues = goesOn;
+}
+
+void decodeError(SliceCursor message, ReceivedError& into) {
+  into.nbytes += message.remaining();
+  while (message.remaining() > 0) {
+    const std::uint32_t tag = message.readTag();
+    if (tag == kLevelsTag)
+      decodeLevel(message.takeMessage(message.readLength()), into);
     else
-      chain.push_back({fromWire(level.kind()), level.component(), level.name(), level.text()});
-    continues = level.continues();
+      message.skipField(tag);
   }
-  return chain;
 }
 
-void ErrorParts::add(const v1::ErrorChain& part) {
-  bytes_ += part.ByteSizeLong();
-  if (bytes_ > kMaxPartsBytes)
+void ErrorParts::add(ReceivedError part) {
+  gathered_.nbytes += part.nbytes;
+  if (gathered_.nbytes > kMaxPartsBytes)
     throw FrameworkError("an error of more than " + std::to_string(kMaxPartsBytes) + " bytes");
-  gathered_.MergeFrom(part);
+  for (core::ErrorLevel& level : part.levels)
+    gathered_.add(std::move(level), false);
+  gathered_.leftOut += part.leftOut;
+  gathered_.continues = part.levels.empty() ? gathered_.continues : part.continues;
 }
 
-core::ErrorChain ErrorParts::finish(const v1::ErrorChain& last) {
-  add(last);
-  return fromMessage(gathered_);
+core::ErrorChain ErrorParts::finish(ReceivedError last) {
+  add(std::move(last));
+  if (gathered_.leftOut > 0)
+    gathered_.levels.back() = core::leftOutLevels(gathered_.leftOut + 1);
+  return std::move(gathered_.levels);
 }
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/spf/core/errorChain.h"
+#include "platform/spf/grpc/internal/SliceCursor.h"
 #include "platform/spf/grpc/transport.pb.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -19,19 +20,32 @@ v1::ErrorChain toMessage(const core::ErrorChain& chain);
 std::vector<v1::ErrorChain> toParts(const core::ErrorChain& chain);
 // The text with what is no UTF-8 in it replaced.
 std::string wellFormed(const std::string& text);
-// A kind that this code does not know becomes unknown.
-core::ErrorChain fromMessage(const v1::ErrorChain& message);
+
+// An error, or a part of one, as it arrived: levels that go on in the next have become one. Takes little more memory
+// than its texts, however many levels a peer makes of its bytes.
+struct ReceivedError {
+  core::ErrorChain levels;  // at most kMaxErrorLevels and one
+  std::size_t leftOut = 0;  // levels that came after those
+  bool continues = false;   // the text of the last level goes on in the next part
+  std::size_t nbytes = 0;   // on the wire
+
+  void add(core::ErrorLevel level, bool goesOn);
+};
+
+// Reads an ErrorChain message to its end, behind what `into` holds already, as the generated parser would. A kind that
+// this code does not know becomes unknown. FrameworkError when the bytes are no such message.
+void decodeError(SliceCursor message, ReceivedError& into);
 
 // Puts the parts of one error together.
 class ErrorParts {
  public:
   // FrameworkError when more comes than an error can have.
-  void add(const v1::ErrorChain& part);
-  core::ErrorChain finish(const v1::ErrorChain& last);
+  void add(ReceivedError part);
+  // Of levels past kMaxErrorLevels there is a mark.
+  core::ErrorChain finish(ReceivedError last);
 
  private:
-  v1::ErrorChain gathered_;
-  std::size_t bytes_ = 0;
+  ReceivedError gathered_;
 };
 
 }  // namespace agent::spf::grpc_transport::internal

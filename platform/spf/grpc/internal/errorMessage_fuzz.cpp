@@ -1,11 +1,16 @@
-// Fuzz target: any error frame becomes real nested exceptions and travels on as the same chain, in bounded memory.
+// Fuzz target: any error frame is read as the generated parser reads it, becomes real nested exceptions and travels on
+// as the same chain, in bounded memory.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "platform/errors/ustring.h"
+#include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/errorMessage.h"
+#include "platform/spf/grpc/testing/errorReference.h"
 #include "tests/fuzzing/quietProtobuf.h"
 
 namespace {
@@ -13,7 +18,10 @@ namespace {
 using namespace agent::spf;
 using core::ErrorChain;
 using core::ErrorLevel;
-using grpc_transport::internal::fromMessage;
+using grpc_transport::internal::decodeError;
+using grpc_transport::internal::ErrorParts;
+using grpc_transport::internal::ReceivedError;
+using grpc_transport::internal::SliceCursor;
 using grpc_transport::internal::toMessage;
 using grpc_transport::internal::wellFormed;
 
@@ -45,12 +53,28 @@ ErrorChain thrownAndCaught(const ErrorChain& chain) {
   return core::flattenErrorChain(core::rebuildErrorChain(chain));
 }
 
-ErrorChain sentInParts(const ErrorChain& chain) {
-  const auto parts = grpc_transport::internal::toParts(chain);
-  grpc_transport::internal::ErrorParts received;
+ReceivedError received(const std::string& bytes) {
+  const std::vector<grpc::Slice> slices{grpc::Slice(bytes)};
+  ReceivedError error;
+  decodeError(SliceCursor(slices), error);
+  return error;
+}
+
+ErrorChain sentInParts(const std::vector<v1::ErrorChain>& parts) {
+  ErrorParts gathered;
   for (std::size_t i = 0; i + 1 < parts.size(); ++i)
-    received.add(parts[i]);
-  return received.finish(parts.back());
+    gathered.add(received(parts[i].SerializeAsString()));
+  return gathered.finish(received(parts.back().SerializeAsString()));
+}
+
+// Each level in a part of its own.
+std::vector<v1::ErrorChain> levelByLevel(const v1::ErrorChain& message) {
+  std::vector<v1::ErrorChain> parts(1);
+  for (const auto& level : message.levels()) {
+    *parts.back().add_levels() = level;
+    parts.emplace_back();
+  }
+  return parts;
 }
 
 void requireMarked(const ErrorChain& found, const ErrorChain& expected) {
@@ -64,24 +88,35 @@ void requireMarked(const ErrorChain& found, const ErrorChain& expected) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t nbytes) {
   quietProtobuf();
+  const std::string bytes(reinterpret_cast<const char*>(data), nbytes);
   v1::ErrorChain message;
-  if (!message.ParseFromArray(data, static_cast<int>(nbytes)))
+  const bool parses = message.ParseFromString(bytes);
+  ReceivedError error;
+  try {
+    error = received(bytes);
+  } catch (const FrameworkError&) {
+    require(!parses);
     return 0;
-  const ErrorChain received = fromMessage(message);
-  const ErrorChain expected = asThrown(received);
-  const ErrorChain found = thrownAndCaught(received);
-  if (received.empty())
-    require(found.size() == 1);  // says that there was an error, and no more
-  else if (received.size() <= core::kMaxErrorLevels + 1)
-    require(found == expected);
+  }
+  require(parses && agent::spf::testing::saysTheSame(error, message));
+
+  const ErrorChain whole = agent::spf::testing::chainOf(message);
+  const ErrorChain chain = ErrorParts().finish(error);
+  if (whole.size() <= core::kMaxErrorLevels + 1)
+    require(chain == whole);
   else
-    requireMarked(found, expected);
+    requireMarked(chain, whole);
+  require(sentInParts(levelByLevel(message)) == chain);
+
+  const ErrorChain found = thrownAndCaught(chain);
+  if (chain.empty())
+    require(found.size() == 1);  // says that there was an error, and no more
+  else
+    require(found == asThrown(chain));
   require(thrownAndCaught(found) == found);
 
-  v1::ErrorChain again;
-  require(again.ParseFromString(toMessage(found).SerializeAsString()));
-  require(fromMessage(again) == found);
-  require(sentInParts(found) == found);
+  require(sentInParts({toMessage(found)}) == found);
+  require(sentInParts(grpc_transport::internal::toParts(found)) == found);
   for (const std::size_t maxBytes : {0, 5, 100, 1200})
     require(core::summaryOf(found, maxBytes).size() <= std::max<std::size_t>(maxBytes, 6));
   return 0;
