@@ -1,4 +1,4 @@
-// What frames ask of the memory.
+// What frames ask of the memory, and what becomes of them when they do not get it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,7 +13,10 @@
 namespace agent::spf::grpc_transport::internal {
 namespace {
 
+using allocation_testing::failEachAllocation;
 using allocation_testing::requestedBytes;
+
+const std::string kLong = " with a text that is too long to be kept inside a string object";
 
 grpc::ByteBuffer messageOf(const std::string& bytes) {
   std::vector<grpc::Slice> slices;
@@ -80,6 +83,65 @@ TEST(FrameAllocation, TextOfAnErrorIsCopiedOnce) {
   const std::size_t before = requestedBytes();
   EXPECT_GT(decodeFrame(message).error->levels.at(0).text.size(), kMaxFrameBytes - 100);
   EXPECT_LE(requestedBytes() - before, kMaxFrameBytes + kMaxFrameBytes / 8);
+}
+
+FrameEnvelope exampleEnvelope() {
+  v1::CallHead call;
+  call.set_method("method" + kLong);
+  v1::ReplyHead reply;
+  reply.add_capabilities(v1::ERROR_PARTS);
+  const core::ErrorChain chain{
+      {core::ErrorLevel::Kind::identified, "component" + kLong, "name" + kLong, "text" + kLong},
+      {core::ErrorLevel::Kind::standard, "", "", "inner" + kLong}};
+  return {encodeCallHead(call) + encodeReplyHead(reply), true, encodeError(toMessage(chain))};
+}
+
+TEST(OutOfMemory, EncodingAFrameThrows) {
+  EXPECT_GT(failEachAllocation([] { exampleEnvelope(); }), 20);
+  const FrameEnvelope envelope = exampleEnvelope();
+  const std::string data(5000, 'd');
+  const grpc::Slice slice(data);
+  EXPECT_GT(failEachAllocation([&] { encodeSmallFrame(envelope, data.data(), data.size()); }), 1);
+  EXPECT_GT(failEachAllocation([&] { encodeFrame(envelope, slice); }), 1);
+}
+
+TEST(OutOfMemory, DecodingAFrameThrows) {
+  const std::string data(5000, 'd');
+  const grpc::ByteBuffer message = encodeFrame(exampleEnvelope(), grpc::Slice(data));
+  Frame frame;
+  EXPECT_GT(
+      failEachAllocation([&] { frame = decodeFrame(message); }, [&] { return !frame.call && frame.data.empty(); }), 8);
+  EXPECT_EQ(frame.call->method(), "method" + kLong);
+  EXPECT_EQ(frame.dataBytes, data.size());
+  EXPECT_EQ(frame.error->levels.at(1).text, "inner" + kLong);
+}
+
+TEST(OutOfMemory, DecodingAMalformedFrameThrows) {
+  const grpc::ByteBuffer message = messageOf("\x1A\x05x");
+  const auto refuse = [&] {
+    try {
+      decodeFrame(message);
+      ADD_FAILURE() << "the frame was accepted";
+    } catch (const FrameworkError&) {
+    }
+  };
+  EXPECT_GT(failEachAllocation(refuse), 1);
+}
+
+// Through the parts of an error and back.
+TEST(OutOfMemory, TakingAnErrorApartAndPuttingItTogetherThrows) {
+  const core::ErrorChain chain{{core::ErrorLevel::Kind::standard, "", "", std::string(2 * kErrorPartBytes, 'x')},
+                               {core::ErrorLevel::Kind::identified, "component" + kLong, "name\xFF" + kLong, "text"}};
+  core::ErrorChain back;
+  const auto send = [&] {
+    ErrorParts gathered;
+    const std::vector<v1::ErrorChain> parts = toParts(chain);
+    for (std::size_t i = 0; i + 1 < parts.size(); ++i)
+      gathered.add(*decodeFrame(messageOf(encodeErrorPart(parts[i]))).errorPart);
+    back = gathered.finish(*decodeFrame(messageOf(encodeError(parts.back()))).error);
+  };
+  EXPECT_GT(failEachAllocation(send, [&] { return back.empty(); }), 30);
+  EXPECT_EQ(back.at(0), chain[0]);
 }
 
 }  // namespace

@@ -95,8 +95,14 @@ void decodeLevel(SliceCursor message, ReceivedError& into) {
 // What parts may add up to: the text that a chain may hold, and far more than enough for what is around it.
 constexpr std::size_t kMaxPartsBytes = 2 * core::kMaxErrorBytes;
 
+// Room first: a repeated field that has none, and gets none, forgets the new element.
+Level* addEmptyLevel(v1::ErrorChain& to) {
+  to.mutable_levels()->Reserve(to.levels_size() + 1);
+  return to.add_levels();
+}
+
 Level* addLevel(const core::ErrorLevel& level, v1::ErrorChain& to) {
-  Level* added = to.add_levels();
+  Level* added = addEmptyLevel(to);
   added->set_kind(toWire(level.kind));
   added->set_component(wellFormed(level.component));
   added->set_name(wellFormed(level.name));
@@ -115,7 +121,7 @@ class PartsWriter {
       rest.remove_prefix(room_);
       parts_.emplace_back();
       room_ = kErrorPartBytes;
-      to = parts_.back().add_levels();
+      to = addEmptyLevel(parts_.back());
     }
     to->set_text(std::string(rest));
     room_ -= rest.size();
