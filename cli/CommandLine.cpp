@@ -3,17 +3,19 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
-#include <limits>
 #include <map>
 #include <set>
 #include <string_view>
 
+#include "scheduler/optionValues.h"
+
 namespace zks {
 namespace {
 
-constexpr double kMostSeconds = 1e9;
-// What fits into the sizes of calls.
-constexpr std::uint64_t kLargestSize = std::numeric_limits<std::int64_t>::max();
+using parallel::scheduler::notEmpty;
+using parallel::scheduler::secondsAboveZero;
+using parallel::scheduler::secondsFromZero;
+using parallel::scheduler::sizeInBytes;
 
 constexpr const char* kExamples = R"(
 Examples:
@@ -129,8 +131,6 @@ void checkRun(const RunOptions& run) {
   refuseRepeats(names, "the input file");
   std::for_each(run.outputs.begin(), run.outputs.end(), checkOutputName);
   refuseRepeats(run.outputs, "--output");
-  if (run.seconds && !(*run.seconds > 0 && *run.seconds < 1e9))
-    refuse("--time is a number of seconds greater than 0");
 }
 
 ReplyKind parseReplyKind(std::string_view word) {
@@ -160,6 +160,13 @@ std::vector<ReplyKind> parseReplyKinds(const std::vector<std::string>& lists) {
   return kinds;
 }
 
+std::string firstLine(std::string text) {
+  text.erase(std::min(text.find('\n'), text.size()));
+  while (!text.empty() && (text.back() == '.' || text.back() == ' '))
+    text.pop_back();
+  return text;
+}
+
 struct Grammar {
   CLI::App app{"zks: run commands and call methods on a job-scheduler service (ZKS)", "zks"};
   CommandLine line;
@@ -177,7 +184,6 @@ struct Grammar {
 
   Grammar() {
     app.set_version_flag("--version", std::string("zks ") + ZKS_VERSION);
-    app.require_subcommand(1);
     app.footer(kExamples);
     addConnection();
     app.add_option("--log", line.global.logLevel, "Log records on standard error: off, error, warning, detail or trace")
@@ -192,11 +198,12 @@ struct Grammar {
 
   void addConnection() {
     CLI::Option* address = app.add_option("--address", line.global.address,
-                                          "The service: unix:PATH or HOST:PORT (default: one inside zks)");
+                                          "The service: unix:PATH or HOST:PORT (default: one inside zks)")
+                               ->check(notEmpty());
     CLI::Option* tls = app.add_option("--tls", line.global.tlsDirectory,
                                       "The client's credentials for HOST:PORT: ca.pem, client.pem, client-key.pem and "
                                       "token (default: $ZKS_TLS, or ~/.local/state/zks/tls)");
-    tls->type_name("DIR")->needs(address);
+    tls->type_name("DIR")->needs(address)->check(notEmpty());
     app.add_flag("--insecure", line.global.insecure,
                  "Connect to HOST:PORT in plain text, which others can read and alter")
         ->needs(address)
@@ -208,16 +215,12 @@ struct Grammar {
         ->needs(address);
     app.add_option("--max-reply", line.global.maxReplyBytes, "Refuse larger replies; in bytes or as 512M, 2G")
         ->type_name("BYTES")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::Range(std::uint64_t{0}, kLargestSize))
+        ->transform(sizeInBytes())
         ->needs(address);
   }
 
   CLI::Option* addSeconds(const char* name, double& target, const char* help) {
-    return app.add_option(name, target, help)
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, kMostSeconds))
-        ->capture_default_str();
+    return app.add_option(name, target, help)->type_name("SECONDS")->check(secondsFromZero())->capture_default_str();
   }
 
   CLI::App* addCommand(const char* name, const char* help, const char* footer) {
@@ -231,31 +234,42 @@ struct Grammar {
     runCommand = addCommand("run", "Run a command on the service: zks run [OPTIONS] -- COMMAND ARG...", kRunExits);
     addRepeated(*runCommand, "--file", run.files, "PATH", "A file to send along");
     addRepeated(*runCommand, "--output", run.outputs, "NAME", "A file that the task makes, to fetch");
-    runCommand->add_option("--to", run.directory, "Where outputs go")->type_name("DIR")->capture_default_str();
+    runCommand->add_option("--to", run.directory, "Where outputs go")
+        ->type_name("DIR")
+        ->check(notEmpty())
+        ->capture_default_str();
     addRepeated(*runCommand, "--env", environment, "NAME=VALUE", "Set an environment variable of the task");
-    runCommand->add_option("--time", seconds, "The longest that the task may run")->type_name("SECONDS");
+    runCommand->add_option("--time", seconds, "The longest that the task may run")
+        ->type_name("SECONDS")
+        ->check(secondsAboveZero());
     runCommand->add_option("--memory", run.memoryBytes, "The address space of each process, in bytes or as 512M, 2G")
         ->type_name("BYTES")
-        ->transform(CLI::AsSizeValue(false));
+        ->transform(sizeInBytes(1));
   }
 
   void addEcho() {
     echoCommand = addCommand("echo", "Send items to the service and compare what comes back", kItemHelp);
     echoItems.emplace(*echoCommand);
-    echoCommand->add_option("--save", echo.saveDirectory, "Keep what came back as files here")->type_name("DIR");
+    echoCommand->add_option("--save", echo.saveDirectory, "Keep what came back as files here")
+        ->type_name("DIR")
+        ->check(notEmpty());
   }
 
   void addCall() {
     callCommand = addCommand("call", "Call a method by its name and show the reply", kItemHelp);
-    callCommand->add_option("METHOD", call.method, "The method")->required();
+    callCommand->add_option("METHOD", call.method, "The method")->required()->check(notEmpty());
     callItems.emplace(*callCommand);
     addRepeated(*callCommand, "--reply", replyLists, "KINDS",
                 "The kinds of the reply's items, which a reply does not tell: array,protobuf,plain,file,file:PATH");
-    callCommand->add_option("--save", call.saveDirectory, "Keep what came back as files here")->type_name("DIR");
+    callCommand->add_option("--save", call.saveDirectory, "Keep what came back as files here")
+        ->type_name("DIR")
+        ->check(notEmpty());
   }
 
   // What CLI11 has parsed, checked further.
   CommandLine result(std::vector<std::string> command) {
+    if (app.get_subcommands().empty())
+      refuse("there is no command; the commands are run, echo and call");
     if (!runCommand->parsed() && !command.empty())
       refuse("only \"run\" takes a command after --");
     if (runCommand->parsed()) {
@@ -276,6 +290,15 @@ struct Grammar {
     return line;
   }
 
+  // CLI11 takes a word in a command's place for one too many.
+  std::string complaint(const CLI::ParseError& error) const {
+    const std::vector<std::string> words = app.remaining();
+    const bool isCommand = app.get_subcommands().empty() && !words.empty() && !words.front().starts_with('-');
+    if (isCommand && dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
+      return "there is no command \"" + words.front() + "\"; the commands are run, echo and call";
+    return firstLine(error.what());
+  }
+
   std::string helpHint() const {
     for (const CLI::App* command : {runCommand, echoCommand, callCommand}) {
       if (command->parsed())
@@ -292,13 +315,6 @@ struct Grammar {
     return app.help();
   }
 };
-
-std::string firstLine(std::string text) {
-  text.erase(std::min(text.find('\n'), text.size()));
-  while (!text.empty() && (text.back() == '.' || text.back() == ' '))
-    text.pop_back();
-  return text;
-}
 
 }  // namespace
 
@@ -318,7 +334,7 @@ std::variant<CommandLine, EarlyExit> parseCommandLine(std::vector<std::string> a
   } catch (const CLI::CallForVersion& version) {
     return EarlyExit{0, std::string(version.what()) + "\n"};
   } catch (const CLI::ParseError& error) {
-    return EarlyExit{kUsageExit, firstLine(error.what()) + "; " + grammar.helpHint() + " tells more"};
+    return EarlyExit{kUsageExit, grammar.complaint(error) + "; " + grammar.helpHint() + " tells more"};
   }
 }
 

@@ -160,11 +160,43 @@ TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
 }
 
 TEST(CommandLine, WrongWordsAreUsageErrorsOfOneLine) {
-  expectUsageError({}, "\"zks --help\" tells more");
-  expectUsageError({"jump"}, "\"zks --help\" tells more");
+  expectUsageError({}, "the commands are run, echo and call; \"zks --help\" tells more");
+  expectUsageError({"jump"}, "there is no command \"jump\"; the commands are run, echo and call");
+  expectUsageError({"--jump"}, "--jump");
+  expectUsageError({"--jump", "echo"}, "--jump");
   expectUsageError({"echo", "--nonsense"}, "--nonsense");
   expectUsageError({"echo", "--plain"}, "--plain");
   expectUsageError({"echo", "--", "x"}, "only \"run\"");
+}
+
+TEST(CommandLine, ValuesThatAreEmptyAreNoDefaults) {
+  for (const Words& words :
+       {Words{"--address", "", "echo"}, Words{"--address", "h:1", "--tls", "", "echo"}, Words{"echo", "--save", ""},
+        Words{"call", "m", "--save", ""}, Words{"run", "--to", "", "--", "true"}, Words{"call", ""}})
+    expectUsageError(words, "its value is empty");
+}
+
+TEST(CommandLine, NumbersThatCannotBeMeantAreShownWithWhatIsWanted) {
+  for (const char* value : {"soon", "-1", "nan", "1e10", "", "1 s"})
+    expectUsageError(
+        {"--address", "h:1", "--connect-timeout", value, "echo"},
+        std::string("--connect-timeout: \"") + value + "\" is not a number of seconds from 0 to 1000000000");
+  for (const char* value : {"12X", "-1", "1.5G", "0", "", "G", "16E", "9223372036854775808"})
+    expectUsageError({"run", "--memory", value, "--", "true"},
+                     std::string("--memory: \"") + value + "\" is not a number of bytes above 0 such as");
+}
+
+TEST(CommandLine, SizesHaveUnitsOf1024) {
+  for (const auto& [text, bytes] :
+       std::vector<std::pair<const char*, std::uint64_t>>{{"17", 17},
+                                                          {"17b", 17},
+                                                          {"3K", 3 << 10},
+                                                          {"3kb", 3 << 10},
+                                                          {"3KiB", 3 << 10},
+                                                          {"2m", 2 << 20},
+                                                          {"7E", 7ULL << 60},
+                                                          {"9223372036854775807", (1ULL << 63) - 1}})
+    EXPECT_EQ(parsed<RunOptions>({"run", "--memory", text, "--", "true"}).memoryBytes, bytes) << text;
 }
 
 TEST(CommandLine, HelpTellsOfEachCommandAndShowsExamples) {

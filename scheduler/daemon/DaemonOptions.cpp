@@ -2,19 +2,24 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
 
 #include "platform/logging/sinks.h"
+#include "scheduler/optionValues.h"
 
 namespace parallel::scheduler {
 
 namespace {
 
 constexpr int kUsageError = 2;
-constexpr double kMostSeconds = 1e9;
-// What fits into the sizes of calls.
-constexpr std::uint64_t kLargestSize = std::numeric_limits<std::int64_t>::max();
+
+CLI::Validator hostAndPort() {
+  const auto isFit = [](const std::string& text) {
+    const std::size_t colon = text.rfind(':');
+    return colon != std::string::npos && colon > 0 && wholeNumber(0, 65535)(text.substr(colon + 1)).empty();
+  };
+  return internal::optionValue(isFit, "HOST:PORT with a port from 0 to 65535");
+}
 
 struct RawOptions {
   DaemonOptions options;
@@ -27,14 +32,14 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
   auto* socket = app.add_option("--socket", options.socket,
                                 "Listen on this socket file, which only its user can open "
                                 "(default: $XDG_RUNTIME_DIR/zks/zksd.sock, or /tmp/zks-UID/zksd.sock)");
-  socket->type_name("PATH");
+  socket->type_name("PATH")->check(notEmpty());
   auto* listen =
       app.add_option("--listen", options.listen, "Listen on TCP, with TLS unless told otherwise. Port 0: any free one");
-  listen->type_name("HOST:PORT")->excludes(socket);
+  listen->type_name("HOST:PORT")->excludes(socket)->check(hostAndPort());
   auto* tls = app.add_option("--tls", options.tlsDirectory,
                              "Keep the service's and the clients' credentials here; made if missing "
                              "(default: $ZKS_TLS, $XDG_STATE_HOME/zks/tls or ~/.local/state/zks/tls)");
-  tls->type_name("DIR")->needs(listen);
+  tls->type_name("DIR")->needs(listen)->check(notEmpty());
   auto* name = app.add_option("--tls-name", options.tlsNames,
                               "A name or address by which clients call this machine, for its certificate; repeatable");
   name->type_name("NAME")->needs(listen)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -46,18 +51,18 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
       ->excludes(name);
   app.add_option("--slots", options.slots, "Tasks that run at once (default: the cores of this machine)")
       ->type_name("N")
-      ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}));
+      ->check(wholeNumber(1, 1'000'000));
   app.add_option("--scratch", options.scratch, "Make the tasks' directories in this one (default: $TMPDIR or /tmp)")
       ->type_name("DIR")
+      ->check(notEmpty())
       ->check(CLI::ExistingDirectory);
   app.add_option("--max-request", options.maxRequestBytes, "Refuse larger requests; in bytes or as 512M, 2G")
       ->type_name("BYTES")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::Range(std::uint64_t{0}, kLargestSize));
+      ->transform(sizeInBytes());
   app.add_option("--idle-timeout", options.idleSeconds,
                  "How long a request may pause while it is received; 0: for ever")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, kMostSeconds))
+      ->check(secondsFromZero())
       ->capture_default_str();
   app.add_option("--log", raw.logWord, "Say more or less on standard error: off, error, warning, detail, trace")
       ->type_name("LEVEL")
@@ -86,7 +91,7 @@ ParsedArguments parseArguments(std::vector<std::string> arguments, std::ostream&
     app.exit(success, out, error);
     return {std::nullopt, 0};
   } catch (const CLI::ParseError& problem) {
-    error << "zksd: " << problem.what() << "\nRun zksd --help for the options.\n";
+    error << "zksd: " << problem.what() << "; \"zksd --help\" tells more\n";
     return {std::nullopt, kUsageError};
   }
   return {raw.options, 0};

@@ -31,6 +31,7 @@ void expectUsageError(std::vector<std::string> arguments, const std::string& tex
   EXPECT_EQ(outcome.parsed.exitCode, 2);
   EXPECT_EQ(outcome.out, "");
   EXPECT_THAT(outcome.error, HasSubstr(text));
+  EXPECT_EQ(outcome.error.find('\n'), outcome.error.size() - 1) << "it is one line";
 }
 
 TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
@@ -87,6 +88,11 @@ TEST(DaemonOptions, UsageErrorsNameTheOption) {
   expectUsageError({"--slots", "many"}, "--slots");
   expectUsageError({"--scratch", "/no/such/directory"}, "/no/such/directory");
   expectUsageError({"--log", "loud"}, "--log");
+  for (const char* address : {"h", ":1", "h:", "h:x", "h:65536", "unix:/x"})
+    expectUsageError({"--listen", address, "--insecure"}, "is not HOST:PORT");
+  for (const char* option : {"--socket", "--scratch"})
+    expectUsageError({option, ""}, "its value is empty");
+  expectUsageError({"--listen", "h:1", "--tls", ""}, "its value is empty");
   expectUsageError({"--no-such-option"}, "--no-such-option");
   expectUsageError({"argument"}, "argument");
 }
