@@ -99,6 +99,22 @@ TEST_P(TransportsFlow, ThreadsThatCallOverAndOverGetTheirOwnReplies) {
   EXPECT_EQ(wrong, 0);
 }
 
+TEST_P(TransportsFlow, QuickMethodThatOnceWaitsForAnotherCallHoldsItUpNot) {
+  service().add("open", [probe = probe()](ServerCall&) { probe->mayGoOn.set_value(); });
+  serve("quick", [open = probe()->mayGoOn.get_future().share()](ServerCall& call) {
+    if (readAll(call.request()) == "wait")
+      open.wait();
+  });
+  for (int i = 0; i < 100; ++i)
+    call(client(), "quick", "");
+  std::vector<core::testing::ReplyFuture> waiting;
+  for (int i = 0; i < 3; ++i)
+    waiting.push_back(core::testing::start(client(), "quick", sourceOf("wait")));
+  call(client(), "open", "");
+  for (auto& reply : waiting)
+    EXPECT_EQ(readAll(*await(reply)->getImportedIstream()), "");
+}
+
 // How far a writer got whose reader does nothing, after far more time than it needs to fill every buffer on its way:
 // the other calls in the meantime also show that it holds up nobody else.
 long stalledAt(core::Invokable& client, const std::atomic<long>& bytes) {

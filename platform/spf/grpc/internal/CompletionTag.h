@@ -14,6 +14,11 @@ class CompletionTag {
   virtual void complete(bool ok) = 0;
 };
 
+inline void complete(void* tag, bool ok) {
+  takenOver(tag);
+  static_cast<CompletionTag*>(tag)->complete(ok);
+}
+
 // Serves the next completion; false when the queue has been shut down and drained.
 template <class Queue>
 bool serveCompletion(Queue& queue) {
@@ -21,8 +26,7 @@ bool serveCompletion(Queue& queue) {
   bool ok = false;
   if (!queue.Next(&tag, &ok))
     return false;
-  takenOver(tag);
-  static_cast<CompletionTag*>(tag)->complete(ok);
+  complete(tag, ok);
   return true;
 }
 

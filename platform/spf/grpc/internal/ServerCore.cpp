@@ -31,7 +31,7 @@ void setArguments(grpc::ServerBuilder& builder, const ServerOptions& options) {
 ServerCore::ServerCore(std::shared_ptr<const core::Service> service, const ServerOptions& options)
     : service_(std::move(service)), options_(options), address_(options.address) {
   listen();
-  workers_.run([this] { serveQueue(); });
+  queue_->start();
   acceptNext();
 }
 
@@ -47,7 +47,7 @@ void ServerCore::listen() {
     int port = 0;
     builder.AddListeningPort(address_, serverCredentials(options_.credentials), &port);
     builder.RegisterAsyncGenericService(&generic_);
-    queue_ = builder.AddCompletionQueue();
+    queue_ = std::make_unique<ServerQueue>(builder.AddCompletionQueue(), workers_);
     server_ = builder.BuildAndStart();
     if (server_ != nullptr && port != 0) {
       if (!isUnixAddress(address_))
@@ -57,30 +57,8 @@ void ServerCore::listen() {
     why = "the address cannot be used";
   }
   if (queue_ != nullptr)
-    queue_->Shutdown();
+    queue_->shutdown();
   throw FrameworkError("Cannot listen at " + address_ + ": " + why + ".");
-}
-
-void ServerCore::serveQueue() {
-  while (serveCompletion(*queue_)) {
-    if (!deferred_)
-      continue;
-    const std::function<void()> task = std::exchange(deferred_, nullptr);
-    const bool handedOn = handQueueOn();
-    task();
-    if (handedOn)
-      return;
-  }
-}
-
-// False when there is no thread to take it: the calls then have to wait for each other.
-bool ServerCore::handQueueOn() {
-  try {
-    workers_.run([this] { serveQueue(); });
-    return true;
-  } catch (const std::system_error&) {
-    return false;
-  }
 }
 
 void ServerCore::runBlocking(const std::function<void()>& task) {
@@ -145,7 +123,7 @@ ServerCore::~ServerCore() {
     std::unique_lock lock(mutex_);
     someGone_.wait(lock, [this] { return streamCount_ == 0; });
   }
-  queue_->Shutdown();
+  queue_->shutdown();
   workers_.join();
 }
 

@@ -1,7 +1,4 @@
 // What the streams of one server share: the listening server, its completion queue and its threads.
-//
-// One thread serves the queue at a time. When a call has come in, that thread hands the queue to another and runs the
-// call's handler itself: the call does not wait for a thread to wake.
 #pragma once
 
 #include <grpcpp/completion_queue.h>
@@ -19,6 +16,8 @@
 #include "platform/spf/core/Service.h"
 #include "platform/spf/core/internal/WorkerThreads.h"
 #include "platform/spf/grpc/Server.h"
+#include "platform/spf/grpc/internal/QuickMethods.h"
+#include "platform/spf/grpc/internal/ServerQueue.h"
 #include "platform/spf/grpc/internal/ServerStream.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -39,7 +38,7 @@ class ServerCore {
   // For its streams.
   const core::Service& service() const noexcept { return *service_; }
   grpc::AsyncGenericService& generic() noexcept { return generic_; }
-  grpc::ServerCompletionQueue* queue() noexcept { return queue_.get(); }
+  grpc::ServerCompletionQueue* queue() noexcept { return queue_->queue(); }
   void acceptNext();
   bool isDraining();
   // A stream has been opened for calls of the service.
@@ -48,23 +47,22 @@ class ServerCore {
   void gone(bool wasConversing);
   // Runs the task on a thread that may block; on this one if there is no other to be had.
   void runBlocking(const std::function<void()>& task);
-  // Runs the task on the queue's thread, after it has handed the queue on. Once per completion, and only from there.
-  void runHere(std::function<void()> task) { deferred_ = std::move(task); }
+  // Runs a handler on the thread that serves the queue, soon. Once per completion, and only from there.
+  void runHere(std::function<void()> handler, bool isQuick) { queue_->runNext(std::move(handler), isQuick); }
+  QuickMethods& quickMethods() noexcept { return quickMethods_; }
 
  private:
   void listen();
   void drain(std::chrono::milliseconds grace);
-  void serveQueue();
-  bool handQueueOn();
 
   const std::shared_ptr<const core::Service> service_;
   const ServerOptions options_;
   std::string address_;
   grpc::AsyncGenericService generic_;
-  std::unique_ptr<grpc::ServerCompletionQueue> queue_;
+  std::unique_ptr<ServerQueue> queue_;
+  QuickMethods quickMethods_;
   std::unique_ptr<grpc::Server> server_;
   core::internal::WorkerThreads workers_;
-  std::function<void()> deferred_;  // belongs to the thread that serves the queue
 
   std::mutex mutex_;
   std::condition_variable someGone_;

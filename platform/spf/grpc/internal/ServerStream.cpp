@@ -1,6 +1,7 @@
 #include "platform/spf/grpc/internal/ServerStream.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "platform/spf/core/errorChain.h"
@@ -247,7 +248,8 @@ void ServerStream::receive(Frame frame) {
     ++serving_;
   }
   // Not before: the handler of a small call finds its whole request there.
-  server_.runHere([self = shared_from_this(), call = current()] { self->serve(call); });
+  const bool isQuick = frame.end && server_.quickMethods().contains(frame.call->method());
+  server_.runHere([self = shared_from_this(), call = current()] { self->serve(call); }, isQuick);
 }
 
 void ServerStream::beginCall(const v1::CallHead& head) {
@@ -305,7 +307,10 @@ void ServerStream::serve(const CallPointer& call) noexcept {
   options.beforeEnd = [this, &call] { markReplyEnded(*call); };
   options.brokenText = [] { return "The call was abandoned by its client, or the connection to it is gone."; };
   FrameOutlet outlet(sender_, buffers_, std::move(options));
+  const auto begin = std::chrono::steady_clock::now();
   reply(*call, outlet);
+  if (server_.service().find(call->head.method()) != nullptr)
+    server_.quickMethods().note(call->head.method(), std::chrono::steady_clock::now() - begin);
   {
     const std::lock_guard lock(mutex_);
     --serving_;
