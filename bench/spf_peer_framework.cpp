@@ -93,7 +93,7 @@ class FrameworkPeer : public Peer {
     using Reply = std::shared_ptr<core::ImportedDataSource>;
     auto promise = std::make_shared<std::promise<Reply>>();
     auto future = promise->get_future();
-    client_->invoke({}, method, core::promiseCompletingHandler<Reply>(std::move(promise)),
+    client_->invoke({}, method, core::promiseCompletingHandler<Reply>(std::move(promise), {.waits = true}),
                     core::GenericPayload(std::move(request)), 0);
     return future.get()->getImportedIstream();
   }

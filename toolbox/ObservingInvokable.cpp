@@ -179,7 +179,7 @@ void ObservingInvokable::invoke(agent::spf::core::CallTag tag, const std::string
     original->succeed(observeReply(std::move(reply), observation));
   };
   auto failure = [original](std::exception_ptr error) { original->fail(std::move(error)); };
-  CompletionHandler observed(std::move(success), std::move(failure), original->companions(), original->givenUp());
+  CompletionHandler observed(std::move(success), std::move(failure), original->companions(), original->caller());
   next_->invoke(tag, method, std::move(observed), observeRequest(std::move(request), observation_), flags);
 }
 

@@ -99,7 +99,8 @@ OutputPayload TransportClient::invokeMethod(std::string method, InputPayload&& p
   const auto promise = std::make_shared<std::promise<Reply>>();
   std::future<Reply> reply = promise->get_future();
   const GiveUpOnExit giveUp;
-  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise, giveUp.token()), std::move(request), 0);
+  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise, {.givenUp = giveUp.token(), .waits = true}),
+                    std::move(request), 0);
   invokable.reset();
 
   waitForReply(reply);
@@ -112,7 +113,7 @@ void TransportClient::invokeMethod(std::string method, const std::string& bytes)
   std::shared_ptr<Invokable> invokable = getInvokable();
   const auto promise = std::make_shared<std::promise<void>>();
   std::future<void> answered = promise->get_future();
-  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise),
+  invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise, {.waits = true}),
                     GenericPayload(std::make_shared<std::string>(bytes)), 0);
   invokable.reset();
   answered.get();

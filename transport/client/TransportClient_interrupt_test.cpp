@@ -129,10 +129,10 @@ TEST_F(InterruptedCall, PayloadFormGivesTheCallUpWhenItIsInterruptedAndNotBefore
     callWithPayload();
   });
   const ReceivedCall call = service_->take();
-  EXPECT_FALSE(call.handler.givenUp().stop_requested());
+  EXPECT_FALSE(call.handler.caller().givenUp.stop_requested());
   utInterruptState::request();
   EXPECT_THROW(caller.finish(), Corvane::System::InterruptException);
-  EXPECT_TRUE(call.handler.givenUp().stop_requested());
+  EXPECT_TRUE(call.handler.caller().givenUp.stop_requested());
 }
 
 TEST_F(InterruptedCall, LateReplyIsStoredAndDroppedWithItsHandler) {

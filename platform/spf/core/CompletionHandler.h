@@ -11,12 +11,19 @@
 
 namespace agent::spf::core {
 
-// Threads: the framework calls exactly one of the two, on a thread of its own; a callback does not block and does not
-// throw (what it throws is dropped).
-//
-// The caller may give the call up before it has an outcome, by a stop request: the framework then cancels the call at
-// the service, and the handler gets Terminated, on the thread that made the request. After the outcome a stop request
-// has no effect.
+// What the framework knows of the caller as long as the call has no outcome.
+struct Caller {
+  // A stop request gives the call up: the framework cancels it at the service, and the handler gets Terminated, on the
+  // thread that made the request. After the outcome it has no effect. Without an associated state: the call cannot be
+  // given up.
+  std::stop_token givenUp = {};
+  // The caller does nothing until the outcome is there. So invoke() may keep its thread for a moment, a few
+  // milliseconds at most, and call the handler on it: a reply that comes soon then wakes no thread.
+  bool waits = false;
+};
+
+// Threads: the framework calls exactly one of the two, on a thread of its own unless the caller waits or has given up;
+// a callback does not block and does not throw (what it throws is dropped).
 class CompletionHandler {
  public:
   using Success = std::function<void(GenericPayload)>;
@@ -24,11 +31,11 @@ class CompletionHandler {
   using Companions = std::vector<std::function<void()>>;
 
   CompletionHandler() = default;
-  CompletionHandler(Success success, Error error, Companions companions = {}, std::stop_token givenUp = {})
+  CompletionHandler(Success success, Error error, Companions companions = {}, Caller caller = {})
       : success_(std::move(success)),
         error_(std::move(error)),
         companions_(std::move(companions)),
-        givenUp_(std::move(givenUp)) {}
+        caller_(std::move(caller)) {}
   CompletionHandler(CompletionHandler&&) noexcept = default;
   CompletionHandler& operator=(CompletionHandler&&) noexcept = default;
   CompletionHandler(const CompletionHandler&) = delete;
@@ -41,14 +48,13 @@ class CompletionHandler {
   // Callables that travel with the handler unchanged, for its owner's use.
   const Companions& companions() const noexcept { return companions_; }
 
-  // Where the caller's stop request arrives; without an associated state when the caller cannot give up.
-  const std::stop_token& givenUp() const noexcept { return givenUp_; }
+  const Caller& caller() const noexcept { return caller_; }
 
  private:
   Success success_;
   Error error_;
   Companions companions_;
-  std::stop_token givenUp_;
+  Caller caller_;
 };
 
 }  // namespace agent::spf::core

@@ -102,11 +102,11 @@ TEST(PromiseCompletingHandler, StoresTheVeryErrorObject) {
 TEST(PromiseCompletingHandler, CarriesTheCallersStopRequest) {
   std::stop_source source;
   const auto promise = std::make_shared<std::promise<void>>();
-  const CompletionHandler handler = promiseCompletingHandler<void>(promise, source.get_token());
-  EXPECT_FALSE(handler.givenUp().stop_requested());
+  const CompletionHandler handler = promiseCompletingHandler<void>(promise, {source.get_token()});
+  EXPECT_FALSE(handler.caller().givenUp.stop_requested());
   source.request_stop();
-  EXPECT_TRUE(handler.givenUp().stop_requested());
-  EXPECT_FALSE(promiseCompletingHandler<void>(promise).givenUp().stop_possible());
+  EXPECT_TRUE(handler.caller().givenUp.stop_requested());
+  EXPECT_FALSE(promiseCompletingHandler<void>(promise).caller().givenUp.stop_possible());
 }
 
 TEST(Service, FindsItsMethodsAndListsThemForAnUnknownOne) {

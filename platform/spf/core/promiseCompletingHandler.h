@@ -3,7 +3,6 @@
 
 #include <future>
 #include <memory>
-#include <stop_token>
 #include <type_traits>
 #include <utility>
 
@@ -13,9 +12,8 @@ namespace agent::spf::core {
 
 // For T = std::shared_ptr<X> the promise gets the payload's first value as an X; for void it is only set. A payload
 // without that value stores the FrameworkError of getValueAsPointer; the error callback stores its exception as it is.
-// A stop request at `givenUp` gives the call up.
 template <class T>
-CompletionHandler promiseCompletingHandler(std::shared_ptr<std::promise<T>> promise, std::stop_token givenUp = {}) {
+CompletionHandler promiseCompletingHandler(std::shared_ptr<std::promise<T>> promise, Caller caller = {}) {
   auto success = [promise](GenericPayload payload) {
     if constexpr (std::is_void_v<T>) {
       promise->set_value();
@@ -28,7 +26,7 @@ CompletionHandler promiseCompletingHandler(std::shared_ptr<std::promise<T>> prom
     }
   };
   auto error = [promise](std::exception_ptr failure) { promise->set_exception(std::move(failure)); };
-  return CompletionHandler(std::move(success), std::move(error), {}, std::move(givenUp));
+  return CompletionHandler(std::move(success), std::move(error), {}, std::move(caller));
 }
 
 }  // namespace agent::spf::core

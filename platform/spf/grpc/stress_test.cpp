@@ -54,7 +54,7 @@ void dropHalfRead(core::Invokable& client, Random& random) {
 
 void giveUpWaiting(core::Invokable& client, Random& random) {
   std::stop_source giveUp;
-  auto reply = core::testing::start(client, "wait", sourceOf(patternOf(randomSize(random))), giveUp.get_token());
+  auto reply = core::testing::start(client, "wait", sourceOf(patternOf(randomSize(random))), {giveUp.get_token()});
   if (random() % 2U == 0)
     std::this_thread::yield();
   giveUp.request_stop();

@@ -115,6 +115,24 @@ TEST_P(TransportsFlow, QuickMethodThatOnceWaitsForAnotherCallHoldsItUpNot) {
     EXPECT_EQ(readAll(*await(reply)->getImportedIstream()), "");
 }
 
+TEST_P(TransportsFlow, HandlerRunsNotOnTheThreadOfACallerThatWaitsForAnotherCall) {
+  serve("echo", echo);
+  std::atomic<bool> enough{false};
+  std::thread waiter([&] {
+    while (!enough)
+      call(client(), "echo", "of the waiter");
+  });
+  for (int i = 0; i < 300; ++i) {
+    std::promise<std::thread::id> answered;
+    auto where = answered.get_future();
+    const auto succeed = [&](const core::GenericPayload&) { answered.set_value(std::this_thread::get_id()); };
+    client().invoke({}, "echo", core::CompletionHandler(succeed, {}), core::GenericPayload(sourceOf("x")), 0);
+    EXPECT_NE(await(where), waiter.get_id());
+  }
+  enough = true;
+  waiter.join();
+}
+
 // How far a writer got whose reader does nothing, after far more time than it needs to fill every buffer on its way:
 // the other calls in the meantime also show that it holds up nobody else.
 long stalledAt(core::Invokable& client, const std::atomic<long>& bytes) {
@@ -202,7 +220,7 @@ TEST_P(TransportsFlow, WaiterThatGivesUpCancelsItsHandlerAndTheNextCallSucceeds)
     probe->left.set_value();
   });
   std::stop_source giveUp;
-  auto waiting = core::testing::start(client(), "silent", sourceOf("x"), giveUp.get_token());
+  auto waiting = core::testing::start(client(), "silent", sourceOf("x"), {giveUp.get_token()});
   awaitEvent(probe()->entered);
   giveUp.request_stop();
   const auto chain = testing::chainThrownBy([&] { await(waiting); });
@@ -229,7 +247,7 @@ TEST_P(TransportsFlow, UploadThatIsGivenUpEndsAndTheNextCallSucceeds) {
       throw;
     }
   };
-  auto waiting = core::testing::start(client(), "deaf", sourceOf(endless, 1L << 40), giveUp.get_token());
+  auto waiting = core::testing::start(client(), "deaf", sourceOf(endless, 1L << 40), {giveUp.get_token()});
   giveUp.request_stop();
   EXPECT_THROW(await(waiting), Terminated);
   awaitEvent(ended);
@@ -241,7 +259,7 @@ TEST_P(TransportsFlow, CallThatIsGivenUpBeforeItBeginsIsNotHeldUp) {
   serve("echo", echo);
   std::stop_source giveUp;
   giveUp.request_stop();
-  auto waiting = core::testing::start(client(), "echo", sourceOf("x"), giveUp.get_token());
+  auto waiting = core::testing::start(client(), "echo", sourceOf("x"), {giveUp.get_token()});
   EXPECT_THROW(await(waiting), Terminated);
   EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
 }
@@ -250,7 +268,7 @@ TEST_P(TransportsFlow, GivingUpAfterTheReplyHasBegunHasNoEffect) {
   serve("echo", echo);
   std::stop_source giveUp;
   const std::string bytes = patternOf(5'000'000);
-  auto waiting = core::testing::start(client(), "echo", sourceOf(bytes), giveUp.get_token());
+  auto waiting = core::testing::start(client(), "echo", sourceOf(bytes), {giveUp.get_token()});
   const auto reply = await(waiting)->getImportedIstream();
   giveUp.request_stop();
   EXPECT_TRUE(readAll(*reply) == bytes);

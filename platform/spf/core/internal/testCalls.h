@@ -8,7 +8,6 @@
 #include <istream>
 #include <memory>
 #include <stdexcept>
-#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -61,11 +60,11 @@ T await(std::future<T>& future) {
 using ReplyFuture = std::future<std::shared_ptr<ImportedDataSource>>;
 
 inline ReplyFuture start(Invokable& service, const std::string& method, std::shared_ptr<ExportedDataSource> request,
-                         std::stop_token givenUp = {}) {
+                         Caller caller = {}) {
   auto promise = std::make_shared<std::promise<std::shared_ptr<ImportedDataSource>>>();
   ReplyFuture future = promise->get_future();
   service.invoke({}, method,
-                 promiseCompletingHandler<std::shared_ptr<ImportedDataSource>>(std::move(promise), std::move(givenUp)),
+                 promiseCompletingHandler<std::shared_ptr<ImportedDataSource>>(std::move(promise), std::move(caller)),
                  GenericPayload(std::move(request)), 0);
   return future;
 }
@@ -80,7 +79,7 @@ inline std::string readAll(std::istream& in) {
 
 inline std::unique_ptr<std::istream> openReply(Invokable& service, const std::string& method,
                                                std::shared_ptr<ExportedDataSource> request) {
-  ReplyFuture future = start(service, method, std::move(request));
+  ReplyFuture future = start(service, method, std::move(request), {.waits = true});
   return await(future)->getImportedIstream();
 }
 
@@ -97,7 +96,7 @@ inline std::string call(Invokable& service, const std::string& method, std::stri
 inline void callWithBytes(Invokable& service, const std::string& method, std::string request) {
   auto promise = std::make_shared<std::promise<void>>();
   std::future<void> future = promise->get_future();
-  service.invoke({}, method, promiseCompletingHandler<void>(std::move(promise)),
+  service.invoke({}, method, promiseCompletingHandler<void>(std::move(promise), {.waits = true}),
                  GenericPayload(std::make_shared<std::string>(std::move(request))), 0);
   await(future);
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/spf/core/errors.h"
+#include "platform/spf/grpc/internal/FrameOutlet.h"
 
 namespace agent::spf::grpc_transport::internal {
 
@@ -12,6 +13,8 @@ namespace {
 
 // Requests up to this size are written on the thread that calls invoke(): one hand-off less, and no time to speak of.
 constexpr long kDirectBytes = 64L << 10;
+// Requests up to this size are written without waiting for the queue to be served.
+constexpr long kUnhinderedBytes = static_cast<long>(FrameOutlet::kCopyBytes);
 // Streams kept open for later calls.
 constexpr std::size_t kFreeStreams = 32;
 
@@ -31,10 +34,7 @@ ClientConnection::ClientConnection(std::shared_ptr<grpc::Channel> channel, std::
 }
 
 void ClientConnection::start() {
-  queueThread_ = std::thread([self = shared_from_this()] {
-    while (serveCompletion(self->queue_)) {
-    }
-  });
+  queueThread_ = std::thread([self = shared_from_this()] { self->queue_.serve(); });
   if (socket_ != nullptr)
     startLifeCheck();
   newStream(&ClientStream::openAsWatch);
@@ -56,7 +56,7 @@ void ClientConnection::startLifeCheck() {
     connection->abortStreams(connection->silence(" during a call"));
     connection->cutOff();
   };
-  lifeCheck_ = std::make_shared<LifeCheck>(queue_, std::move(check));
+  lifeCheck_ = std::make_shared<LifeCheck>(queue(), std::move(check));
   lifeCheck_->start();
 }
 
@@ -129,6 +129,20 @@ void ClientConnection::runBlocking(std::function<void()> task) {
   }
 }
 
+void ClientConnection::runElsewhere(const std::function<void()>& task) {
+  try {
+    workers_.run(task);
+  } catch (const std::system_error&) {
+    task();
+  }
+}
+
+// The watch and the free streams wait for nothing that is soon to come.
+bool ClientConnection::isBusy() {
+  const std::lock_guard lock(mutex_);
+  return closing_ || dead_ != nullptr || openCount_ > 1 + free_.size();
+}
+
 void ClientConnection::invoke(const std::shared_ptr<ClientCall>& call) {
   std::shared_ptr<ClientStream> stream;
   do {
@@ -137,13 +151,23 @@ void ClientConnection::invoke(const std::shared_ptr<ClientCall>& call) {
       return runBlocking([call, reason = deadReason()] { call->handler.fail(reason); });
   } while (!stream->take(call));
   if (call->request.size() <= kDirectBytes)
-    stream->upload(call);
+    uploadHere(*stream, call);
   else
     uploadOnWorker(stream, call);
 }
 
+void ClientConnection::uploadHere(ClientStream& stream, const std::shared_ptr<ClientCall>& call) {
+  const bool mayServe = call->handler.caller().waits && call->request.size() <= kUnhinderedBytes;
+  if (!mayServe)
+    queue_.callThread();
+  stream.upload(call);
+  if (mayServe)
+    queue_.serveHere([&] { return stream.isAnswered(*call); });
+}
+
 void ClientConnection::uploadOnWorker(const std::shared_ptr<ClientStream>& stream,
                                       const std::shared_ptr<ClientCall>& call) {
+  queue_.callThread();
   try {
     runBlocking([stream, call] { stream->upload(call); });
   } catch (const FrameworkError&) {
@@ -187,11 +211,7 @@ void ClientConnection::lost(const std::exception_ptr& reason) {
     stream->abort(nullptr);
   if (!onDisconnect)
     return;
-  try {
-    workers_.run([self = shared_from_this(), onDisconnect] { onDisconnect(); });
-  } catch (const std::system_error&) {
-    onDisconnect();  // no thread to be had: better here than never
-  }
+  runElsewhere([self = shared_from_this(), onDisconnect] { onDisconnect(); });
 }
 
 void ClientConnection::gone() {
@@ -202,7 +222,7 @@ void ClientConnection::gone() {
     last = closing_ && openCount_ == 0;
   }
   if (last)
-    queue_.Shutdown();
+    queue().Shutdown();
 }
 
 bool ClientConnection::onOwnThread() const {
@@ -238,6 +258,7 @@ void ClientConnection::close() {
   abortStreams(reason);
   cutOff();
   unused.clear();
+  queue_.callThread();
   gone();
 }
 

@@ -1,9 +1,7 @@
-// One connection of a client: its channel, its completion queue with the one thread that serves it, and its open
-// streams.
+// One connection of a client: its channel, its completion queue and its open streams.
 #pragma once
 
 #include <grpcpp/channel.h>
-#include <grpcpp/completion_queue.h>
 #include <grpcpp/generic/generic_stub.h>
 
 #include <functional>
@@ -16,6 +14,7 @@
 
 #include "platform/spf/core/internal/WorkerThreads.h"
 #include "platform/spf/grpc/connect.h"
+#include "platform/spf/grpc/internal/ClientQueue.h"
 #include "platform/spf/grpc/internal/ClientStream.h"
 #include "platform/spf/grpc/internal/LifeCheck.h"
 #include "platform/spf/grpc/internal/UnixSocket.h"
@@ -45,7 +44,7 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
 
   const std::string& address() const noexcept { return address_; }
   const ConnectOptions& options() const noexcept { return options_; }
-  grpc::CompletionQueue& queue() noexcept { return queue_; }
+  grpc::CompletionQueue& queue() noexcept { return queue_.queue(); }
   grpc::GenericStub& stub() noexcept { return stub_; }
 
   // For its streams.
@@ -57,12 +56,20 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   void ended(const ClientStream& stream,
              const std::exception_ptr& lostBy);  // lostBy: why the connection is dead, or null
   void gone();                                   // a stream's last operation has ended
-  // Runs the task on a thread that may block; FrameworkError when no thread can be had.
-  void runBlocking(std::function<void()> task);
+  // Whether this is the thread of a caller, who waits for another call than that one: no place for its handler.
+  bool isOthersThread(const ClientCall& call) const noexcept {
+    return !call.handler.caller().waits && queue_.isCallersTurn();
+  }
+  // Runs the task on a thread that may block; here when no other can be had.
+  void runElsewhere(const std::function<void()>& task);
   // The service has been silent for too long.
   std::exception_ptr silence(const std::string& during) const;
 
  private:
+  // Runs the task on a thread that may block; FrameworkError when no thread can be had.
+  void runBlocking(std::function<void()> task);
+  bool isBusy();
+  void uploadHere(ClientStream& stream, const std::shared_ptr<ClientCall>& call);
   void uploadOnWorker(const std::shared_ptr<ClientStream>& stream, const std::shared_ptr<ClientCall>& call);
   std::shared_ptr<ClientStream> freeStream();
   std::shared_ptr<ClientStream> newStream(void (ClientStream::*open)());
@@ -77,7 +84,7 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   const std::string address_;
   const std::unique_ptr<UnixSocket> socket_;
   ConnectOptions options_;  // without its callbacks
-  grpc::CompletionQueue queue_;
+  ClientQueue queue_{[this] { return isBusy(); }};
   grpc::GenericStub stub_;
   core::internal::WorkerThreads workers_;
   std::thread queueThread_;

@@ -110,7 +110,7 @@ bool ClientStream::take(const std::shared_ptr<ClientCall>& call) {
       return false;
     call_ = call;
   }
-  call->givenUp.emplace(call->handler.givenUp(), [self, weakCall] {
+  call->givenUp.emplace(call->handler.caller().givenUp, [self, weakCall] {
     const auto stream = self.lock();
     const auto givenUp = weakCall.lock();
     if (stream != nullptr && givenUp != nullptr)
@@ -265,14 +265,14 @@ void ClientStream::answer(const std::shared_ptr<ClientCall>& call, const Frame& 
   if (!(isBytes ? ends : begins) || !takeAnswer(*call))
     return;
   if (isBytes)
-    return call->handler.succeed({});
+    return succeed(call, {});
   try {
     std::shared_ptr<core::ImportedDataSource> source =
         std::make_shared<core::internal::ReplySource>(replyWithinLimit(*call));
-    call->handler.succeed(core::GenericPayload(std::move(source)));
+    succeed(call, core::GenericPayload(std::move(source)));
   } catch (const FrameworkError&) {
     abandon(call);
-    call->handler.fail(std::current_exception());
+    fail(call, std::current_exception());
   }
 }
 
@@ -289,15 +289,34 @@ std::shared_ptr<core::internal::ByteInlet> ClientStream::replyWithinLimit(const 
   return call.reply;
 }
 
+bool ClientStream::isAnswered(const ClientCall& call) {
+  const std::lock_guard lock(mutex_);
+  return call.answered;
+}
+
 bool ClientStream::takeAnswer(ClientCall& call) {
   const std::lock_guard lock(mutex_);
   return !std::exchange(call.answered, true);
 }
 
+void ClientStream::succeed(const std::shared_ptr<ClientCall>& call, core::GenericPayload payload) {
+  if (connection_->isOthersThread(*call))
+    connection_->runElsewhere([call, payload] { call->handler.succeed(payload); });
+  else
+    call->handler.succeed(std::move(payload));
+}
+
+void ClientStream::fail(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error) {
+  if (connection_->isOthersThread(*call))
+    connection_->runElsewhere([call, error] { call->handler.fail(error); });
+  else
+    call->handler.fail(error);
+}
+
 void ClientStream::failCall(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error) {
   call->reply->fail(error);
   if (takeAnswer(*call))
-    call->handler.fail(error);
+    fail(call, error);
 }
 
 void ClientStream::abandon(const std::shared_ptr<ClientCall>& call) {

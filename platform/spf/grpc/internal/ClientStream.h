@@ -49,7 +49,8 @@ struct ClientCall {
   bool answered = false;  // the handler has been called
 };
 
-// Threads: take(), upload() and what the reply's reader causes on any thread, the rest on the queue's. A stream lives
+// Threads: take(), upload() and what the reply's reader causes on any thread, the rest on the one that serves the
+// queue. A stream lives
 // as long as an operation of it is under way, and tells its connection when it ends.
 class ClientStream : public std::enable_shared_from_this<ClientStream> {
  public:
@@ -69,6 +70,8 @@ class ClientStream : public std::enable_shared_from_this<ClientStream> {
   // Ends the stream; the call on it, if any, fails with the error, unless that is null.
   void abort(const std::exception_ptr& error);
   bool isWatch() const noexcept { return watch_; }
+  // The call's handler has its outcome, or is about to get it.
+  bool isAnswered(const ClientCall& call);
 
  private:
   void prepare();
@@ -82,6 +85,8 @@ class ClientStream : public std::enable_shared_from_this<ClientStream> {
   void answer(const std::shared_ptr<ClientCall>& call, const Frame& frame);
   std::shared_ptr<core::internal::ByteInlet> replyWithinLimit(const ClientCall& call) const;
   std::shared_ptr<ClientCall> current();
+  void succeed(const std::shared_ptr<ClientCall>& call, core::GenericPayload payload);
+  void fail(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error);
   void failCall(const std::shared_ptr<ClientCall>& call, const std::exception_ptr& error);
   void abandon(const std::shared_ptr<ClientCall>& call);
   void giveUp(const std::shared_ptr<ClientCall>& call);

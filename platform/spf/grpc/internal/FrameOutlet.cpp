@@ -8,13 +8,6 @@
 
 namespace agent::spf::grpc_transport::internal {
 
-namespace {
-
-// Up to here gathered bytes are copied into their frame and the buffer is free again at once.
-constexpr std::size_t kCopyBytes = std::size_t{8} << 10;
-
-}  // namespace
-
 FrameOutlet::FrameOutlet(FrameSender& sender, std::shared_ptr<SendBuffers> buffers, Options options)
     : sender_(sender), buffers_(std::move(buffers)), options_(std::move(options)) {}
 

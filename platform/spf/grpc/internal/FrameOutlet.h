@@ -18,6 +18,9 @@ namespace agent::spf::grpc_transport::internal {
 // Ownership: borrows the sender. Errors: Terminated with the text given when the stream is broken.
 class FrameOutlet : public core::internal::ReplyOutlet {
  public:
+  // Gathered bytes up to here are copied into their frame and the buffer is free again at once.
+  static constexpr std::size_t kCopyBytes = std::size_t{8} << 10;
+
   struct Options {
     std::function<std::string(std::optional<long> size)> head;  // encodes the head, when the first frame is made
     std::function<void()> beforeEnd;                            // runs before the last frame is sent; may be empty

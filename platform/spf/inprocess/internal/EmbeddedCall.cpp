@@ -100,7 +100,7 @@ EmbeddedCall::EmbeddedCall(std::string method, core::CompletionHandler handler, 
 }
 
 void EmbeddedCall::obeyStopRequests() {
-  givenUp_.emplace(handler_.givenUp(), [self = weak_from_this()] {
+  givenUp_.emplace(handler_.caller().givenUp, [self = weak_from_this()] {
     if (const auto call = self.lock())
       call->giveUp();
   });
