@@ -29,7 +29,7 @@ class TransportsFlow : public testing::Transports {};
 constexpr long kMebibyte = 1L << 20;
 // What a writer may be ahead of a reader that does nothing: the kernel's buffers, gRPC's window, a few frames. Each
 // test writes several times as much.
-constexpr long kMostAhead = 48 * kMebibyte;
+constexpr long kMostAhead = 24 * kMebibyte;
 
 // Writes pieces for ever, counting, until the call is given up.
 void produce(ServerCall& call, Probe& probe) {

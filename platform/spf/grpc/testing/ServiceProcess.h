@@ -1,6 +1,9 @@
 // For tests: a service in a process of its own, which ends with this object at the latest.
 //
-// Its methods: "echo"; "produce", whose reply has no end; "doNothing", which waits until it is cancelled.
+// Its methods: "echo"; "produce", whose reply has no end; "doNothing", which waits until it is cancelled; and those of
+// tests that look at its memory: "keep" has the whole request in memory and sends it back; the reply to "stream" has as
+// many bytes as the request says, and is made as it is written; "written" says how many bytes such replies have by now;
+// "readSlowly" reads half of its request each time that "readOn" is called.
 #pragma once
 
 #include <signal.h>
@@ -41,6 +44,7 @@ class ServiceProcess {
       throw std::runtime_error("the service told something else than a call");
   }
 
+  pid_t pid() const noexcept { return pid_; }
   void stop() const { ::kill(pid_, SIGSTOP); }
   void kill() {
     if (pid_ < 0)

@@ -2,9 +2,13 @@
 // given until its standard input ends. What happens is told on standard output, a byte each: see ServiceProcess.h.
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <future>
+#include <semaphore>
 #include <string>
+#include <vector>
 
 #include "platform/spf/core/internal/testCalls.h"
 #include "platform/spf/grpc/Server.h"
@@ -34,6 +38,54 @@ void doNothing(ServerCall& call) {
   cancelled.get_future().wait();
 }
 
+constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
+
+void keep(ServerCall& call) {
+  const long size = call.requestSize().value();
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  call.request().read(bytes.data(), size);
+  call.setReplySize(call.request().gcount());
+  call.reply().write(bytes.data(), call.request().gcount());
+}
+
+std::atomic<long> streamed{0};
+
+void stream(ServerCall& call) {
+  long left = std::stol(agent::spf::core::testing::readAll(call.request()));
+  call.setReplySize(left);
+  static const std::string piece = agent::spf::core::testing::patternOf(kPieceBytes);
+  for (; left > 0; left -= static_cast<long>(kPieceBytes)) {
+    const long nbytes = std::min(left, static_cast<long>(kPieceBytes));
+    call.reply().write(piece.data(), nbytes);
+    streamed += nbytes;
+  }
+}
+
+void written(ServerCall& call) {
+  call.reply() << streamed.load();
+}
+
+// How many times reading may go on, of all calls together.
+std::counting_semaphore<> mayRead{0};
+
+void readSlowly(ServerCall& call) {
+  const long size = call.requestSize().value();
+  std::vector<char> part(kPieceBytes);
+  long total = 0;
+  for (const long goal : {size / 2, size}) {
+    mayRead.acquire();
+    while (total < goal) {
+      call.request().read(part.data(), std::min(goal - total, static_cast<long>(part.size())));
+      total += call.request().gcount();
+    }
+  }
+  call.reply() << total;
+}
+
+void readOn(ServerCall& /*call*/) {
+  mayRead.release();
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -45,6 +97,11 @@ int main(int count, char** arguments) {
   service->add("produce", produce);
   service->add("echo", echo);
   service->add("doNothing", doNothing);
+  service->add("keep", keep);
+  service->add("stream", stream);
+  service->add("written", written);
+  service->add("readSlowly", readSlowly);
+  service->add("readOn", readOn);
   agent::spf::grpc_transport::ServerOptions options;
   options.plainText = true;
   options.address = arguments[1];
