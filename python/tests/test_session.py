@@ -152,7 +152,7 @@ def test_run_says_how_a_task_ended(session, tmp_path):
     (tmp_path / "data").write_text("x")
     renamed = session.run(["cat", "other"], files={"other": tmp_path / "data"})
     assert renamed.stdout == b"x"
-    with pytest.raises(TypeError, match="words"):
+    with pytest.raises(TypeError, match="argv is a sequence"):
         session.run("echo")
     with pytest.raises(ValueError, match="two files"):
         session.run(["true"], files=["/a/data", "/b/data"])

@@ -8,20 +8,20 @@ import warnings
 import weakref
 from concurrent.futures import Future
 from dataclasses import dataclass
-from typing import Any, Iterable, Mapping, Sequence
+from typing import Any, Callable, Iterable, Mapping, Sequence
 
-from zks import _bridge, _logging
+from zks import _arguments, _bridge, _logging
 from zks._calls import Calls, Operation, T
 from zks._items import item_of, native_item
 from zks._reply import Layout, ReplyItem, reply_items
 
-# The limits of a task by what they are called natively.
-_LIMITS = {
-    "timeout": "wall_time",
-    "cpu_time": "cpu_time",
-    "memory_bytes": "memory_bytes",
-    "file_bytes": "file_bytes",
-    "open_files": "open_files",
+# The limits of a task: what they are called natively, and what they are.
+_LIMITS: dict[str, tuple[str, Callable[[str, Any], float]]] = {
+    "timeout": ("wall_time", _arguments.seconds_above_zero),
+    "cpu_time": ("cpu_time", _arguments.seconds_above_zero),
+    "memory_bytes": ("memory_bytes", _arguments.count),
+    "file_bytes": ("file_bytes", _arguments.count),
+    "open_files": ("open_files", _arguments.count),
 }
 
 _open_sessions: weakref.WeakSet[Session] = weakref.WeakSet()
@@ -31,14 +31,29 @@ _attempts: weakref.WeakSet[Future[Session]] = weakref.WeakSet()
 def _named(files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike]) -> dict[str, str | os.PathLike]:
     """Paths by the names that they have in the task's directory."""
     if isinstance(files, Mapping):
-        return dict(files)
+        return {_arguments.text("a name in files", name): path for name, path in files.items()}
     named: dict[str, str | os.PathLike] = {}
-    for path in files:
-        name = os.path.basename(os.fspath(path))
+    for path in _arguments.several("files", files):
+        name = _arguments.text("a name in files", os.path.basename(os.fsdecode(path)))
         if name in named:
             raise ValueError(f"two files are named {name!r}; give them names of their own: files={{name: path}}")
         named[name] = path
     return named
+
+
+def _native_limits(limits: Mapping[str, float | None]) -> dict[str, float]:
+    unknown = [name for name in limits if name not in _LIMITS]
+    if unknown:
+        raise TypeError(f"a task has no limit {unknown[0]!r}; there are: {', '.join(_LIMITS)}")
+    native: dict[str, float] = {}
+    for name, limit in limits.items():
+        if limit is None:
+            continue
+        native_name, checked = _LIMITS[name]
+        value = checked(name, limit)
+        if checked is _arguments.count or not _arguments.is_endless(value):
+            native[native_name] = value
+    return native
 
 
 @dataclass(frozen=True)
@@ -171,6 +186,7 @@ class Session:
 
     def _invocation(self, method: str, items: Sequence[Any]) -> Operation[list[ReplyItem]]:
         _logging.follow_level()
+        method = _arguments.method_name(method)
         native_items = [native_item(item_of(item)) for item in items]
 
         def call(control: _bridge.CallControl | None) -> list[ReplyItem]:
@@ -208,20 +224,16 @@ class Session:
         limits: Mapping[str, float | None],
     ) -> Operation[TaskResult]:
         _logging.follow_level()
-        if isinstance(argv, (str, bytes)):
-            raise TypeError("argv is a sequence of words, not one text")
-        unknown = [name for name in limits if name not in _LIMITS]
-        if unknown:
-            raise TypeError(f"a task has no limit {unknown[0]!r}; there are: {', '.join(_LIMITS)}")
+        native_limits = _native_limits(limits)
         inputs = _named(files)
-        names = list(outputs)
+        names = _arguments.words("outputs", outputs)
         request = {
-            "argv": [os.fspath(word) for word in argv],
-            "environment": dict(environment or {}),
+            "argv": _arguments.words("argv", argv),
+            "environment": _arguments.texts_by_name("environment", environment),
             "clear_environment": clear_environment,
             "input_names": list(inputs),
             "output_names": names,
-            "limits": {_LIMITS[name]: limit for name, limit in limits.items() if limit is not None},
+            "limits": native_limits,
             "inputs": [_bridge.file_item(os.fspath(path)) for path in inputs.values()],
         }
 
@@ -317,19 +329,20 @@ def _opening(
     """The making of a connection, wrong arguments being told at once."""
     if address is None and (tls is not None or insecure or max_reply is not None):
         raise ValueError("tls, insecure and max_reply are of connections to an address, and there is none")
-    if idle_timeout is not None and not idle_timeout > 0:
-        raise ValueError(f"the idle timeout is in seconds above 0, or None, not {idle_timeout!r}")
-    if max_reply is not None and max_reply < 0:
-        raise ValueError(f"a reply has 0 bytes or more, not {max_reply!r}")
     if tls is not None and insecure:
         raise ValueError("tls and insecure exclude each other")
-    if not timeout >= 0:
-        raise ValueError(f"the timeout is in seconds from 0 on, not {timeout!r}")
+    if address is not None:
+        _arguments.text("the address", address)
+    seconds = _arguments.seconds("timeout", timeout)
+    pause = _arguments.seconds_above_zero("idle_timeout", idle_timeout) if idle_timeout is not None else 0.0
+    most = _arguments.count("max_reply", max_reply) if max_reply is not None else None
     _logging.follow_level()
-    directory = os.fspath(tls) if tls is not None else ""
+    directory = _arguments.text("tls", os.fsdecode(tls)) if tls is not None else ""
+    if tls is not None and not directory:
+        raise ValueError("tls names a directory, and the name is empty")
 
     def connect_now(control: _bridge.CallControl | None) -> _bridge.Session:
-        return _bridge.Session(address, timeout, directory, insecure, idle_timeout or 0.0, max_reply, control)
+        return _bridge.Session(address, seconds, directory, bool(insecure), pause, most, control)
 
     return connect_now
 
