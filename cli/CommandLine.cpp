@@ -7,6 +7,7 @@
 #include <set>
 #include <string_view>
 
+#include "platform/errors/ustring.h"
 #include "scheduler/optionValues.h"
 
 namespace zks {
@@ -119,9 +120,23 @@ std::vector<std::pair<std::string, std::string>> splitEnvironment(const std::vec
   return environment;
 }
 
+// Messages carry texts, and the task is described in one.
+void requireUtf8(const std::string& text, const std::string& what) {
+  if (!fl::i18n::isWellFormed(text))
+    refuse(what + " \"" + text + "\" is not UTF-8, as all that a task is told has to be");
+}
+
 void checkRun(const RunOptions& run) {
   if (run.command.empty())
     refuse("there is no command to run; put it after --, as in: zks run -- COMMAND ARG...");
+  for (const std::string& word : run.command)
+    requireUtf8(word, "the command's word");
+  for (const std::string& file : run.files)
+    requireUtf8(file, "--file");
+  for (const std::string& output : run.outputs)
+    requireUtf8(output, "--output");
+  for (const auto& [name, value] : run.environment)
+    requireUtf8(std::string(name).append("=").append(value), "--env");
   std::vector<std::string> names;
   for (const std::string& file : run.files) {
     names.push_back(std::filesystem::path(file).filename().string());

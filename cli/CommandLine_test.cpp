@@ -104,6 +104,10 @@ TEST(CommandLine, RunRefusesWhatCannotBeMeant) {
   expectUsageError({"run", "--env", "A", "--", "c"}, "NAME=VALUE");
   expectUsageError({"run", "--env", "=1", "--", "c"}, "NAME=VALUE");
   expectUsageError({"run", "--env", "A=1", "--env", "A=2", "--", "c"}, "\"A\" is given twice");
+  expectUsageError({"run", "--", "caf\xE9"}, "word \"caf\xE9\" is not UTF-8");
+  expectUsageError({"run", "--file", "caf\xE9", "--", "c"}, "--file \"caf\xE9\" is not UTF-8");
+  expectUsageError({"run", "--output", "caf\xE9", "--", "c"}, "--output \"caf\xE9\" is not UTF-8");
+  expectUsageError({"run", "--env", "A=caf\xE9", "--", "c"}, "--env \"A=caf\xE9\" is not UTF-8");
   expectUsageError({"run", "--time", "0", "--", "c"}, "greater than 0");
   expectUsageError({"run", "--time", "-1", "--", "c"}, "greater than 0");
   expectUsageError({"run", "--time", "nan", "--", "c"}, "greater than 0");

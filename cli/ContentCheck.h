@@ -8,7 +8,6 @@
 #include <span>
 #include <string>
 
-#include "cli/AtomicFile.h"
 #include "cli/Digest.h"
 #include "toolbox/Reply.h"
 

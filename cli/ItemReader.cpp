@@ -53,11 +53,16 @@ qxArrayPtr readArray(const std::string& text) {
 
 // A message may be longer than a command line.
 qxArrayPtr readMessageArgument(const std::string& text) {
-  if (!text.starts_with('@'))
-    return readMessage(text);
-  const MappedFile file(text.substr(1));
-  const auto bytes = file.bytes();
-  return readMessage({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  try {
+    if (!text.starts_with('@'))
+      return readMessage(text);
+    const MappedFile file(text.substr(1));
+    const auto bytes = file.bytes();
+    return readMessage({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  } catch (const UsageError& error) {
+    const bool isFile = text.starts_with('@');
+    throw UsageError("--protobuf" + (isFile ? " " + text : "") + ": " + error.what());
+  }
 }
 
 qxArrayPtr readPlain(const std::string& text) {
@@ -72,10 +77,10 @@ qxArrayPtr readMessage(std::string_view json) {
   const TypedJson typed = splitJsonType(json);
   const auto message = parallel::protobufencoding::generateMessageByName(typed.typeName);
   if (message == nullptr)
-    throw UsageError("--protobuf: there is no message type \"" + typed.typeName + "\"; --descriptors FILE adds types");
+    throw UsageError("there is no message type \"" + typed.typeName + "\"; --descriptors FILE adds types");
   const auto status = google::protobuf::util::JsonStringToMessage(typed.body, message.get());
   if (!status.ok())
-    throw UsageError("--protobuf: this is no JSON of a " + typed.typeName + ": " + std::string(status.message()));
+    throw UsageError("this is no JSON of a " + typed.typeName + ": " + std::string(status.message()));
   return parallel::toolbox::hostFromMessage(*message);
 }
 

@@ -6,18 +6,19 @@
 #include <fstream>
 #include <utility>
 
-#include "cli/AtomicFile.h"
 #include "cli/CliError.h"
 #include "cli/ContentCheck.h"
 #include "cli/Digest.h"
 #include "cli/StandardStreams.h"
 #include "cli/formatValue.h"
 #include "cli/npy.h"
-#include "cli/takeToFile.h"
+#include "toolbox/AtomicFile.h"
 #include "toolbox/hostMessage.h"
 
 namespace zks {
 namespace {
+
+using parallel::toolbox::AtomicFile;
 
 constexpr std::size_t kShownBytes = 64;
 
@@ -59,6 +60,7 @@ std::string messageName(const qxArray* message) {
   return name != nullptr && qxGetClass(name) == qxClass::Text ? qxGetStringUtf8(name) : "struct";
 }
 
+// A failure is told by the file that this goes to.
 void writeFile(const std::string& path, std::string_view bytes) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -72,7 +74,7 @@ void writeFile(const std::string& path, std::string_view bytes) {
 ReplyPrinter::ReplyPrinter(parallel::toolbox::Reply& reply, std::string saveDirectory)
     : reply_(reply), saveDirectory_(std::move(saveDirectory)) {
   if (!saveDirectory_.empty())
-    checkDirectory(saveDirectory_);
+    parallel::toolbox::checkDirectory(saveDirectory_);
 }
 
 bool ReplyPrinter::print(const std::string& kind, const std::string& text, bool compared, bool same) {
@@ -86,8 +88,8 @@ std::string ReplyPrinter::savedName(const char* extension) const {
 }
 
 void ReplyPrinter::saveBytes(const char* extension, std::string_view bytes) const {
-  AtomicFile file(saveDirectory_, savedName(extension));
-  writeFile(file.temporaryPath(), bytes);
+  AtomicFile file(saveDirectory_ + "/" + savedName(extension));
+  file.write([&](const std::string& path) { writeFile(path, bytes); });
   file.commit();
 }
 
@@ -96,8 +98,8 @@ void ReplyPrinter::saveArray(const qxArray* array) const {
     const qxArrayPtr saved(qxSerializeEx(array, qxSerializeDefaults));
     return saveBytes(".cbor", viewOf(saved.get()));
   }
-  AtomicFile file(saveDirectory_, savedName(".npy"));
-  writeNpy(file.temporaryPath(), array);
+  AtomicFile file(saveDirectory_ + "/" + savedName(".npy"));
+  file.write([&](const std::string& path) { writeNpy(path, array); });
   file.commit();
 }
 
@@ -136,9 +138,8 @@ bool ReplyPrinter::showFile(const std::string& path, const std::string& name,
   if (place.empty()) {
     takeForCheck(reply_, check);
   } else {
-    const std::string directory = place.has_parent_path() ? place.parent_path().string() : ".";
-    AtomicFile file(directory, place.filename().string());
-    takeToFile(reply_, file);
+    AtomicFile file(place.string());
+    file.write([&](const std::string& temporary) { reply_.takeFile(temporary); });
     checkFile(file.temporaryPath(), check);
     file.commit();
   }

@@ -1,8 +1,10 @@
 #include "cli/Session.h"
 
 #include <chrono>
+#include <exception>
 #include <string>
 
+#include "cli/CliError.h"
 #include "cli/MappedFile.h"
 #include "platform/protobufencoding/protobufencoding.h"
 #include "platform/spf/inprocess/connectInProcess.h"
@@ -46,7 +48,11 @@ void loadDescriptors(const GlobalOptions& options) {
   for (const std::string& path : options.descriptorFiles) {
     const MappedFile file(path);
     const auto bytes = file.bytes();
-    parallel::protobufencoding::loadDescriptorSet({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    try {
+      parallel::protobufencoding::loadDescriptorSet({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    } catch (const std::exception& error) {
+      throw CliError("--descriptors " + path + ": " + error.what());
+    }
   }
 }
 

@@ -1,7 +1,6 @@
 #include <string>
 #include <vector>
 
-#include "cli/AtomicFile.h"
 #include "cli/CliError.h"
 #include "cli/ItemReader.h"
 #include "cli/ProgressBar.h"
@@ -9,6 +8,7 @@
 #include "cli/Session.h"
 #include "cli/commands.h"
 #include "cli/requestItem.h"
+#include "toolbox/AtomicFile.h"
 
 namespace zks {
 namespace {
@@ -34,6 +34,15 @@ void show(ReplyPrinter& printer, const ReplyKind& kind) {
   }
 }
 
+// Before the call is made for nothing.
+void checkPlaces(const CallOptions& options) {
+  if (!options.saveDirectory.empty())
+    parallel::toolbox::checkDirectory(options.saveDirectory);
+  for (const ReplyKind& kind : options.reply)
+    if (!kind.path.empty())
+      parallel::toolbox::checkWritablePlace(kind.path);
+}
+
 void checkKinds(const Reply& reply, const CallOptions& options) {
   if (reply.itemCount() == options.reply.size())
     return;
@@ -48,6 +57,7 @@ int callCommand(const GlobalOptions& global, const CallOptions& options) {
   std::vector<Item> items;
   for (const ItemArgument& argument : options.items)
     items.push_back(requestItem(argument, readItem(argument).get()));
+  checkPlaces(options);
   const Session session(global);
   const ProgressBar bar(session.progress());
   Reply reply = session.client().call(options.method, items);

@@ -11,7 +11,7 @@ namespace {
 constexpr std::string_view kBlanks = " \t\r\n";
 
 [[noreturn]] void refuse(const std::string& reason) {
-  throw UsageError("--protobuf: " + reason);
+  throw UsageError(reason);
 }
 
 // Walks over the members of the outermost object. What is inside values is left to the JSON parser proper.

@@ -8,7 +8,6 @@
 #include <variant>
 #include <vector>
 
-#include "cli/AtomicFile.h"
 #include "cli/CliError.h"
 #include "cli/CommandLine.h"
 #include "cli/Interrupts.h"
@@ -17,6 +16,8 @@
 #include "cli/commands.h"
 #include "cli/errorLine.h"
 #include "platform/spf/grpc/routeGrpcLog.h"
+#include "scheduler/standardDescriptors.h"
+#include "toolbox/AtomicFile.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ int interruptedExit() {
 }
 
 void endAtOnce() {
-  zks::removeAllTemporaryFiles();
+  parallel::toolbox::removeAllTemporaryFiles();
   zks::reportInterrupted();
   ::_exit(interruptedExit());
 }
@@ -103,6 +104,7 @@ void ignoreWriteSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  parallel::scheduler::occupyStandardDescriptors();
   ignoreWriteSignals();
   try {
     const auto outcome = zks::parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));

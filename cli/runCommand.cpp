@@ -1,22 +1,23 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "cli/AtomicFile.h"
 #include "cli/CliError.h"
 #include "cli/ProgressBar.h"
 #include "cli/Session.h"
 #include "cli/StandardStreams.h"
 #include "cli/commands.h"
-#include "cli/takeToFile.h"
+#include "toolbox/AtomicFile.h"
 
 namespace zks {
 namespace {
 
+using parallel::toolbox::AtomicFile;
 using parallel::toolbox::Item;
 using parallel::toolbox::TaskResult;
 using parallel::zksmessages::TaskDescription;
@@ -75,6 +76,17 @@ bool isMissing(const TesselTaskExecutionInfo& info, const std::string& name) {
   return std::find(missing.begin(), missing.end(), name) != missing.end();
 }
 
+// Returns why it cannot be said, if so: a reader who has gone is no reason to lose the outputs.
+std::exception_ptr sayWhatItSaid(const TaskResult& result) {
+  try {
+    writeOutput(viewOf(result.standardOutput));
+    writeErrorOutput(viewOf(result.standardError));
+    return nullptr;
+  } catch (const CliError&) {
+    return std::current_exception();
+  }
+}
+
 // Returns the names that the task did not make.
 std::vector<std::string> fetchOutputs(TaskResult& result, const RunOptions& options) {
   std::vector<std::string> missing;
@@ -83,8 +95,8 @@ std::vector<std::string> fetchOutputs(TaskResult& result, const RunOptions& opti
       missing.push_back(name);
       result.outputs.takeFile("/dev/null");
     } else {
-      AtomicFile file(options.directory, name);
-      takeToFile(result.outputs, file);
+      AtomicFile file(options.directory + "/" + name);
+      file.write([&](const std::string& path) { result.outputs.takeFile(path); });
       file.commit();
     }
   }
@@ -107,14 +119,15 @@ int runCommand(const GlobalOptions& global, const RunOptions& options) {
   std::vector<Item> inputs;
   for (const std::string& file : options.files)
     inputs.push_back(parallel::toolbox::fileItem(file));
-  if (!options.outputs.empty())
-    checkDirectory(options.directory);  // before the task runs for nothing
+  for (const std::string& name : options.outputs)
+    parallel::toolbox::checkWritablePlace(options.directory + "/" + name);  // before the task runs for nothing
   const Session session(global);
   const ProgressBar bar(session.progress());
   TaskResult result = session.client().runTask(describeTask(options), inputs);
-  writeOutput(viewOf(result.standardOutput));
-  writeErrorOutput(viewOf(result.standardError));
+  const std::exception_ptr unsaid = sayWhatItSaid(result);
   const std::vector<std::string> missing = fetchOutputs(result, options);
+  if (unsaid != nullptr)
+    std::rethrow_exception(unsaid);
   return exitCodeWithMissing(exitCodeOf(result.info, options), missing);
 }
 

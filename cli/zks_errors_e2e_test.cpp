@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <string>
+#include <tuple>
 
 #include "cli/testing/TestService.h"
 #include "cli/testing/ZksFixture.h"
@@ -165,13 +167,15 @@ TEST_F(ZksErrors, TextsThatMeanNothingAreUsageErrors) {
   expectFailure(zks({"echo", "--protobuf", "{}"}), 2, {"@type"});
   expectFailure(zks({"echo", "--protobuf", R"({"@type":"parallel.zksmessages.TaskDescription","argvv":1})"}), 2,
                 {"argvv"});
+  writeFile(path("m.json"), "[]");
+  expectFailure(zks({"echo", "--protobuf", "@m.json"}), 2, {"--protobuf @m.json: the text is not a JSON object"});
   expectFailure(zks({"--log", "loud", "echo"}), 2, {"\"loud\"", "trace"});
   expectFailure(zks({"echo", "--what"}), 2, {"--what", "zks echo --help"});
 }
 
 TEST_F(ZksErrors, DescriptorSetThatIsNoneIsRefused) {
   writeFile(path("bad"), "hello");
-  expectFailure(zks({"--descriptors", "bad", "echo"}), 1, {"descriptor"});
+  expectFailure(zks({"--descriptors", "bad", "echo"}), 1, {"--descriptors bad: ", "FileDescriptorSet"});
 }
 
 // --- Where things go ---
@@ -189,6 +193,68 @@ TEST_F(ZksErrors, DirectoryThatCannotBeWrittenToIsNamedBeforeTheTaskRuns) {
   expectFailure(zks({"echo", "--plain", "x", "--save", "none"}), 1, {"\"none\"", "No such file"});
 }
 
+TEST_F(ZksErrors, PlaceThatCannotTakeAFileIsNamedBeforeTheCall) {
+  startDaemon();
+  ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
+  const std::string task =
+      R"({"@type":"parallel.zksmessages.TaskDescription","argv":["touch",")" + path("ran") + "\"]}";
+  for (const auto& [place, reason] : {std::pair{"none/x", "No such file"}, std::pair{"out", "it is a directory"},
+                                      std::pair{"pipe", "not a regular file"}})
+    expectFailure(zks({"call", "runTask", "--protobuf", task, "--reply", std::string("protobuf,plain,file:") + place}),
+                  1, {place == std::string("none/x") ? "\"none\"" : "\"" + std::string(place) + "\"", reason});
+  expectFailure(zks({"call", "runTask", "--protobuf", task, "--reply", "protobuf,plain,plain", "--save", "none"}), 1,
+                {"\"none\""});
+  expectFailure(zks({"run", "--output", "pipe", "--", "touch", path("ran")}), 125, {"pipe\"", "not a regular file"});
+  EXPECT_FALSE(std::filesystem::exists(path("ran")));
+  EXPECT_TRUE(std::filesystem::is_fifo(path("pipe")));
+}
+
+TEST_F(ZksErrors, ItemThatFindsNoRoomIsNamedByWhereItGoes) {
+  const std::string limited = "ulimit -f 64; exec \"$@\"";  // 64 blocks of 512 or 1024 bytes, as shells count them
+  writeFile(path("big"), someBytes(1 << 20));
+  std::string array = "[0";
+  for (int i = 0; i < 20'000; ++i)
+    array += ",0";
+  for (const auto& [option, value, name] :
+       {std::tuple{"--plain", std::string("@big"), "item-1.bin"}, std::tuple{"--array", array + "]", "item-1.npy"}}) {
+    Words words = zksWords({"echo", "--save", "out", option, value});
+    words.insert(words.begin(), {"sh", "-c", limited, "sh"});
+    expectFailure(runProgram(words, directory()), 1, {std::string("out/") + name + "\"", "File too large"});
+  }
+}
+
+TEST_F(ZksErrors, FileWhoseNameTheHostCannotHaveIsNamed) {
+  writeFile(path("caf\xE9"), "x");
+  expectFailure(zks({"echo", "--file", "caf\xE9"}), 1, {"\"caf\xE9\"", "its name is not UTF-8"});
+}
+
+TEST_F(ZksErrors, TemporaryDirectoryThatIsNotThereIsNamed) {
+  Words words = zksWords({"run", "--", "true"});
+  words.insert(words.begin(), {"env", "TMPDIR=" + path("none")});
+  expectFailure(runProgram(words, directory()), 125, {"\"" + path("none") + "\"", "No such file"});
+}
+
+// The files that zks opens must not get the numbers of the streams that it says things on.
+TEST_F(ZksErrors, StreamsThatAreClosedAreNeverAFile) {
+  Words words =
+      zksWords({"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo told; echo >&2 told; echo made >o"});
+  words.insert(words.begin(), {"sh", "-c", "exec \"$@\" >&- 2>&-", "sh"});
+  EXPECT_EQ(runProgram(words, directory()).exitCode, 125);
+  EXPECT_EQ(readFile(path("out/o")), "made\n") << "what can be had is not lost";
+  Words quiet = zksWords({"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo made >o"});
+  quiet.insert(quiet.begin(), {"sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"});
+  EXPECT_EQ(runProgram(quiet, directory()).exitCode, 0);
+  EXPECT_EQ(readFile(path("out/o")), "made\n");
+}
+
+TEST_F(ZksErrors, DaemonThatCannotSayWhatItWasAskedFails) {
+  for (const char* option : {"--help", "--version"}) {
+    const auto outcome = runProgram({"sh", "-c", "exec \"$@\" >/dev/full", "sh", ZKSD_PROGRAM, option}, directory());
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.error, "zksd: cannot write to standard output\n");
+  }
+}
+
 TEST_F(ZksErrors, DirectoryThatRefusesNewFilesIsNamed) {
   // Even the super-user cannot create files there.
   expectFailure(zks({"run", "--output", "o", "--to", "/proc", "--", "touch", "o"}), 125, {"\"/proc\""});
@@ -197,7 +263,7 @@ TEST_F(ZksErrors, DirectoryThatRefusesNewFilesIsNamed) {
 TEST_F(ZksErrors, OutputWhosePlaceIsADirectoryLeavesNothing) {
   std::filesystem::create_directories(path("to/o"));
   const auto outcome = zks({"run", "--output", "o", "--to", "to", "--", "touch", "o"});
-  expectFailure(outcome, 125, {"\"to/o\"", "Is a directory"});
+  expectFailure(outcome, 125, {"\"to/o\"", "it is a directory"});
   EXPECT_THAT(namesIn("to"), ElementsAre("o"));
 }
 

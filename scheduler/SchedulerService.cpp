@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <thread>
@@ -45,14 +46,19 @@ Service::Handler observed(Service::Handler handler, Logger& logger, std::shared_
   };
 }
 
+// Whether it is there is found out by whoever makes something in it, and names it.
+std::filesystem::path temporaryDirectory() {
+  const char* named = std::getenv("TMPDIR");
+  return named != nullptr && *named != '\0' ? named : "/tmp";
+}
+
 }  // namespace
 
 std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
   Logger& logger = options.logger != nullptr ? *options.logger : logging::createQLVLogger("zks.scheduler");
   RunTaskMethod::Settings settings;
   settings.slots = options.slots != 0 ? options.slots : availableCores();
-  settings.scratchParent =
-      options.scratchParent.empty() ? std::filesystem::temp_directory_path() : options.scratchParent;
+  settings.scratchParent = options.scratchParent.empty() ? temporaryDirectory() : options.scratchParent;
   settings.killGrace = options.killGrace;
   settings.environment = currentEnvironment();
   const auto runTask = std::make_shared<RunTaskMethod>(std::move(settings), logger);

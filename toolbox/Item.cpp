@@ -11,6 +11,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/errors/ustring.h"
 #include "platform/files/nativePath.h"
 #include "toolbox/hostMessage.h"
 
@@ -26,6 +27,8 @@ std::string reasonOf(int error) {
 
 // Empty when the file can be read from its beginning.
 std::string reasonNotReadable(const std::string& path) {
+  if (!fl::i18n::isWellFormed(path))
+    return "its name is not UTF-8, and the host's names are texts";
   const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (file < 0)
     return reasonOf(errno);

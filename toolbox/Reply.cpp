@@ -5,6 +5,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/errors/ustring.h"
 #include "platform/files/nativePath.h"
 #include "platform/interrupt/utInterruptState.h"
 
@@ -91,6 +92,8 @@ qxArrayProxy Reply::takePlain() {
 }
 
 void Reply::takeFile(const std::string& path) {
+  if (!fl::i18n::isWellFormed(path))
+    throw Exception<CannotWriteFile>(path, "its name is not UTF-8, and the host's names are texts");
   take([&path](DeserializableData& item) {
     item.deserializeToFile(files::hostPath(path));
     return qxArrayProxy();

@@ -38,7 +38,9 @@ class Reply {
   tova::factory::qxArrayProxy takeArray();
   // A uint8 column.
   tova::factory::qxArrayProxy takePlain();
-  // Creates or truncates the file; after an error it holds what had come until then.
+  // Creates or truncates the file; after an error it holds what had come until then. A path that is not UTF-8 is
+  // refused
+  // (`CannotWriteFile`) and the item is not taken.
   void takeFile(const std::string& path);
 
  private:

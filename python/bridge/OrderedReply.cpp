@@ -14,6 +14,7 @@
 #include "platform/errors/catalogue.h"
 #include "platform/files/nativePath.h"
 #include "platform/interrupt/utInterruptState.h"
+#include "toolbox/AtomicFile.h"
 #include "transport/streams/ByteVectorByteStream.h"
 
 namespace zks::bridge {
@@ -59,6 +60,11 @@ class MemoryFile {
  private:
   int descriptor_;
 };
+
+bool isDevice(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
 
 tova::factory::qxArrayProxy resultOf(const qxArray* payload) {
   const qxArray* const result = qxHasField(payload, "result") ? qxGetField(payload, 0, "result") : nullptr;
@@ -153,6 +159,14 @@ qxArrayPtr OrderedReply::takePlain(std::size_t index) {
 }
 
 void OrderedReply::takeFile(std::size_t index, const std::string& path) {
+  if (isDevice(path))
+    return takeInto(index, path);
+  parallel::toolbox::AtomicFile file(path);
+  file.write([&](const std::string& temporary) { takeInto(index, temporary); });
+  file.commit();
+}
+
+void OrderedReply::takeInto(std::size_t index, const std::string& path) {
   take(
       index,
       [&](Reply& reply) {

@@ -32,6 +32,8 @@ class OrderedReply {
   qxArrayPtr takeArray(std::size_t index);
   qxArrayPtr takeMessage(std::size_t index);
   qxArrayPtr takePlain(std::size_t index);
+  // The file appears when it is whole; what is no file, a device or a pipe, is written to. `CannotWriteFile` and
+  // `CannotWriteIntoDirectory` leave the item untaken when they come before its first byte.
   void takeFile(std::size_t index, const std::string& path);
 
   // Lets go of the stream, at once or when the item that is being read ends. Items that are in memory already stay.
@@ -45,6 +47,7 @@ class OrderedReply {
     std::shared_ptr<Data> buffered;  // when it was read before its turn
   };
 
+  void takeInto(std::size_t index, const std::string& path);
   qxArrayPtr take(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
                   const std::function<Proxy(Data&)>& fromBuffer);
   std::unique_lock<std::timed_mutex> lockInterruptibly();

@@ -135,6 +135,7 @@ def test_ctrl_c_ends_a_download_and_the_session_goes_on(kind, read, stalling, tm
         with pytest.raises(zks.Error) as caught:
             item.bytes()
         assert caught.value.identifier == identifier
+    assert not (tmp_path / "received").exists()
     go_on()
     assert session.echo(b"next")[0].bytes() == b"next"
 

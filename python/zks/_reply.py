@@ -76,7 +76,10 @@ class ReplyItem:
         return self._calls.submit(self._reading("bytes", self._reply.take_bytes))
 
     def save(self, path: str | builtins.bytes | os.PathLike) -> None:
-        """Writes a file item to a file, which is created or replaced. After an error it holds what had come until then."""
+        """Writes a file item to a file, which is created or replaced when all of the item has arrived.
+
+        If nothing can be written there, the item can still be read in another way.
+        """
         self._reading("saved", self._reply.take_file, path)(None)
 
     def save_async(self, path: str | builtins.bytes | os.PathLike) -> Future[None]:

@@ -20,6 +20,7 @@
 #include "scheduler/daemon/allocatorTuning.h"
 #include "scheduler/daemon/defaultSocket.h"
 #include "scheduler/daemon/serviceCredentials.h"
+#include "scheduler/standardDescriptors.h"
 
 namespace parallel::scheduler {
 
@@ -104,20 +105,25 @@ void run(const DaemonOptions& options) {
   serveUntilSignal(signals, *counter);
 }
 
+int complain(const char* text) {
+  std::cerr << "zksd: " << text << '\n';
+  return 1;
+}
+
 }  // namespace
 
 }  // namespace parallel::scheduler
 
 int main(int argc, char** argv) {
   using namespace parallel::scheduler;  // NOLINT(google-build-using-namespace)
+  occupyStandardDescriptors();
   const ParsedArguments parsed = parseArguments({argv + 1, argv + argc}, std::cout, std::cerr);
   if (!parsed.options)
-    return parsed.exitCode;
+    return std::cout.flush() ? parsed.exitCode : complain("cannot write to standard output");
   try {
     run(*parsed.options);
     return 0;
   } catch (const std::exception& failure) {
-    std::cerr << "zksd: " << failure.what() << '\n';
-    return 1;
+    return complain(failure.what());
   }
 }

@@ -1,4 +1,4 @@
-#include "cli/AtomicFile.h"
+#include "toolbox/AtomicFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,13 +7,17 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <mutex>
 #include <random>
 #include <set>
+#include <system_error>
 
-#include "cli/CliError.h"
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "platform/interrupt/utInterruptState.h"
 
-namespace zks {
+namespace parallel::toolbox {
 namespace {
 
 struct Registry {
@@ -26,12 +30,46 @@ Registry& registry() {
   return instance;
 }
 
+std::string systemReason(int error) {
+  return std::generic_category().message(error);
+}
+
 [[noreturn]] void refuseDirectory(const std::string& directory, const std::string& reason) {
-  throw CliError("cannot write to the directory \"" + directory + "\": " + reason);
+  throw Exception<CannotWriteIntoDirectory>(directory, reason);
+}
+
+[[noreturn]] void refuseFile(const std::string& path, const std::string& reason) {
+  throw Exception<CannotWriteFile>(path, reason);
 }
 
 [[noreturn]] void refuseFile(const std::string& path, int error) {
-  throw CliError("cannot write the file \"" + path + "\": " + systemReason(error));
+  refuseFile(path, systemReason(error));
+}
+
+std::string directoryOf(const std::string& path) {
+  const std::filesystem::path directory = std::filesystem::path(path).parent_path();
+  return directory.empty() ? "." : directory.string();
+}
+
+// What must not be replaced by a file: a device, say.
+void checkPlace(const std::string& path) {
+  if (!std::filesystem::path(path).has_filename())
+    refuseFile(path, "it names no file");
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0)
+    return;
+  if (S_ISDIR(status.st_mode))
+    refuseFile(path, "it is a directory");
+  if (!S_ISREG(status.st_mode))
+    refuseFile(path, "it is there already and not a regular file");
+}
+
+// The file that a link at the path leads to.
+std::string followed(const std::string& path) {
+  checkPlace(path);
+  std::error_code none;
+  const auto file = std::filesystem::canonical(path, none);
+  return none ? path : file.string();
 }
 
 std::string randomSuffix() {
@@ -61,8 +99,8 @@ std::string createTemporary(const std::string& directory) {
 
 }  // namespace
 
-AtomicFile::AtomicFile(const std::string& directory, const std::string& name)
-    : path_(directory + "/" + name), temporaryPath_(createTemporary(directory)) {}
+AtomicFile::AtomicFile(const std::string& path)
+    : path_(followed(path)), temporaryPath_(createTemporary(directoryOf(path_))) {}
 
 AtomicFile::~AtomicFile() {
   if (temporaryPath_.empty())
@@ -72,6 +110,20 @@ AtomicFile::~AtomicFile() {
   registry().paths.erase(temporaryPath_);
 }
 
+void AtomicFile::write(const std::function<void(const std::string&)>& writer) const {
+  try {
+    writer(temporaryPath_);
+  } catch (const Corvane::System::InterruptException&) {
+    throw;
+  } catch (...) {
+    utInterruptState::ThrowIfInterruptPending();
+    checkWritable();
+    throw;
+  }
+}
+
+// Throws the system's reason if the file cannot take more bytes: a full disk or a limit that cut the file short is
+// still there to be found.
 void AtomicFile::checkWritable() const {
   const int file = ::open(temporaryPath_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
   if (file < 0)
@@ -102,6 +154,11 @@ void AtomicFile::commit() {
   temporaryPath_.clear();
 }
 
+void checkWritablePlace(const std::string& path) {
+  checkPlace(path);
+  checkDirectory(directoryOf(path));
+}
+
 void checkDirectory(const std::string& directory) {
   struct stat status {};
   if (::stat(directory.c_str(), &status) != 0)
@@ -119,4 +176,4 @@ void removeAllTemporaryFiles() noexcept {
   registry().paths.clear();
 }
 
-}  // namespace zks
+}  // namespace parallel::toolbox
