@@ -234,17 +234,24 @@ TEST_F(ZksErrors, TemporaryDirectoryThatIsNotThereIsNamed) {
   expectFailure(runProgram(words, directory()), 125, {"\"" + path("none") + "\"", "No such file"});
 }
 
-// The files that zks opens must not get the numbers of the streams that it says things on.
-TEST_F(ZksErrors, StreamsThatAreClosedAreNeverAFile) {
-  Words words =
-      zksWords({"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo told; echo >&2 told; echo made >o"});
-  words.insert(words.begin(), {"sh", "-c", "exec \"$@\" >&- 2>&-", "sh"});
-  EXPECT_EQ(runProgram(words, directory()).exitCode, 125);
-  EXPECT_EQ(readFile(path("out/o")), "made\n") << "what can be had is not lost";
-  Words quiet = zksWords({"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo made >o"});
-  quiet.insert(quiet.begin(), {"sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"});
-  EXPECT_EQ(runProgram(quiet, directory()).exitCode, 0);
+TEST_F(ZksErrors, OutputsAreFetchedThoughNobodyTakesWhatTheTaskSaid) {
+  Words words = zksWords({"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo told; echo made >o"});
+  words.insert(words.begin(), {"sh", "-c", "exec \"$@\" >&-", "sh"});
+  const auto outcome = runProgram(words, directory());
+  EXPECT_EQ(outcome.exitCode, 125);
+  EXPECT_EQ(outcome.error, "zks: cannot write to standard output: Bad file descriptor\n");
   EXPECT_EQ(readFile(path("out/o")), "made\n");
+}
+
+TEST_F(ZksErrors, DaemonWithoutStandardErrorLogsIntoNoneOfItsFiles) {
+  ChildProcess daemon({"sh", "-c", "exec \"$@\" 2>&-", "sh", ZKSD_PROGRAM, "--socket", path("s"), "--log", "trace"},
+                      directory());
+  ASSERT_THAT(daemon.readLine(), HasSubstr("listening"));
+  setAddress("unix:" + path("s"));
+  EXPECT_EQ(zks({"echo", "--plain", "x"}).exitCode, 0);
+  EXPECT_EQ(readFile(path("s.lock")), std::to_string(daemon.pid()));
+  daemon.send(SIGTERM);
+  EXPECT_EQ(daemon.wait().exitCode, 0);
 }
 
 TEST_F(ZksErrors, DaemonThatCannotSayWhatItWasAskedFails) {
