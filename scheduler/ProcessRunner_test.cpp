@@ -170,8 +170,14 @@ TEST_F(ProcessRunner, FilesThatAreNoProgramsAreNamed) {
   spec_.environment = {"PATH=."};
   EXPECT_EQ(run({"plain"}).message, "No program \"plain\" in PATH (.); \"./plain\" is not executable");
   fs::permissions(work() / "plain", fs::perms::owner_all);
-  EXPECT_EQ(run({"./plain"}).message, "Cannot run \"./plain\": Exec format error");
+  EXPECT_EQ(
+      run({"./plain"}).message,
+      "Cannot run \"./plain\": it is no program, nor a script that names its interpreter after #! in its first line");
+  std::ofstream(work() / "script") << "#!/no/such/interpreter\n";
+  fs::permissions(work() / "script", fs::perms::owner_all);
+  EXPECT_EQ(run({"./script"}).message, "Cannot run \"./script\": the interpreter or loader that it names is not there");
   fs::create_directory(work() / "folder");
+  EXPECT_EQ(run({"./folder"}).message, "Cannot run \"./folder\": it is a directory");
   EXPECT_EQ(run({"folder"}).message, "No program \"folder\" in PATH (.)");
 }
 

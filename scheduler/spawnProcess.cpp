@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -119,8 +120,25 @@ std::string errorText(int error) {
   return std::strerror(error);
 }  // NOLINT(concurrency-mt-unsafe)
 
+[[noreturn]] void failToStart(const std::string& program, const std::string& reason) {
+  throw StartFailure("Cannot run \"" + program + "\": " + reason);
+}
+
 [[noreturn]] void failToStart(const std::string& program, const std::string& step, int error) {
-  throw StartFailure("Cannot run \"" + program + "\": " + step + errorText(error));
+  failToStart(program, step + errorText(error));
+}
+
+// More than the system says where that misleads: a file that is there "is not", a directory is a matter of permissions.
+std::string reasonNotRun(const SpawnRequest& request, int error) {
+  struct stat status {};
+  const bool exists = ::fstatat(request.directory, request.program.c_str(), &status, 0) == 0;
+  if (exists && S_ISDIR(status.st_mode))
+    return "it is a directory";
+  if (exists && error == ENOENT)
+    return "the interpreter or loader that it names is not there";
+  if (error == ENOEXEC)
+    return "it is no program, nor a script that names its interpreter after #! in its first line";
+  return errorText(error);
 }
 
 std::string stepText(Step step) {
@@ -138,7 +156,7 @@ std::string stepText(Step step) {
     case Step::Limits:
       return "setting its limits: ";
     case Step::Exec:
-      return "";
+      break;  // reasonNotRun says it
   }
   return "";
 }
@@ -225,6 +243,8 @@ SpawnedProcess spawnProcess(const SpawnRequest& request) {
   Report report{};
   if (readReport(pipe.reading, report)) {
     reap(process.pid);
+    if (report.step == Step::Exec)
+      failToStart(name, reasonNotRun(request, report.error));
     failToStart(name, stepText(report.step), report.error);
   }
   process.pidfd = UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0)));
