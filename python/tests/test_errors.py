@@ -49,6 +49,16 @@ def test_the_type_says_what_to_do_next(kinds, expected):
     assert type(error_from_levels(levels(*kinds), "x")) is expected
 
 
+@pytest.mark.parametrize(
+    "kind, expected",
+    [("timeout", zks.Timeout), ("terminated", zks.Terminated), ("framework", zks.FrameworkError), ("standard", zks.Error)],
+)
+def test_an_item_that_failed_is_what_its_cause_is(kind, expected):
+    failed = ("identified", "parallel:toolbox", "ReplyItemFailed", "item 1")
+    assert type(error_from_levels([failed, *levels(kind)], "x")) is expected
+    assert type(error_from_levels([failed], "x")) is zks.Error
+
+
 def test_the_types_are_python_s_own_too():
     assert issubclass(zks.Timeout, TimeoutError)
     assert issubclass(zks.Terminated, ConnectionError)

@@ -448,6 +448,30 @@ def test_a_service_that_goes_away_is_told_as_terminated(tmp_path):
             session.echo(b"x")
 
 
+def test_a_service_that_dies_in_a_reply_is_told_as_terminated(tmp_path):
+    process, address = start_daemon(tmp_path)
+    with zks.connect(address) as session:
+        first, second = session.echo(b"first", bytes(50_000_000))
+        assert first.bytes() == b"first"
+        process.kill()
+        stop_daemon(process)
+        with pytest.raises(zks.Terminated) as caught:
+            second.bytes()
+        assert caught.value.identifier == "parallel:toolbox:ReplyItemFailed"
+        assert address in caught.value.causes[0].text
+
+
+def test_a_reply_that_pauses_for_too_long_is_told_as_a_timeout(tmp_path):
+    process, address = start_daemon(tmp_path)
+    with zks.connect(address, idle_timeout=0.1) as session:
+        (item,) = session.echo(bytes(50_000_000))
+        process.send_signal(signal.SIGSTOP)
+        with pytest.raises(zks.Timeout):
+            item.bytes()
+        process.send_signal(signal.SIGCONT)
+    stop_daemon(process)
+
+
 def test_repr_is_one_line_and_makes_no_call(any_session):
     (item,) = any_session.echo(b"x")
     for shown in (any_session, item, zks.plain(b"x"), any_session.run(["true"]), zks.message("a.B", x=1)):

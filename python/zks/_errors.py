@@ -66,9 +66,12 @@ def _identifier(level: Level) -> str:
 
 
 def _type(levels: Sequence[Level]) -> type[Error]:
-    found = _TYPES.get(_identifier(levels[0]))
+    identifier = _identifier(levels[0])
+    found = _TYPES.get(identifier)
     if found is not None:
         return found
+    if identifier == "parallel:toolbox:ReplyItemFailed" and len(levels) > 1:  # what to do, its cause says
+        return _type(levels[1:])
     return FrameworkError if any(kind == "framework" for kind, *_ in levels) else Error
 
 
