@@ -54,6 +54,7 @@ TEST(OutOfMemory, CreationThrows) {
   EXPECT_GT(failEachAllocation([&] { qxMakeFieldNames(names); }), 2);
   const qxFieldNamesPtr made = qxMakeFieldNames(names);
   EXPECT_EQ(failEachAllocation([&] { qxCreateStructWithNames({}, made); }), 3);
+  EXPECT_EQ(failEachAllocation([&] { qxCreateStructWithNames({}, made, std::vector<qxArrayPtr>(2)); }), 3);
   EXPECT_GT(failEachAllocation([&] { qxCreateObject("class", nullptr); }), 1);
 }
 

@@ -90,6 +90,9 @@ using qxFieldNamesPtr = std::shared_ptr<const qxFieldNames>;
 qxFieldNamesPtr qxMakeFieldNames(std::span<const std::string> names);
 // With these fields; not null. A field added to the array later is not seen in `names`.
 qxArrayPtr qxCreateStructWithNames(qxDimensions dimensions, qxFieldNamesPtr names);
+// The same with their values: those of all elements for the first field, then for the second, ... A null pointer is an
+// unset one. `WrongShape` when there are more or less.
+qxArrayPtr qxCreateStructWithNames(qxDimensions dimensions, qxFieldNamesPtr names, std::vector<qxArrayPtr> values);
 
 // A new share of the same value; costs a count.
 qxArrayPtr qxCreateSharedCopy(const qxArray* array);

@@ -37,6 +37,16 @@ qxArrayPtr qxCreateStructWithNames(qxDimensions dimensions, qxFieldNamesPtr name
   return qx_detail::makeShare(qxClass::Struct, false, std::move(shape), std::move(storage));
 }
 
+qxArrayPtr qxCreateStructWithNames(qxDimensions dimensions, qxFieldNamesPtr names, std::vector<qxArrayPtr> values) {
+  Shape shape = Shape::makeChecked(dimensions, sizeof(qxArrayPtr), qxClass::Struct);
+  if (values.size() != shape.count() * names->size())
+    throw Exception<host::array::WrongShape>(
+        qx_detail::dimensionsText(dimensions),
+        std::to_string(values.size()) + " values of " + std::to_string(names->size()) + " fields");
+  auto storage = std::make_unique<StructStorage>(shape.count(), std::move(names), std::move(values));
+  return qx_detail::makeShare(qxClass::Struct, false, std::move(shape), std::move(storage));
+}
+
 std::span<const std::string> qxGetFieldNames(const qxArray* array) {
   return checkedStruct(array).names().all();
 }

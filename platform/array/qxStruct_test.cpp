@@ -162,6 +162,25 @@ TEST(StructNames, StructsMadeWithThemHaveTheSameNamesInMemory) {
   EXPECT_EQ(qxGetFieldAt(other.get(), 2, 1), nullptr);
 }
 
+TEST(StructNames, ValuesStandByField) {
+  std::vector<qxArrayPtr> values;
+  for (const double value : {1, 2, 3, 4, 5, 6})
+    values.push_back(value == 4 ? nullptr : qxCreateScalar(value));
+  const qxArrayPtr array = qxCreateStructWithNames(Dimensions{3}, qxMakeFieldNames(Names{"x", "y"}), std::move(values));
+  EXPECT_EQ(*qxFindScalar<double>(qxGetField(array.get(), 2, "x")), 3);
+  EXPECT_EQ(qxGetField(array.get(), 0, "y"), nullptr);
+  EXPECT_EQ(*qxFindScalar<double>(qxGetField(array.get(), 1, "y")), 5);
+}
+
+TEST(StructNames, MoreOrFewerValuesThrow) {
+  const qxFieldNamesPtr names = qxMakeFieldNames(Names{"x", "y"});
+  for (const std::size_t count : {0, 1, 3})
+    EXPECT_THROW(qxCreateStructWithNames({}, names, std::vector<qxArrayPtr>(count)),
+                 Exception<host::array::WrongShape>);
+  EXPECT_NO_THROW(qxCreateStructWithNames({}, names, std::vector<qxArrayPtr>(2)));
+  EXPECT_NO_THROW(qxCreateStructWithNames(Dimensions{0, 5}, names, {}));
+}
+
 TEST(StructNames, FieldAddedToOneStructIsNotInTheOthers) {
   const qxFieldNamesPtr names = qxMakeFieldNames(Names{"x"});
   const qxArrayPtr one = qxCreateStructWithNames({}, names);

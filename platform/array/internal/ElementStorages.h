@@ -37,6 +37,8 @@ class StructStorage final : public Storage {
  public:
   // `count` elements, no field set. Shares the names.
   StructStorage(std::size_t count, std::shared_ptr<const qxFieldNames> names);
+  StructStorage(std::size_t count, std::shared_ptr<const qxFieldNames> names, Elements values) noexcept
+      : count_(count), names_(std::move(names)), values_(std::move(values)) {}
 
   std::unique_ptr<Storage> clone() const override;
   const qxFieldNames& names() const noexcept { return *names_; }

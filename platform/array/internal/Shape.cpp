@@ -17,14 +17,14 @@ qxDimensions withoutTrailingOnes(qxDimensions dimensions) {
 }
 
 std::optional<std::size_t> product(qxDimensions dimensions) {
-  if (std::find(dimensions.begin(), dimensions.end(), 0U) != dimensions.end())
-    return 0;
   std::size_t count = 1;
+  bool overflown = false;
   for (const std::size_t dimension : dimensions) {
-    if (__builtin_mul_overflow(count, dimension, &count))
-      return std::nullopt;
+    if (dimension == 0)
+      return 0;
+    overflown |= __builtin_mul_overflow(count, dimension, &count);
   }
-  return count;
+  return overflown ? std::nullopt : std::optional(count);
 }
 
 bool addressable(std::size_t count, std::size_t elementBytes) {
@@ -35,27 +35,26 @@ bool addressable(std::size_t count, std::size_t elementBytes) {
 
 }  // namespace
 
+Shape::Shape(qxDimensions dimensions, std::size_t count) : count_(count) {
+  const qxDimensions kept = withoutTrailingOnes(dimensions);
+  if (kept.size() <= plane_.size()) {
+    plane_ = {kept.empty() ? 1 : kept[0], kept.size() < 2 ? 1 : kept[1]};
+  } else {
+    many_ = std::make_unique<Dimensions>(kept.begin(), kept.end());
+  }
+}
+
 std::optional<Shape> Shape::make(qxDimensions dimensions) {
   const auto count = product(dimensions);
-  if (!count)
-    return std::nullopt;
-  Shape shape;
-  shape.count_ = *count;
-  const qxDimensions kept = withoutTrailingOnes(dimensions);
-  if (kept.size() <= shape.plane_.size()) {
-    std::copy(kept.begin(), kept.end(), shape.plane_.begin());
-  } else {
-    shape.many_ = std::make_unique<Dimensions>(kept.begin(), kept.end());
-  }
-  return shape;
+  return count ? std::optional(Shape(dimensions, *count)) : std::nullopt;
 }
 
 Shape Shape::makeChecked(qxDimensions dimensions, std::size_t elementBytes, qxClass cls) {
-  auto shape = make(dimensions);
-  if (!shape || !addressable(shape->count(), elementBytes)) {
+  const auto count = product(dimensions);
+  if (!count || !addressable(*count, elementBytes)) {
     throw Exception<host::array::TooLarge>(dimensionsText(dimensions), qxClassName(cls));
   }
-  return *std::move(shape);
+  return Shape(dimensions, *count);
 }
 
 bool operator==(const Shape& left, const Shape& right) noexcept {

@@ -41,6 +41,8 @@ class Shape {
  private:
   using Dimensions = std::vector<std::size_t>;
 
+  Shape(qxDimensions dimensions, std::size_t count);  // their product
+
   std::array<std::size_t, 2> plane_{1, 1};
   std::unique_ptr<const Dimensions> many_;  // all of them, when there are more than two
   std::size_t count_ = 1;
