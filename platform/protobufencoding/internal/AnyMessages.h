@@ -4,9 +4,9 @@
 
 #include <google/protobuf/message.h>
 
+#include <map>
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include "platform/protobufencoding/AnyEncoder.h"
 #include "platform/protobufencoding/internal/MessageShapes.h"
@@ -39,8 +39,8 @@ class AnyMessages {
   const google::protobuf::Descriptor* missingType(const MessageShape& anyShape);
 
   AnyEncoder* callers_;
-  std::unordered_map<const MessageShape*, bool> isAny_;
-  std::unordered_map<const MessageShape*, const google::protobuf::Descriptor*> missing_;
+  std::map<const MessageShape*, bool> isAny_;
+  std::map<const MessageShape*, const google::protobuf::Descriptor*> missing_;
 };
 
 }  // namespace parallel::protobufencoding

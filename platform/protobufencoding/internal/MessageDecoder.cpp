@@ -45,8 +45,8 @@ qxArrayPtr listColumn(int count, Element element) {
   return list;
 }
 
-bool equal(std::span<const FieldShape* const> left, std::span<const FieldShape* const> right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end());
+qxArrayPtr textOrBytes(const FieldShape& field, const std::string& bytes) {
+  return field.kind == ValueKind::String ? createTextOrBytes(bytes) : createBytes(bytes);
 }
 
 }  // namespace
@@ -58,89 +58,65 @@ void MessageDecoder::checkDepth(const MessageShape& shape, int depth) const {
 
 qxArrayPtr MessageDecoder::generalForm(const Source& source, const MessageShape& shape, int depth) {
   checkDepth(shape, depth);
-  Present present;
-  findPresent(source, shape, present);
-  qxArrayPtr result = createStruct(1, shape, present);
-  fillStruct(result.get(), 0, source, shape, present, depth);
-  return result;
+  const StructLayoutPtr layout = layoutOf(source, shape);
+  std::vector<qxArrayPtr> values(layout->bindings().size());
+  fillStruct(values, 0, 1, source, shape, *layout, depth);
+  return qxCreateStructWithNames(column(1), layout->names(), std::move(values));
 }
 
 qxArrayPtr MessageDecoder::value(const Source& source, const MessageShape& shape, int depth) {
-  checkDepth(shape, depth);
-  if (qxArrayPtr special = specialForm(source, shape, depth))
-    return special;
+  if (shape.special() != SpecialForm::None) {
+    checkDepth(shape, depth);
+    if (qxArrayPtr special = specialForm(source, shape, depth))
+      return special;
+  }
   return generalForm(source, shape, depth);
 }
 
-void MessageDecoder::findPresent(const Source& source, const MessageShape& shape, Present& present) {
-  present.unknown = !source.reflection.GetUnknownFields(source.message).empty();
-  present.fields = shape.allFields();
-  if (!shape.presenceVaries())
-    return;
-  present.some.clear();
-  present.some.reserve(present.fields.size());
-  for (const FieldShape* field : shape.allFields()) {
-    if (!field->hasPresence || source.reflection.HasField(source.message, field->descriptor))
-      present.some.push_back(field);
-  }
-  bool all = present.some.size() == present.fields.size();
-  if (shape.isExtendable())
-    all = !addExtensions(source, present.some) && all;
-  if (!all)
-    present.fields = present.some;
+StructLayoutPtr MessageDecoder::layoutOf(const Source& source, const MessageShape& shape) {
+  const bool unknown = hasUnknownFields(source);
+  if (!unknown && !shape.presenceVaries())
+    return shape.fullLayout();
+  findPresent(source, shape);
+  if (!unknown && present_.size() == shape.allFields().size() && !presentIsExtended())
+    return shape.fullLayout();
+  StructLayoutPtr& last = lastLayouts_[&shape];
+  if (last == nullptr || !last->has(present_, unknown))
+    last = presentLayout(shape, unknown);
+  return last;
 }
 
-bool MessageDecoder::addExtensions(const Source& source, std::vector<const FieldShape*>& fields) {
-  const std::size_t before = fields.size();
+StructLayoutPtr MessageDecoder::presentLayout(const MessageShape& shape, bool unknown) {
+  // The shapes of extensions end with this conversion.
+  return presentIsExtended() ? std::make_shared<const StructLayout>(shape.namesType(), present_, unknown)
+                             : shape.layouts().find(shape.namesType(), present_, unknown);
+}
+
+bool MessageDecoder::fits(const StructLayout& layout, const Source& source, const MessageShape& shape) {
+  const bool unknown = hasUnknownFields(source);
+  if (!shape.presenceVaries())
+    return layout.hasUnknown() == unknown;
+  findPresent(source, shape);
+  return layout.has(present_, unknown);
+}
+
+void MessageDecoder::findPresent(const Source& source, const MessageShape& shape) {
+  present_.clear();
+  for (const FieldShape* field : shape.allFields()) {
+    if (!field->hasPresence || source.reflection.HasField(source.message, field->descriptor))
+      present_.push_back(field);
+  }
+  if (!shape.isExtendable())
+    return;
   std::vector<const FieldDescriptor*> set;
   source.reflection.ListFields(source.message, &set);
   for (const FieldDescriptor* field : set) {
     if (field->is_extension())
-      fields.push_back(&shapes_.ofExtension(field));
+      present_.push_back(&shapes_.ofExtension(field));
   }
-  return fields.size() > before;
 }
 
-bool MessageDecoder::hasPresent(const Source& source, const MessageShape& shape, const Present& present,
-                                Present& scratch) {
-  findPresent(source, shape, scratch);
-  return scratch.unknown == present.unknown && equal(scratch.fields, present.fields);
-}
-
-qxArrayPtr MessageDecoder::createStruct(std::size_t count, const MessageShape& shape, const Present& present) {
-  return qxCreateStructWithNames(column(count), fieldNames(shape, present));
-}
-
-// Entries of maps name no type: they are not messages to users.
-const qxFieldNamesPtr& MessageDecoder::fieldNames(const MessageShape& shape, const Present& present) {
-  if (isAll(shape, present) && !present.unknown)
-    return shape.structFieldNames();
-  PartialNames& last = partialNames_[&shape];
-  if (last.names != nullptr && last.unknown == present.unknown && equal(last.fields, present.fields))
-    return last.names;
-  last.fields.assign(present.fields.begin(), present.fields.end());
-  last.unknown = present.unknown;
-  // The shapes of extensions end with this conversion.
-  const bool extended = !present.fields.empty() && present.fields.back()->descriptor->is_extension();
-  last.names = extended ? PartialFieldNames::make(!shape.isMapEntry(), present.fields, present.unknown)
-                        : shape.partialFieldNames().find(!shape.isMapEntry(), present.fields, present.unknown);
-  return last.names;
-}
-
-// In the order of fieldNames.
-void MessageDecoder::fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
-                                const Present& present, int depth) {
-  std::size_t place = 0;
-  if (!shape.isMapEntry())
-    qxSetFieldAt(target, element, place++, qxCreateSharedCopy(shape.typeArray()));
-  for (const FieldShape* present_field : present.fields)
-    qxSetFieldAt(target, element, place++, field(source, *present_field, depth));
-  if (present.unknown)
-    qxSetFieldAt(target, element, place,
-                 createBytes(encodedUnknownFields(source.reflection.GetUnknownFields(source.message))));
-}
-
-qxArrayPtr MessageDecoder::field(const Source& source, const FieldShape& field, int depth) {
+inline qxArrayPtr MessageDecoder::field(const Source& source, const FieldShape& field, int depth) {
   switch (field.cardinality) {
     case Cardinality::Single:
       return single(source, field, depth);
@@ -152,9 +128,25 @@ qxArrayPtr MessageDecoder::field(const Source& source, const FieldShape& field, 
   return map(source, field, depth);
 }
 
+// The values of one of `count` structs, as qxCreateStructWithNames wants them.
+void MessageDecoder::fillStruct(std::vector<qxArrayPtr>& values, std::size_t element, std::size_t count,
+                                const Source& source, const MessageShape& shape, const StructLayout& layout,
+                                int depth) {
+  std::size_t place = element;
+  const auto put = [&](qxArrayPtr value) {
+    values[place] = std::move(value);
+    place += count;
+  };
+  if (shape.namesType())
+    put(qxCreateSharedCopy(shape.typeArray()));
+  for (const FieldBinding& binding : layout.fields())
+    put(field(source, *binding.field, depth));
+  if (layout.hasUnknown())
+    put(createBytes(encodedUnknownFields(source.reflection.GetUnknownFields(source.message))));
+}
+
 qxArrayPtr MessageDecoder::single(const Source& source, const FieldShape& field, int depth) {
   const FieldDescriptor* descriptor = field.descriptor;
-  std::string scratch;
   switch (field.kind) {
     case ValueKind::Int32:
       return qxCreateScalarOf<std::int32_t>(source.reflection.GetInt32(source.message, descriptor));
@@ -173,13 +165,19 @@ qxArrayPtr MessageDecoder::single(const Source& source, const FieldShape& field,
     case ValueKind::Enum:
       return enumValue(field, source.reflection.GetEnumValue(source.message, descriptor));
     case ValueKind::String:
-      return createTextOrBytes(source.reflection.GetStringReference(source.message, descriptor, &scratch));
-    case ValueKind::Bytes:
-      return createBytes(source.reflection.GetStringReference(source.message, descriptor, &scratch));
+    case ValueKind::Bytes: {
+      std::string scratch;
+      return textOrBytes(field, source.reflection.GetStringReference(source.message, descriptor, &scratch));
+    }
     case ValueKind::Message:
       break;
   }
-  return value(source.reflection.GetMessage(source.message, descriptor), shapes_.of(field), depth + 1);
+  return message(source, field, source.reflection.GetMessage(source.message, descriptor), depth + 1);
+}
+
+qxArrayPtr MessageDecoder::message(const Source& source, const FieldShape& field, const Message& inner, int depth) {
+  const MessageShape& shape = shapes_.of(field);
+  return value({inner, shape.reflectionIn(source.reflection, field, inner)}, shape, depth);
 }
 
 qxArrayPtr MessageDecoder::repeated(const Source& source, const FieldShape& field, int depth) {
@@ -187,7 +185,6 @@ qxArrayPtr MessageDecoder::repeated(const Source& source, const FieldShape& fiel
   const auto list = [&](auto element) {
     return listColumn(source.reflection.FieldSize(source.message, descriptor), element);
   };
-  std::string scratch;
   switch (field.kind) {
     case ValueKind::Int32:
       return typedColumn<std::int32_t>(source.message, descriptor);
@@ -208,12 +205,10 @@ qxArrayPtr MessageDecoder::repeated(const Source& source, const FieldShape& fiel
         return enumValue(field, source.reflection.GetRepeatedEnumValue(source.message, descriptor, i));
       });
     case ValueKind::String:
-      return list([&](int i) {
-        return createTextOrBytes(source.reflection.GetRepeatedStringReference(source.message, descriptor, i, &scratch));
-      });
     case ValueKind::Bytes:
-      return list([&](int i) {
-        return createBytes(source.reflection.GetRepeatedStringReference(source.message, descriptor, i, &scratch));
+      return list([&, scratch = std::string()](int i) mutable {
+        return textOrBytes(field,
+                           source.reflection.GetRepeatedStringReference(source.message, descriptor, i, &scratch));
       });
     case ValueKind::Message:
       break;
@@ -234,23 +229,21 @@ qxArrayPtr MessageDecoder::repeatedMessages(const Source& source, const FieldSha
     return source.reflection.GetRepeatedMessage(source.message, field.descriptor, i);
   };
   const google::protobuf::Reflection& reflection = *element(0).GetReflection();
-  Present first;
-  Present other;
-  findPresent({element(0), reflection}, shape, first);
+  const StructLayoutPtr layout = layoutOf({element(0), reflection}, shape);
   for (int i = 1; i < count; ++i) {
-    if (!hasPresent({element(i), reflection}, shape, first, other))
+    if (!fits(*layout, {element(i), reflection}, shape))
       return listOfMessages(source, field, depth);
   }
-  qxArrayPtr result = createStruct(static_cast<std::size_t>(count), shape, first);
+  std::vector<qxArrayPtr> values(layout->bindings().size() * static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i)
-    fillStruct(result.get(), static_cast<std::size_t>(i), {element(i), reflection}, shape, first, depth + 1);
-  return result;
+    fillStruct(values, static_cast<std::size_t>(i), static_cast<std::size_t>(count), {element(i), reflection}, shape,
+               *layout, depth + 1);
+  return qxCreateStructWithNames(column(static_cast<std::size_t>(count)), layout->names(), std::move(values));
 }
 
 qxArrayPtr MessageDecoder::listOfMessages(const Source& source, const FieldShape& field, int depth) {
-  const MessageShape& shape = shapes_.of(field);
   return listColumn(source.reflection.FieldSize(source.message, field.descriptor), [&](int i) {
-    return value(source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), shape, depth + 1);
+    return message(source, field, source.reflection.GetRepeatedMessage(source.message, field.descriptor, i), depth + 1);
   });
 }
 

@@ -4,9 +4,8 @@
 
 #include <google/protobuf/message.h>
 
-#include <span>
+#include <map>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/array/qxArray.h"
@@ -39,13 +38,6 @@ class MessageDecoder {
     const google::protobuf::Reflection& reflection;
   };
 
-  // Which fields of a struct a message fills.
-  struct Present {
-    std::span<const FieldShape* const> fields;  // all of the type, or `some`
-    std::vector<const FieldShape*> some;
-    bool unknown = false;
-  };
-
   void checkDepth(const MessageShape& shape, int depth) const;
 
   // `depth`: messages around this one.
@@ -54,20 +46,21 @@ class MessageDecoder {
   qxArrayPtr value(const Source& source, const MessageShape& shape, int depth);
   qxArrayPtr specialForm(const Source& source, const MessageShape& shape, int depth);  // null: none without a loss
 
-  static bool isAll(const MessageShape& shape, const Present& present) {
-    return present.fields.data() == shape.allFields().data();
+  // Which of its fields the message has.
+  StructLayoutPtr layoutOf(const Source& source, const MessageShape& shape);
+  bool fits(const StructLayout& layout, const Source& source, const MessageShape& shape);
+  void findPresent(const Source& source, const MessageShape& shape);
+  bool presentIsExtended() const { return !present_.empty() && present_.back()->descriptor->is_extension(); }
+  StructLayoutPtr presentLayout(const MessageShape& shape, bool unknown);
+  static bool hasUnknownFields(const Source& source) {
+    return !source.reflection.GetUnknownFields(source.message).empty();
   }
-  void findPresent(const Source& source, const MessageShape& shape, Present& present);
-  // Whether there were any.
-  bool addExtensions(const Source& source, std::vector<const FieldShape*>& fields);
-  bool hasPresent(const Source& source, const MessageShape& shape, const Present& present, Present& scratch);
-  qxArrayPtr createStruct(std::size_t count, const MessageShape& shape, const Present& present);
-  const qxFieldNamesPtr& fieldNames(const MessageShape& shape, const Present& present);
-  void fillStruct(qxArray* target, std::size_t element, const Source& source, const MessageShape& shape,
-                  const Present& present, int depth);
+  void fillStruct(std::vector<qxArrayPtr>& values, std::size_t element, std::size_t count, const Source& source,
+                  const MessageShape& shape, const StructLayout& layout, int depth);
 
   qxArrayPtr field(const Source& source, const FieldShape& field, int depth);
   qxArrayPtr single(const Source& source, const FieldShape& field, int depth);
+  qxArrayPtr message(const Source& source, const FieldShape& field, const Message& inner, int depth);
   qxArrayPtr repeated(const Source& source, const FieldShape& field, int depth);
   qxArrayPtr repeatedMessages(const Source& source, const FieldShape& field, int depth);
   qxArrayPtr listOfMessages(const Source& source, const FieldShape& field, int depth);
@@ -91,14 +84,10 @@ class MessageDecoder {
   int deepest_ = kMaxMessageNesting + 1;
   MessageShapes shapes_;
   AnyMessages anys_;
-  // Of the last struct of each type that had not all fields: the next one mostly has the same.
-  struct PartialNames {
-    std::vector<const FieldShape*> fields;
-    bool unknown;
-    qxFieldNamesPtr names;
-  };
-  std::unordered_map<const MessageShape*, PartialNames> partialNames_;
-  std::unordered_map<const google::protobuf::EnumValueDescriptor*, qxArrayPtr> enumTexts_;
+  std::vector<const FieldShape*> present_;  // what findPresent found
+  // Of the last message of each type that had not all fields: the next one mostly has the same.
+  std::map<const MessageShape*, StructLayoutPtr> lastLayouts_;
+  std::map<const google::protobuf::EnumValueDescriptor*, qxArrayPtr> enumTexts_;
 };
 
 }  // namespace parallel::protobufencoding

@@ -57,10 +57,21 @@ void MessageEncoder::fill(Message& message, const MessageShape& shape, const qxA
   checkRequired(message, path);
 }
 
-MessageEncoder::Bindings MessageEncoder::bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
-                                              Context context) {
+MessageEncoder::Bindings MessageEncoder::bindingsOf(const qxArray* structs, const MessageShape& shape,
+                                                    const FieldPath& path, Context context) {
+  if (shape.fullLayout()->isOf(structs))
+    return {shape.fullLayout()->bindings()};
+  if (StructLayoutPtr layout = shape.layouts().findOf(structs))
+    return {layout->bindings(), std::move(layout)};
+  std::vector<FieldBinding> own = bind(structs, shape, path, context);
+  const std::span<const FieldBinding> all = own;
+  return {all, nullptr, std::move(own)};
+}
+
+std::vector<FieldBinding> MessageEncoder::bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
+                                               Context context) {
   const std::span<const std::string> names = qxGetFieldNames(structs);
-  Bindings bindings;
+  std::vector<FieldBinding> bindings;
   bindings.reserve(names.size());
   MessageShape::Search search(shape);
   for (const std::string& name : names) {
@@ -101,14 +112,11 @@ void MessageEncoder::checkDepth(const Target& target, const FieldPath& path) {
 
 void MessageEncoder::generalForm(const Target& target, const qxArray* structs, std::size_t element,
                                  const FieldPath& path) {
-  if (target.shape.hasStructFieldNames(structs))
-    generalForm(target, structs, element, target.shape.bindings(), path);
-  else
-    generalForm(target, structs, element, bind(structs, target.shape, path, Context::Plain), path);
+  generalForm(target, structs, element, bindingsOf(structs, target.shape, path, Context::Plain).all, path);
 }
 
 void MessageEncoder::generalForm(const Target& target, const qxArray* structs, std::size_t element,
-                                 const Bindings& bindings, const FieldPath& path) {
+                                 std::span<const FieldBinding> bindings, const FieldPath& path) {
   checkDepth(target, path);
   const std::span<const std::string> names = qxGetFieldNames(structs);
   for (std::size_t place = 0; place < bindings.size(); ++place) {

@@ -6,6 +6,7 @@
 #include <google/protobuf/message.h>
 
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,11 @@ class MessageEncoder {
   using Message = google::protobuf::Message;
 
   // What the fields of a struct array mean, in the order of their names.
-  using Bindings = std::vector<FieldBinding>;
+  struct Bindings {
+    std::span<const FieldBinding> all;
+    StructLayoutPtr layout = nullptr;    // which keeps them, or
+    std::vector<FieldBinding> own = {};  // they are these
+  };
 
   // Where a value goes: `depth` messages are around the message.
   struct Target {
@@ -50,11 +55,13 @@ class MessageEncoder {
   static std::unique_ptr<Message> createNamed(const qxArray* name, const FieldPath& path);
   void fill(Message& message, const MessageShape& shape, const qxArray* value);
 
-  Bindings bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path, Context context);
+  Bindings bindingsOf(const qxArray* structs, const MessageShape& shape, const FieldPath& path, Context context);
+  std::vector<FieldBinding> bind(const qxArray* structs, const MessageShape& shape, const FieldPath& path,
+                                 Context context);
   FieldBinding bindOther(const std::string& name, const MessageShape& shape, const FieldPath& path, Context context);
   static void checkDepth(const Target& target, const FieldPath& path);
-  void generalForm(const Target& target, const qxArray* structs, std::size_t element, const Bindings& bindings,
-                   const FieldPath& path);
+  void generalForm(const Target& target, const qxArray* structs, std::size_t element,
+                   std::span<const FieldBinding> bindings, const FieldPath& path);
   void generalForm(const Target& target, const qxArray* structs, std::size_t element, const FieldPath& path);
   static void checkMessageType(const MessageShape& shape, const qxArray* name, const FieldPath& path);
   void setUnknownFields(Message& message, const qxArray* bytes, const FieldPath& path);
@@ -74,6 +81,8 @@ class MessageEncoder {
   void repeatedStrings(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
   void repeatedMessages(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
   void structArray(const Target& target, const FieldShape& field, const qxArray* structs, const FieldPath& path);
+  // A message in a field of the target.
+  Target inside(const Target& target, const FieldShape& field, Message& inner);
   Target add(const Target& target, const FieldShape& field);
 
   void map(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);

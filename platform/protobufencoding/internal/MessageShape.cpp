@@ -171,13 +171,20 @@ Cardinality cardinalityOf(const FieldDescriptor& field) {
   return field.is_repeated() ? Cardinality::Repeated : Cardinality::Single;
 }
 
+const google::protobuf::Reflection* compiledReflection(const Descriptor& descriptor) {
+  const bool isCompiled = descriptor.file()->pool() == google::protobuf::DescriptorPool::generated_pool();
+  if (!isCompiled || descriptor.options().map_entry())
+    return nullptr;
+  return google::protobuf::MessageFactory::generated_factory()->GetPrototype(&descriptor)->GetReflection();
+}
+
 qxArrayPtr createEmptyArray() {
   return qxCreateStructArray(column(0), std::vector{std::string(kMessageTypeField)});
 }
 
 }  // namespace
 
-FieldShape::FieldShape(const FieldDescriptor* field)
+FieldShape::FieldShape(const FieldDescriptor* field, const google::protobuf::Reflection* compiledReflection)
     : descriptor(field),
       name(structFieldName(*field)),
       number(field->number()),
@@ -186,7 +193,10 @@ FieldShape::FieldShape(const FieldDescriptor* field)
       hasPresence(field->has_presence()),
       requiresUtf8(compat::requiresUtf8(*field)),
       isClosedEnum(compat::isClosedEnum(*field)),
-      oneof(field->real_containing_oneof()) {}
+      hasTextKeys(field->is_map() &&
+                  field->message_type()->FindFieldByNumber(kKeyNumber)->type() == FieldDescriptor::TYPE_STRING),
+      oneof(field->real_containing_oneof()),
+      compiled(compiledReflection) {}
 
 MessageShape::MessageShape(const Descriptor* descriptor)
     : descriptor_(descriptor),
@@ -196,22 +206,15 @@ MessageShape::MessageShape(const Descriptor* descriptor)
       emptyArray_(createEmptyArray()),
       special_(specialFormOf(*descriptor)),
       isMapEntry_(descriptor->options().map_entry()),
-      presenceVaries_(isExtendable()) {
-  std::vector<std::string> names;
-  if (!isMapEntry_) {
-    names.emplace_back(kMessageTypeField);
-    bindings_.push_back({FieldBinding::Role::MessageType, nullptr});
-  }
+      presenceVaries_(isExtendable()),
+      compiled_(compiledReflection(*descriptor)) {
   for (int i = 0; i < descriptor->field_count(); ++i) {
-    const FieldShape& field = fields_.emplace_back(descriptor->field(i));
+    const FieldShape& field = fields_.emplace_back(descriptor->field(i), compiled_);
     allFields_.push_back(&field);
     byName_.emplace(field.name, &field);
-    names.push_back(field.name);
-    bindings_.push_back({FieldBinding::Role::Field, &field});
     presenceVaries_ = presenceVaries_ || field.hasPresence;
   }
-  structFieldNames_ = qxMakeFieldNames(names);
-  structFieldNameTable_ = qxGetFieldNames(qxCreateStructWithNames({}, structFieldNames_).get()).data();
+  fullLayout_ = std::make_shared<const StructLayout>(namesType(), allFields_, false);
 }
 
 const FieldShape* MessageShape::find(std::string_view name) const {

@@ -1,10 +1,11 @@
 // What the mapping needs to know of a message type, asked of its descriptor once.
 // Ownership: shapes of types that live as long as the process are kept for good; see MessageShapes.
 // Threads:   a shape is constant after construction, except for the remembered shapes of its message fields, which are
-//            atomic, and for its partial field names, which look after themselves.
+//            atomic, and for its layouts, which look after themselves.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
 
 #include <atomic>
 #include <cstdint>
@@ -16,7 +17,7 @@
 #include <vector>
 
 #include "platform/array/qxArray.h"
-#include "platform/protobufencoding/internal/PartialFieldNames.h"
+#include "platform/protobufencoding/internal/StructLayouts.h"
 
 namespace parallel::protobufencoding {
 
@@ -54,7 +55,8 @@ enum class SpecialForm : std::uint8_t {
 class MessageShape;
 
 struct FieldShape {
-  explicit FieldShape(const google::protobuf::FieldDescriptor* field);
+  explicit FieldShape(const google::protobuf::FieldDescriptor* field,
+                      const google::protobuf::Reflection* compiledReflection = nullptr);
 
   const google::protobuf::FieldDescriptor* descriptor;
   std::string name;  // of the struct's field
@@ -64,18 +66,13 @@ struct FieldShape {
   bool hasPresence;   // unset is not the same as default
   bool requiresUtf8;  // of strings
   bool isClosedEnum;
+  bool hasTextKeys;                                // of maps
   const google::protobuf::OneofDescriptor* oneof;  // null unless a member of a oneof that the schema declares
+  const google::protobuf::Reflection* compiled;    // of the compiled class that has the field; null when none does
 
  private:
   friend class MessageShapes;
   mutable std::atomic<const MessageShape*> message_{nullptr};
-};
-
-// What a field of a struct means.
-struct FieldBinding {
-  enum class Role : std::uint8_t { MessageType, UnknownFields, TypeUrl, Field };
-  Role role;
-  const FieldShape* field;  // of the role Field
 };
 
 class MessageShape {
@@ -96,17 +93,20 @@ class MessageShape {
   // Whether messages of the type can differ in which of its fields a struct has.
   bool presenceVaries() const { return presenceVaries_; }
   bool isMapEntry() const { return isMapEntry_; }
+  // Entries of maps name no type: they are not messages to users.
+  bool namesType() const { return !isMapEntry_; }
   // In the order of declaration, extensions not among them.
   const std::deque<FieldShape>& fields() const { return fields_; }
   std::span<const FieldShape* const> allFields() const { return allFields_; }
-  // Of a struct with all fields that are not extensions, MessageType first.
-  const qxFieldNamesPtr& structFieldNames() const { return structFieldNames_; }
-  // Of structs with some of these fields.
-  PartialFieldNames& partialFieldNames() const { return partialFieldNames_; }
-  // What these names mean, one by one. Whether a struct shares them can be told without comparing any.
-  const std::vector<FieldBinding>& bindings() const { return bindings_; }
-  bool hasStructFieldNames(const qxArray* structs) const {
-    return qxGetFieldNames(structs).data() == structFieldNameTable_;
+  // Of a struct with all fields that are not extensions.
+  const StructLayoutPtr& fullLayout() const { return fullLayout_; }
+  // Of structs with some fields, and unknown ones.
+  StructLayouts& layouts() const { return layouts_; }
+  // Of a message of this type in a field of another message, for less than the message itself takes to tell: what is in
+  // a compiled message is compiled, too.
+  const google::protobuf::Reflection& reflectionIn(const google::protobuf::Reflection& outer, const FieldShape& field,
+                                                   const google::protobuf::Message& inner) const {
+    return &outer == field.compiled && compiled_ != nullptr ? *compiled_ : *inner.GetReflection();
   }
   // By the name of the struct's field; null when there is none.
   const FieldShape* find(std::string_view name) const;
@@ -127,11 +127,10 @@ class MessageShape {
   bool isMapEntry_;
   bool presenceVaries_;
   std::deque<FieldShape> fields_;
-  std::vector<const FieldShape*> allFields_;  // the same ones
-  qxFieldNamesPtr structFieldNames_;
-  mutable PartialFieldNames partialFieldNames_;
-  const std::string* structFieldNameTable_;
-  std::vector<FieldBinding> bindings_;
+  std::vector<const FieldShape*> allFields_;      // the same ones
+  const google::protobuf::Reflection* compiled_;  // of the compiled class; null when there is none
+  StructLayoutPtr fullLayout_;
+  mutable StructLayouts layouts_;
   std::unordered_map<std::string_view, const FieldShape*> byName_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <shared_mutex>
+#include <unordered_map>
 
 #include "platform/errors/ustring.h"
 #include "platform/protobufencoding/internal/MessageTypes.h"

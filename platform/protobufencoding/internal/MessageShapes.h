@@ -6,8 +6,8 @@
 
 #include <google/protobuf/message.h>
 
+#include <map>
 #include <memory>
-#include <unordered_map>
 
 #include "platform/protobufencoding/internal/MessageShape.h"
 
@@ -30,8 +30,9 @@ class MessageShapes {
   const FieldShape& ofExtension(const google::protobuf::FieldDescriptor* extension);
 
  private:
-  std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<const MessageShape>> own_;
-  std::unordered_map<const google::protobuf::FieldDescriptor*, std::unique_ptr<const FieldShape>> extensions_;
+  // Conversions mostly leave these empty, and few are large: making and ending a hash table costs more than it saves.
+  std::map<const google::protobuf::Descriptor*, std::unique_ptr<const MessageShape>> own_;
+  std::map<const google::protobuf::FieldDescriptor*, std::unique_ptr<const FieldShape>> extensions_;
 };
 
 }  // namespace parallel::protobufencoding

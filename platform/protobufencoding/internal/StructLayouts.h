@@ -1,10 +1,12 @@
-// The field names of the structs of one type that have only some of its fields: those made last, so that the next
-// struct of the same kind shares them. Threads: any, at once.
+// The fields that structs of one message type have, and their names.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <mutex>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "platform/array/qxArray.h"
@@ -13,26 +15,54 @@ namespace parallel::protobufencoding {
 
 struct FieldShape;
 
-class PartialFieldNames {
- public:
-  // MessageType, if `withType`, then the names of the fields, then UnknownFields, if `withUnknown`.
-  static qxFieldNamesPtr make(bool withType, std::span<const FieldShape* const> fields, bool withUnknown);
+// What a field of a struct means.
+struct FieldBinding {
+  enum class Role : std::uint8_t { MessageType, UnknownFields, TypeUrl, Field };
+  Role role;
+  const FieldShape* field;  // of the role Field
+};
 
-  // The same, made before if it can be. The fields must last as long as this object does.
-  qxFieldNamesPtr find(bool withType, std::span<const FieldShape* const> fields, bool withUnknown);
+// The fields of a struct in their order: MessageType, those of the message, UnknownFields. Constant once made, and
+// shared. Ownership: the fields must last as long as this does.
+class StructLayout {
+ public:
+  StructLayout(bool withType, std::span<const FieldShape* const> fields, bool withUnknown);
+  StructLayout(const StructLayout&) = delete;
+  StructLayout& operator=(const StructLayout&) = delete;
+
+  const std::vector<FieldBinding>& bindings() const { return bindings_; }  // what the names mean, one by one
+  std::span<const FieldBinding> fields() const { return fields_; }         // those of the role Field
+  bool hasUnknown() const { return hasUnknown_; }
+  bool has(std::span<const FieldShape* const> fields, bool unknown) const;  // and no others
+  const qxFieldNamesPtr& names() const { return names_; }
+  // Whether the structs share the names, which tells without comparing any that they are these. False says nothing.
+  bool isOf(const qxArray* structs) const { return qxGetFieldNames(structs).data() == nameTable_; }
+
+ private:
+  std::vector<FieldBinding> bindings_;
+  std::span<const FieldBinding> fields_;
+  bool hasUnknown_;
+  qxFieldNamesPtr names_;
+  const std::string* nameTable_;
+};
+
+using StructLayoutPtr = std::shared_ptr<const StructLayout>;
+
+// The layouts made last for one message type, so that the next struct of the same kind shares its names.
+// Threads: any, at once.
+class StructLayouts {
+ public:
+  // Made if there is none. The fields must last as long as this object does.
+  StructLayoutPtr find(bool withType, std::span<const FieldShape* const> fields, bool withUnknown);
+  // The one whose names the structs share; null when it is not known.
+  StructLayoutPtr findOf(const qxArray* structs);
 
  private:
   static constexpr std::size_t kMostKept = 16;
 
-  struct Kept {
-    std::vector<const FieldShape*> fields;
-    bool withUnknown;
-    qxFieldNamesPtr names;
-  };
-
   std::mutex mutex_;
-  std::vector<Kept> kept_;    // guarded by mutex_
-  std::size_t nextToGo_ = 0;  // guarded by mutex_
+  std::vector<StructLayoutPtr> kept_;  // guarded by mutex_
+  std::size_t nextToGo_ = 0;           // guarded by mutex_
 };
 
 }  // namespace parallel::protobufencoding

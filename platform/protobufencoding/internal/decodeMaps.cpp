@@ -68,11 +68,10 @@ constexpr std::size_t kValuePlace = 1;
 }  // namespace
 
 qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, int depth) {
-  const MessageShape& entry = shapes_.of(field);
   const int count = source.reflection.FieldSize(source.message, field.descriptor);
-  const bool textKeys = entry.number(kKeyNumber).kind == ValueKind::String;
-  if (count == 0 && textKeys)
+  if (count == 0 && field.hasTextKeys)
     return emptyStruct();
+  const MessageShape& entry = shapes_.of(field);
   std::vector<const Message*> entries;
   entries.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i)
@@ -80,7 +79,7 @@ qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, in
   sortEntries(entries, entry.number(kKeyNumber));
   if (!entries.empty())
     checkDepth(entry, depth + 1);
-  if (textKeys) {
+  if (field.hasTextKeys) {
     const bool nameable = std::all_of(entries.begin(), entries.end(), [&](const Message* e) {
       const std::string key = stringKey(*e, entry);
       return !key.empty() && fl::i18n::isWellFormed(key);

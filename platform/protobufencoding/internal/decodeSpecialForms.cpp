@@ -16,7 +16,7 @@ namespace parallel::protobufencoding {
 using google::protobuf::Message;
 
 qxArrayPtr MessageDecoder::specialForm(const Source& source, const MessageShape& shape, int depth) {
-  if (shape.special() == SpecialForm::None || !source.reflection.GetUnknownFields(source.message).empty())
+  if (hasUnknownFields(source))
     return nullptr;
   switch (shape.special()) {
     case SpecialForm::AnyLayout:

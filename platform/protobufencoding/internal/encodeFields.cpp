@@ -157,7 +157,7 @@ void MessageEncoder::single(const Target& target, const FieldShape& field, const
     case ValueKind::Bytes:
       return reflection.SetString(message, descriptor, bytesFrom(array, path));
     case ValueKind::Message:
-      return value({*reflection.MutableMessage(message, descriptor), shapes_.of(field), target.depth + 1}, array, path);
+      return value(inside(target, field, *reflection.MutableMessage(message, descriptor)), array, path);
   }
 }
 
@@ -223,9 +223,13 @@ void MessageEncoder::repeatedStrings(const Target& target, const FieldShape& fie
   }
 }
 
+MessageEncoder::Target MessageEncoder::inside(const Target& target, const FieldShape& field, Message& inner) {
+  const MessageShape& shape = shapes_.of(field);
+  return {inner, shape.reflectionIn(target.reflection, field, inner), shape, target.depth + 1};
+}
+
 MessageEncoder::Target MessageEncoder::add(const Target& target, const FieldShape& field) {
-  Message* added = target.reflection.AddMessage(&target.message, field.descriptor);
-  return {*added, shapes_.of(field), target.depth + 1};
+  return inside(target, field, *target.reflection.AddMessage(&target.message, field.descriptor));
 }
 
 void MessageEncoder::repeatedMessages(const Target& target, const FieldShape& field, const qxArray* array,
@@ -252,16 +256,11 @@ void MessageEncoder::structArray(const Target& target, const FieldShape& field, 
       structValue(add(target, field), structs, i, FieldPath(path, i));
     return;
   }
-  const Bindings own = shape.hasStructFieldNames(structs) ? Bindings() : bind(structs, shape, path, Context::Plain);
-  const Bindings& bindings = shape.hasStructFieldNames(structs) ? shape.bindings() : own;
-  if (count == 0)
-    return;
-  // The others have the reflection of the first, too.
-  const Target first = add(target, field);
-  generalForm(first, structs, 0, bindings, FieldPath(path, std::size_t{0}));
-  for (std::size_t i = 1; i < count; ++i) {
-    Message* added = target.reflection.AddMessage(&target.message, field.descriptor);
-    generalForm({*added, first.reflection, shape, first.depth}, structs, i, bindings, FieldPath(path, i));
+  const Bindings bindings = bindingsOf(structs, shape, path, Context::Plain);
+  for (std::size_t i = 0; i < count; ++i) {
+    Message& added = *target.reflection.AddMessage(&target.message, field.descriptor);
+    generalForm({added, shape.reflectionIn(target.reflection, field, added), shape, target.depth + 1}, structs, i,
+                bindings.all, FieldPath(path, i));
   }
 }
 

@@ -35,8 +35,7 @@ void MessageEncoder::map(const Target& target, const FieldShape& field, const qx
   checkCount(array, path);
   if (isEmptyLiteral(array))
     return;
-  const bool textKeys = shapes_.of(field).number(kKeyNumber).kind == ValueKind::String;
-  if (textKeys && qxGetClass(array) == qxClass::Struct)
+  if (field.hasTextKeys && qxGetClass(array) == qxClass::Struct)
     mapFromStruct(target, field, array, path);
   else
     mapFromEntries(target, field, array, path);

@@ -37,7 +37,7 @@ void MessageEncoder::anyContent(const Target& target, const qxArray* structs, st
     throwEncodeError(FieldPath(path, kMessageTypeField), "\"" + type + "\"", "the full name of a known message type");
   const MessageShape& contentShape = shapes_.of(content->GetDescriptor());
   generalForm({*content, contentShape, target.depth + 1}, structs, element,
-              bind(structs, contentShape, path, Context::AnyContent), path);
+              bindingsOf(structs, contentShape, path, Context::AnyContent).all, path);
   checkRequired(*content, path);
   checkMessageBytes(content->ByteSizeLong(), path);
   anys_.pack(*content, target.message, target.shape);
@@ -127,7 +127,7 @@ void MessageEncoder::jsonStructValue(const Target& target, const qxArray* struct
     return generalForm(target, structs, element, path);
   const FieldShape& field = target.shape.number(type == "google.protobuf.ListValue" ? json::kList : json::kStruct);
   Message* inner = target.reflection.MutableMessage(&target.message, field.descriptor);
-  structValue({*inner, shapes_.of(field), target.depth + 1}, structs, element, path);
+  structValue(inside(target, field, *inner), structs, element, path);
 }
 
 }  // namespace parallel::protobufencoding
