@@ -174,8 +174,12 @@ void MessageEncoder::checkRequired(const Message& message, const FieldPath& path
 }
 
 void MessageEncoder::value(const Target& target, const qxArray* array, const FieldPath& path) {
-  checkDepth(target, path);
   const SpecialForm special = target.shape.special();
+  if (special == SpecialForm::None) {
+    checkIsStruct(array, target.shape, path);
+    return generalForm(target, array, 0, path);
+  }
+  checkDepth(target, path);
   const bool isStruct = array != nullptr && qxGetClass(array) == qxClass::Struct;
   if (special == SpecialForm::Value)
     return jsonValue(target, array, path);

@@ -7,6 +7,7 @@
 #include "platform/errors/ustring.h"
 #include "platform/protobufencoding/internal/MessageTypes.h"
 #include "platform/protobufencoding/internal/encodeErrors.h"
+#include "platform/protobufencoding/internal/hostValues.h"
 
 namespace parallel::protobufencoding {
 
@@ -33,7 +34,7 @@ class SharedShapes {
   const CompiledType* compiledType(std::u16string_view name) {
     {
       const std::shared_lock lock(mutex_);
-      const auto found = compiled_.find(name);
+      const auto found = compiled_.find(asBytes(name));
       if (found != compiled_.end())
         return &found->second;
     }
@@ -42,13 +43,13 @@ class SharedShapes {
       return nullptr;
     const MessageShape& shape = of(empty->GetDescriptor());
     const std::unique_lock lock(mutex_);
-    return &compiled_.try_emplace(shape.typeText(), CompiledType{shape, std::move(empty)}).first->second;
+    return &compiled_.try_emplace(asBytes(shape.typeText()), CompiledType{shape, std::move(empty)}).first->second;
   }
 
  private:
   std::shared_mutex mutex_;
   std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<const MessageShape>> shapes_;
-  std::unordered_map<std::u16string_view, CompiledType> compiled_;  // by the text that the shape has
+  std::unordered_map<std::string_view, CompiledType> compiled_;  // by the bytes of the text that the shape has
 };
 
 SharedShapes& sharedShapes() {

@@ -21,7 +21,7 @@ std::string describe(const qxArray* array) {
 }
 
 void checkCount(const qxArray* array, const FieldPath& path) {
-  if (array != nullptr && qxGetNumberOfElements(array) > kMostCount)
+  if (qxGetNumberOfElements(array) > kMostCount)
     throwEncodeError(path, describe(array), "at most " + std::to_string(kMostCount) + " elements");
 }
 

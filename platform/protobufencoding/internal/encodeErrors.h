@@ -20,7 +20,7 @@ inline constexpr std::size_t kMostCount = std::numeric_limits<int>::max();
 std::string describe(const qxArray* array);
 
 bool isScalar(const qxArray* array) noexcept;
-// Throws when protobuf cannot count the elements of the array (which may be null), or the bytes of a message.
+// Throws when protobuf cannot count the elements of the array, or the bytes of a message.
 void checkCount(const qxArray* array, const FieldPath& path);
 void checkMessageBytes(std::size_t nbytes, const FieldPath& path);
 // One row, one column, or nothing at all (0-by-0).

@@ -28,6 +28,7 @@ void checkScalar(const qxArray* array, std::string_view wanted, const FieldPath&
 void checkVector(const qxArray* array, std::string_view wanted, const FieldPath& path) {
   if (array == nullptr || !isVector(array))
     throwEncodeError(path, describe(array), "a column of " + std::string(wanted));
+  checkCount(array, path);
 }
 
 template <class T>
@@ -115,6 +116,7 @@ void addBooleans(Message& message, const FieldDescriptor& field, const qxArray* 
 void checkList(const qxArray* array, std::string_view wanted, const FieldPath& path) {
   if (qxGetClass(array) != qxClass::List || !isVector(array))
     throwEncodeError(path, describe(array), "a list of " + std::string(wanted));
+  checkCount(array, path);
 }
 
 }  // namespace
@@ -163,7 +165,6 @@ void MessageEncoder::single(const Target& target, const FieldShape& field, const
 
 void MessageEncoder::repeated(const Target& target, const FieldShape& field, const qxArray* array,
                               const FieldPath& path) {
-  checkCount(array, path);
   Message& message = target.message;
   switch (field.kind) {
     case ValueKind::Int32:
@@ -234,13 +235,14 @@ MessageEncoder::Target MessageEncoder::add(const Target& target, const FieldShap
 
 void MessageEncoder::repeatedMessages(const Target& target, const FieldShape& field, const qxArray* array,
                                       const FieldPath& path) {
-  if (array != nullptr && isEmptyLiteral(array))
-    return;
   const bool isStruct = array != nullptr && qxGetClass(array) == qxClass::Struct;
   if (isStruct && shapes_.of(field).isEmptyArray(array))
     return;
+  if (array != nullptr && isEmptyLiteral(array))
+    return;
   if (array == nullptr || (!isStruct && qxGetClass(array) != qxClass::List) || !isVector(array))
     throwEncodeError(path, describe(array), "a struct column or a list (" + shapes_.of(field).fullName() + ")");
+  checkCount(array, path);
   if (isStruct)
     return structArray(target, field, array, path);
   for (std::size_t i = 0; i < qxGetNumberOfElements(array); ++i)

@@ -32,12 +32,9 @@ std::string keyText(const Message& entry, const FieldShape& key) {
 }  // namespace
 
 void MessageEncoder::map(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path) {
-  checkCount(array, path);
-  if (isEmptyLiteral(array))
-    return;
   if (field.hasTextKeys && qxGetClass(array) == qxClass::Struct)
     mapFromStruct(target, field, array, path);
-  else
+  else if (!isEmptyLiteral(array))
     mapFromEntries(target, field, array, path);
 }
 
@@ -60,6 +57,7 @@ void MessageEncoder::mapFromEntries(const Target& target, const FieldShape& fiel
   const qxClass cls = qxGetClass(array);
   if ((cls != qxClass::Struct && cls != qxClass::List) || !isVector(array))
     throwEncodeError(path, describe(array), "a struct column or a list of structs with the fields key and value");
+  checkCount(array, path);
   for (std::size_t i = 0; i < qxGetNumberOfElements(array); ++i) {
     const FieldPath elementPath(path, i);
     const qxArray* element = cls == qxClass::Struct ? array : qxGetListElement(array, i);

@@ -15,6 +15,11 @@ inline std::array<std::size_t, 2> column(std::size_t count) {
   return {count, 1};
 }
 
+// For comparing and hashing texts: bytes are compared at once, units one by one.
+inline std::string_view asBytes(std::u16string_view text) {
+  return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)};
+}
+
 // A uint8 column.
 qxArrayPtr createBytes(std::string_view bytes);
 // A text row; a uint8 column when the bytes are not UTF-8.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/errors/ustring.h"
+#include "platform/protobufencoding/internal/hostValues.h"
 #include "platform/protobufencoding/internal/numericConversion.h"
 
 namespace parallel::protobufencoding {
@@ -17,7 +18,8 @@ std::u16string_view unitsOf(const qxArray* text) {
 }  // namespace
 
 bool isText(const qxArray* array, std::u16string_view text) {
-  return array != nullptr && qxGetClass(array) == qxClass::Text && isVector(array) && unitsOf(array) == text;
+  return array != nullptr && qxGetClass(array) == qxClass::Text && isVector(array) &&
+         asBytes(unitsOf(array)) == asBytes(text);
 }
 
 bool isSameText(const qxArray* array, const qxArray* text) {
