@@ -128,7 +128,7 @@ TEST_F(ZksSecurity, WrongAndMissingTokensAreRefused) {
   std::ofstream(client + "/token") << "guessed";
   expectRefused(echo(address, {"--tls", client}), {address, "the token is not the service's; get the file token"});
   std::ofstream(client + "/token").close();
-  expectRefused(echo(address, {"--tls", client}), {"they have no token"});
+  expectRefused(echo(address, {"--tls", client}), {"/token\"", "holds no token"});
   fs::remove(client + "/token");
   expectRefused(echo(address, {"--tls", client}), {"There is no file", "/token"});
 }

@@ -182,6 +182,15 @@ std::string required(const fs::path& path, Openness openness) {
   return std::move(*content);
 }
 
+// What is wrong with the contents otherwise, checkCredentials() finds, which knows no files.
+void requireContent(bool isThere, const fs::path& path, const std::string& content) {
+  if (!isThere)
+    throw FrameworkError(
+        "The file " + quoted(path) + " holds no " + content +
+        "; a client's is got anew from its service's directory, a service's is made anew by zksd once it "
+        "is removed.");
+}
+
 Credentials readCredentials(const fs::path& directory, const RoleFiles& files) {
   internal::requirePrivateDirectory(directory);
   Credentials credentials;
@@ -190,6 +199,12 @@ Credentials readCredentials(const fs::path& directory, const RoleFiles& files) {
   credentials.privateKey = required(directory / files.key, Openness::ownerOnly);
   credentials.token = required(directory / kToken, Openness::ownerOnly);
   credentials.token.erase(credentials.token.find_last_not_of(" \t\r\n") + 1);
+  requireContent(!internal::readCertificates(credentials.authority).empty(), directory / kAuthority, "certificate");
+  requireContent(!internal::readCertificates(credentials.certificate).empty(), directory / files.certificate,
+                 "certificate");
+  requireContent(internal::readPrivateKey(credentials.privateKey) != nullptr, directory / files.key,
+                 "private key without a password");
+  requireContent(!credentials.token.empty(), directory / kToken, "token");
   return credentials;
 }
 

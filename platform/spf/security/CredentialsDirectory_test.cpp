@@ -293,6 +293,23 @@ TEST_F(CredentialsDirectory, ClientNeedsItsFourFilesOnly) {
   EXPECT_THAT(textOf([&] { readClientCredentials(place_.file("none")); }), HasSubstr("cannot be used"));
 }
 
+TEST_F(CredentialsDirectory, FileThatHoldsSomethingElseIsNamed) {
+  prepare();
+  for (const auto& [name, content] : std::map<std::string, std::string>{{"ca.pem", "certificate"},
+                                                                        {"client.pem", "certificate"},
+                                                                        {"client-key.pem", "private key"},
+                                                                        {"token", "token"}}) {
+    const std::string before = contentOf(name);
+    for (const char* other : {"", "\n"}) {
+      write(name, other);
+      EXPECT_THAT(textOf([&] { readClientCredentials(directory()); }),
+                  HasSubstr("The file \"" + file(name).string() + "\" holds no " + content));
+    }
+    write(name, before);
+  }
+  EXPECT_NO_THROW(readClientCredentials(directory()));
+}
+
 TEST_F(CredentialsDirectory, BlanksAroundATokenDoNotCount) {
   prepare();
   const std::string token = readClientCredentials(directory()).token;
