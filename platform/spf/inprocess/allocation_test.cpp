@@ -201,7 +201,7 @@ TEST(OutOfMemory, ReplyThatIsAbandonedEndsItsHandler) {
 TEST(OutOfMemory, CallThatIsGivenUpEndsItsHandler) {
   const auto action = [](core::Invokable& client) {
     std::stop_source giveUp;
-    auto waiting = core::testing::start(client, "keepWaiting", sourceOf(patternOf(kLarge)), giveUp.get_token());
+    auto waiting = core::testing::start(client, "keepWaiting", sourceOf(patternOf(kLarge)), {giveUp.get_token()});
     giveUp.request_stop();
     try {
       await(waiting);
