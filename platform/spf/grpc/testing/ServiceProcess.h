@@ -45,7 +45,11 @@ class ServiceProcess {
   }
 
   pid_t pid() const noexcept { return pid_; }
-  void stop() const { ::kill(pid_, SIGSTOP); }
+  // Returns when it stands still.
+  void stop() const {
+    ::kill(pid_, SIGSTOP);
+    ::waitpid(pid_, nullptr, WUNTRACED);
+  }
   void kill() {
     if (pid_ < 0)
       return;
