@@ -7,8 +7,11 @@
 #include <set>
 #include <string_view>
 
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
 #include "platform/errors/ustring.h"
 #include "scheduler/optionValues.h"
+#include "toolbox/Address.h"
 
 namespace zks {
 namespace {
@@ -118,6 +121,16 @@ std::vector<std::pair<std::string, std::string>> splitEnvironment(const std::vec
   }
   refuseRepeats(names, "--env");
   return environment;
+}
+
+void checkAddress(const std::string& address) {
+  if (address.empty())
+    return;
+  try {
+    parallel::toolbox::resolveAddress(address);
+  } catch (const Exception<parallel::toolbox::BadAddress>& error) {
+    refuse(error.what());
+  }
 }
 
 // Messages carry texts, and the task is described in one.
@@ -285,6 +298,7 @@ struct Grammar {
   CommandLine result(std::vector<std::string> command) {
     if (app.get_subcommands().empty())
       refuse("there is no command; the commands are run, echo and call");
+    checkAddress(line.global.address);
     if (!runCommand->parsed() && !command.empty())
       refuse("only \"run\" takes a command after --");
     if (runCommand->parsed()) {

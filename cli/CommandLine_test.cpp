@@ -173,6 +173,11 @@ TEST(CommandLine, WrongWordsAreUsageErrorsOfOneLine) {
   expectUsageError({"echo", "--", "x"}, "only \"run\"");
 }
 
+TEST(CommandLine, AddressesThatAreNoneAreUsageErrors) {
+  for (const char* address : {"nowhere", "unix:", ":1", "h:", "h:x", "h:65536"})
+    expectUsageError({"--address", address, "echo"}, std::string("\"") + address + "\" is not a service address: ");
+}
+
 TEST(CommandLine, ValuesThatAreEmptyAreNoDefaults) {
   for (const Words& words :
        {Words{"--address", "", "echo"}, Words{"--address", "h:1", "--tls", "", "echo"}, Words{"echo", "--save", ""},

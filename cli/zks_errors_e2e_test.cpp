@@ -86,7 +86,7 @@ std::string goodTaskReplyHead() {
 
 TEST_F(ZksErrors, AddressThatIsNoneSaysWhatAnAddressIs) {
   setAddress("nonsense");
-  expectFailure(zks({"echo"}), 1, {"\"nonsense\" is not a service address", "unix:PATH or HOST:PORT"});
+  expectFailure(zks({"echo"}), 2, {"\"nonsense\" is not a service address", "unix:PATH or HOST:PORT"});
 }
 
 TEST_F(ZksErrors, SocketFileThatIsNotThereIsNamed) {
