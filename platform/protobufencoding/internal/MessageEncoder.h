@@ -86,7 +86,8 @@ class MessageEncoder {
   Target add(const Target& target, const FieldShape& field);
 
   void map(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
-  void mapFromStruct(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
+  void mapFromStruct(const Target& target, const FieldShape& field, const qxArray* structs, std::size_t element,
+                     const FieldPath& path);
   void mapFromEntries(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path);
   void mapEntry(const Target& entry, const qxArray* structs, std::size_t element, const FieldPath& path);
   void checkKeys(const Target& target, const FieldShape& field, const FieldPath& path);

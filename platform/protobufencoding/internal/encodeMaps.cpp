@@ -32,23 +32,26 @@ std::string keyText(const Message& entry, const FieldShape& key) {
 }  // namespace
 
 void MessageEncoder::map(const Target& target, const FieldShape& field, const qxArray* array, const FieldPath& path) {
-  if (field.hasTextKeys && qxGetClass(array) == qxClass::Struct)
-    mapFromStruct(target, field, array, path);
-  else if (!isEmptyLiteral(array))
+  if (field.hasTextKeys && qxGetClass(array) == qxClass::Struct) {
+    if (!isScalar(array))
+      throwEncodeError(path, describe(array), "a struct 1-by-1 with a field for each key");
+    mapFromStruct(target, field, array, 0, path);
+  } else if (!isEmptyLiteral(array)) {
     mapFromEntries(target, field, array, path);
+  }
 }
 
-void MessageEncoder::mapFromStruct(const Target& target, const FieldShape& field, const qxArray* array,
-                                   const FieldPath& path) {
-  if (!isScalar(array))
-    throwEncodeError(path, describe(array), "a struct 1-by-1 with a field for each key");
-  for (const std::string& name : qxGetFieldNames(array)) {
-    const qxArray* mapped = qxGetField(array, 0, name);
+// From one element, whose field names are the keys.
+void MessageEncoder::mapFromStruct(const Target& target, const FieldShape& field, const qxArray* structs,
+                                   std::size_t element, const FieldPath& path) {
+  const std::span<const std::string> names = qxGetFieldNames(structs);
+  for (std::size_t place = 0; place < names.size(); ++place) {
+    const qxArray* mapped = qxGetFieldAt(structs, element, place);
     if (mapped == nullptr)
       continue;
     const Target entry = add(target, field);
-    entry.reflection.SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, name);
-    single(entry, entry.shape.number(kValueNumber), mapped, FieldPath(path, name));
+    entry.reflection.SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, names[place]);
+    single(entry, entry.shape.number(kValueNumber), mapped, FieldPath(path, names[place]));
   }
 }
 

@@ -83,15 +83,7 @@ void MessageEncoder::jsonStruct(const Target& target, const qxArray* structs, st
                                 const FieldPath& path) {
   if (qxHasField(structs, kMessageTypeField))
     return generalForm(target, structs, element, path);
-  const FieldShape& fields = target.shape.number(1);
-  for (const std::string& name : qxGetFieldNames(structs)) {
-    const qxArray* mapped = qxGetField(structs, element, name);
-    if (mapped == nullptr)
-      continue;
-    const Target entry = add(target, fields);
-    entry.reflection.SetString(&entry.message, entry.shape.number(kKeyNumber).descriptor, name);
-    single(entry, entry.shape.number(kValueNumber), mapped, FieldPath(path, name));
-  }
+  mapFromStruct(target, target.shape.number(1), structs, element, path);
 }
 
 void MessageEncoder::jsonValue(const Target& target, const qxArray* array, const FieldPath& path) {
