@@ -243,6 +243,17 @@ TEST_F(ZksErrors, OutputsAreFetchedThoughNobodyTakesWhatTheTaskSaid) {
   EXPECT_EQ(readFile(path("out/o")), "made\n");
 }
 
+TEST_F(ZksErrors, CurrentDirectoryThatHasGoneIsNamed) {
+  const std::string leave = "mkdir gone && cd gone && rmdir ../gone && exec \"$@\"";
+  const auto daemon = runProgram({"sh", "-c", leave, "sh", ZKSD_PROGRAM, "--socket", "s"}, directory());
+  EXPECT_EQ(daemon.exitCode, 1);
+  EXPECT_THAT(daemon.error, HasSubstr("The current directory, from which the path \"s\" starts, cannot be found"));
+  setAddress("unix:s");
+  Words words = zksWords({"echo"});
+  words.insert(words.begin(), {"sh", "-c", leave, "sh"});
+  expectFailure(runProgram(words, directory()), 2, {"\"unix:s\"", "the current directory", "cannot be found"});
+}
+
 TEST_F(ZksErrors, DaemonWithoutStandardErrorLogsIntoNoneOfItsFiles) {
   ChildProcess daemon({"sh", "-c", "exec \"$@\" 2>&-", "sh", ZKSD_PROGRAM, "--socket", path("s"), "--log", "trace"},
                       directory());

@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <filesystem>
+#include <system_error>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
@@ -27,7 +28,11 @@ std::string resolveSocketPath(std::string_view text) {
     refuse(text, "the path of the socket file is missing");
   if (path.find('\0') != std::string_view::npos)
     refuse(text, "a path cannot hold a NUL");
-  const std::string absolute = std::filesystem::absolute(std::filesystem::path(path)).lexically_normal().string();
+  std::error_code failure;
+  const std::string absolute =
+      std::filesystem::absolute(std::filesystem::path(path), failure).lexically_normal().string();
+  if (failure)
+    refuse(text, "the current directory, from which the path starts, cannot be found (" + failure.message() + ")");
   if (absolute.size() > kLongestSocketPath)
     refuse(text, "the path of a socket file has at most " + std::to_string(kLongestSocketPath) + " bytes");
   return std::string(kSocketPrefix) + absolute;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/errors/IException.h"
+#include "platform/files/testing/TemporaryDirectory.h"
 
 namespace parallel::toolbox {
 namespace {
@@ -69,6 +70,17 @@ TEST(ResolveAddress, RefusalsNameTheTextAndTheReason) {
     EXPECT_THAT(refusal(text), HasSubstr(reason)) << text;
     EXPECT_THAT(refusal(text), HasSubstr("\"" + text + "\"")) << text;
   }
+}
+
+TEST(ResolveAddress, RelativePathIsRefusedWhereThereIsNoCurrentDirectory) {
+  const auto before = std::filesystem::current_path();
+  {
+    const files::testing::TemporaryDirectory directory;
+    std::filesystem::current_path(directory.path());
+  }
+  EXPECT_THAT(refusal("unix:s"), HasSubstr("the current directory, from which the path starts, cannot be found"));
+  EXPECT_EQ(resolveAddress("unix:/s"), "unix:/s");
+  std::filesystem::current_path(before);
 }
 
 }  // namespace

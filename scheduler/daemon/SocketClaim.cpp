@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "scheduler/daemon/DaemonError.h"
+#include "scheduler/daemon/absolutePath.h"
 
 namespace parallel::scheduler {
 
@@ -31,7 +32,7 @@ fs::path checkedPath(const fs::path& path) {
   constexpr std::size_t kMaxBytes = sizeof(sockaddr_un::sun_path) - 1;
   if (path.empty())
     throw DaemonError("The socket file needs a name");
-  fs::path absolute = fs::absolute(path).lexically_normal();
+  fs::path absolute = absolutePath(path);
   if (absolute.string().size() > kMaxBytes)
     throw DaemonError("The socket file's path " + quoted(absolute) + " has " +
                       std::to_string(absolute.string().size()) + " bytes, and the system takes at most " +

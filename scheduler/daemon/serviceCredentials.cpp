@@ -2,6 +2,7 @@
 
 #include "platform/spf/security/CredentialsDirectory.h"
 #include "scheduler/daemon/DaemonError.h"
+#include "scheduler/daemon/absolutePath.h"
 
 namespace parallel::scheduler {
 
@@ -23,7 +24,7 @@ std::filesystem::path credentialsDirectory(const DaemonOptions& options) {
   std::filesystem::path directory = options.tlsDirectory.empty() ? security::defaultDirectory() : options.tlsDirectory;
   if (directory.empty())
     throw DaemonError("There is no home to keep credentials in; name a directory for them with --tls DIR");
-  return std::filesystem::absolute(directory).lexically_normal();
+  return absolutePath(directory);
 }
 
 security::Credentials serviceCredentials(const DaemonOptions& options) {
