@@ -5,6 +5,7 @@
 #include <google/protobuf/message.h>
 
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -67,10 +68,9 @@ class MessageDecoder {
   qxArrayPtr enumValue(const FieldShape& field, int number);
 
   qxArrayPtr map(const Source& source, const FieldShape& field, int depth);
-  qxArrayPtr mapAsStruct(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
-  qxArrayPtr mapAsEntries(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
-  qxArrayPtr mapAsList(const std::vector<const Message*>& entries, const MessageShape& entry, int depth);
-  void fillEntry(qxArray* target, std::size_t element, const Message& message, const MessageShape& entry, int depth);
+  qxArrayPtr mapAsStruct(std::span<const Message* const> entries, const MessageShape& entry, int depth);
+  qxArrayPtr mapAsEntries(std::span<const Message* const> entries, const MessageShape& entry, int depth);
+  qxArrayPtr mapAsList(std::span<const Message* const> entries, const MessageShape& entry, int depth);
   qxArrayPtr mapValue(const Message& message, const MessageShape& entry, int depth);
 
   qxArrayPtr anyContent(const Message& message, const MessageShape& shape, int depth);

@@ -1,5 +1,6 @@
 // Map fields to host values. Reflection shows a map as repeated messages of a key and a value.
 #include <algorithm>
+#include <type_traits>
 
 #include "platform/errors/ustring.h"
 #include "platform/protobufencoding/internal/MessageDecoder.h"
@@ -11,24 +12,35 @@ namespace {
 
 using google::protobuf::Message;
 
-// The parser leaves equal keys in dynamic messages, where the last one counts.
-template <class Key>
-void sortByKey(std::vector<const Message*>& entries, Key key) {
-  std::stable_sort(entries.begin(), entries.end(),
-                   [&](const Message* left, const Message* right) { return key(*left) < key(*right); });
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    if (i + 1 == entries.size() || key(*entries[i]) < key(*entries[i + 1]))
-      entries[kept++] = entries[i];
+// By their keys, which `get` takes out of an entry. The parser leaves equal keys in dynamic messages, where the last
+// one counts.
+template <class Get>
+void sortByKey(std::vector<const Message*>& entries, Get get) {
+  struct Keyed {
+    std::invoke_result_t<Get, const Message&> key;
+    const Message* entry;
+  };
+  std::vector<Keyed> keyed;
+  keyed.reserve(entries.size());
+  for (const Message* entry : entries)
+    keyed.push_back({get(*entry), entry});
+  std::stable_sort(keyed.begin(), keyed.end(),
+                   [](const Keyed& left, const Keyed& right) { return left.key < right.key; });
+  entries.clear();
+  for (std::size_t i = 0; i < keyed.size(); ++i) {
+    if (i + 1 == keyed.size() || keyed[i].key < keyed[i + 1].key)
+      entries.push_back(keyed[i].entry);
   }
-  entries.resize(kept);
 }
 
 void sortEntries(std::vector<const Message*>& entries, const FieldShape& key) {
-  const auto by = [&](auto get) {
-    sortByKey(entries, [&](const Message& entry) { return (entry.GetReflection()->*get)(entry, key.descriptor); });
-  };
   using google::protobuf::Reflection;
+  if (entries.empty())
+    return;
+  const Reflection& reflection = *entries.front()->GetReflection();
+  const auto by = [&](auto get) {
+    sortByKey(entries, [&](const Message& entry) { return (reflection.*get)(entry, key.descriptor); });
+  };
   switch (key.kind) {
     case ValueKind::Int32:
       return by(&Reflection::GetInt32);
@@ -49,21 +61,12 @@ std::string stringKey(const Message& entry, const MessageShape& shape) {
   return entry.GetReflection()->GetString(entry, shape.number(kKeyNumber).descriptor);
 }
 
-// Of the struct that stands for an entry.
-const qxFieldNamesPtr& entryNames() {
-  static const auto* const names =  // never destroyed: conversions may run until the process ends
-      new qxFieldNamesPtr(qxMakeFieldNames(std::vector{std::string(kKeyField), std::string(kValueField)}));
-  return *names;
-}
-
 // Most maps of a message have no entries.
 qxArrayPtr emptyStruct() {
-  static const auto* const empty = new qxArrayPtr(qxCreateStructArray(column(1), {}));  // as entryNames
+  static const auto* const empty =
+      new qxArrayPtr(qxCreateStructArray(column(1), {}));  // never destroyed, as shapes are not
   return qxCreateSharedCopy(empty->get());
 }
-
-constexpr std::size_t kKeyPlace = 0;
-constexpr std::size_t kValuePlace = 1;
 
 }  // namespace
 
@@ -90,42 +93,35 @@ qxArrayPtr MessageDecoder::map(const Source& source, const FieldShape& field, in
 }
 
 // One struct with a field for each key.
-qxArrayPtr MessageDecoder::mapAsStruct(const std::vector<const Message*>& entries, const MessageShape& entry,
-                                       int depth) {
+qxArrayPtr MessageDecoder::mapAsStruct(std::span<const Message* const> entries, const MessageShape& entry, int depth) {
   std::vector<std::string> names;
+  std::vector<qxArrayPtr> values;
   names.reserve(entries.size());
-  for (const Message* e : entries)
+  values.reserve(entries.size());
+  for (const Message* e : entries) {
     names.push_back(stringKey(*e, entry));
-  qxArrayPtr result = qxCreateStructArray(column(1), names);
-  for (std::size_t i = 0; i < entries.size(); ++i)
-    qxSetFieldAt(result.get(), 0, i, mapValue(*entries[i], entry, depth));
-  return result;
+    values.push_back(mapValue(*e, entry, depth));
+  }
+  return qxCreateStructWithNames(column(1), qxMakeFieldNames(names), std::move(values));
 }
 
 // A struct array of keys and values.
-qxArrayPtr MessageDecoder::mapAsEntries(const std::vector<const Message*>& entries, const MessageShape& entry,
-                                        int depth) {
-  qxArrayPtr result = qxCreateStructWithNames(column(entries.size()), entryNames());
-  for (std::size_t i = 0; i < entries.size(); ++i)
-    fillEntry(result.get(), i, *entries[i], entry, depth);
-  return result;
+qxArrayPtr MessageDecoder::mapAsEntries(std::span<const Message* const> entries, const MessageShape& entry, int depth) {
+  std::vector<qxArrayPtr> values;  // the keys come first
+  values.reserve(2 * entries.size());
+  for (const Message* e : entries)
+    values.push_back(single(*e, entry.number(kKeyNumber), depth));
+  for (const Message* e : entries)
+    values.push_back(mapValue(*e, entry, depth));
+  return qxCreateStructWithNames(column(entries.size()), entry.fullLayout()->names(), std::move(values));
 }
 
 // A list of one struct for each entry: for text keys that cannot name a field.
-qxArrayPtr MessageDecoder::mapAsList(const std::vector<const Message*>& entries, const MessageShape& entry, int depth) {
+qxArrayPtr MessageDecoder::mapAsList(std::span<const Message* const> entries, const MessageShape& entry, int depth) {
   qxArrayPtr result = qxCreateListArray(column(entries.size()));
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    qxArrayPtr element = qxCreateStructWithNames(column(1), entryNames());
-    fillEntry(element.get(), 0, *entries[i], entry, depth);
-    qxSetListElement(result.get(), i, std::move(element));
-  }
+  for (std::size_t i = 0; i < entries.size(); ++i)
+    qxSetListElement(result.get(), i, mapAsEntries(entries.subspan(i, 1), entry, depth));
   return result;
-}
-
-void MessageDecoder::fillEntry(qxArray* target, std::size_t element, const Message& message, const MessageShape& entry,
-                               int depth) {
-  qxSetFieldAt(target, element, kKeyPlace, single(message, entry.number(kKeyNumber), depth));
-  qxSetFieldAt(target, element, kValuePlace, mapValue(message, entry, depth));
 }
 
 qxArrayPtr MessageDecoder::mapValue(const Message& message, const MessageShape& entry, int depth) {
