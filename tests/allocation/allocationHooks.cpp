@@ -14,11 +14,12 @@ constexpr int kNever = std::numeric_limits<int>::max();
 
 std::atomic<std::size_t> requested{0};
 std::atomic<int> allocationsBeforeFailure{kNever};
+std::atomic<std::size_t> smallestToFail{0};
 
 // Counts one allocation; false when it is the one that shall fail.
 bool mayAllocate(std::size_t nbytes) {
   requested += nbytes;
-  return allocationsBeforeFailure == kNever || allocationsBeforeFailure.fetch_sub(1) != 0;
+  return allocationsBeforeFailure == kNever || nbytes < smallestToFail || allocationsBeforeFailure.fetch_sub(1) != 0;
 }
 
 }  // namespace
@@ -70,7 +71,8 @@ std::size_t requestedBytes() {
   return requested;
 }
 
-FailingAllocation::FailingAllocation(int number) {
+FailingAllocation::FailingAllocation(int number, std::size_t nbytes) {
+  smallestToFail = nbytes;
   allocationsBeforeFailure = number;
 }
 

@@ -13,10 +13,11 @@ namespace allocation_testing {
 // All bytes asked for since the program began, whether freed since or not.
 std::size_t requestedBytes();
 
-// While it lives, the allocation of this number fails (0 is the next one), and no other.
+// While it lives, the allocation of this number fails (0 is the next one), and no other. Of those of at least `nbytes`:
+// libraries that end the process when they get no memory ask for little at a time.
 class FailingAllocation {
  public:
-  explicit FailingAllocation(int number);
+  explicit FailingAllocation(int number, std::size_t nbytes = 0);
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
   ~FailingAllocation();

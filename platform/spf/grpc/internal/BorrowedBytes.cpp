@@ -5,13 +5,12 @@
 namespace agent::spf::grpc_transport::internal {
 
 grpc::Slice BorrowedBytes::lend(std::size_t offset, std::size_t nbytes) {
-  {
-    const std::lock_guard lock(mutex_);
-    ++lent_;
-  }
   handedOver(this);
   auto* bytes = const_cast<char*>(bytes_.data() + offset);  // gRPC only reads them
-  return {bytes, nbytes, &BorrowedBytes::release, this};
+  grpc::Slice slice(bytes, nbytes, &BorrowedBytes::release, this);
+  const std::lock_guard lock(mutex_);
+  ++lent_;  // not before there is a slice that will be released
+  return slice;
 }
 
 // Notifies under the lock: the waiter may end this object as soon as it can take the lock.

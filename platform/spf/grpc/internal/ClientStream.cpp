@@ -189,6 +189,8 @@ void ClientStream::takeMessage() {
   message.Swap(&incoming_);
   try {
     receive(decodeFrame(message));
+  } catch (const std::bad_alloc&) {  // no fault of the service
+    abort(std::current_exception());
   } catch (const std::exception& e) {
     abort(std::make_exception_ptr(
         FrameworkError("The service at " + connection_->address() + " does not keep to the protocol: " + e.what())));

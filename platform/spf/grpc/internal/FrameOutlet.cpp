@@ -68,11 +68,15 @@ void FrameOutlet::finish(std::size_t nbytes) {
 }
 
 void FrameOutlet::finishWithError(const std::vector<v1::ErrorChain>& parts) {
+  std::vector<grpc::ByteBuffer> frames;  // all of them first: an error for which the memory lacks is not begun
   for (std::size_t i = 0; i + 1 < parts.size(); ++i)
-    sender_.enqueueBulk(encodeSmallFrame({{}, false, encodeErrorPart(parts[i])}, nullptr, 0));
+    frames.push_back(encodeSmallFrame({{}, false, encodeErrorPart(parts[i])}, nullptr, 0));
+  const grpc::ByteBuffer last = encodeSmallFrame({{}, false, encodeError(parts.back())}, nullptr, 0);
+  for (const grpc::ByteBuffer& frame : frames)
+    sender_.enqueueBulk(frame);
   if (options_.beforeEnd)
     options_.beforeEnd();
-  sender_.enqueue(encodeSmallFrame({{}, false, encodeError(parts.back())}, nullptr, 0));
+  sender_.enqueue(last);
 }
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -27,22 +27,25 @@ SendBuffers::Buffer SendBuffers::acquire() {
   if (stopped_)
     return nullptr;
   if (free_.empty()) {
+    Buffer made(new char[kBufferBytes]);  // not zeroed: pages that stay unused are never touched
     ++made_;
-    return Buffer(new char[kBufferBytes]);  // not zeroed: pages that stay unused are never touched
+    return made;
   }
   Buffer buffer = std::move(free_.back());
   free_.pop_back();
   return buffer;
 }
 
-grpc::Slice SendBuffers::lend(const std::shared_ptr<SendBuffers>& self, Buffer buffer, std::size_t nbytes) {
-  char* bytes = buffer.get();
-  auto loan = std::make_unique<Loan>(Loan{self, std::move(buffer)});
-  handedOver(loan.get());
-  return {bytes, nbytes, endLoan, loan.release()};
+grpc::Slice SendBuffers::lend(const std::shared_ptr<SendBuffers>& self, Buffer&& buffer, std::size_t nbytes) {
+  auto loan = std::make_unique<Loan>();
+  grpc::Slice slice(buffer.get(), nbytes, endLoan, loan.get());
+  loan->owner = self;  // not before there is a slice that will end the loan
+  loan->buffer = std::move(buffer);
+  handedOver(loan.release());
+  return slice;
 }
 
-void SendBuffers::giveBack(Buffer buffer) {
+void SendBuffers::giveBack(Buffer buffer) noexcept {
   const std::lock_guard lock(mutex_);
   free_.push_back(std::move(buffer));
   returned_.notify_one();

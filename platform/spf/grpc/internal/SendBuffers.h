@@ -21,11 +21,14 @@ class SendBuffers {
 
   using Buffer = std::unique_ptr<char[]>;
 
+  SendBuffers() { free_.reserve(kBuffers); }
+
   // Waits for a free buffer. Null once stopped.
   Buffer acquire();
-  // A slice over the first bytes of the buffer; the buffer comes back when the slice is no longer used.
-  static grpc::Slice lend(const std::shared_ptr<SendBuffers>& self, Buffer buffer, std::size_t nbytes);
-  void giveBack(Buffer buffer);
+  // A slice over the first bytes of the buffer; the buffer comes back when the slice is no longer used. When this
+  // throws, the buffer is the caller's still.
+  static grpc::Slice lend(const std::shared_ptr<SendBuffers>& self, Buffer&& buffer, std::size_t nbytes);
+  void giveBack(Buffer buffer) noexcept;
   // Nobody will wait from now on.
   void stop();
 
