@@ -1,6 +1,7 @@
 #include "platform/protobufencoding/testing/canonicalAnys.h"
 
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/unknown_field_set.h>
 
 #include <string>
 #include <vector>
@@ -21,11 +22,15 @@ bool isAny(const Message& message) {
   return name == "google.protobuf.Any" || name == "parallel.zksmessages.Any";
 }
 
+// Unless it stays packed.
 void writeValueAnew(Message& any) {
   const Reflection& reflection = *any.GetReflection();
+  if (!reflection.GetUnknownFields(any).empty())
+    return;
   const FieldDescriptor* value = any.GetDescriptor()->FindFieldByName("value");
   const auto content = generateMessage(reflection.GetString(any, any.GetDescriptor()->FindFieldByName("type_url")));
-  if (content == nullptr || isAny(*content) || !content->ParsePartialFromString(reflection.GetString(any, value)))
+  if (content == nullptr || isAny(*content) || !content->ParsePartialFromString(reflection.GetString(any, value)) ||
+      !content->IsInitialized())
     return;
   writeAnysAnew(*content);
   reflection.SetString(&any, value, deterministic(*content));
