@@ -62,13 +62,17 @@ TEST(ManyBytes, AnyOfMoreThanAMessageCanHaveStaysPacked) {
   EXPECT_EQ(qxGetNumberOfElements(qxGetField(content, 0, "value")), value.size());
 }
 
-TEST(ManyBytes, UnknownFieldsOfMoreThanAMessageCanHaveAreRefused) {
+// A message with unknown fields of so many bytes.
+Point withUnknown(std::size_t nbytes) {
   Point point;
-  std::string& unknown = *point.GetReflection()->MutableUnknownFields(&point)->AddLengthDelimited(15);
-  unknown.resize(kMost - kFieldHeadBytes + 1);
-  EXPECT_THROW(decode(point, nullptr), Exception<::parallel::protobuf::MessageTooLarge>);
-  unknown.resize(kMost - kFieldHeadBytes);
-  const qxArrayPtr decoded = decode(point, nullptr);
+  point.GetReflection()->MutableUnknownFields(&point)->AddLengthDelimited(15,
+                                                                          std::string(nbytes - kFieldHeadBytes, '\0'));
+  return point;
+}
+
+TEST(ManyBytes, UnknownFieldsOfMoreThanAMessageCanHaveAreRefused) {
+  EXPECT_THROW(decode(withUnknown(kMost + 1), nullptr), Exception<::parallel::protobuf::MessageTooLarge>);
+  const qxArrayPtr decoded = decode(withUnknown(kMost), nullptr);
   EXPECT_EQ(qxGetNumberOfElements(qxGetField(decoded.get(), 0, "UnknownFields")), kMost);
 }
 
