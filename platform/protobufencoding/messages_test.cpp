@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 
+#include "platform/protobufencoding/testing/RandomMessages.h"
 #include "platform/protobufencoding/testing/everything3.pb.h"
 #include "platform/protobufencoding/testing/golden.h"
 #include "platform/protobufencoding/testing/testTypes.h"
@@ -81,6 +82,18 @@ TEST(Messages, GenerateMessageByNameTakesMessagesOnly) {
   EXPECT_NE(generateMessageByName(typeName("Point")), nullptr);
   EXPECT_EQ(generateMessageByName(typeName("Colour")), nullptr);
   EXPECT_EQ(generateMessageByName(""), nullptr);
+}
+
+// Two classes of one type, of which each has a reflection of its own, down to the innermost message.
+TEST(Messages, DynamicOnesOfCompiledTypesDecodeToTheSame) {
+  google::protobuf::DynamicMessageFactory factory;
+  for (std::uint64_t seed = 0; seed < 20; ++seed) {
+    Everything compiled;
+    RandomMessages(seed).fill(compiled, 4);
+    const std::unique_ptr<google::protobuf::Message> dynamic(factory.GetPrototype(Everything::descriptor())->New());
+    ASSERT_TRUE(dynamic->ParseFromString(deterministic(compiled)));
+    expectDecodes(*dynamic, decode(compiled, nullptr).get());
+  }
 }
 
 // A pool that ends, so that a later descriptor may lie where one of it lay.
