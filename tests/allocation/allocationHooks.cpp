@@ -42,13 +42,20 @@ void* __wrap_mmap(void* address, std::size_t length, int protection, int flags, 
 }
 }
 
+void* operator new(std::size_t nbytes, const std::nothrow_t& /*tag*/) noexcept {
+  return std::malloc(nbytes > 0 ? nbytes : 1);  // counted there
+}
+
 void* operator new(std::size_t nbytes) {
-  void* block = std::malloc(nbytes > 0 ? nbytes : 1);  // counted there
+  void* block = operator new(nbytes, std::nothrow);
   if (block == nullptr)
     throw std::bad_alloc();
   return block;
 }
 
+void* operator new[](std::size_t nbytes, const std::nothrow_t& tag) noexcept {
+  return operator new(nbytes, tag);
+}
 void* operator new[](std::size_t nbytes) {
   return operator new(nbytes);
 }
