@@ -14,10 +14,11 @@ void ClientQueue::restWhileCallersServe() {
   if (!callersWait_ || isBusy_())
     return;
   server_ = Server::nobody;
-  for (unsigned lastTurn = turns_ - 1; lastTurn != turns_ && !needsThread_;) {
-    lastTurn = turns_;
+  unsigned turnsBefore = 0;
+  do {
+    turnsBefore = turns_;
     threadCalled_.wait_for(lock, kRest, [this] { return needsThread_; });
-  }
+  } while (turns_ != turnsBefore && !needsThread_);
   needsThread_ = true;  // no further turns
   threadCalled_.wait(lock, [this] { return server_ == Server::nobody; });
   server_ = Server::thread;
