@@ -38,9 +38,9 @@ struct ConnectOptions {
 // `address`: "unix:/absolute/path" or "HOST:PORT". FrameworkError names the address and what was wrong (nothing
 // listens, no such socket file, no permission, a certificate or token refused) and what to do; Timeout when it does not
 // answer in time. The Invokable is a core::Closable; destroying it closes it, and waits for the connection's threads.
-// An attempt over TCP that timed out keeps its socket for a moment longer. One that was interrupted gives it back at once
-// when TLS is being agreed on; while nobody has taken the connection, or a peer in plain text is silent, gRPC offers no
-// way to give it up, and keeps it for the rest of its time.
+// An attempt over TCP that timed out keeps its socket for a moment longer. One that was interrupted gives it back at
+// once when TLS is being agreed on; while nobody has taken the connection, or a peer in plain text is silent, gRPC
+// offers no way to give it up, and keeps it for the rest of its time.
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options = {});
 
 }  // namespace agent::spf::grpc_transport

@@ -142,9 +142,7 @@ TEST(Connect, AttemptThatEndedWhileItsCallerWasLateIsStillATimeout) {
   SilentListener listener;
   auto options = testing::plainClient();
   options.connectTimeout = std::chrono::milliseconds(150);
-  options.poll = [&] {
-    EXPECT_TRUE(!listener.hasHeard() || listener.clientLeavesWithin(core::testing::kDeadline));
-  };
+  options.poll = [&] { EXPECT_TRUE(!listener.hasHeard() || listener.clientLeavesWithin(core::testing::kDeadline)); };
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr("150"));
 }
