@@ -69,8 +69,10 @@ grpc::ChannelArguments channelArguments(const std::string& address, const Connec
   arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);
   arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
   arguments.SetInt(GRPC_ARG_CLIENT_IDLE_TIMEOUT_MS, INT_MAX);
-  arguments.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0);
-  arguments.SetInt(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, internal::kWindowBytes);
+  if (!options.credentials) {
+    arguments.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0);
+    arguments.SetInt(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, internal::kWindowBytes);
+  }
   arguments.SetMaxReceiveMessageSize(static_cast<int>(internal::kMaxFrameBytes));
   arguments.SetMaxSendMessageSize(-1);
   if (!internal::isUnixAddress(address) || options.credentials) {  // else a LifeCheck does this

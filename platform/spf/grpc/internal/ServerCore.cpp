@@ -18,8 +18,10 @@ namespace {
 
 void setArguments(grpc::ServerBuilder& builder, const ServerOptions& options) {
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);  // two services at one port would share its calls
-  builder.AddChannelArgument(GRPC_ARG_HTTP2_BDP_PROBE, 0);
-  builder.AddChannelArgument(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, kWindowBytes);
+  if (!options.credentials) {
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_BDP_PROBE, 0);
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, kWindowBytes);
+  }
   builder.SetMaxReceiveMessageSize(static_cast<int>(kMaxFrameBytes));
   builder.SetMaxSendMessageSize(-1);
   // Clients may ask every few seconds whether the connection still lives.
