@@ -31,7 +31,7 @@ bool serveCompletion(Queue& queue) {
 }
 
 // Calls a member function of its owner, which it keeps alive while the operation is under way.
-// Threads: armed by whoever starts the operation, completed by the queue's thread; one operation at a time.
+// Threads: armed by whoever starts the operation, completed by whoever serves the queue; one operation at a time.
 template <class Owner>
 class MemberTag final : public CompletionTag {
  public:

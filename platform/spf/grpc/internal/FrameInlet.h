@@ -1,4 +1,4 @@
-// The incoming bytes of one transfer: filled by the queue's thread, read by one other.
+// The incoming bytes of one transfer: filled by the thread that serves the queue, read by one other.
 #pragma once
 
 #include <grpcpp/support/slice.h>
