@@ -39,7 +39,7 @@ TEST(FillTemplate, HoleNumberTenIsNotHoleOne) {
   EXPECT_EQ(fill("{10}{1}", {"0", "one", "2", "3", "4", "5", "6", "7", "8", "9", "ten"}), "tenone");
 }
 
-TEST(FillTemplate, WhatIsNoHoleStaysAsItIs) {
+TEST(FillTemplate, TextThatIsNotAHoleStays) {
   EXPECT_EQ(fill("{ {} {x} {7} {0", {"a"}), "{ {} {x} {7} {0");
 }
 

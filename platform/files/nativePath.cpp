@@ -6,19 +6,20 @@
 namespace files {
 namespace {
 
-[[noreturn]] void refuse(std::u16string_view path, const char* reason) {
-  throw Exception<host::files::PathNotConvertible>(fl::i18n::to_string(path), reason);
+// The text does not show the name: the error may be logged where file names must not be.
+[[noreturn]] void refuse(const char* reason) {
+  throw Exception<host::files::PathNotConvertible>(reason);
 }
 
 }  // namespace
 
 std::string nativePath(std::u16string_view path) {
   if (path.empty())
-    refuse(path, "it is empty");
+    refuse("it is empty");
   if (path.find(u'\0') != std::u16string_view::npos)
-    refuse(path, "it holds a NUL character");
+    refuse("it holds a NUL character");
   if (!fl::i18n::isWellFormed(path))
-    refuse(path, "it holds half of a surrogate pair");
+    refuse("it holds half of a surrogate pair");
   return fl::i18n::to_string(path);
 }
 

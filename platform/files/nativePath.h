@@ -6,8 +6,10 @@
 
 namespace files {
 
-// Throws the identified error `PathNotConvertible` when the name is empty, holds a NUL, or has an unpaired surrogate.
+// Throws the identified error `PathNotConvertible`, which does not show the name, when the name is empty, holds a NUL,
+// or has an unpaired surrogate.
 std::string nativePath(std::u16string_view path);
+// Bytes that are not UTF-8 become U+FFFD.
 std::u16string hostPath(std::string_view nativePath);
 
 }  // namespace files

@@ -6,8 +6,6 @@
 
 namespace {
 
-using namespace std::string_literals;
-
 std::string refusalOf(std::u16string_view path) {
   try {
     return "accepted as " + files::nativePath(path);
@@ -26,19 +24,22 @@ TEST(NativePath, HostPathIsItsInverse) {
   EXPECT_EQ(files::hostPath(""), u"");
 }
 
+TEST(NativePath, BytesThatAreNotUtf8BecomeReplacementCharactersInTheHost) {
+  EXPECT_EQ(files::hostPath("d/\xE9!"), u"d/\uFFFD!");
+}
+
 TEST(NativePath, EmptyNameIsRefused) {
-  EXPECT_EQ(refusalOf(u""), "host:files:PathNotConvertible: \"\" is not a usable file name: it is empty.");
+  EXPECT_EQ(refusalOf(u""), "host:files:PathNotConvertible: The file name cannot be used: it is empty.");
 }
 
-TEST(NativePath, NameWithNulIsRefused) {
+TEST(NativePath, NameWithNulIsRefusedAndNotShown) {
   EXPECT_EQ(refusalOf(std::u16string_view(u"a\0b", 3)),
-            "host:files:PathNotConvertible: \"a\0b\" is not a usable file name: it holds a NUL character."s);
+            "host:files:PathNotConvertible: The file name cannot be used: it holds a NUL character.");
 }
 
-TEST(NativePath, UnpairedSurrogateIsRefusedAndShownAsAReplacementCharacter) {
+TEST(NativePath, UnpairedSurrogateIsRefusedAndTheNameNotShown) {
   EXPECT_EQ(refusalOf(std::u16string{u'a', 0xD800}),
-            "host:files:PathNotConvertible: \"a\xEF\xBF\xBD\" is not a usable file name: "
-            "it holds half of a surrogate pair.");
+            "host:files:PathNotConvertible: The file name cannot be used: it holds half of a surrogate pair.");
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include "platform/interrupt/SigintInterrupts.h"
 
-#include <cerrno>
-#include <system_error>
-
+#include "platform/errors/systemError.h"
 #include "platform/interrupt/utInterruptState.h"
 
 namespace {
@@ -19,7 +17,7 @@ SigintInterrupts::SigintInterrupts() : previous_{} {
   action.sa_handler = onSigint;
   sigemptyset(&action.sa_mask);
   if (sigaction(SIGINT, &action, &previous_) != 0)
-    throw std::system_error(errno, std::generic_category(), "cannot handle SIGINT");
+    errors::throwSystemError("cannot handle SIGINT");
 }
 
 SigintInterrupts::~SigintInterrupts() {

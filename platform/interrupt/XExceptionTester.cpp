@@ -2,11 +2,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <utility>
 
 #include "platform/interrupt/utInterruptState.h"
+#include "platform/threads/Mutex.h"
 
 namespace xtester {
 namespace {
@@ -19,9 +19,9 @@ struct Registry {
     int count = 0;
   };
 
-  std::mutex mutex;
-  std::set<std::string, std::less<>> points;
-  std::map<std::string, Armed, std::less<>> armed;
+  parallel::threads::Mutex mutex;
+  std::set<std::string, std::less<>> points ZKS_GUARDED_BY(mutex);
+  std::map<std::string, Armed, std::less<>> armed ZKS_GUARDED_BY(mutex);
 };
 
 Registry& registry() {
@@ -40,13 +40,13 @@ void XExceptionTester::emulateCtrlC() {
 
 void CreateTesterByName(const char* /*group*/, const char* /*component*/, const char* name) {
   Registry& all = registry();
-  const std::scoped_lock lock(all.mutex);
+  const parallel::threads::MutexLock lock(all.mutex);
   all.points.emplace(name);
 }
 
 XExceptionTester* GetTesterByName(const char* /*group*/, const char* /*component*/, const char* name) {
   Registry& all = registry();
-  const std::scoped_lock lock(all.mutex);
+  const parallel::threads::MutexLock lock(all.mutex);
   const auto found = all.armed.find(std::string_view(name));
   if (found == all.armed.end() || !all.points.contains(std::string_view(name)))
     return nullptr;
@@ -55,14 +55,14 @@ XExceptionTester* GetTesterByName(const char* /*group*/, const char* /*component
 
 ArmedTester::ArmedTester(std::string name) : name_(std::move(name)) {
   Registry& all = registry();
-  const std::scoped_lock lock(all.mutex);
+  const parallel::threads::MutexLock lock(all.mutex);
   ++all.armed.try_emplace(name_, name_).first->second.count;
   XExceptionTester::staticTesterMode = 0;
 }
 
 ArmedTester::~ArmedTester() {
   Registry& all = registry();
-  const std::scoped_lock lock(all.mutex);
+  const parallel::threads::MutexLock lock(all.mutex);
   const auto found = all.armed.find(name_);
   if (--found->second.count == 0)
     all.armed.erase(found);

@@ -2,8 +2,9 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <utility>
+
+#include "platform/threads/Mutex.h"
 
 namespace {
 
@@ -12,11 +13,9 @@ using Source = std::function<bool()>;
 std::atomic<bool> pending{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "request() is called from signal handlers");
 
-thread_local unsigned long thrown = 0;
-
 struct SourceSlot {
-  std::mutex mutex;
-  std::shared_ptr<const Source> source;  // guarded by mutex
+  parallel::threads::Mutex mutex;
+  std::shared_ptr<const Source> source ZKS_GUARDED_BY(mutex);
 };
 
 SourceSlot& slot() {
@@ -28,7 +27,7 @@ SourceSlot& slot() {
 bool askSource() {
   std::shared_ptr<const Source> source;
   {
-    const std::scoped_lock lock(slot().mutex);
+    const parallel::threads::MutexLock lock(slot().mutex);
     source = slot().source;
   }
   return source != nullptr && (*source)();
@@ -38,14 +37,8 @@ bool askSource() {
 
 void utInterruptState::ThrowIfInterruptPending() {
   const bool asked = askSource();
-  if (!pending.exchange(false) && !asked)
-    return;
-  ++thrown;
-  throw Corvane::System::InterruptException();
-}
-
-unsigned long utInterruptState::thrownOnThisThread() noexcept {
-  return thrown;
+  if (pending.exchange(false) || asked)
+    throw Corvane::System::InterruptException();
 }
 
 void utInterruptState::request() noexcept {
@@ -62,6 +55,6 @@ void utInterruptState::clear() noexcept {
 
 void utInterruptState::setSource(std::function<bool()> source) {
   auto next = source ? std::make_shared<const Source>(std::move(source)) : nullptr;
-  const std::scoped_lock lock(slot().mutex);
+  const parallel::threads::MutexLock lock(slot().mutex);
   slot().source.swap(next);
 }

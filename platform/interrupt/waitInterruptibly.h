@@ -3,18 +3,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 
 #include "platform/interrupt/interpreterContext.h"
 #include "platform/interrupt/utInterruptState.h"
+#include "platform/threads/Mutex.h"
 
-// Waits until the condition holds, or the deadline has passed; says which, true for the condition. On an interpreter
-// thread an interrupt ends the wait with the host's exception, within about 50 ms; the lock is then released, as it is
-// while the host is asked. Elsewhere an ordinary wait.
+// Waits until the condition holds (true) or the deadline has passed (false). On an interpreter thread an interrupt ends
+// the wait with the host's exception, within about 50 ms. The lock is released then, and while the host is asked. On
+// other threads this is an ordinary wait. Clang's analysis cannot follow a lock that its caller passes in.
 template <class Condition>
-bool waitInterruptibly(std::condition_variable& changed, std::unique_lock<std::mutex>& lock, Condition condition,
-                       std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max()) {
+bool waitInterruptibly(parallel::threads::ConditionVariable& changed, parallel::threads::MutexLock& lock,
+                       Condition condition,
+                       std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max())
+    ZKS_NO_THREAD_SAFETY_ANALYSIS {
   using Clock = std::chrono::steady_clock;
   constexpr std::chrono::milliseconds kPollInterval{50};
   const bool asks = foundation::usm::Detail<foundation::usm::scope::Tvm>::isRequiredContextActive();
@@ -22,7 +23,7 @@ bool waitInterruptibly(std::condition_variable& changed, std::unique_lock<std::m
     changed.wait(lock, condition);
     return true;
   }
-  while (!changed.wait_until(lock, asks ? std::min(deadline, Clock::now() + kPollInterval) : deadline, condition)) {
+  while (!changed.waitUntil(lock, asks ? std::min(deadline, Clock::now() + kPollInterval) : deadline, condition)) {
     if (asks) {
       lock.unlock();
       utInterruptState::ThrowIfInterruptPending();

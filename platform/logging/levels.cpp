@@ -10,8 +10,8 @@ namespace {
 using foundation::log::level_t;
 
 // From the gravest on; each word includes those above it.
-constexpr std::array<std::pair<std::string_view, level_t>, 5> kWords{
-    {{"off", 0}, {"error", kError}, {"warning", kWarning}, {"detail", kDetail}, {"trace", kTrace}}};
+constexpr std::array<std::pair<std::string_view, level_t>, 6> kWords{
+    {{"off", 0}, {"error", kError}, {"warning", kWarning}, {"info", kInfo}, {"detail", kDetail}, {"trace", kTrace}}};
 
 }  // namespace
 

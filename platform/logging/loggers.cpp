@@ -1,11 +1,11 @@
 // The process's loggers by name, and their masks.
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
+#include "platform/threads/Mutex.h"
 
 namespace parallel::logging {
 namespace {
@@ -14,10 +14,11 @@ using Logger = foundation::log::basic_diagnostic_logger<char>;
 using foundation::log::level_t;
 
 struct Registry {
-  std::mutex mutex;
-  std::map<std::string, std::unique_ptr<Logger>, std::less<>> loggers;
-  std::map<std::string, level_t, std::less<>> masks;  // set for a name since the last mask for all
-  level_t maskForAll = 0;
+  threads::Mutex mutex;
+  std::map<std::string, std::unique_ptr<Logger>, std::less<>> loggers ZKS_GUARDED_BY(mutex);
+  // Set for a name since the last mask for all.
+  std::map<std::string, level_t, std::less<>> masks ZKS_GUARDED_BY(mutex);
+  level_t maskForAll ZKS_GUARDED_BY(mutex) = 0;
 };
 
 // Never destroyed: threads of a framework and destructors of other static objects may log until the process is gone.
@@ -30,7 +31,7 @@ Registry& registry() {
 
 Logger& createQLVLogger(std::string_view name) {
   Registry& all = registry();
-  const std::scoped_lock lock(all.mutex);
+  const threads::MutexLock lock(all.mutex);
   if (const auto found = all.loggers.find(name); found != all.loggers.end())
     return *found->second;
   auto logger = std::make_unique<Logger>(std::string(name));
@@ -41,7 +42,7 @@ Logger& createQLVLogger(std::string_view name) {
 
 void setEnabledLevels(std::string_view loggerName, level_t mask) {
   Registry& all = registry();
-  const std::scoped_lock lock(all.mutex);
+  const threads::MutexLock lock(all.mutex);
   if (loggerName.empty()) {
     all.maskForAll = mask;
     all.masks.clear();

@@ -1,7 +1,11 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <climits>
 #include <latch>
 #include <sstream>
 #include <stdexcept>
@@ -9,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/errors/systemError.h"
+#include "platform/files/UniqueFd.h"
 #include "platform/logging/consoleSink.h"
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/currentExceptionText.h"
@@ -195,14 +201,59 @@ TEST(CurrentExceptionText, UnknownTypeStillHasAText) {
   }
 }
 
-TEST(ConsoleSink, RecordIsOneLine) {
-  std::ostringstream stream;
-  const SinkHandle sink = consoleSink(stream, "zks");
-  auto& logger = createQLVLogger("test.console");
-  logger.setEnabledLevels(kAll);
-  FOUNDATION_LOG(logger, kWarning) << "text";
-  FOUNDATION_LOG(logger, 64) << "";
-  EXPECT_EQ(stream.str(), "zks: warning: test.console: text\nzks: other: test.console: \n");
+// A pipe that nobody reads until the test does.
+class ConsoleSink : public Logging {
+ protected:
+  ConsoleSink() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0)
+      errors::throwSystemError("pipe2");
+    reading_ = files::UniqueFd(ends[0]);
+    writing_ = files::UniqueFd(ends[1]);
+    logger_.setEnabledLevels(kAll);
+  }
+
+  // What is in the pipe.
+  std::string written() const {
+    std::string text(std::size_t{1} << 20, '\0');
+    const ssize_t got = ::read(reading_.get(), text.data(), text.size());
+    return text.substr(0, got > 0 ? static_cast<std::size_t>(got) : 0);
+  }
+
+  foundation::log::basic_diagnostic_logger<char>& logger_ = createQLVLogger("test.console");
+  files::UniqueFd reading_;
+  files::UniqueFd writing_;
+};
+
+TEST_F(ConsoleSink, RecordIsOneLine) {
+  const SinkHandle sink = consoleSink(writing_.get(), "zks");
+  FOUNDATION_LOG(logger_, kWarning) << "text";
+  FOUNDATION_LOG(logger_, 64) << "";
+  FOUNDATION_LOG(logger_, kError) << "several\nlines\x1B[2J\n\n";
+  EXPECT_EQ(written(),
+            "zks: warning: test.console: text\nzks: other: test.console: \n"
+            "zks: error: test.console: several\\x0alines\\x1b[2J\n");
+}
+
+TEST_F(ConsoleSink, LongLineIsCut) {
+  const SinkHandle sink = consoleSink(writing_.get(), "zks");
+  FOUNDATION_LOG(logger_, kError) << std::string(60'000'000, '\x1B');
+  const std::string line = written();
+  EXPECT_EQ(line.size(), static_cast<std::size_t>(PIPE_BUF));
+  EXPECT_TRUE(line.ends_with(" [...]\n")) << line.substr(line.size() - 20);
+}
+
+TEST_F(ConsoleSink, ReaderThatDoesNotReadStopsNobodyAndLearnsWhatItMissed) {
+  const SinkHandle sink = consoleSink(writing_.get(), "zks");
+  constexpr int kRecords = 3000;
+  for (int i = 0; i < kRecords; ++i)
+    FOUNDATION_LOG(logger_, kError) << std::string(100, 'x');
+  const std::string before = written();
+  FOUNDATION_LOG(logger_, kError) << "last";
+  const auto lines = std::count(before.begin(), before.end(), '\n');
+  ASSERT_LT(lines, kRecords);
+  EXPECT_EQ(written(), "zks: " + std::to_string(kRecords - lines) +
+                           " lines of the log were lost: nobody read them\nzks: error: test.console: last\n");
 }
 
 }  // namespace

@@ -6,10 +6,10 @@
 #include <boost/log/sinks/unlocked_frontend.hpp>
 #include <boost/log/utility/exception_handler.hpp>
 #include <boost/make_shared.hpp>
-#include <mutex>
 #include <utility>
 
 #include "platform/logging/internal/silenceDefaultSink.h"
+#include "platform/threads/Mutex.h"
 
 namespace parallel::logging {
 namespace {
@@ -39,7 +39,7 @@ class CallbackBackend : public blog::sinks::basic_sink_backend<blog::sinks::conc
   void consume(const blog::record_view& record) {
     if (insideSink)
       return;
-    const std::scoped_lock lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     if (!callback_)
       return;
     const InsideSink mark;
@@ -47,7 +47,7 @@ class CallbackBackend : public blog::sinks::basic_sink_backend<blog::sinks::conc
   }
 
   void disconnect() {
-    const std::scoped_lock lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     callback_ = nullptr;
   }
 
@@ -59,8 +59,8 @@ class CallbackBackend : public blog::sinks::basic_sink_backend<blog::sinks::conc
     InsideSink& operator=(const InsideSink&) = delete;
   };
 
-  std::mutex mutex_;
-  std::function<void(const LogRecord&)> callback_;  // guarded by mutex_
+  threads::Mutex mutex_;
+  std::function<void(const LogRecord&)> callback_ ZKS_GUARDED_BY(mutex_);
 };
 
 using Frontend = blog::sinks::unlocked_sink<CallbackBackend>;
@@ -76,7 +76,7 @@ SinkHandle::SinkHandle(std::function<void(const LogRecord&)> sink) : impl_(std::
   internal::silenceDefaultSink();
   impl_->backend = boost::make_shared<CallbackBackend>(std::move(sink));
   impl_->frontend = boost::make_shared<Frontend>(impl_->backend);
-  // A log that cannot be written is no reason to fail what was being logged.
+  // A failure to write the log must not fail what was being logged.
   impl_->frontend->set_exception_handler(blog::make_exception_suppressor());
   blog::core::get()->add_sink(impl_->frontend);
 }

@@ -12,6 +12,7 @@ namespace parallel::logging {
 
 // The levels by their consequence.
 inline constexpr foundation::log::level_t kTrace = 2;    // each call, by name
+inline constexpr foundation::log::level_t kInfo = 4;     // what a service did for whom: a line for each call
 inline constexpr foundation::log::level_t kWarning = 8;  // a misuse that was made good, or a stale connection
 inline constexpr foundation::log::level_t kDetail = 16;  // the diagnostic text of an exception that is thrown on
 inline constexpr foundation::log::level_t kError = 256;  // a failure
@@ -39,7 +40,7 @@ class SinkHandle {
 // For the logger of that name, made or not; an empty name means every logger, those to come included.
 void setEnabledLevels(std::string_view loggerName, foundation::log::level_t mask);
 
-// The mask of a word that a user types: "off", "error", "warning", "detail", "trace"; each word includes those before
+// The mask of a word that a user types: "off", "error", "warning", "info", "detail", "trace"; each word includes those before
 // it. Throws std::invalid_argument that lists the words.
 foundation::log::level_t levelsFromWord(std::string_view word);
 std::string_view levelName(foundation::log::level_t level);

@@ -1,12 +1,13 @@
 // For tests: a directory of a test's own, gone with all that is in it.
 #pragma once
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <system_error>
+
+#include "platform/errors/systemError.h"
 
 namespace files::testing {
 
@@ -14,7 +15,7 @@ class TemporaryDirectory {
  public:
   TemporaryDirectory() : path_((std::filesystem::temp_directory_path() / "zks-test-XXXXXX").string()) {
     if (::mkdtemp(path_.data()) == nullptr)
-      throw std::system_error(errno, std::generic_category(), "mkdtemp");
+      errors::throwSystemError("mkdtemp");
   }
   ~TemporaryDirectory() {
     std::error_code ignored;
