@@ -118,6 +118,14 @@ namespace {
 
 constexpr int kThreads = 4;
 
+// A share for each thread.
+std::array<qxArrayPtr, kThreads> sharesOf(const qxArrayPtr& original) {
+  std::array<qxArrayPtr, kThreads> shares;
+  for (qxArrayPtr& share : shares)
+    share = qxCreateSharedCopy(original.get());
+  return shares;
+}
+
 // Runs `body(thread)` on kThreads threads that start together.
 template <class Body>
 void onThreads(Body body) {
@@ -136,9 +144,7 @@ void onThreads(Body body) {
 TEST(CopyOnWriteThreads, EachThreadWritesItsOwnShareOnly) {
   for (int round = 0; round < 200; ++round) {
     const qxArrayPtr original = numbers(64);
-    std::array<qxArrayPtr, kThreads> shares;
-    for (qxArrayPtr& share : shares)
-      share = qxCreateSharedCopy(original.get());
+    std::array<qxArrayPtr, kThreads> shares = sharesOf(original);
     onThreads([&](int thread) {
       qxArray* mine = shares[static_cast<std::size_t>(thread)].get();
       EXPECT_EQ(first(mine), 0);
@@ -171,9 +177,7 @@ TEST(CopyOnWriteThreads, OneShareIsReadAndSharedByAllThreads) {
 TEST(CopyOnWriteThreads, LastShareWritesInPlaceAfterOthersRead) {
   for (int round = 0; round < 500; ++round) {
     qxArrayPtr original = numbers(16);
-    std::array<qxArrayPtr, kThreads> shares;
-    for (qxArrayPtr& share : shares)
-      share = qxCreateSharedCopy(original.get());
+    std::array<qxArrayPtr, kThreads> shares = sharesOf(original);
     original.reset();
     onThreads([&](int thread) {
       qxArrayPtr mine = std::move(shares[static_cast<std::size_t>(thread)]);
@@ -190,9 +194,7 @@ TEST(CopyOnWriteThreads, SharesAreMadeAndEndedByAllThreadsAtOnce) {
   {
     const qxArrayPtr original =
         qxAdoptArray(Dimensions{32}, qxClass::Float64, false, memory.data(), true, [&released] { ++released; });
-    std::array<qxArrayPtr, kThreads> starts;
-    for (qxArrayPtr& start : starts)
-      start = qxCreateSharedCopy(original.get());
+    const std::array<qxArrayPtr, kThreads> starts = sharesOf(original);
     onThreads([&](int thread) {
       const qxArray* mine = starts[static_cast<std::size_t>(thread)].get();
       for (int i = 0; i < 2000; ++i) {
@@ -213,9 +215,7 @@ TEST(CopyOnWriteThreads, AdoptedMemoryIsReleasedOnceByWhicheverThreadIsLast) {
     std::int32_t number = 5;
     qxArrayPtr original =
         qxAdoptArray({}, qxClass::Int32, false, &number, false, [&released] { released.fetch_add(1); });
-    std::array<qxArrayPtr, kThreads> shares;
-    for (qxArrayPtr& share : shares)
-      share = qxCreateSharedCopy(original.get());
+    std::array<qxArrayPtr, kThreads> shares = sharesOf(original);
     original.reset();
     onThreads([&](int thread) {
       qxArrayPtr mine = std::move(shares[static_cast<std::size_t>(thread)]);
@@ -232,9 +232,7 @@ TEST(CopyOnWriteThreads, NestedValuesAreSharedSafely) {
     qxArrayPtr original = qxCreateListArray(Dimensions{8});
     for (std::size_t i = 0; i < 8; ++i)
       qxSetListElement(original.get(), i, numbers(4));
-    std::array<qxArrayPtr, kThreads> shares;
-    for (qxArrayPtr& share : shares)
-      share = qxCreateSharedCopy(original.get());
+    std::array<qxArrayPtr, kThreads> shares = sharesOf(original);
     original.reset();
     onThreads([&](int thread) {
       qxArrayPtr mine = std::move(shares[static_cast<std::size_t>(thread)]);

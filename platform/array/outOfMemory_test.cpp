@@ -129,7 +129,7 @@ TEST(OutOfMemory, SerialisingThrows) {
   EXPECT_GT(failEachAllocation([&] { qxArrayPtr(qxSerializeEx(list.get(), qxSerializeDefaults)); }), 2);
 }
 
-TEST(OutOfMemory, DeserialisingThrowsRatherThanCallTheBytesBad) {
+TEST(OutOfMemory, DeserialisingThrowsAndDoesNotBlameTheBytes) {
   const qxArrayPtr list = sampleList();
   const qxArrayPtr bytes(qxSerializeEx(list.get(), qxSerializeDefaults));
   const auto read = [&] { return qxArrayPtr(qxDeserialize(qxGetData(bytes.get()), qxGetDataBytes(bytes.get()))); };

@@ -166,7 +166,7 @@ TEST(Deserialize, NoDimensionsGiveNoArray) {
   EXPECT_EQ(readValue("d90410 82 80 d840 41 07"), nullptr);
 }
 
-TEST(Deserialize, DimensionThatIsNoUnsignedIntegerGivesNoArray) {
+TEST(Deserialize, DimensionThatIsNotAnUnsignedIntegerGivesNoArray) {
   EXPECT_EQ(readValue("d90410 82 82 20 01 d840 41 07"), nullptr);
   EXPECT_EQ(readValue("d90410 82 82 f93c00 01 d840 41 07"), nullptr);
   EXPECT_EQ(readValue("d90410 82 82 c24101 01 d840 41 07"), nullptr);  // bignum
@@ -283,11 +283,11 @@ TEST(Deserialize, ListOfOtherLengthThanItsDimensionsGivesNoArray) {
   EXPECT_EQ(readValue(kListMap + "01 82 01 02 03 83 f6 f6 f6"), nullptr);
 }
 
-TEST(Deserialize, UndefinedIsNoUnsetElement) {
+TEST(Deserialize, UndefinedIsNotAnUnsetElement) {
   EXPECT_EQ(readValue(kListMap + "01 82 01 01 03 81 f7"), nullptr);
 }
 
-TEST(Deserialize, NullIsNoWholeValue) {
+TEST(Deserialize, NullIsNotAWholeValue) {
   EXPECT_EQ(readValue("f6"), nullptr);
 }
 
@@ -340,7 +340,7 @@ TEST(Deserialize, FieldNameThatOccursTwiceAmongManyGivesNoArray) {
 
 namespace {
 
-std::string nestedLists(std::size_t levels) {
+std::string bytesOfNestedLists(std::size_t levels) {
   std::string hex;
   for (std::size_t i = 0; i < levels; ++i)
     hex += kListMap + "01 82 01 01 03 81 ";
@@ -350,9 +350,9 @@ std::string nestedLists(std::size_t levels) {
 }  // namespace
 
 TEST(Deserialize, NestingPastTheDeepestGivesNoArray) {
-  EXPECT_NE(readValue(nestedLists(qxMaxNesting)), nullptr);
-  EXPECT_EQ(readValue(nestedLists(qxMaxNesting + 1)), nullptr);
-  EXPECT_EQ(readValue(nestedLists(100000)), nullptr);
+  EXPECT_NE(readValue(bytesOfNestedLists(qxMaxNesting)), nullptr);
+  EXPECT_EQ(readValue(bytesOfNestedLists(qxMaxNesting + 1)), nullptr);
+  EXPECT_EQ(readValue(bytesOfNestedLists(100000)), nullptr);
 }
 
 TEST(Deserialize, ManyNestedTagsGiveNoArray) {

@@ -42,7 +42,7 @@ TEST(ListArray, IndexPastTheEndThrowsNamingIndexAndCount) {
     qxGetListElement(list.get(), 3);
     FAIL() << "nothing was thrown";
   } catch (const Exception<host::array::IndexOutOfRange>& error) {
-    EXPECT_STREQ(error.what(), "Element 3 was asked of an array of 3 elements.");
+    EXPECT_STREQ(error.what(), "Element 3 was requested from an array of 3 elements.");
   }
 }
 

@@ -106,7 +106,7 @@ TEST(NumericArray, ViewOfAnotherTypeThrowsWrongClassNamingBoth) {
     qxGetElements<std::int32_t>(array.get());
     FAIL() << "nothing was thrown";
   } catch (const Exception<host::array::WrongClass>& error) {
-    EXPECT_STREQ(error.what(), "An array of class float64 was given where int32 is wanted.");
+    EXPECT_STREQ(error.what(), "An array of class float64 was given where int32 is expected.");
   }
 }
 
@@ -193,7 +193,7 @@ TEST(AdoptedArray, WriteToUnwritableMemoryCopiesAndReleasesTheOwner) {
   EXPECT_EQ(owner.released, 1);
 }
 
-TEST(AdoptedArray, SecondWriteToUnwritableMemoryCopiesNoMore) {
+TEST(AdoptedArray, SecondWriteToUnwritableMemoryDoesNotCopyAgain) {
   Owner owner;
   const qxArrayPtr array = owner.lend(false);
   const void* copy = qxGetWritableData(array.get());

@@ -187,7 +187,7 @@ TEST(SerializeEx, ObjectItselfThrowsCannotSerialize) {
 namespace {
 
 // A boolean with `levels` lists around it.
-qxArrayPtr nestedLists(std::size_t levels) {
+qxArrayPtr nestedOneElementLists(std::size_t levels) {
   qxArrayPtr value = qxCreateBoolean(true);
   for (std::size_t i = 0; i < levels; ++i) {
     qxArrayPtr list = qxCreateListArray({});
@@ -200,18 +200,18 @@ qxArrayPtr nestedLists(std::size_t levels) {
 }  // namespace
 
 TEST(SerializeEx, DeepestNestingComesBackEqual) {
-  const qxArrayPtr array = nestedLists(qxMaxNesting);
+  const qxArrayPtr array = nestedOneElementLists(qxMaxNesting);
   const qxArrayPtr back = deserialised(serialised(array.get()));
   ASSERT_NE(back, nullptr);
   EXPECT_TRUE(qxEqual(back.get(), array.get()));
 }
 
 TEST(SerializeEx, NestingPastTheDeepestThrowsTooDeep) {
-  const qxArrayPtr array = nestedLists(qxMaxNesting + 1);
+  const qxArrayPtr array = nestedOneElementLists(qxMaxNesting + 1);
   EXPECT_THROW(qxSerializeEx(array.get(), qxSerializeDefaults), Exception<host::array::TooDeep>);
 }
 
 TEST(SerializeEx, VeryDeepNestingThrowsTooDeep) {
-  const qxArrayPtr array = nestedLists(100000);
+  const qxArrayPtr array = nestedOneElementLists(100000);
   EXPECT_THROW(qxSerializeEx(array.get(), qxSerializeDefaults), Exception<host::array::TooDeep>);
 }

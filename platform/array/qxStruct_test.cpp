@@ -42,7 +42,7 @@ TEST(StructArray, EachElementHasItsOwnValues) {
   EXPECT_EQ(qxGetField(array.get(), 1, "x"), nullptr);
 }
 
-TEST(StructArray, AddingAFieldThatIsThereChangesNothing) {
+TEST(StructArray, AddingAnExistingFieldChangesNothing) {
   const qxArrayPtr array = qxCreateStructArray({}, Names{"x"});
   qxSetField(array.get(), 0, "x", qxCreateScalar(5));
   qxAddField(array.get(), "x");

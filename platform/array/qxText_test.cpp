@@ -29,7 +29,7 @@ TEST(TextArray, NulUnitsAreKept) {
   EXPECT_EQ(qxGetString(qxCreateString(text).get()), text);
 }
 
-TEST(TextArray, Utf8ThatIsNoneBecomesReplacementCharacters) {
+TEST(TextArray, IllFormedUtf8BecomesReplacementCharacters) {
   EXPECT_EQ(qxGetString(qxCreateStringUtf8("a\xFFz").get()), u"a\uFFFDz");
 }
 

@@ -5,14 +5,14 @@ namespace interpreter {
 
 namespace {
 
-// The value of a saved form's field; null when `value` is no saved form.
+// The value of a saved form's field; null when `value` is not a saved form.
 const qxArray* savedField(const qxArray* value, const std::string& name) {
   const bool candidate =
       qxGetClass(value) == qxClass::Struct && qxGetNumberOfElements(value) == 1 && qxGetFieldNames(value).size() == 2;
   return candidate && qxHasField(value, name) ? qxGetField(value, 0, name) : nullptr;
 }
 
-// Null when the value is no saved form of a class that can be loaded here.
+// Null when the value is not a saved form of a class that can be loaded here.
 qxArrayPtr loadedObject(const qxArray* value) {
   const qxArray* className = savedField(value, internal::kSavedClass);
   const qxArray* saved = savedField(value, internal::kSavedValue);

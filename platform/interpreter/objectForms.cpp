@@ -1,17 +1,17 @@
 // The registry of object forms.
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include "platform/interpreter/internal/objectForms.h"
+#include "platform/threads/Mutex.h"
 
 namespace interpreter {
 
 namespace {
 
 struct Registry {
-  std::mutex mutex;
-  std::map<std::string, std::shared_ptr<const ObjectForm>> forms;  // guarded by mutex
+  parallel::threads::Mutex mutex;
+  std::map<std::string, std::shared_ptr<const ObjectForm>> forms ZKS_GUARDED_BY(mutex);
 };
 
 Registry& registry() {
@@ -23,14 +23,14 @@ Registry& registry() {
 
 void registerObjectForm(std::string className, ObjectForm form) {
   auto shared = std::make_shared<const ObjectForm>(std::move(form));
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   // The form before it, if any, leaves by `shared`: its destructor is not ours and must not run under the lock.
   registry().forms[std::move(className)].swap(shared);
 }
 
 void unregisterObjectForm(const std::string& className) {
   std::shared_ptr<const ObjectForm> removed;
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   const auto found = registry().forms.find(className);
   if (found == registry().forms.end())
     return;
@@ -39,7 +39,7 @@ void unregisterObjectForm(const std::string& className) {
 }
 
 std::shared_ptr<const ObjectForm> internal::findObjectForm(const std::string& className) {
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   const auto found = registry().forms.find(className);
   return found == registry().forms.end() ? nullptr : found->second;
 }

@@ -1,12 +1,12 @@
 #include "platform/tova/BindingRegistry.h"
 
-#include <mutex>
 #include <typeindex>
 #include <unordered_map>
 #include <utility>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/threads/Mutex.h"
 #include "platform/tova/COSClass.h"
 #include "platform/tova/handles.h"
 #include "platform/tova/internal/ClassTree.h"
@@ -32,9 +32,9 @@ class Binding {
 namespace {
 
 struct Registry {
-  std::mutex mutex;
-  std::unordered_map<const full::Wrappable*, std::shared_ptr<Binding>> bindings;
-  std::unordered_map<std::type_index, std::string> classNames;
+  parallel::threads::Mutex mutex;
+  std::unordered_map<const full::Wrappable*, std::shared_ptr<Binding>> bindings ZKS_GUARDED_BY(mutex);
+  std::unordered_map<std::type_index, std::string> classNames ZKS_GUARDED_BY(mutex);
 };
 
 // Never destroyed: objects may end during static destruction.
@@ -55,12 +55,13 @@ struct HandleRelease {
   }
 
   static bool wasAnnounced(const Binding& binding) noexcept {
-    const std::lock_guard lock(registry().mutex);
+    const parallel::threads::MutexLock lock(registry().mutex);
     return binding.announced;
   }
 };
 
-// The binding behind an array, whether its object is still there or not; null when the array is no handle of ours.
+// The binding behind an array, whether its object is still there or not; null when the array is not a handle of this
+// class system.
 std::shared_ptr<Binding> bindingOf(const qxArray* array) {
   if (array == nullptr || qxGetClass(array) != qxClass::Object)
     return nullptr;
@@ -72,15 +73,13 @@ std::shared_ptr<Binding> bindingOf(const qxArray* array) {
 std::string classNameFor(const full::Wrappable* object, std::string_view otherwise) {
   if (object == nullptr)
     return std::string(otherwise);
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   const auto found = registry().classNames.find(typeid(*object));
   return found == registry().classNames.end() ? std::string(otherwise) : found->second;
 }
 
 std::shared_ptr<const COSClass> requireBindableClass(const std::string& name) {
-  auto cls = internal::currentTree()->findClass(name);
-  if (!cls)
-    throw Exception<host::classes::NoSuchClass>(name);
+  auto cls = internal::requireClass(name);
   if (!cls->info().isHandle())
     throw Exception<host::classes::NotAHandleClass>(name);
   if (cls->info().isAbstract())
@@ -91,7 +90,7 @@ std::shared_ptr<const COSClass> requireBindableClass(const std::string& name) {
 // The handle of the object's live binding, or else `fresh`, which then is its binding.
 std::shared_ptr<void> bindOnce(const std::shared_ptr<Binding>& binding, const std::shared_ptr<void>& fresh,
                                std::shared_ptr<const COSClass>& cls) {
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   auto& place = registry().bindings[binding->key];
   if (place) {
     if (auto bound = place->handle.lock()) {
@@ -118,7 +117,7 @@ qxArrayProxy announceAny(full::Wrappable* object, std::shared_ptr<full::Wrappabl
 }
 
 // Takes the object out of the binding and the binding out of the registry; returns the share that was left in it.
-std::shared_ptr<full::Wrappable> forget(Binding& binding) noexcept {
+std::shared_ptr<full::Wrappable> forget(Binding& binding) noexcept ZKS_REQUIRES(registry().mutex) {
   binding.object = nullptr;
   const auto found = registry().bindings.find(binding.key);
   if (found != registry().bindings.end() && found->second.get() == &binding)
@@ -137,7 +136,7 @@ qxArrayProxy BindingRegistry::announce(full::Wrappable& object, std::string_view
 }
 
 BindingState BindingRegistry::state(const Binding& binding) noexcept {
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   if (binding.share == nullptr)
     return BindingState::NotHeld;
   return binding.share.use_count() == 1 ? BindingState::HostOnly : BindingState::Shared;
@@ -145,17 +144,17 @@ BindingState BindingRegistry::state(const Binding& binding) noexcept {
 
 void BindingRegistry::remove(Binding& binding) noexcept {
   std::shared_ptr<full::Wrappable> last;  // ends after the lock
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   last = forget(binding);
 }
 
 std::size_t BindingRegistry::size() {
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   return registry().bindings.size();
 }
 
 void BindingRegistry::nameType(const std::type_info& type, std::string className) {
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   registry().classNames[type] = std::move(className);
 }
 
@@ -168,7 +167,7 @@ PinnedNative BindingRegistry::pin(const qxArray* handle) {
   const auto binding = bindingOf(handle);
   if (!binding)
     detail::throwInvalidHandle(handle);
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   if (binding->object == nullptr)
     detail::throwInvalidHandle(handle);
   return {binding->share, binding->object};
@@ -178,7 +177,7 @@ bool BindingRegistry::isValid(const qxArray* handle) {
   const auto binding = bindingOf(handle);
   if (!binding)
     return false;
-  const std::lock_guard lock(registry().mutex);
+  const parallel::threads::MutexLock lock(registry().mutex);
   return binding->object != nullptr;
 }
 
@@ -187,14 +186,14 @@ bool BindingRegistry::isValid(const qxArray* handle) {
 namespace full {
 
 std::shared_ptr<Wrappable> releaseReference(basic::Binding& binding) noexcept {
-  const std::lock_guard lock(basic::registry().mutex);
+  const parallel::threads::MutexLock lock(basic::registry().mutex);
   return std::move(binding.share);
 }
 
 void retract(const Wrappable* object) noexcept {
   std::shared_ptr<Wrappable> last;            // ends after the lock
-  std::shared_ptr<basic::Binding> withdrawn;  // as does the binding
-  const std::lock_guard lock(basic::registry().mutex);
+  std::shared_ptr<basic::Binding> withdrawn;  // so does the binding
+  const parallel::threads::MutexLock lock(basic::registry().mutex);
   const auto found = basic::registry().bindings.find(object);
   if (found == basic::registry().bindings.end())
     return;

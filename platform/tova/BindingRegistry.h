@@ -63,9 +63,9 @@ class BindingRegistry {
   // Says under which host class objects of exactly this type appear.
   static void nameType(const std::type_info& type, std::string className);
 
-  // The class of a handle; null for arrays that are no handles of this class system. Stays set when the object is gone.
+  // The class of a handle, even when the object is gone; null for arrays that are not handles of this class system.
   static std::shared_ptr<const COSClass> classOf(const qxArray* array);
-  // `InvalidHandle` when the object is gone or the array is no handle.
+  // `InvalidHandle` when the object is gone or the array is not a handle.
   static PinnedNative pin(const qxArray* handle);
   // True for a handle whose object is still there.
   static bool isValid(const qxArray* handle);

@@ -110,7 +110,7 @@ TEST_F(Bindings, RetractedObjectCanBeBoundAnewBesideItsOldHandles) {
   EXPECT_EQ(BindingRegistry::size(), 1U);
 }
 
-TEST_F(Bindings, RetractOfAnUnboundObjectIsNoError) {
+TEST_F(Bindings, RetractOfAnUnboundObjectIsAccepted) {
   const Motor motor;
   full::retract(&motor);
   full::retract(nullptr);
@@ -217,7 +217,7 @@ TEST_F(Bindings, NativeOfAnotherTypeIsRefused) {
               StartsWith("host:classes:InvalidHandle"));
 }
 
-TEST_F(Bindings, ArraysThatAreNoHandles) {
+TEST_F(Bindings, OtherArraysHaveNoNativeObject) {
   const qxArrayPtr number = qxCreateScalar(1);
   const qxArrayPtr foreign = qxCreateObject("some.Thing", std::make_shared<int>(1));
   const qxArrayPtr empty = qxCreateObject("some.Thing", nullptr);
@@ -226,9 +226,9 @@ TEST_F(Bindings, ArraysThatAreNoHandles) {
   EXPECT_THAT(identifiedError([&] { impl::validateSelfPointer(empty.get()); }),
               StartsWith("host:classes:InvalidHandle"));
   EXPECT_EQ(identifiedError([] { impl::validateSelfPointer(nullptr); }),
-            "host:classes:NotAHandle: A handle is wanted; nothing was given.");
+            "host:classes:NotAHandle: A handle is expected; nothing was given.");
   EXPECT_EQ(identifiedError([&] { nativeOf<Motor>(number.get()); }),
-            "host:classes:NotAHandle: A handle is wanted; float64 was given.");
+            "host:classes:NotAHandle: A handle is expected; float64 was given.");
   EXPECT_THAT(identifiedError([&] { nativeOf<Motor>(foreign.get()); }), StartsWith("host:classes:InvalidHandle"));
   EXPECT_THAT(identifiedError([&] { callMethod(number.get(), "speed", 1, {}); }),
               StartsWith("host:classes:NotAHandle"));

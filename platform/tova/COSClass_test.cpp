@@ -66,7 +66,7 @@ TEST_F(Classes, NothingCanBeAddedOnceRegistered) {
               StartsWith("host:classes:ClassComplete"));
 }
 
-TEST_F(Classes, SuperclassMustExistOnlyIfSaidSo) {
+TEST_F(Classes, SuperclassMustExistOnlyIfRequired) {
   EXPECT_EQ(identifiedError([] {
               add("Motor", [](COSClass& cls) { cls.addSuperclass(COSString("plant.Base"), true, false, true); });
             }),

@@ -1,11 +1,11 @@
 #include "platform/tova/COSNamespace.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/threads/SharedMutex.h"
 #include "platform/tova/internal/ClassTree.h"
 #include "platform/tova/internal/names.h"
 
@@ -31,7 +31,7 @@ void COSNamespace::addClass(std::unique_ptr<COSClassInfo> info, const COSClient*
 }
 
 std::shared_ptr<COSClass> COSNamespace::place(std::shared_ptr<COSClass> cls, OnDuplicate onDuplicate) {
-  const std::unique_lock lock(tree_.mutex());
+  const parallel::threads::WriterLock lock(tree_.mutex());
   const auto known = std::find_if(classes_.begin(), classes_.end(),
                                   [&](const auto& other) { return other->fullName() == cls->fullName(); });
   if (known == classes_.end()) {

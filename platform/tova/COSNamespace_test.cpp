@@ -85,7 +85,7 @@ TEST_F(Namespaces, ReplacedClassServesItsHandlesToTheEnd) {
   EXPECT_EQ(TestClassInfo::finalized, 1);
 }
 
-TEST_F(Namespaces, ClassThatFailsToBeFilledIsNotThereAndIsFreed) {
+TEST_F(Namespaces, ClassWhoseInitializationFailsIsFreedAndNeverAppears) {
   testing::CountingAllocator counting;
   const auto fill = [](COSClass& cls) {
     testing::addMotorMethods(cls);

@@ -20,7 +20,7 @@ class Wrappable {
 class StdShareable : public std::enable_shared_from_this<StdShareable>, public Wrappable {};
 
 // Tells the class system that a native object is gone: whatever it still knows of the object is forgotten. Called from
-// the object's destructor; an object that was never bound is no error.
+// the object's destructor; an object that was never bound is accepted.
 void retract(const Wrappable* object) noexcept;
 
 }  // namespace tova::factory::full

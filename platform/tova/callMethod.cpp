@@ -20,13 +20,6 @@ namespace {
 
 using factory::TovaMethod;
 
-std::shared_ptr<const COSClass> requireClass(std::string_view name) {
-  auto cls = internal::currentTree()->findClass(name);
-  if (!cls)
-    throw Exception<host::classes::NoSuchClass>(name);
-  return cls;
-}
-
 [[noreturn]] void throwNoMethod(const COSClass& cls, std::string_view name, MethodKind kind) {
   const bool wantsStatic = kind == MethodKind::Static;
   if (cls.methodsNamed(name, wantsStatic ? MethodKind::Instance : MethodKind::Static).empty())
@@ -67,7 +60,7 @@ std::vector<qxArrayPtr> run(const TovaMethod& method, int wantedOutputs, std::ve
 
 std::vector<qxArrayPtr> callStaticMethod(std::string_view className, std::string_view method, int wantedOutputs,
                                          Inputs inputs) {
-  const auto cls = requireClass(className);
+  const auto cls = internal::requireClass(className);
   return run(chooseMethod(*cls, method, MethodKind::Static, inputs.size()), wantedOutputs,
              {inputs.begin(), inputs.end()});
 }
@@ -83,7 +76,7 @@ std::vector<qxArrayPtr> callMethod(const qxArray* handle, std::string_view metho
 }
 
 qxArrayPtr callConstructor(std::string_view className, Inputs inputs) {
-  const auto cls = requireClass(className);
+  const auto cls = internal::requireClass(className);
   if (cls->info().isAbstract())
     throw Exception<host::classes::AbstractClass>(className);
   if (cls->constructor() == nullptr)

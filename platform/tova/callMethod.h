@@ -4,13 +4,10 @@
 // runs: `NoSuchClass`, `NoSuchMethod`, `WrongMethodKind`, `TooManyInputs`, `NotEnoughInputs`, `TooManyOutputs`,
 // `WrongArgumentType`, `NotAHandle`, `InvalidHandle`.
 //
-// Ownership: inputs are borrowed for the call; outputs are the caller's. An object stays alive while a method of it
-// runs,
-//            and its class while any handle is left, whatever happens to the registration meanwhile.
+// Ownership: inputs are borrowed for the call; outputs are the caller's. An object stays alive while one of its methods
+//            runs, and its class while any handle is left, whatever happens to the registration meanwhile.
 // Outputs:   as many as the method makes, whether `wantedOutputs` is 0 or 1; more is an error.
-// Threads:   any; calls take no lock while the method runs. Whether one object may be used by two threads is its
-// class's
-//            to say.
+// Threads:   any; no lock is held while the method runs. An object's class says whether two threads may use it at once.
 #pragma once
 
 #include <span>

@@ -67,7 +67,7 @@ TEST_F(Calls, StaticMethodMakesAHandle) {
   EXPECT_EQ(scalar(callMethod(outputs[0].get(), "speed", 1, {})), 3);
 }
 
-TEST_F(Calls, OutputIsMadeEvenIfNoneIsAskedFor) {
+TEST_F(Calls, OutputIsMadeEvenIfNoneIsRequested) {
   const qxArray* const inputs[] = {number.get()};
   const auto outputs = callStaticMethod("plant.Motor", "open", 0, inputs);
   ASSERT_EQ(outputs.size(), 1U);
@@ -120,26 +120,26 @@ TEST_F(Calls, WrongCountsNameTheMethodAndTheCounts) {
   EXPECT_EQ(staticError("open", 1, {}),
             "host:classes:NotEnoughInputs: Not enough inputs for plant.Motor.open: it takes 1, and 0 were given.");
   EXPECT_EQ(staticError("open", 2, {number.get()}),
-            "host:classes:TooManyOutputs: Too many outputs of plant.Motor.open: it makes 1, and 2 were asked for.");
+            "host:classes:TooManyOutputs: Too many outputs of plant.Motor.open: it makes 1, and 2 were requested.");
   const qxArrayPtr name = qxCreateStringUtf8("x");
   EXPECT_EQ(callError("rename", 1, {name.get()}),
-            "host:classes:TooManyOutputs: Too many outputs of plant.Motor.rename: it makes 0, and 1 were asked for.");
+            "host:classes:TooManyOutputs: Too many outputs of plant.Motor.rename: it makes 0, and 1 were requested.");
   EXPECT_TRUE(motor->name().empty());
 }
 
 TEST_F(Calls, WrongTypesNameTheInputAndBothTypes) {
   EXPECT_EQ(
       callError("rename", 0, {number.get()}),
-      "host:classes:WrongArgumentType: plant.Motor.rename wants TovaFactoryString scalar as input 1; 1-by-1 float64 "
+      "host:classes:WrongArgumentType: plant.Motor.rename expects TovaFactoryString scalar as input 1; 1-by-1 float64 "
       "was given.");
   EXPECT_EQ(
       staticError("faster", 1, {handle.get(), number.get()}),
-      "host:classes:WrongArgumentType: plant.Motor.faster wants plant.Motor as input 2; 1-by-1 float64 was given.");
+      "host:classes:WrongArgumentType: plant.Motor.faster expects plant.Motor as input 2; 1-by-1 float64 was given.");
   const qxArrayPtr foreign = qxCreateObject("some.Thing", std::make_shared<int>(1));
   EXPECT_EQ(staticError("faster", 1, {foreign.get(), handle.get()}),
-            "host:classes:WrongArgumentType: plant.Motor.faster wants plant.Motor as input 1; some.Thing was given.");
+            "host:classes:WrongArgumentType: plant.Motor.faster expects plant.Motor as input 1; some.Thing was given.");
   EXPECT_EQ(staticError("open", 1, {nullptr}),
-            "host:classes:WrongArgumentType: plant.Motor.open wants any as input 1; nothing was given.");
+            "host:classes:WrongArgumentType: plant.Motor.open expects any as input 1; nothing was given.");
 }
 
 TEST_F(Calls, OneLineOfTextIsARowOrEmpty) {
@@ -181,9 +181,9 @@ TEST_F(Calls, ByTheHostsConvention) {
             "host:classes:NotEnoughInputs: Not enough inputs for plant.Motor.open: it takes 1, and 0 were given.");
   const factory::TovaMethod& speed = *cls->methodsNamed("speed", MethodKind::Instance).front();
   EXPECT_EQ(identifiedError([&] { speed.call(1, &output, 0, nullptr); }),
-            "host:classes:NotAHandle: A handle is wanted; nothing was given.");
+            "host:classes:NotAHandle: A handle is expected; nothing was given.");
   EXPECT_EQ(identifiedError([&] { speed.call(1, &output, 1, &input); }),
-            "host:classes:WrongArgumentType: plant.Motor.speed wants plant.Motor as its object; 1-by-1 float64 was "
+            "host:classes:WrongArgumentType: plant.Motor.speed expects plant.Motor as its object; 1-by-1 float64 was "
             "given.");
 }
 

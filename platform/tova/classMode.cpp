@@ -1,9 +1,11 @@
 #include "platform/tova/classMode.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+#include "platform/threads/Mutex.h"
 #include "platform/tova/internal/ClassTree.h"
 #include "platform/tova/omNamespaces.h"
 
@@ -19,8 +21,8 @@ thread_local std::shared_ptr<ClassTree> enteredTree;
 
 // Never destroyed: libraries and handles may outlive static destruction.
 struct ProcessTree {
-  std::mutex mutex;
-  std::shared_ptr<ClassTree> tree;  // guarded by mutex
+  parallel::threads::Mutex mutex;
+  std::shared_ptr<ClassTree> tree ZKS_GUARDED_BY(mutex);
 };
 
 ProcessTree& processTree() {
@@ -39,7 +41,7 @@ ClassMode classMode() noexcept {
 
 void clearProcessClasses() {
   std::shared_ptr<ClassTree> ended;
-  const std::lock_guard lock(processTree().mutex);
+  const parallel::threads::MutexLock lock(processTree().mutex);
   ended = std::exchange(processTree().tree, nullptr);
 }
 
@@ -56,10 +58,17 @@ namespace internal {
 std::shared_ptr<ClassTree> currentTree() {
   if (enteredTree && classMode() == ClassMode::PerUserScope)
     return enteredTree;
-  const std::lock_guard lock(processTree().mutex);
+  const parallel::threads::MutexLock lock(processTree().mutex);
   if (!processTree().tree)
     processTree().tree = std::make_shared<ClassTree>();
   return processTree().tree;
+}
+
+std::shared_ptr<const COSClass> requireClass(std::string_view fullName) {
+  auto cls = currentTree()->findClass(fullName);
+  if (!cls)
+    throw Exception<host::classes::NoSuchClass>(fullName);
+  return cls;
 }
 
 }  // namespace internal

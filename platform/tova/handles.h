@@ -15,8 +15,8 @@ qxArrayPtr handleOf(const std::shared_ptr<T>& object) {
   return basic::BindingRegistry::announce(object, HostClassName<T>::value).release();
 }
 
-// The native object of a handle, shared. `InvalidHandle` when the array is no handle, its object is gone, or the object
-// is not a T. For an object that was announced by reference the result does not keep it alive.
+// The native object of a handle, shared. `InvalidHandle` when the array is not a handle, its object is gone, or the
+// object is not a T. For an object that was announced by reference the result does not keep it alive.
 template <class T>
 std::shared_ptr<T> nativeOf(const qxArray* handle);
 

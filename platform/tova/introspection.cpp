@@ -15,13 +15,6 @@ namespace {
 using factory::TovaMethod;
 using factory::basic::BindingRegistry;
 
-std::shared_ptr<const COSClass> requireClass(std::string_view fullName) {
-  auto cls = internal::currentTree()->findClass(fullName);
-  if (!cls)
-    throw Exception<host::classes::NoSuchClass>(fullName);
-  return cls;
-}
-
 MethodDescription describe(const TovaMethod& method) {
   MethodDescription description;
   description.name = method.name();
@@ -89,7 +82,7 @@ bool hasClass(std::string_view fullName) {
 }
 
 ClassDescription describeClass(std::string_view fullName) {
-  return describe(*requireClass(fullName));
+  return describe(*internal::requireClass(fullName));
 }
 
 ClassDescription describeClassOf(const qxArray* handle) {
@@ -100,7 +93,7 @@ ClassDescription describeClassOf(const qxArray* handle) {
 }
 
 bool isSubclass(std::string_view fullName, std::string_view ancestor) {
-  return requireClass(fullName)->isA(ancestor);
+  return internal::requireClass(fullName)->isA(ancestor);
 }
 
 bool isValidHandle(const qxArray* array) {

@@ -1,9 +1,8 @@
 // Method objects from C++ functions.
 //
-//     cls->addMethod(makeMethod("open", {}, "Opens a motor", &Motor::open));                    // static member
-//     function cls->addMethod(makeMethod("turn", {}, "", &Motor::turn));                                 // member
-//     function cls->addMethod(makeMethod("turn", {MethodAttributes::kInstance}, "", &turnByDefault));    //
-//     void(Motor*)
+//     cls->addMethod(makeMethod("open", {}, "Opens a motor", &Motor::open));  // static member function
+//     cls->addMethod(makeMethod("turn", {}, "", &Motor::turn));               // member function
+//     cls->addMethod(makeMethod("turn", {MethodAttributes::kInstance}, "", &turnByDefault));  // plain function
 //
 // The signature follows from the function's type:
 //

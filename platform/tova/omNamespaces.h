@@ -9,7 +9,7 @@ namespace tova {
 class COSNamespace;
 
 // The outermost namespace of the name, made if there is none; of the calling thread's user scope in per-user-scope
-// mode. The class system owns it. `BadName` when the name is no identifier.
+// mode. The class system owns it. `BadName` when the name is not an identifier.
 COSNamespace* omGetNamespace(const char* name);
 // The same for a namespace inside another one.
 COSNamespace* omGetInnerNamespace(COSNamespace* outer, const char* name);

@@ -2,7 +2,7 @@
 // here.
 //
 // Errors:  utCalloc throws `OutOfMemory` and never returns null. utFree accepts null.
-// Threads: any; a block may be freed by another thread than the one that allocated it.
+// Threads: any; a thread may free a block that another one allocated.
 #pragma once
 
 #include <cstddef>
@@ -11,12 +11,12 @@
 void* utCalloc(std::size_t count, std::size_t nbytes);
 void utFree(void* room) noexcept;
 
-// What stands behind the two. `allocate` returns null when there is no room.
+// The implementation of the two. `allocate` returns null when there is no room.
 struct utAllocator {
   void* (*allocate)(std::size_t count, std::size_t nbytes) noexcept;
   void (*release)(void* room) noexcept;
 };
 
-// Puts another allocator in place and returns the earlier one. It must outlive its use. For hosts, before anything is
-// allocated, and for tests; blocks that are still out then go to the new allocator's release.
+// Installs another allocator and returns the earlier one. It must outlive its use. For hosts, before anything is
+// allocated, and for tests. Blocks that are allocated at the time go to the new allocator's release.
 const utAllocator* utSetAllocator(const utAllocator* allocator) noexcept;

@@ -20,7 +20,7 @@ TEST(UtMemory, RoomIsZeroFilledEvenWhenUsedBefore) {
   }
 }
 
-TEST(UtMemory, FreeOfNullIsNoError) {
+TEST(UtMemory, FreeOfNullIsAccepted) {
   tova::testing::CountingAllocator counting;
   utFree(nullptr);
   EXPECT_EQ(counting.outstanding(), 0U);
@@ -36,7 +36,7 @@ TEST(UtMemory, NoRoomThrowsTheHostsOutOfMemory) {
     const auto* identified = dynamic_cast<const IException*>(&error);
     ASSERT_NE(identified, nullptr);
     EXPECT_EQ(identified->identifier(), "host:memory:OutOfMemory");
-    EXPECT_STREQ(error.what(), "Out of memory: 42 bytes were wanted.");
+    EXPECT_STREQ(error.what(), "Out of memory: 42 bytes were needed.");
   }
   EXPECT_EQ(counting.outstanding(), 0U);
 }

@@ -6,7 +6,7 @@
 
 namespace qx_detail {
 
-// What libcbor calls for the item that it found. A kind without a callback of ours keeps the item Foreign.
+// What libcbor calls for the item that it found. A kind without a callback here leaves the item Foreign.
 struct CborReader::Callbacks {
   static Item& item(void* context) { return *static_cast<Item*>(context); }
 

@@ -33,7 +33,7 @@ std::size_t valueCount(std::size_t elements, std::size_t fields) {
   return __builtin_mul_overflow(elements, fields, &count) ? most : std::min(count, most);
 }
 
-[[noreturn]] void throwOutOfMemory(std::size_t elements) {
+[[noreturn]] void throwNoMemoryForElements(std::size_t elements) {
   throw Exception<host::memory::OutOfMemory, std::bad_alloc>(elements * sizeof(qxArrayPtr));
 }
 
@@ -42,7 +42,7 @@ void growBy(Elements& elements, std::size_t count) {
   try {
     elements.resize(elements.size() + count);
   } catch (const std::bad_alloc&) {
-    throwOutOfMemory(count);
+    throwNoMemoryForElements(count);
   }
 }
 
@@ -52,7 +52,7 @@ Elements unsetElements(std::size_t count) {
   try {
     return Elements(count);
   } catch (const std::bad_alloc&) {
-    throwOutOfMemory(count);
+    throwNoMemoryForElements(count);
   }
 }
 

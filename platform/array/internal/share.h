@@ -40,7 +40,7 @@ const StorageType& storageOf(const qxArray* array) noexcept {
   return *static_cast<const StorageType*>(array->storage.get());
 }
 
-// Write access, where there is a storage: one that no other share sees, copied if need be.
+// Write access, where there is a storage: one that no other share sees, copied if necessary.
 template <class StorageType>
 StorageType& uniqueStorage(qxArray* array) {
   auto* const storage = static_cast<StorageType*>(array->storage.get());

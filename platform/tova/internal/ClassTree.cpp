@@ -1,9 +1,9 @@
 #include "platform/tova/internal/ClassTree.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
+#include "platform/threads/SharedMutex.h"
 #include "platform/tova/internal/Heterogeneous.h"
 #include "platform/tova/internal/names.h"
 
@@ -18,7 +18,7 @@ ClassTree::~ClassTree() = default;
 
 COSNamespace* ClassTree::openNamespace(COSNamespace* outer, std::string_view name) {
   requireIdentifier(name);
-  const std::unique_lock lock(mutex_);
+  const parallel::threads::WriterLock lock(mutex_);
   auto& siblings = outer ? outer->inner_ : outermost_;
   auto& place = siblings[std::string(name)];
   if (!place)
@@ -47,7 +47,7 @@ std::shared_ptr<const COSClass> ClassTree::findClass(std::string_view fullName) 
   const std::size_t dot = fullName.rfind('.');
   if (dot == std::string_view::npos)
     return nullptr;
-  const std::shared_lock lock(mutex_);
+  const parallel::threads::ReaderLock lock(mutex_);
   const COSNamespace* const home = findNamespace(fullName.substr(0, dot));
   if (home == nullptr)
     return nullptr;
@@ -64,13 +64,13 @@ std::vector<std::string> ClassTree::namespaceNames() const {
       self(self, inner->inner_);
     }
   };
-  const std::shared_lock lock(mutex_);
+  const parallel::threads::ReaderLock lock(mutex_);
   visit(visit, outermost_);
   return names;
 }
 
 std::vector<std::shared_ptr<const COSClass>> ClassTree::classesOf(std::string_view namespaceName, bool& found) const {
-  const std::shared_lock lock(mutex_);
+  const parallel::threads::ReaderLock lock(mutex_);
   const COSNamespace* const home = findNamespace(namespaceName);
   found = home != nullptr;
   if (!found)
@@ -79,12 +79,12 @@ std::vector<std::shared_ptr<const COSClass>> ClassTree::classesOf(std::string_vi
 }
 
 void ClassTree::addDataType(std::string name) {
-  const std::unique_lock lock(mutex_);
+  const parallel::threads::WriterLock lock(mutex_);
   dataTypes_.insert(std::move(name));
 }
 
 bool ClassTree::hasDataType(std::string_view name) const {
-  const std::shared_lock lock(mutex_);
+  const parallel::threads::ReaderLock lock(mutex_);
   return dataTypes_.contains(name);
 }
 

@@ -8,11 +8,11 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <shared_mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/threads/SharedMutex.h"
 #include "platform/tova/COSNamespace.h"
 
 namespace tova::internal {
@@ -39,17 +39,20 @@ class ClassTree {
   void addDataType(std::string name);
   bool hasDataType(std::string_view name) const;
 
-  std::shared_mutex& mutex() const noexcept { return mutex_; }
+  parallel::threads::SharedMutex& mutex() const noexcept ZKS_RETURN_CAPABILITY(mutex_) { return mutex_; }
 
  private:
-  const COSNamespace* findNamespace(std::string_view fullName) const;  // under the lock
+  const COSNamespace* findNamespace(std::string_view fullName) const ZKS_REQUIRES_SHARED(mutex_);
 
-  mutable std::shared_mutex mutex_;
-  std::map<std::string, std::unique_ptr<COSNamespace>, std::less<>> outermost_;
-  std::set<std::string, std::less<>> dataTypes_;
+  mutable parallel::threads::SharedMutex mutex_;
+  std::map<std::string, std::unique_ptr<COSNamespace>, std::less<>> outermost_ ZKS_GUARDED_BY(mutex_);
+  std::set<std::string, std::less<>> dataTypes_ ZKS_GUARDED_BY(mutex_);
 };
 
 // The tree that the calling thread registers in and looks up: see classMode.h.
 std::shared_ptr<ClassTree> currentTree();
+
+// The class of that name in the current tree. `NoSuchClass`.
+std::shared_ptr<const COSClass> requireClass(std::string_view fullName);
 
 }  // namespace tova::internal

@@ -1,17 +1,19 @@
 #include "platform/tova/testing/CountingAllocator.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <unordered_set>
+
+#include "platform/threads/Mutex.h"
 
 namespace tova::testing {
 namespace {
 
 struct Counts {
-  std::mutex mutex;
-  std::unordered_set<void*> blocks;  // only those allocated since: older ones are not ours to count
-  long allocations = 0;
-  long countdown = 0;
+  parallel::threads::Mutex mutex;
+  // Only those allocated since: older ones are not ours to count.
+  std::unordered_set<void*> blocks ZKS_GUARDED_BY(mutex);
+  long allocations ZKS_GUARDED_BY(mutex) = 0;
+  long countdown ZKS_GUARDED_BY(mutex) = 0;
 };
 
 Counts& counts() {
@@ -20,7 +22,7 @@ Counts& counts() {
 }
 
 void* countedAllocate(std::size_t count, std::size_t nbytes) noexcept {
-  const std::lock_guard lock(counts().mutex);
+  const parallel::threads::MutexLock lock(counts().mutex);
   if (counts().countdown > 0 && --counts().countdown == 0)
     return nullptr;
   void* const room = std::calloc(count, nbytes);
@@ -31,7 +33,7 @@ void* countedAllocate(std::size_t count, std::size_t nbytes) noexcept {
 
 void countedRelease(void* room) noexcept {
   {
-    const std::lock_guard lock(counts().mutex);
+    const parallel::threads::MutexLock lock(counts().mutex);
     counts().blocks.erase(room);
   }
   std::free(room);
@@ -42,7 +44,7 @@ constexpr utAllocator kCountedAllocator{countedAllocate, countedRelease};
 }  // namespace
 
 CountingAllocator::CountingAllocator() : earlier_(utSetAllocator(&kCountedAllocator)) {
-  const std::lock_guard lock(counts().mutex);
+  const parallel::threads::MutexLock lock(counts().mutex);
   counts().blocks.clear();
   counts().allocations = 0;
   counts().countdown = 0;
@@ -53,17 +55,17 @@ CountingAllocator::~CountingAllocator() {
 }
 
 void CountingAllocator::failAt(long n) {
-  const std::lock_guard lock(counts().mutex);
+  const parallel::threads::MutexLock lock(counts().mutex);
   counts().countdown = n;
 }
 
 long CountingAllocator::allocations() const {
-  const std::lock_guard lock(counts().mutex);
+  const parallel::threads::MutexLock lock(counts().mutex);
   return counts().allocations;
 }
 
 std::size_t CountingAllocator::outstanding() const {
-  const std::lock_guard lock(counts().mutex);
+  const parallel::threads::MutexLock lock(counts().mutex);
   return counts().blocks.size();
 }
 
