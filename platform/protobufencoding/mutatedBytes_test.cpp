@@ -35,7 +35,7 @@ void mutate(std::string& bytes, std::mt19937_64& engine) {
   }
 }
 
-// Empty for what the parser left of bytes that it refused, which is decoded but may be no message.
+// Empty when the parser refused the bytes: what it left is decoded, but may not be a valid message.
 std::string bytesOnceAround(const google::protobuf::Message& message, bool valid) {
   SchedulerAnyEncoder encoder;
   const qxArrayPtr value = decode(message, &encoder);
@@ -63,7 +63,8 @@ void expectMutationsComeBack(const google::protobuf::Message& prototype) {
   for (std::uint64_t seed = 0; seed < 1000; ++seed) {
     const auto [message, valid] = mutated(prototype, seed);
     const std::string bytes = bytesOnceAround(*message, valid);
-    writeAnysAnew(*message);
+    SchedulerAnyEncoder encoder;
+    writeAnysAnew(*message, &encoder);
     ASSERT_EQ(toHex(bytes), toHex(valid ? deterministic(*message) : "")) << "seed " << seed;
   }
 }
@@ -76,16 +77,25 @@ TEST(MutatedBytes, OfProto2MessagesComeBackAsTheyWereParsed) {
   expectMutationsComeBack(Everything2());
 }
 
-// Dynamic messages keep map entries with equal keys until they are written, of which a struct has the last.
+// Dynamic messages keep map entries with equal keys until they are written, of which a struct has the last. Of a
+// damaged scheduler's Any a struct has what could be read, which may not be valid: text cut inside a character.
 TEST(MutatedBytes, OfLoadedTypesAreTheSameFromTheFirstTimeAround) {
   const auto prototype = newLoaded();
+  int refused = 0;
   for (std::uint64_t seed = 0; seed < 1000; ++seed) {
     const auto [message, valid] = mutated(*prototype, seed);
-    const std::string once = bytesOnceAround(*message, valid);
+    std::string once;
+    try {
+      once = bytesOnceAround(*message, valid);
+    } catch (const Exception<::parallel::protobuf::EncodeError>&) {
+      ++refused;
+      continue;
+    }
     const auto again = newLoaded();
     ASSERT_TRUE(again->ParseFromString(once)) << "seed " << seed;
     ASSERT_EQ(toHex(bytesOnceAround(*again, true)), toHex(once)) << "seed " << seed;
   }
+  EXPECT_LT(refused, 20);
 }
 
 TEST(MutatedBytes, OfDescriptorSetsLoadOrSayWhy) {

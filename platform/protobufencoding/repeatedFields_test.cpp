@@ -89,6 +89,15 @@ TEST(RepeatedFields, NumbersOfOtherClassesAreConvertedOneByOne) {
   expectEncodes(structOf("Repeateds").with("a_colour", columnOf<double>({1, 77})).get(), "82 01 02 01 4d");
 }
 
+TEST(RepeatedFields, NumbersMayStandInAList) {
+  const auto encodes = [](const char* field, qxArrayPtr values, const char* bytes) {
+    expectEncodes(structOf("Repeateds").with(field, std::move(values)).get(), bytes);
+  };
+  encodes("a_int32", list(scalar<std::int64_t>(1), scalar<double>(150)), "1a 03 01 96 01");
+  encodes("a_bool", list(scalar<bool>(true), scalar<bool>(false)), "6a 02 01 00");
+  encodes("a_double", list(), "");
+}
+
 // Around the length at which a column is handed over as a whole.
 TEST(RepeatedFields, LongColumnsOfEveryWidthAreExact) {
   for (const int count : {63, 64, 65, 1000, 100000}) {

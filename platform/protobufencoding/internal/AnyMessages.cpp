@@ -6,6 +6,7 @@
 
 #include "platform/protobufencoding/internal/MessageTypes.h"
 #include "platform/protobufencoding/internal/encodeErrors.h"
+#include "platform/protobufencoding/parseQuietly.h"
 #include "platform/protobufencoding/protobufencoding.h"
 
 namespace parallel::protobufencoding {
@@ -52,12 +53,12 @@ class StandardAnyEncoder : public AnyEncoder {
     any->set_value(deterministicBytes(message));
     return any;
   }
+  // Only a whole message: one that is cut short, or lacks a required field, would not come back as it was.
   std::unique_ptr<Message> decodeFromAny(const Message& any) override {
     auto message = generateMessage(stringField(any, "type_url"));
     std::string scratch;
-    if (message != nullptr)
-      static_cast<void>(message->ParsePartialFromString(valueOf(any, scratch)));  // as far as it can be read
-    return message;
+    const bool whole = message != nullptr && parseQuietly(*message, valueOf(any, scratch)) && message->IsInitialized();
+    return whole ? std::move(message) : nullptr;
   }
 };
 
@@ -110,33 +111,7 @@ std::unique_ptr<Message> AnyMessages::decode(const Message& any, const MessageSh
 
 std::unique_ptr<Message> AnyMessages::unpack(const Message& any, const MessageShape& shape) {
   std::string scratch;
-  const std::string& value = valueOf(any, scratch);
-  if (value.size() > kMostCount)
-    return nullptr;
-  auto message = decode(any, shape);
-  if (message == nullptr || (typeUrl(any).empty() && !value.empty()))
-    return nullptr;
-  // The encoder does not say whether it could read all of the value.
-  const std::unique_ptr<Message> check(message->New());
-  const bool whole = check->ParsePartialFromString(value) && check->IsInitialized();
-  return whole ? std::move(message) : nullptr;
-}
-
-const google::protobuf::Descriptor* AnyMessages::missingType(const MessageShape& anyShape) {
-  const auto known = missing_.find(&anyShape);
-  if (known != missing_.end())
-    return known->second;
-  const google::protobuf::Descriptor* type = nullptr;
-  if (auto empty = MessageTypes::create(anyShape.fullName())) {
-    if (const auto inside = decode(*empty, anyShape))
-      type = inside->GetDescriptor();
-  }
-  return missing_[&anyShape] = type;
-}
-
-std::string AnyMessages::usualTypeUrl(const Message& message, const MessageShape& anyShape) {
-  const bool missing = message.GetDescriptor() == missingType(anyShape) && message.ByteSizeLong() == 0;
-  return missing ? "" : getTypeUrl(message);
+  return valueOf(any, scratch).size() > kMostCount ? nullptr : decode(any, shape);
 }
 
 void AnyMessages::pack(const Message& message, Message& any, const MessageShape& shape) {
@@ -145,7 +120,6 @@ void AnyMessages::pack(const Message& message, Message& any, const MessageShape&
     any.GetReflection()->Swap(&any, packed.get());
   else
     copyAcross(*packed, any);
-  setTypeUrl(any, usualTypeUrl(message, shape));
 }
 
 }  // namespace parallel::protobufencoding

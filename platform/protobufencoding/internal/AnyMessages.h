@@ -20,14 +20,11 @@ class AnyMessages {
 
   bool isAny(const MessageShape& shape);
 
-  // The message inside, whole; null when its type is unknown or the bytes are not all of one such message.
+  // The message inside, as its encoder gives it; null when it gives none.
   std::unique_ptr<google::protobuf::Message> unpack(const google::protobuf::Message& any, const MessageShape& shape);
 
   // Puts `message`, of at most kMostCount bytes, into `any`, which is of the type that `shape` describes.
   void pack(const google::protobuf::Message& message, google::protobuf::Message& any, const MessageShape& shape);
-
-  // The URL that pack() writes for the message: the usual one, or none for the type that stands for a missing value.
-  std::string usualTypeUrl(const google::protobuf::Message& message, const MessageShape& anyShape);
 
   static std::string typeUrl(const google::protobuf::Message& any);
   static void setTypeUrl(google::protobuf::Message& any, std::string url);
@@ -35,12 +32,9 @@ class AnyMessages {
  private:
   AnyEncoder& encoderFor(const MessageShape& shape);
   std::unique_ptr<google::protobuf::Message> decode(const google::protobuf::Message& any, const MessageShape& shape);
-  // The type that an Any without a URL decodes to; null when it decodes to nothing.
-  const google::protobuf::Descriptor* missingType(const MessageShape& anyShape);
 
   AnyEncoder* callers_;
   std::map<const MessageShape*, bool> isAny_;
-  std::map<const MessageShape*, const google::protobuf::Descriptor*> missing_;
 };
 
 }  // namespace parallel::protobufencoding

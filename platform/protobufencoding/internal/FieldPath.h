@@ -1,6 +1,5 @@
 // The way from the top message down to a value, for error messages.
-// Ownership: a step borrows its parent and its name. Steps live on the stack of the functions that go down, so that
-// they
+// Ownership: a step borrows its parent and its name. Steps live on the stack of the functions that go down, so they
 //            cost nothing until an error prints them.
 #pragma once
 

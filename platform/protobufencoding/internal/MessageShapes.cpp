@@ -1,13 +1,12 @@
 #include "platform/protobufencoding/internal/MessageShapes.h"
 
-#include <mutex>
-#include <shared_mutex>
 #include <unordered_map>
 
 #include "platform/errors/ustring.h"
 #include "platform/protobufencoding/internal/MessageTypes.h"
 #include "platform/protobufencoding/internal/encodeErrors.h"
 #include "platform/protobufencoding/internal/hostValues.h"
+#include "platform/threads/SharedMutex.h"
 
 namespace parallel::protobufencoding {
 
@@ -18,7 +17,7 @@ class SharedShapes {
  public:
   // Null when there is none so far.
   const MessageShape* find(const google::protobuf::Descriptor* descriptor) {
-    const std::shared_lock lock(mutex_);
+    const threads::ReaderLock lock(mutex_);
     const auto found = shapes_.find(descriptor);
     return found == shapes_.end() ? nullptr : found->second.get();
   }
@@ -27,13 +26,13 @@ class SharedShapes {
     if (const MessageShape* known = find(descriptor))
       return *known;
     auto made = std::make_unique<const MessageShape>(descriptor);
-    const std::unique_lock lock(mutex_);
+    const threads::WriterLock lock(mutex_);
     return *shapes_.emplace(descriptor, std::move(made)).first->second;
   }
 
   const CompiledType* compiledType(std::u16string_view name) {
     {
-      const std::shared_lock lock(mutex_);
+      const threads::ReaderLock lock(mutex_);
       const auto found = compiled_.find(asBytes(name));
       if (found != compiled_.end())
         return &found->second;
@@ -42,14 +41,16 @@ class SharedShapes {
     if (empty == nullptr)
       return nullptr;
     const MessageShape& shape = of(empty->GetDescriptor());
-    const std::unique_lock lock(mutex_);
+    const threads::WriterLock lock(mutex_);
     return &compiled_.try_emplace(asBytes(shape.typeText()), CompiledType{shape, std::move(empty)}).first->second;
   }
 
  private:
-  std::shared_mutex mutex_;
-  std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<const MessageShape>> shapes_;
-  std::unordered_map<std::string_view, CompiledType> compiled_;  // by the bytes of the text that the shape has
+  threads::SharedMutex mutex_;
+  std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<const MessageShape>> shapes_
+      ZKS_GUARDED_BY(mutex_);
+  // By the bytes of the text that the shape has.
+  std::unordered_map<std::string_view, CompiledType> compiled_ ZKS_GUARDED_BY(mutex_);
 };
 
 SharedShapes& sharedShapes() {

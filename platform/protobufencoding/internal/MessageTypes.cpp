@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <map>
-#include <mutex>
-#include <shared_mutex>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/protobufencoding/internal/protobufCompat.h"
+#include "platform/protobufencoding/parseQuietly.h"
+#include "platform/threads/SharedMutex.h"
 
 namespace parallel::protobufencoding {
 
@@ -27,7 +27,7 @@ class LoadedSet {
  public:
   explicit LoadedSet(const std::string& bytes) : bytes_(bytes), factory_(&pool_) {
     google::protobuf::FileDescriptorSet set;
-    if (!set.ParseFromString(bytes))
+    if (!parseQuietly(set, bytes) || !set.IsInitialized())
       throwBadSet("the bytes are not a FileDescriptorSet");
     if (set.file().empty())
       throwBadSet("it holds no files");
@@ -89,12 +89,12 @@ class LoadedSets {
     if (isLoaded(bytes))
       return;
     auto made = std::make_unique<LoadedSet>(bytes);
-    const std::unique_lock lock(mutex_);
+    const threads::WriterLock lock(mutex_);
     sets_.push_back(std::move(made));
   }
 
   std::unique_ptr<google::protobuf::Message> create(const std::string& fullName) {
-    const std::shared_lock lock(mutex_);
+    const threads::ReaderLock lock(mutex_);
     for (auto set = sets_.rbegin(); set != sets_.rend(); ++set) {
       if (auto message = (*set)->create(fullName))
         return message;
@@ -103,19 +103,19 @@ class LoadedSets {
   }
 
   bool owns(const DescriptorPool* pool) {
-    const std::shared_lock lock(mutex_);
+    const threads::ReaderLock lock(mutex_);
     return std::any_of(sets_.begin(), sets_.end(), [&](const auto& set) { return set->pool() == pool; });
   }
 
  private:
   // Only a set that is the newest already, so that loading an older one again brings its types to the front.
   bool isLoaded(const std::string& bytes) {
-    const std::shared_lock lock(mutex_);
+    const threads::ReaderLock lock(mutex_);
     return !sets_.empty() && sets_.back()->bytes() == bytes;
   }
 
-  std::shared_mutex mutex_;
-  std::vector<std::unique_ptr<LoadedSet>> sets_;  // guarded by mutex_; only grows
+  threads::SharedMutex mutex_;
+  std::vector<std::unique_ptr<LoadedSet>> sets_ ZKS_GUARDED_BY(mutex_);  // only grows
 };
 
 LoadedSets& loadedSets() {

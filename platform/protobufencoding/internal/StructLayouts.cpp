@@ -50,7 +50,7 @@ bool StructLayout::has(std::span<const FieldShape* const> fields, bool unknown) 
 }
 
 StructLayoutPtr StructLayouts::find(bool withType, std::span<const FieldShape* const> fields, bool withUnknown) {
-  const std::scoped_lock lock(mutex_);
+  const threads::MutexLock lock(mutex_);
   const auto found = std::find_if(kept_.begin(), kept_.end(),
                                   [&](const StructLayoutPtr& layout) { return layout->has(fields, withUnknown); });
   if (found != kept_.end())
@@ -64,7 +64,7 @@ StructLayoutPtr StructLayouts::find(bool withType, std::span<const FieldShape* c
 }
 
 StructLayoutPtr StructLayouts::findOf(const qxArray* structs) {
-  const std::scoped_lock lock(mutex_);
+  const threads::MutexLock lock(mutex_);
   const auto found =
       std::find_if(kept_.begin(), kept_.end(), [&](const StructLayoutPtr& layout) { return layout->isOf(structs); });
   return found == kept_.end() ? nullptr : *found;

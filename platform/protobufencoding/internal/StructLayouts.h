@@ -4,12 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "platform/array/qxArray.h"
+#include "platform/threads/Mutex.h"
 
 namespace parallel::protobufencoding {
 
@@ -60,9 +60,9 @@ class StructLayouts {
  private:
   static constexpr std::size_t kMostKept = 16;
 
-  std::mutex mutex_;
-  std::vector<StructLayoutPtr> kept_;  // guarded by mutex_
-  std::size_t nextToGo_ = 0;           // guarded by mutex_
+  threads::Mutex mutex_;
+  std::vector<StructLayoutPtr> kept_ ZKS_GUARDED_BY(mutex_);
+  std::size_t nextToGo_ ZKS_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace parallel::protobufencoding

@@ -10,6 +10,7 @@
 #include "platform/protobufencoding/internal/hostValues.h"
 #include "platform/protobufencoding/internal/jsonFields.h"
 #include "platform/protobufencoding/internal/timeText.h"
+#include "platform/protobufencoding/protobufencoding.h"
 
 namespace parallel::protobufencoding {
 
@@ -52,7 +53,7 @@ qxArrayPtr MessageDecoder::anyContent(const Message& message, const MessageShape
   if (anys_.isAny(contentShape))
     return nullptr;
   const std::string url = AnyMessages::typeUrl(message);
-  const bool usualUrl = url == anys_.usualTypeUrl(*content, shape);
+  const bool usualUrl = url.empty() || url == getTypeUrl(*content);  // empty: it stands for this type
   if (!fl::i18n::isWellFormed(url))
     return nullptr;
   qxArrayPtr result = contentWithin(kMaxMessageNesting, *content, contentShape, depth + 1);

@@ -87,9 +87,24 @@ bool addAsPackedField(Message& message, const FieldDescriptor& field, const qxAr
   return message.MergePartialFromCodedStream(&coded);
 }
 
+bool isListVector(const qxArray* array) {
+  return array != nullptr && qxGetClass(array) == qxClass::List && isVector(array);
+}
+
+// A list of 1-by-1 arrays.
+template <class T>
+void addListed(Message& message, const FieldDescriptor& field, const qxArray* list, const FieldPath& path) {
+  checkCount(list, path);
+  const auto values = message.GetReflection()->GetMutableRepeatedFieldRef<T>(&message, &field);
+  for (std::size_t i = 0; i < qxGetNumberOfElements(list); ++i)
+    values.Add(scalarFrom<T>(qxGetListElement(list, i), FieldPath(path, i)));
+}
+
 template <class T>
 void addNumbers(Message& message, const FieldDescriptor& field, const qxArray* array, const FieldPath& path) {
   constexpr std::size_t kFewElements = 64;
+  if (isListVector(array))
+    return addListed<T>(message, field, array, path);
   checkVector(array, qxClassName(qxClassOf<T>()), path);
   const bool fits = isOf<T>(array);
   const std::size_t count = qxGetNumberOfElements(array);
@@ -105,6 +120,8 @@ void addNumbers(Message& message, const FieldDescriptor& field, const qxArray* a
 void addBooleans(Message& message, const FieldDescriptor& field, const qxArray* array, const FieldPath& path) {
   if (isEmptyLiteral(array))
     return;
+  if (isListVector(array))
+    return addListed<bool>(message, field, array, path);
   checkVector(array, "boolean", path);
   if (qxGetClass(array) != qxClass::Boolean)
     throwEncodeError(path, describe(array), "a column of boolean");

@@ -43,7 +43,7 @@ TEST(TimeText, TimestampsAreReadWithOffsetsAndAnyNumberOfDigits) {
   EXPECT_EQ(parseTimestamp("1969-12-31T23:59:59.25Z"), (SecondsAndNanos{-1, 250'000'000}));
 }
 
-TEST(TimeText, OtherTextsAreNoTimestamps) {
+TEST(TimeText, OtherTextsAreNotTimestamps) {
   for (const char* text : {"",
                            "Z",
                            "1970-01-01",
@@ -67,7 +67,7 @@ TEST(TimeText, OtherTextsAreNoTimestamps) {
     EXPECT_EQ(parseTimestamp(text), std::nullopt) << text;
 }
 
-TEST(TimeText, OtherTextsAreNoDurations) {
+TEST(TimeText, OtherTextsAreNotDurations) {
   for (const char* text : {"", "s", "1", "1 s", "--1s", "+1s", "1.s", ".5s", "1.1234567890s", "315576000001s", "1sx",
                            "99999999999999999999s"})
     EXPECT_EQ(parseDuration(text), std::nullopt) << text;

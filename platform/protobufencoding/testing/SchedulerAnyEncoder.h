@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/protobufencoding/AnyEncoder.h"
+#include "platform/protobufencoding/parseQuietly.h"
 #include "platform/protobufencoding/protobufencoding.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 
@@ -24,7 +25,7 @@ class SchedulerAnyEncoder : public AnyEncoder {
       return std::make_unique<zksmessages::Missing>();
     auto content = generateMessage(any.type_url());
     if (content != nullptr)
-      static_cast<void>(content->ParseFromString(any.value()));
+      static_cast<void>(parseQuietly(*content, any.value()));
     return content;
   }
 };

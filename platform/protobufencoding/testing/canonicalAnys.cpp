@@ -4,6 +4,7 @@
 #include <google/protobuf/unknown_field_set.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/protobufencoding/protobufencoding.h"
@@ -17,42 +18,59 @@ using google::protobuf::Reflection;
 
 namespace {
 
-bool isAny(const Message& message) {
+constexpr std::string_view kStandardAny = "google.protobuf.Any";
+constexpr std::string_view kSchedulersAny = "parallel.zksmessages.Any";
+
+bool isAny(const Message& message, AnyEncoder* anyEncoder) {
   const std::string name(message.GetDescriptor()->full_name());
-  return name == "google.protobuf.Any" || name == "parallel.zksmessages.Any";
+  return name == kStandardAny || (name == kSchedulersAny && anyEncoder != nullptr);
+}
+
+void setString(Message& message, const char* field, const std::string& text) {
+  message.GetReflection()->SetString(&message, message.GetDescriptor()->FindFieldByName(field), text);
+}
+
+std::string stringOf(const Message& message, const char* field) {
+  return message.GetReflection()->GetString(message, message.GetDescriptor()->FindFieldByName(field));
 }
 
 // Unless it stays packed.
-void writeValueAnew(Message& any) {
-  const Reflection& reflection = *any.GetReflection();
-  if (!reflection.GetUnknownFields(any).empty())
+void writeValueAnew(Message& any, AnyEncoder* anyEncoder) {
+  if (!any.GetReflection()->GetUnknownFields(any).empty())
     return;
-  const FieldDescriptor* value = any.GetDescriptor()->FindFieldByName("value");
-  const auto content = generateMessage(reflection.GetString(any, any.GetDescriptor()->FindFieldByName("type_url")));
-  if (content == nullptr || isAny(*content) || !content->ParsePartialFromString(reflection.GetString(any, value)) ||
-      !content->IsInitialized())
+  const bool isSchedulers = std::string_view(any.GetDescriptor()->full_name()) == kSchedulersAny;
+  if (isSchedulers && stringOf(any, "type_url").empty()) {
+    setString(any, "type_url", "type.googleapis.com/parallel.zksmessages.Missing");
+    setString(any, "value", "");
     return;
-  writeAnysAnew(*content);
-  reflection.SetString(&any, value, deterministic(*content));
+  }
+  const auto content = generateMessage(stringOf(any, "type_url"));
+  if (content == nullptr || isAny(*content, anyEncoder))
+    return;
+  const bool whole = content->ParsePartialFromString(stringOf(any, "value")) && content->IsInitialized();
+  if (!whole && !isSchedulers)
+    return;
+  writeAnysAnew(*content, anyEncoder);
+  setString(any, "value", deterministic(*content));
 }
 
 }  // namespace
 
-void writeAnysAnew(Message& message) {
+void writeAnysAnew(Message& message, AnyEncoder* anyEncoder) {
   const Reflection& reflection = *message.GetReflection();
-  if (isAny(message))
-    return writeValueAnew(message);
+  if (isAny(message, anyEncoder))
+    return writeValueAnew(message, anyEncoder);
   std::vector<const FieldDescriptor*> fields;
   reflection.ListFields(message, &fields);
   for (const FieldDescriptor* field : fields) {
     if (field->cpp_type() != FieldDescriptor::CPPTYPE_MESSAGE)
       continue;
     if (!field->is_repeated()) {
-      writeAnysAnew(*reflection.MutableMessage(&message, field));
+      writeAnysAnew(*reflection.MutableMessage(&message, field), anyEncoder);
       continue;
     }
     for (int i = 0; i < reflection.FieldSize(message, field); ++i)
-      writeAnysAnew(*reflection.MutableRepeatedMessage(&message, field, i));
+      writeAnysAnew(*reflection.MutableRepeatedMessage(&message, field, i), anyEncoder);
   }
 }
 
