@@ -1,6 +1,8 @@
 // The other side of Invokable: named methods as handlers over a request istream and a reply ostream.
 #pragma once
 
+#include <cstdint>
+#include <exception>
 #include <functional>
 #include <istream>
 #include <map>
@@ -21,20 +23,27 @@ class ServerCall {
   virtual ~ServerCall() = default;
 
   virtual const std::string& method() const noexcept = 0;
+  // Who calls, as far as the transport knows, for logs: "127.0.0.1:40312", "unix" for a client of a socket file,
+  // "in-process" for a caller in this process.
+  virtual const std::string& peer() const noexcept = 0;
   // Bytes of the whole request, where the client announced it.
   virtual std::optional<long> requestSize() const noexcept = 0;
   // Announces the bytes of the whole reply. Call it before the first byte of the reply is written.
   virtual void setReplySize(long size) = 0;
 
-  // True once nobody waits for the reply any more: the client abandoned the call, or its connection is gone.
+  // True once nobody waits for the reply any more: the client has given the call up, or its connection is lost.
   virtual bool isCancelled() const noexcept = 0;
   // Runs `callback` once when that happens, at once if it has happened, on a thread of the framework; an empty function
-  // takes the callback back, and then waits for one that is running. What the callback throws is dropped.
+  // takes the callback back, and then waits for one that is running. A callback does not block: others wait for it. What
+  // it throws is dropped.
   virtual void onCancel(std::function<void()> callback) = 0;
 
   // Valid during the handler. Both raise (exception mask badbit) when the call is cancelled or the connection is lost.
   virtual std::istream& request() = 0;
   virtual std::ostream& reply() = 0;
+  // Bytes that the handler has read and written so far, for logs.
+  virtual std::uint64_t requestBytes() const noexcept = 0;
+  virtual std::uint64_t replyBytes() const noexcept = 0;
 };
 
 // Threads: handlers run on threads of the framework, several at once; the table is complete before serving starts.
@@ -49,12 +58,20 @@ class Service {
   void add(std::string method, Handler handler, std::optional<ByteLimit> requestLimit = {});
   void limitRequests(ByteLimit limit) { requestLimit_ = std::move(limit); }
 
+  // Called with each call that checkCall() refuses, for a log.
+  using RefusalObserver =
+      std::function<void(std::string_view method, std::string_view peer, const std::exception& refusal)>;
+  void setRefusalObserver(RefusalObserver observer) { refusalObserver_ = std::move(observer); }
+
   // Null when there is no such method.
   const Handler* find(std::string_view method) const;
   // Null when there is none.
   const ByteLimit* requestLimit(std::string_view method) const;
   // What a call of an unknown method is answered with: names the method and those there are.
   std::string unknownMethodText(std::string_view method) const;
+  // Throws FrameworkError when no handler is to see such a call: its method is unknown, or its request, where it
+  // announces the size, too large.
+  void checkCall(std::string_view method, std::string_view peer, std::optional<long> requestSize) const;
 
  private:
   struct Method {
@@ -64,6 +81,7 @@ class Service {
 
   std::map<std::string, Method, std::less<>> methods_;
   std::optional<ByteLimit> requestLimit_;
+  RefusalObserver refusalObserver_;
 };
 
 }  // namespace agent::spf::core

@@ -234,7 +234,7 @@ void serve(const Service& service, const std::string& method, std::shared_ptr<Co
            GatheringOutlet& reply) {
   CancelNotice notice;
   request = std::make_shared<CopyingInlet>(patternOf(1000));
-  ServedCall call(service, method, std::nullopt, request, reply, notice);
+  ServedCall call(service, {.method = method, .peer = "somebody", .requestSize = {}}, request, reply, notice);
   if (const std::exception_ptr error = call.serve())
     std::rethrow_exception(error);
 }

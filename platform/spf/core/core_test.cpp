@@ -119,5 +119,28 @@ TEST(Service, FindsItsMethodsAndListsThemForAnUnknownOne) {
   EXPECT_EQ(service.unknownMethodText("x"), "The service has no method \"x\"; it has a, b.");
 }
 
+TEST(Service, RefusedCallIsToldWithItsPeerAndReason) {
+  Service service;
+  service.add(
+      "a", [](ServerCall&) {}, ByteLimit{10, "an option"});
+  std::vector<std::string> refusals;
+  service.setRefusalObserver([&](std::string_view method, std::string_view peer, const std::exception& refusal) {
+    refusals.push_back(std::string(method) + " " + std::string(peer) + " " + refusal.what());
+  });
+  service.checkCall("a", "somewhere:1", 10);
+  EXPECT_THROW(service.checkCall("x", "somewhere:2", 1), FrameworkError);
+  EXPECT_THROW(service.checkCall("a", "somewhere:3", 11), FrameworkError);
+  EXPECT_EQ(refusals,
+            (std::vector<std::string>{
+                "x somewhere:2 The service has no method \"x\"; it has a.",
+                "a somewhere:3 The request of call \"a\" has 11 bytes, and at most 10 are allowed: see an option."}));
+}
+
+TEST(Service, NameOfAnUnknownMethodIsShownOnOneLineAndCut) {
+  const std::string text = Service().unknownMethodText("a\n" + std::string(1'000'000, '\x1B'));
+  EXPECT_NE(text.find("\"a\\x0a\\x1b"), std::string::npos);
+  EXPECT_LT(text.size(), 2000U);
+}
+
 }  // namespace
 }  // namespace agent::spf::core

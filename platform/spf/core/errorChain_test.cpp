@@ -76,7 +76,7 @@ TEST(ErrorChain, RebuiltLevelsAreOfTheirTypes) {
   EXPECT_THROW(std::rethrow_exception(rebuilt(Kind::standard)), std::runtime_error);
 }
 
-TEST(ErrorChain, LevelsThatAreNoStandardErrorsAreUnknownAndSayWhatTheyWere) {
+TEST(ErrorChain, LevelsThatAreNotStandardErrorsAreUnknownAndSayWhatTheyWere) {
   struct Odd {};
   EXPECT_THAT(flattenErrorChain(caught([] { throw std::string("a text"); })),
               ElementsAre(ErrorLevel{Kind::unknown, "", "", "a text"}));
@@ -100,7 +100,7 @@ TEST(ErrorChain, WhatIsNestedInAnUnknownLevelIsKept) {
   EXPECT_EQ(chain[1], (ErrorLevel{Kind::timeout, "", "", "inner"}));
 }
 
-TEST(ErrorChain, BytesThatAreNoUtf8StayAsTheyAre) {
+TEST(ErrorChain, BytesThatAreNotUtf8StayAsTheyAre) {
   const ErrorChain chain{{Kind::standard, "", "", "\xFF\xC0 text"}};
   EXPECT_EQ(flattenErrorChain(rebuildErrorChain(chain)), chain);
 }

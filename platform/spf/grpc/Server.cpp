@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/spf/grpc/internal/ServerCore.h"
+#include "platform/spf/grpc/internal/server/ServerCore.h"
 
 namespace agent::spf::grpc_transport {
 
@@ -18,6 +18,10 @@ Server::~Server() = default;
 
 const std::string& Server::address() const noexcept {
   return impl_->address();
+}
+
+std::optional<std::string> Server::endHeaviestConnection() {
+  return impl_->endHeaviestConnection();
 }
 
 }  // namespace agent::spf::grpc_transport

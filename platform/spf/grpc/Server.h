@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,6 +24,20 @@ struct ServerOptions {
   std::chrono::milliseconds keepaliveTimeout{20'000};
   // A request may pause for so long; then the handler that reads it gets Timeout. Zero: for ever.
   std::chrono::milliseconds idleTimeout{600'000};
+  // How many handlers run at once, each on a thread of its own. Further calls wait in line, and so do those for which the
+  // system gives no thread.
+  std::size_t handlersAtOnce = 1000;
+  // Connections at once: of all clients, where further ones wait until one ends; and of one address, or one process at
+  // a socket file, where further ones are refused.
+  std::size_t maxConnections = 1000;
+  std::size_t maxConnectionsPerPeer = 500;
+  // Streams at once on one connection; a client waits with further ones.
+  std::size_t maxStreamsPerConnection = 1000;
+  // What gRPC may hold of messages under way, of all clients together; beyond it gRPC cancels streams. Nothing: no
+  // limit.
+  std::optional<std::size_t> maxMessageMemory = std::nullopt;
+  // A connection whose client has not shown by then who it is, and said hello, is ended.
+  std::chrono::milliseconds handshakeTimeout{20'000};
   // With them: TLS, and only for clients with a certificate of the same authority and the token. TCP needs them,
   // unless...
   std::optional<security::Credentials> credentials = std::nullopt;
@@ -41,6 +56,11 @@ class Server {
 
   // Where it listens, with the real port, in the form that connect() takes.
   const std::string& address() const noexcept;
+
+  // For a process that is running out of memory: ends the connection that has brought the most bytes, or the newest
+  // where the kernel does not count them (a socket file). Its calls are cancelled. Returns whose it was; nothing when
+  // there was none. Threads: any.
+  std::optional<std::string> endHeaviestConnection();
 
  private:
   class Impl;

@@ -2,6 +2,7 @@
 
 #include <grpcpp/create_channel.h>
 #include <grpcpp/create_channel_posix.h>
+#include <grpcpp/resource_quota.h>
 #include <grpcpp/support/channel_arguments.h>
 
 #include <algorithm>
@@ -13,13 +14,14 @@
 #include "platform/spf/core/Closable.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/core/promiseCompletingHandler.h"
-#include "platform/spf/grpc/internal/ClientConnection.h"
-#include "platform/spf/grpc/internal/address.h"
-#include "platform/spf/grpc/internal/askForAccess.h"
-#include "platform/spf/grpc/internal/flowControl.h"
-#include "platform/spf/grpc/internal/grpcTime.h"
-#include "platform/spf/grpc/internal/keepGrpcRunning.h"
-#include "platform/spf/grpc/internal/transportSecurity.h"
+#include "platform/spf/grpc/internal/client/ClientConnection.h"
+#include "platform/spf/grpc/internal/client/askForAccess.h"
+#include "platform/spf/grpc/internal/endpoint/address.h"
+#include "platform/spf/grpc/internal/endpoint/flowControl.h"
+#include "platform/spf/grpc/internal/endpoint/grpcTime.h"
+#include "platform/spf/grpc/internal/endpoint/keepGrpcRunning.h"
+#include "platform/spf/grpc/internal/endpoint/transportSecurity.h"
+#include "platform/spf/grpc/internal/wire/Frame.h"
 
 namespace agent::spf::grpc_transport {
 
@@ -37,7 +39,7 @@ constexpr std::chrono::milliseconds kAttemptMargin{100};
 class Connection : public core::Invokable, public core::Closable {
  public:
   explicit Connection(std::shared_ptr<ClientConnection> connection) : connection_(std::move(connection)) {}
-  ~Connection() override { connection_->end(); }
+  ~Connection() override { connection_->closeAndWait(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -75,6 +77,9 @@ grpc::ChannelArguments channelArguments(const std::string& address, const Connec
   }
   arguments.SetMaxReceiveMessageSize(static_cast<int>(internal::kMaxFrameBytes));
   arguments.SetMaxSendMessageSize(-1);
+  arguments.SetResourceQuota(grpc::ResourceQuota("zks").Resize(options.maxMessageMemory));
+  // A compressed message has no size until it is inflated.
+  arguments.SetInt(GRPC_COMPRESSION_CHANNEL_ENABLED_ALGORITHMS_BITSET, 1 << GRPC_COMPRESS_NONE);
   if (!internal::isUnixAddress(address) || options.credentials) {  // else a LifeCheck does this
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, internal::millisecondsForGrpc(options.keepaliveInterval));
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, internal::millisecondsForGrpc(options.keepaliveTimeout));
@@ -172,6 +177,7 @@ std::shared_ptr<Connection> connectToSocketFile(const std::string& address, cons
 std::shared_ptr<core::Invokable> connect(const std::string& address, const ConnectOptions& options) {
   internal::checkAddress(address);
   internal::keepGrpcRunning();
+  internal::prepareFrames();
   if (const std::string why = internal::whyUnguarded(address, options.credentials, options.plainText); !why.empty())
     throw FrameworkError("No connection to " + address + ": " + why + ".");
   const Deadline deadline = std::chrono::system_clock::now() + std::min(options.connectTimeout, internal::kLongestTime);

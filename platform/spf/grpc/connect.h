@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -25,13 +26,16 @@ struct ConnectOptions {
   // A larger reply fails its call: before its first byte is handed on, or, where the service does not announce its
   // size, while it is read.
   std::optional<core::ByteLimit> replyLimit;
+  // What gRPC may hold of messages under way; beyond it gRPC cancels streams. A service could else send one message of
+  // any size.
+  std::size_t maxMessageMemory = std::size_t{1} << 30;
   // Asked about every 50 ms while waiting for the connection; may throw to give up (an interrupt).
   std::function<void()> poll;
   // Runs once, on a thread of the framework, when the connection is found dead. May be empty.
   std::function<void()> onDisconnect;
   // With them: TLS, which the service must speak as well, and the token. A socket file needs none, TCP does, unless...
   std::optional<security::Credentials> credentials = std::nullopt;
-  // ... it is said that nothing is to be encrypted and nobody asked who he is.
+  // ... the caller asks for no encryption and no check of who answers.
   bool plainText = false;
 };
 

@@ -232,7 +232,7 @@ TEST_F(OtherHost, CutOffBetweenCallsIsToldToTheNextOne) {
   expectErrorWhenIdle(process(), cut());
 }
 
-TEST_F(OtherHost, SlowLinkIsNoFault) {
+TEST_F(OtherHost, SlowLinkIsNotAFault) {
   ConnectOptions options = shortDeadlines();
   options.keepaliveTimeout = std::chrono::seconds(20);
   const auto client = grpc_transport::connect(process().address(), options);
@@ -278,7 +278,7 @@ TEST_P(Pause, BeforeAReplyBeginsHasNoLimit) {
   EXPECT_EQ(readAll(*await(waiting)->getImportedIstream()), "x");
 }
 
-TEST_P(Pause, OfAServiceThatIsAskedForLifeAndGivesItIsNoFault) {
+TEST_P(Pause, OfAServiceThatIsAskedForLifeAndGivesItIsNotAFault) {
   connectOptions().keepaliveInterval = std::chrono::milliseconds(10);
   serve("slow", [probe = probe()](core::ServerCall& call) {
     awaitEvent(probe->mayGoOn);

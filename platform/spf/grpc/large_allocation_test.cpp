@@ -1,6 +1,8 @@
 // Whole calls over gRPC with each of their large allocations failing, on whatever thread: the call ends, whole or with
 // an error, and the next one on the same connection succeeds. The small ones are left alone, since gRPC ends the
 // process when it does not get them.
+#include <grpcpp/create_channel.h>
+#include <grpcpp/support/sync_stream.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,6 +10,8 @@
 #include <string>
 
 #include "platform/spf/grpc/TransportsTest.h"
+#include "platform/spf/grpc/testing/rawMessages.h"
+#include "platform/spf/grpc/transport.pb.h"
 #include "tests/allocation/allocationHooks.h"
 
 namespace agent::spf {
@@ -48,6 +52,8 @@ class LargeAllocations : public ::testing::Test {
                                                        grpc_transport::ServerOptions{.address = directory_.address()});
     client_ = grpc_transport::connect(server_->address());
   }
+
+  const std::string& address() const { return server_->address(); }
 
   // `action` makes a call and throws unless its outcome is the right one. Returns how many allocations there are.
   int failEach(const std::function<void(core::Invokable&)>& action) {
@@ -132,6 +138,41 @@ TEST_F(LargeAllocations, LongErrorArrivesOrAShortOneInItsPlace) {
     throw Wrong();
   };
   EXPECT_GT(failEach(action), 20);
+}
+
+// A call whose client ends it with a long error.
+std::string failedCall() {
+  v1::Frame frame;
+  frame.mutable_call()->set_protocol_version(1);
+  frame.mutable_call()->set_method("echo");
+  frame.mutable_error()->add_levels()->set_text(std::string(kPayload, 'e'));
+  return frame.SerializeAsString();
+}
+
+TEST_F(LargeAllocations, WantOfMemoryForAFrameIsNotBlamedOnTheClient) {
+  using Stream = grpc::ClientReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
+  const grpc::ByteBuffer message = testing::messageOf(failedCall());
+  const auto channel = grpc::CreateChannel(address(), grpc::InsecureChannelCredentials());
+  const grpc::internal::RpcMethod method("/agent.spf.v1.Transport/Converse", grpc::internal::RpcMethod::BIDI_STREAMING);
+  int refused = 0;
+  bool failed = true;
+  for (int number = 0; failed && number < 100; ++number) {
+    grpc::ClientContext context;
+    const std::unique_ptr<Stream> stream(
+        grpc::internal::ClientReaderWriterFactory<grpc::ByteBuffer, grpc::ByteBuffer>::Create(channel.get(), method,
+                                                                                              &context));
+    const FailingAllocation failing(number, kLarge);
+    stream->Write(message);
+    stream->WritesDone();
+    for (grpc::ByteBuffer reply; stream->Read(&reply);) {
+    }
+    const grpc::Status status = stream->Finish();
+    failed = failing.happened();
+    EXPECT_NE(status.error_code(), grpc::StatusCode::INVALID_ARGUMENT) << number << ": " << status.error_message();
+    refused += status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED ? 1 : 0;
+  }
+  EXPECT_FALSE(failed);
+  EXPECT_GT(refused, 0);
 }
 
 }  // namespace

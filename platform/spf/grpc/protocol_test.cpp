@@ -288,7 +288,7 @@ TEST_F(ForeignClient, UnknownGrpcMethodIsUnimplemented) {
 }
 
 // Any bytes instead of a frame: the stream ends with a reason, and the service goes on.
-TEST_F(ForeignClient, BytesThatAreNoFrameEndTheirStreamOnly) {
+TEST_F(ForeignClient, BytesThatAreNotAFrameEndTheirStreamOnly) {
   using RawStream = grpc::ClientReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
   const auto channel = grpc::CreateChannel(server_->address(), grpc::InsecureChannelCredentials());
   const grpc::internal::RpcMethod method("/agent.spf.v1.Transport/Converse", grpc::internal::RpcMethod::BIDI_STREAMING);

@@ -10,7 +10,7 @@
 
 #include "platform/logging/sinks.h"
 #include "platform/spf/grpc/TransportsTest.h"
-#include "platform/spf/grpc/internal/transportSecurity.h"
+#include "platform/spf/grpc/internal/endpoint/transportSecurity.h"
 #include "platform/spf/grpc/routeGrpcLog.h"
 #include "platform/spf/grpc/transport.grpc.pb.h"
 #include "platform/spf/security/testing/TestAuthority.h"

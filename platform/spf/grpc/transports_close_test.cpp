@@ -168,7 +168,7 @@ TEST_P(TransportsClose, AgainHasNoEffect) {
   EXPECT_THROW(call(client(), "echo", std::string("x")), Terminated);
 }
 
-TEST_P(TransportsClose, IsNoDisconnect) {
+TEST_P(TransportsClose, IsNotADisconnect) {
   auto told = std::make_shared<std::atomic<int>>(0);
   setOnDisconnect([told] { ++*told; });
   serve("echo", echo);

@@ -103,7 +103,7 @@ TEST_P(TransportsFlow, ThreadsThatCallOverAndOverGetTheirOwnReplies) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST_P(TransportsFlow, QuickMethodThatOnceWaitsForAnotherCallHoldsItUpNot) {
+TEST_P(TransportsFlow, QuickMethodThatOnceWaitsForAnotherCallDoesNotHoldItUp) {
   service().add("open", [probe = probe()](ServerCall&) { probe->mayGoOn.set_value(); });
   serve("quick", [open = probe()->mayGoOn.get_future().share()](ServerCall& call) {
     if (readAll(call.request()) == "wait")

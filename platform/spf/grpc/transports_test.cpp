@@ -26,6 +26,7 @@ using testing::chainThrownBy;
 using testing::echo;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using testing::nameOfTransport;
 using ::testing::SizeIs;
 using testing::Transports;
@@ -118,6 +119,17 @@ TEST_P(Transports, ReplyCountsDownWhatIsStillSureToCome) {
 TEST_P(Transports, HandlerLearnsTheSizeOfTheRequest) {
   serve("size", [](ServerCall& call) { call.reply() << call.requestSize().value_or(-1) << call.method(); });
   EXPECT_EQ(call(client(), "size", std::string(12345, 'x')), "12345size");
+}
+
+TEST_P(Transports, HandlerLearnsWhoCalls) {
+  serve("who", [](ServerCall& call) { call.reply() << call.peer(); });
+  const std::string peer = call(client(), "who", std::string());
+  if (isInProcess())
+    EXPECT_EQ(peer, "in-process");
+  else if (GetParam() == "unix")
+    EXPECT_EQ(peer, "unix");
+  else
+    EXPECT_THAT(peer, MatchesRegex("127.0.0.1:[0-9]+"));
 }
 
 TEST_P(Transports, StringRequestIsAnsweredWhenItsReplyHasEnded) {

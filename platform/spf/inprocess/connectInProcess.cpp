@@ -1,6 +1,5 @@
 #include "platform/spf/inprocess/connectInProcess.h"
 
-#include <mutex>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -9,6 +8,7 @@
 #include "platform/spf/core/errors.h"
 #include "platform/spf/core/internal/makeError.h"
 #include "platform/spf/inprocess/internal/EmbeddedCall.h"
+#include "platform/threads/Mutex.h"
 
 namespace agent::spf::inprocess {
 
@@ -20,13 +20,13 @@ using internal::EmbeddedCall;
 struct Embedded {
   std::shared_ptr<const core::Service> service;
   core::internal::WorkerThreads workers;
-  std::mutex mutex;
-  std::vector<std::weak_ptr<EmbeddedCall>> calls;  // guarded by mutex
-  bool closed = false;                             // guarded by mutex
+  parallel::threads::Mutex mutex;
+  std::vector<std::weak_ptr<EmbeddedCall>> calls ZKS_GUARDED_BY(mutex);
+  bool closed ZKS_GUARDED_BY(mutex) = false;
 
   // False, and not added, once closed.
   bool add(const std::shared_ptr<EmbeddedCall>& call) {
-    const std::lock_guard lock(mutex);
+    const parallel::threads::MutexLock lock(mutex);
     if (closed)
       return false;
     std::erase_if(calls, [](const auto& weak) { return weak.expired(); });
@@ -35,7 +35,7 @@ struct Embedded {
   }
 
   std::vector<std::weak_ptr<EmbeddedCall>> close() noexcept {
-    const std::lock_guard lock(mutex);
+    const parallel::threads::MutexLock lock(mutex);
     closed = true;
     return std::exchange(calls, {});
   }
@@ -65,16 +65,16 @@ class Connection : public core::Invokable, public core::Closable {
     const std::shared_ptr<core::internal::WorkerThreads> workers(embedded_, &embedded_->workers);
     const auto call = std::make_shared<EmbeddedCall>(method, std::move(handler), std::move(checked), workers);
     if (!embedded_->add(call))
-      return call->abort(connectionClosed());
+      return call->fail(connectionClosed());
     call->obeyStopRequests();
     try {
       embedded_->workers.run([embedded = embedded_, call] { call->serve(*embedded->service); });
       embedded_->workers.run([embedded = embedded_, call] { call->upload(); });
     } catch (const std::system_error& e) {
-      call->abort(core::internal::makeError<FrameworkError>(
+      call->fail(core::internal::makeError<FrameworkError>(
           [&e] { return std::string("No thread can be had for a call: ") + e.what(); }));
     } catch (...) {  // half of the call may be under way: its handler gets the error
-      call->abort(std::current_exception());
+      call->fail(std::current_exception());
     }
   }
 
@@ -84,7 +84,7 @@ class Connection : public core::Invokable, public core::Closable {
   void closeCalls() noexcept {
     for (const auto& weak : embedded_->close())
       if (const auto call = weak.lock())
-        call->abort(connectionClosed());
+        call->fail(connectionClosed());
   }
 
   std::shared_ptr<Embedded> embedded_;

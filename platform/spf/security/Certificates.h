@@ -1,8 +1,7 @@
 // Makes certificates and looks at them. Everything is PEM text; keys are ECDSA P-256 without a password.
 //
-// Times:  the maker is told what time it is. A certificate is valid from an hour before that, so that clocks that
-// differ
-//         a little do not matter, and never longer than its authority.
+// Times:  the caller says what time it is. A certificate is valid from an hour before that, so that clocks may differ
+//         a little, and never longer than its authority.
 // Errors: std::runtime_error when OpenSSL fails or a text is not what it should be; no secret is in its text.
 #pragma once
 
@@ -31,7 +30,7 @@ enum class Role { server, client };
 std::string makePrivateKey();
 // 256 random bits as 43 characters that a header can carry.
 std::string makeToken();
-// A new authority, unlike every other by its name.
+// A new authority, with a name that no other has.
 Identity makeAuthority(Time now);
 // A certificate for the key. `hosts`, for a server: the names and addresses that clients may connect to.
 std::string issueCertificate(const Identity& authority, const std::string& privateKey, Role role,
@@ -39,7 +38,7 @@ std::string issueCertificate(const Identity& authority, const std::string& priva
 
 struct CertificateFacts {
   std::vector<std::string> hosts;
-  Time end;  // not valid any more from then on
+  Time end;  // the certificate is invalid from then on
 };
 CertificateFacts describeCertificate(const std::string& certificate);
 

@@ -14,9 +14,8 @@ namespace {
 
 using std::chrono::hours;
 using ::testing::IsEmpty;
+using testing::kNow;
 using testing::TestAuthority;
-
-const Time kNow = std::chrono::system_clock::from_time_t(1'800'000'000);  // 2027-01-15 08:00 UTC
 
 TEST(Certificates, ServersNameTheirHostsInOrder) {
   const Identity authority = makeAuthority(kNow);

@@ -169,7 +169,7 @@ class Preparation {
 void checkHosts(const std::vector<std::string>& hosts) {
   for (const std::string& host : hosts) {
     if (!isHost(host))
-      throw FrameworkError("\"" + host + "\" is no name or address that a certificate can be for.");
+      throw FrameworkError("\"" + host + "\" is not a name or address that a certificate can be for.");
   }
 }
 

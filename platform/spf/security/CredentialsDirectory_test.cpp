@@ -16,6 +16,7 @@
 
 #include "platform/files/testing/TemporaryDirectory.h"
 #include "platform/spf/core/errors.h"
+#include "platform/spf/security/testing/TestAuthority.h"
 
 namespace agent::spf::security {
 namespace {
@@ -25,9 +26,8 @@ using std::chrono::hours;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::HasSubstr;
+using testing::kNow;
 using ::testing::Not;
-
-const Time kNow = std::chrono::system_clock::from_time_t(1'800'000'000);
 
 const std::map<std::string, mode_t> kFiles{{"ca.pem", 0644},         {"ca-key.pem", 0600}, {"server.pem", 0644},
                                            {"server-key.pem", 0600}, {"client.pem", 0644}, {"client-key.pem", 0600},
@@ -131,8 +131,8 @@ TEST_F(CredentialsDirectory, ServersCertificateNamesTheMachineAndWhatIsAskedFor)
   EXPECT_EQ(std::count(hosts.begin(), hosts.end(), "::1"), 1);
 }
 
-TEST_F(CredentialsDirectory, HostThatIsNoneIsRefused) {
-  EXPECT_THAT(refusal(kNow, {"x,IP:1.2.3.4"}), HasSubstr("\"x,IP:1.2.3.4\" is no name"));
+TEST_F(CredentialsDirectory, TextThatIsNotAHostIsRefused) {
+  EXPECT_THAT(refusal(kNow, {"x,IP:1.2.3.4"}), HasSubstr("\"x,IP:1.2.3.4\" is not a name"));
   EXPECT_FALSE(fs::exists(directory()));
 }
 
@@ -268,15 +268,15 @@ TEST_F(CredentialsDirectory, SecretOpenToOthersIsRefusedWithTheCommandThatHelps)
 TEST_F(CredentialsDirectory, FilesThatCannotBeAreRefused) {
   fs::create_directories(directory().parent_path());
   std::ofstream(directory()) << "a file";
-  EXPECT_THAT(refusal(), HasSubstr("is no directory"));
+  EXPECT_THAT(refusal(), HasSubstr("is not a directory"));
   fs::remove(directory());
   prepare();
   fs::remove(file("token"));
   fs::create_directory(file("token"));
-  EXPECT_THAT(refusal(), HasSubstr("is no regular file"));
+  EXPECT_THAT(refusal(), HasSubstr("is not a regular file"));
   fs::remove(file("token"));
   ASSERT_EQ(::mkfifo(file("token").c_str(), 0600), 0);  // which nobody writes to
-  EXPECT_THAT(refusal(), HasSubstr("is no regular file"));
+  EXPECT_THAT(refusal(), HasSubstr("is not a regular file"));
 }
 
 TEST_F(CredentialsDirectory, ClientNeedsItsFourFilesOnly) {

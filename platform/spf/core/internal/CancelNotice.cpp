@@ -4,34 +4,40 @@
 
 namespace agent::spf::core::internal {
 
+using parallel::threads::MutexLock;
+
 void CancelNotice::setCallback(std::function<void()> callback) {
-  std::unique_lock lock(mutex_);
-  callback_ = std::move(callback);
-  const auto self = std::this_thread::get_id();
-  ended_.wait(lock, [&] { return runner_ == std::thread::id() || runner_ == self; });
-  if (isCancelled() && runner_ != self)
-    runLocked(lock);
+  {
+    MutexLock lock(mutex_);
+    callback_ = std::move(callback);
+    const auto self = std::this_thread::get_id();
+    ended_.wait(lock, [&]() ZKS_REQUIRES(mutex_) { return runner_ == std::thread::id() || runner_ == self; });
+    if (!isCancelled() || runner_ == self)
+      return;
+  }
+  run();
 }
 
 void CancelNotice::run() {
-  std::unique_lock lock(mutex_);
-  ended_.wait(lock, [&] { return runner_ == std::thread::id(); });
-  runLocked(lock);
-}
-
-void CancelNotice::runLocked(std::unique_lock<std::mutex>& lock) {
-  const std::function<void()> callback = std::exchange(callback_, nullptr);
+  const std::function<void()> callback = takeCallback();
   if (!callback)
     return;
-  runner_ = std::this_thread::get_id();
-  lock.unlock();
   try {
     callback();
   } catch (...) {  // NOLINT(bugprone-empty-catch): a callback's own failure has nobody to go to
   }
-  lock.lock();
+  const MutexLock lock(mutex_);
   runner_ = std::thread::id();
-  ended_.notify_all();
+  ended_.notifyAll();
+}
+
+// Empty when there is none to run. Otherwise this thread is the runner now.
+std::function<void()> CancelNotice::takeCallback() {
+  MutexLock lock(mutex_);
+  ended_.wait(lock, [this]() ZKS_REQUIRES(mutex_) { return runner_ == std::thread::id(); });
+  if (callback_)
+    runner_ = std::this_thread::get_id();
+  return std::exchange(callback_, nullptr);
 }
 
 }  // namespace agent::spf::core::internal

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
+
+#include "platform/threads/Mutex.h"
 
 namespace agent::spf::core::internal {
 
@@ -21,13 +21,13 @@ class CancelNotice {
   void run();
 
  private:
-  void runLocked(std::unique_lock<std::mutex>& lock);
+  std::function<void()> takeCallback();
 
   std::atomic<bool> cancelled_{false};
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  std::function<void()> callback_;  // guarded by mutex_
-  std::thread::id runner_;          // guarded by mutex_; whose thread runs a callback now
+  parallel::threads::Mutex mutex_;
+  parallel::threads::ConditionVariable ended_;
+  std::function<void()> callback_ ZKS_GUARDED_BY(mutex_);
+  std::thread::id runner_ ZKS_GUARDED_BY(mutex_);  // whose thread runs a callback now
 };
 
 }  // namespace agent::spf::core::internal

@@ -55,6 +55,7 @@ InputStreambuf::int_type InputStreambuf::uflow() {
     return traits_type::eof();
   const char byte = piece_.front();
   piece_ = piece_.subspan(1);
+  ++taken_;
   return traits_type::to_int_type(byte);
 }
 
@@ -64,6 +65,7 @@ std::streamsize InputStreambuf::xsgetn(char* to, std::streamsize count) {
     const auto left = static_cast<std::size_t>(count - done);
     if (const std::size_t direct = fillDirectly({to + done, left})) {
       done += static_cast<std::streamsize>(direct);
+      taken_ += direct;
       continue;
     }
     if (!fill())
@@ -71,6 +73,7 @@ std::streamsize InputStreambuf::xsgetn(char* to, std::streamsize count) {
     const std::size_t part = std::min(left, piece_.size());
     std::memcpy(to + done, piece_.data(), part);
     piece_ = piece_.subspan(part);
+    taken_ += part;
     done += static_cast<std::streamsize>(part);
   }
   return done;

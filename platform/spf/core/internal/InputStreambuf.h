@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <span>
@@ -25,6 +26,9 @@ class InputStreambuf : public std::streambuf {
   InputStreambuf(const InputStreambuf&) = delete;
   InputStreambuf& operator=(const InputStreambuf&) = delete;
 
+  // Bytes that have been read from it.
+  std::uint64_t taken() const noexcept { return taken_; }
+
  protected:
   int_type underflow() override;
   int_type uflow() override;
@@ -39,6 +43,7 @@ class InputStreambuf : public std::streambuf {
 
   std::shared_ptr<ByteInlet> inlet_;
   std::span<const char> piece_;
+  std::uint64_t taken_ = 0;
   bool ended_ = false;
   std::exception_ptr failure_;
 };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <optional>
 #include <ostream>
@@ -26,6 +27,8 @@ class OutputStreambuf : public std::streambuf {
   // From now on exactly `size` bytes in all may be written. FrameworkError when some have been.
   void announce(long size);
   std::optional<long> announced() const noexcept { return announced_; }
+  // Bytes that have been written into it.
+  std::uint64_t written() const noexcept { return sent_ + gathered(); }
 
   // Sends what is left and ends the transfer. FrameworkError when the count is not the announced one.
   void finish();

@@ -2,20 +2,20 @@
 
 #include <utility>
 
+#include "platform/errors/visibleText.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/core/internal/LimitedInlet.h"
 
 namespace agent::spf::core::internal {
 
-ServedCall::ServedCall(const Service& service, std::string method, std::optional<long> requestSize,
-                       std::shared_ptr<ByteInlet> request, ReplyOutlet& reply, CancelNotice& notice)
+ServedCall::ServedCall(const Service& service, CallFacts facts, std::shared_ptr<ByteInlet> request, ReplyOutlet& reply,
+                       CancelNotice& notice)
     : service_(service),
-      method_(std::move(method)),
-      requestSize_(requestSize),
+      facts_(std::move(facts)),
       outlet_(reply),
       notice_(notice),
       requestBuffer_(withinLimit(std::move(request))),
-      replyBuffer_(reply, "reply of call \"" + method_ + "\""),
+      replyBuffer_(reply, "reply of call " + errors::inQuotes(facts_.method)),
       request_(&requestBuffer_),
       reply_(&replyBuffer_) {
   request_.exceptions(std::ios::badbit);
@@ -29,8 +29,8 @@ ServedCall::~ServedCall() {
 
 // An announced size is checked before the handler is called, and held to by the transport.
 std::shared_ptr<ByteInlet> ServedCall::withinLimit(std::shared_ptr<ByteInlet> request) const {
-  const ByteLimit* const limit = service_.requestLimit(method_);
-  if (limit == nullptr || requestSize_)
+  const ByteLimit* const limit = service_.requestLimit(facts_.method);
+  if (limit == nullptr || facts_.requestSize)
     return request;
   return std::make_shared<LimitedInlet>(std::move(request), nameOfRequest(), *limit);
 }
@@ -42,12 +42,8 @@ void ServedCall::setReplySize(long size) {
 
 std::exception_ptr ServedCall::serve() noexcept {
   try {
-    const Service::Handler* handler = service_.find(method_);
-    if (handler == nullptr)
-      throw FrameworkError(service_.unknownMethodText(method_));
-    if (const ByteLimit* const limit = service_.requestLimit(method_); limit != nullptr && requestSize_)
-      checkLimit(*limit, nameOfRequest(), *requestSize_);
-    (*handler)(*this);
+    service_.checkCall(facts_.method, facts_.peer, facts_.requestSize);
+    (*service_.find(facts_.method))(*this);
     notice_.setCallback(nullptr);
     replyBuffer_.finish();
     return nullptr;

@@ -7,6 +7,7 @@
 #include <ostream>
 #include <string>
 
+#include "platform/errors/visibleText.h"
 #include "platform/spf/core/Service.h"
 #include "platform/spf/core/internal/ByteInlet.h"
 #include "platform/spf/core/internal/ByteOutlet.h"
@@ -22,18 +23,28 @@ class ReplyOutlet : public ByteOutlet {
   virtual void setSize(long size) = 0;
 };
 
+// What a transport knows of a call before it is served.
+struct CallFacts {
+  std::string method;
+  std::string peer;
+  std::optional<long> requestSize;
+};
+
 class ServedCall : public ServerCall {
  public:
   // Ownership: borrows the service, the outlet and the notice.
-  ServedCall(const Service& service, std::string method, std::optional<long> requestSize,
-             std::shared_ptr<ByteInlet> request, ReplyOutlet& reply, CancelNotice& notice);
+  ServedCall(const Service& service, CallFacts facts, std::shared_ptr<ByteInlet> request, ReplyOutlet& reply,
+             CancelNotice& notice);
   ~ServedCall() override;
 
-  const std::string& method() const noexcept override { return method_; }
-  std::optional<long> requestSize() const noexcept override { return requestSize_; }
+  const std::string& method() const noexcept override { return facts_.method; }
+  const std::string& peer() const noexcept override { return facts_.peer; }
+  std::optional<long> requestSize() const noexcept override { return facts_.requestSize; }
   void setReplySize(long size) override;
   bool isCancelled() const noexcept override { return notice_.isCancelled(); }
   void onCancel(std::function<void()> callback) override { notice_.setCallback(std::move(callback)); }
+  std::uint64_t requestBytes() const noexcept override { return requestBuffer_.taken(); }
+  std::uint64_t replyBytes() const noexcept override { return replyBuffer_.written(); }
   std::istream& request() override { return request_; }
   std::ostream& reply() override { return reply_; }
 
@@ -41,12 +52,11 @@ class ServedCall : public ServerCall {
   std::exception_ptr serve() noexcept;
 
  private:
-  std::string nameOfRequest() const { return "request of call \"" + method_ + "\""; }
+  std::string nameOfRequest() const { return "request of call " + errors::inQuotes(facts_.method); }
   std::shared_ptr<ByteInlet> withinLimit(std::shared_ptr<ByteInlet> request) const;
 
   const Service& service_;
-  std::string method_;
-  std::optional<long> requestSize_;
+  CallFacts facts_;
   ReplyOutlet& outlet_;
   CancelNotice& notice_;
   InputStreambuf requestBuffer_;

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <new>
 #include <set>
+#include <system_error>
 #include <thread>
 
 #include "platform/spf/core/internal/CancelNotice.h"
@@ -60,6 +62,55 @@ TEST(WorkerThreads, WhatIsRunAfterTheEndRunsAtOnce) {
   bool ran = false;
   workers.run([&] { ran = true; });
   EXPECT_TRUE(ran);
+}
+
+TEST(WorkerThreads, TasksInLineWaitForAFreeThread) {
+  constexpr int kMost = 3;
+  std::atomic<int> running{0};
+  std::atomic<int> ran{0};
+  {
+    WorkerThreads workers({.least = 1, .most = kMost});
+    for (int i = 0; i < 100; ++i)
+      workers.runInLine([&] {
+        EXPECT_LE(++running, kMost);
+        ++ran;
+        --running;
+      });
+    EXPECT_LE(workers.count(), std::size_t{kMost});
+  }
+  EXPECT_EQ(ran, 100);
+}
+
+TEST(WorkerThreads, TaskThatMustNotWaitIsRefusedWhenAllThreadsAreBusy) {
+  std::promise<void> entered;
+  std::promise<void> goOn;
+  WorkerThreads workers({.least = 1, .most = 1});
+  workers.runInLine([&] {
+    entered.set_value();
+    goOn.get_future().get();
+  });
+  entered.get_future().get();
+  EXPECT_THROW(workers.run([] { ADD_FAILURE() << "was refused"; }), std::system_error);
+  std::promise<void> ran;
+  workers.runInLine([&] { ran.set_value(); });
+  goOn.set_value();
+  ran.get_future().get();
+}
+
+TEST(WorkerThreads, ThreadsThatHaveNothingToDoEnd) {
+  WorkerThreads workers({.least = 1, .idleTime = std::chrono::milliseconds(1)});
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (int round = 0; round < 3; ++round) {
+    std::promise<void> goOn;
+    const std::shared_future<void> mayGoOn = goOn.get_future().share();
+    for (int i = 0; i < 8; ++i)
+      workers.run([mayGoOn] { mayGoOn.wait(); });
+    EXPECT_GE(workers.count(), 8U);
+    goOn.set_value();
+    while (workers.count() > 1 && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::yield();
+    EXPECT_EQ(workers.count(), 1U);
+  }
 }
 
 TEST(CancelNotice, RunsTheCallbackOnceWhenCancelled) {

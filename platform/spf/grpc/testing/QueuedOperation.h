@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "platform/spf/core/internal/testCalls.h"
-#include "platform/spf/grpc/internal/CompletionTag.h"
+#include "platform/spf/grpc/internal/wire/CompletionTag.h"
 
 namespace agent::spf::testing {
 

@@ -25,8 +25,12 @@ class ServiceProcess {
   explicit ServiceProcess(const std::string& address, std::vector<std::string> launcher = {}) {
     launcher.insert(launcher.end(), {SPF_SERVICE_PROCESS, address});
     start(launcher);
-    for (char byte = next(); byte != '\n'; byte = next())
-      address_ += byte;
+    readAddress();
+  }
+  // One that may have so many threads, which takes root to do. std::runtime_error says why it does not start.
+  ServiceProcess(const std::string& address, unsigned threads) {
+    start({SPF_SERVICE_PROCESS, address, std::to_string(threads)});
+    readAddress();
   }
   ~ServiceProcess() {
     kill();
@@ -49,6 +53,13 @@ class ServiceProcess {
   void stop() const {
     ::kill(pid_, SIGSTOP);
     ::waitpid(pid_, nullptr, WUNTRACED);
+  }
+  // Ends it as its user would, and waits for that; says how it ended.
+  int end() {
+    ::close(std::exchange(input_, -1));
+    int status = -1;
+    ::waitpid(std::exchange(pid_, -1), &status, 0);
+    return status;
   }
   void kill() {
     if (pid_ < 0)
@@ -76,6 +87,15 @@ class ServiceProcess {
     ::close(output[1]);
     input_ = input[1];
     output_ = output[0];
+  }
+
+  void readAddress() {
+    for (char byte = next(); byte != '\n'; byte = next())
+      address_ += byte;
+    if (address_.starts_with('!')) {
+      kill();
+      throw std::runtime_error(address_.substr(1));
+    }
   }
 
   char next() const {

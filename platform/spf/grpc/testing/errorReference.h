@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "platform/spf/core/errorChain.h"
-#include "platform/spf/grpc/internal/errorMessage.h"
+#include "platform/spf/grpc/internal/wire/errorMessage.h"
 #include "platform/spf/grpc/transport.pb.h"
 
 namespace agent::spf::testing {

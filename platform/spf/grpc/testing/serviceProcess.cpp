@@ -1,5 +1,6 @@
 // A service in a process of its own, for tests that kill it, stop it or cut it off: serves at the address that it is
 // given until its standard input ends. What happens is told on standard output, a byte each: see ServiceProcess.h.
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <future>
 #include <semaphore>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -86,11 +88,30 @@ void readOn(ServerCall& /*call*/) {
   mayRead.release();
 }
 
+// So many threads at most, as a user of this process's own: the limit counts all threads of a user, and none of root's.
+// Works for root only.
+void limitThreads(rlim_t most) {
+  constexpr uid_t kFirstUser = 100'000;
+  const rlimit limit{most, most};
+  const uid_t user = kFirstUser + static_cast<uid_t>(::getpid());
+  if (::setrlimit(RLIMIT_NPROC, &limit) != 0 || ::setresuid(user, user, user) != 0)
+    throw std::runtime_error("cannot limit the threads");
+}
+
+void serve(const agent::spf::grpc_transport::ServerOptions& options,
+           const std::shared_ptr<const agent::spf::core::Service>& service) {
+  const agent::spf::grpc_transport::Server server(service, options);
+  tell(server.address() + "\n");
+  char byte = 0;
+  while (::read(STDIN_FILENO, &byte, 1) > 0) {
+  }
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count != 2) {
-    std::fputs("usage: serviceProcess ADDRESS\n", stderr);
+  if (count != 2 && count != 3) {
+    std::fputs("usage: serviceProcess ADDRESS [THREADS]\n", stderr);
     return 2;
   }
   auto service = std::make_shared<agent::spf::core::Service>();
@@ -105,10 +126,13 @@ int main(int count, char** arguments) {
   agent::spf::grpc_transport::ServerOptions options;
   options.plainText = true;
   options.address = arguments[1];
-  const agent::spf::grpc_transport::Server server(service, options);
-  tell(server.address() + "\n");
-  char byte = 0;
-  while (::read(STDIN_FILENO, &byte, 1) > 0) {
+  try {
+    if (count == 3)
+      limitThreads(std::stoul(arguments[2]));
+    serve(options, service);
+    return 0;
+  } catch (const std::exception& e) {
+    tell(std::string("!") + e.what() + "\n");
+    return 1;
   }
-  return 0;
 }

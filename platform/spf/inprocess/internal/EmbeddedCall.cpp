@@ -16,8 +16,8 @@ namespace {
 constexpr std::size_t kGatherBytes = std::size_t{64} << 10;
 constexpr std::size_t kPieceBytes = kGatherBytes;
 
-std::exception_ptr abandoned() noexcept {
-  return core::internal::makeError<Terminated>([] { return "The call was abandoned by its caller."; });
+std::exception_ptr givenUp() noexcept {
+  return core::internal::makeError<Terminated>([] { return "The call was given up by its client."; });
 }
 
 // As its caller gets it: what a service of another process would send of it, or else that there was no memory for that.
@@ -65,9 +65,9 @@ class EmbeddedCall::Outlet : public core::internal::ReplyOutlet {
 
 class EmbeddedCall::Inlet : public core::internal::ByteInlet {
  public:
-  // `abandoned` runs when reading stops before the end.
-  Inlet(std::shared_ptr<EmbeddedCall> call, RendezvousPipe& pipe, std::function<void(EmbeddedCall&)> abandoned)
-      : call_(std::move(call)), pipe_(pipe), abandoned_(std::move(abandoned)) {}
+  // `givenUp` runs when reading stops before the end.
+  Inlet(std::shared_ptr<EmbeddedCall> call, RendezvousPipe& pipe, std::function<void(EmbeddedCall&)> givenUp)
+      : call_(std::move(call)), pipe_(pipe), givenUp_(std::move(givenUp)) {}
 
   std::span<const char> next() override {
     if (piece_ == nullptr)
@@ -78,13 +78,13 @@ class EmbeddedCall::Inlet : public core::internal::ByteInlet {
   std::optional<long> remaining() const noexcept override { return pipe_.remaining(); }
   void close() noexcept override {
     if (pipe_.stopReading())
-      abandoned_(*call_);
+      givenUp_(*call_);
   }
 
  private:
   std::shared_ptr<EmbeddedCall> call_;
   RendezvousPipe& pipe_;
-  std::function<void(EmbeddedCall&)> abandoned_;
+  std::function<void(EmbeddedCall&)> givenUp_;
   std::unique_ptr<char[]> piece_;
 };
 
@@ -100,7 +100,7 @@ EmbeddedCall::EmbeddedCall(std::string method, core::CompletionHandler handler, 
 }
 
 void EmbeddedCall::obeyStopRequests() {
-  givenUp_.emplace(handler_.caller().givenUp, [self = weak_from_this()] {
+  stopRequest_.emplace(handler_.caller().givenUp, [self = weak_from_this()] {
     if (const auto call = self.lock())
       call->giveUp();
   });
@@ -111,9 +111,9 @@ void EmbeddedCall::upload() noexcept {
   try {
     request_.writeTo(outlet);
   } catch (...) {
-    // A pipe that is broken has its own reason, which has reached the caller, or need not.
-    if (!requestPipe_.isBroken())
-      abort(std::current_exception());
+    // A pipe that is broken off has its own reason, which has reached the caller, or need not.
+    if (!requestPipe_.isBrokenOff())
+      fail(std::current_exception());
   }
 }
 
@@ -130,7 +130,7 @@ std::exception_ptr EmbeddedCall::runHandler(const core::Service& service) noexce
   try {
     const auto request =
         std::make_shared<Inlet>(shared_from_this(), requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
-    core::internal::ServedCall served(service, method_, request_.size(), request, outlet, notice_);
+    core::internal::ServedCall served(service, {method_, "in-process", request_.size()}, request, outlet, notice_);
     return served.serve();
   } catch (...) {
     stopUpload();  // there may have been nobody yet to do it
@@ -145,7 +145,7 @@ std::exception_ptr EmbeddedCall::endedEarly() const noexcept {
 
 // The handler is done with the request, and reads no more of it.
 void EmbeddedCall::stopUpload() noexcept {
-  requestPipe_.breakOff(abandoned(), endedEarly());
+  requestPipe_.breakOff(givenUp(), endedEarly());
 }
 
 // The answer is taken when there is one to give: one that cannot be made fails the call, which gives the error instead.
@@ -153,7 +153,7 @@ void EmbeddedCall::beginReply() {
   if (request_.isBytes())
     return;
   std::shared_ptr<core::ImportedDataSource> source = std::make_shared<core::internal::ReplySource>(
-      std::make_shared<Inlet>(shared_from_this(), replyPipe_, [](EmbeddedCall& call) { call.cancel(abandoned()); }));
+      std::make_shared<Inlet>(shared_from_this(), replyPipe_, [](EmbeddedCall& call) { call.cancel(givenUp()); }));
   core::GenericPayload reply(std::move(source));
   if (takeAnswer())
     handler_.succeed(std::move(reply));
@@ -168,8 +168,8 @@ void EmbeddedCall::failReply(const std::exception_ptr& error) noexcept {
 void EmbeddedCall::cancel(const std::exception_ptr& reason) noexcept {
   if (!notice_.mark())
     return;
-  requestPipe_.breakOff(abandoned(), endedEarly());
-  replyPipe_.breakOff(reason, abandoned());
+  requestPipe_.breakOff(givenUp(), endedEarly());
+  replyPipe_.breakOff(reason, givenUp());
   try {
     workers_->run([self = shared_from_this()] { self->notice_.run(); });
   } catch (...) {
@@ -187,7 +187,7 @@ void EmbeddedCall::giveUp() noexcept {
   handler_.fail(reason);
 }
 
-void EmbeddedCall::abort(const std::exception_ptr& reason) noexcept {
+void EmbeddedCall::fail(const std::exception_ptr& reason) noexcept {
   const bool unanswered = takeAnswer();  // before the handler, which cancel() may end, answers with an error of its own
   cancel(reason);
   if (unanswered)

@@ -31,7 +31,7 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
   // Nobody waits any more: the handler is told, and both pipes break off.
   void cancel(const std::exception_ptr& reason) noexcept;
   // As above, and a caller that still waits for the reply gets the reason.
-  void abort(const std::exception_ptr& reason) noexcept;
+  void fail(const std::exception_ptr& reason) noexcept;
 
  private:
   class Outlet;
@@ -53,7 +53,7 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
   RendezvousPipe requestPipe_;
   RendezvousPipe replyPipe_;
   std::atomic<bool> answered_{false};
-  std::optional<std::stop_callback<std::function<void()>>> givenUp_;
+  std::optional<std::stop_callback<std::function<void()>>> stopRequest_;
 };
 
 }  // namespace agent::spf::inprocess::internal

@@ -8,52 +8,56 @@
 
 namespace agent::spf::inprocess::internal {
 
+using parallel::threads::MutexLock;
+
 void RendezvousPipe::announce(long size) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   announced_ = size;
 }
 
 void RendezvousPipe::write(std::span<const char> bytes) {
-  std::unique_lock lock(mutex_);
-  if (brokenWriter_ != nullptr)
-    std::rethrow_exception(brokenWriter_);
+  MutexLock lock(mutex_);
+  if (writersReason_ != nullptr)
+    std::rethrow_exception(writersReason_);
   if (bytes.empty() || dropping_)
     return;
   lent_ = bytes;
-  changed_.notify_all();
-  changed_.wait(lock, [this] { return lent_.empty() || dropping_ || brokenReader_ != nullptr; });
+  changed_.notifyAll();
+  changed_.wait(lock,
+                [this]() ZKS_REQUIRES(mutex_) { return lent_.empty() || dropping_ || readersReason_ != nullptr; });
   const bool read = std::exchange(lent_, {}).empty();
-  if (!read && brokenWriter_ != nullptr)  // bytes that were read were written, whatever came after
-    std::rethrow_exception(brokenWriter_);
+  if (!read && writersReason_ != nullptr)  // bytes that were read were written, whatever came after
+    std::rethrow_exception(writersReason_);
 }
 
 void RendezvousPipe::end() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ended_ = true;
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 void RendezvousPipe::fail(std::exception_ptr error) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!ended_ && failure_ == nullptr)
     failure_ = std::move(error);
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 // Copies under the mutex: only there is the writer sure to stay.
 std::size_t RendezvousPipe::read(std::span<char> to) {
-  std::unique_lock lock(mutex_);
-  waitInterruptibly(changed_, lock,
-                    [this] { return !lent_.empty() || ended_ || failure_ != nullptr || brokenReader_ != nullptr; });
-  if (brokenReader_ != nullptr && !ended_)
-    std::rethrow_exception(brokenReader_);
+  MutexLock lock(mutex_);
+  waitInterruptibly(changed_, lock, [this]() ZKS_REQUIRES(mutex_) {
+    return !lent_.empty() || ended_ || failure_ != nullptr || readersReason_ != nullptr;
+  });
+  if (readersReason_ != nullptr && !ended_)
+    std::rethrow_exception(readersReason_);
   if (!lent_.empty()) {
     const std::size_t nbytes = std::min(to.size(), lent_.size());
     std::memcpy(to.data(), lent_.data(), nbytes);
     lent_ = lent_.subspan(nbytes);
     given_ += static_cast<long>(nbytes);
     if (lent_.empty())
-      changed_.notify_all();
+      changed_.notifyAll();
     return nbytes;
   }
   if (failure_ != nullptr)
@@ -62,31 +66,31 @@ std::size_t RendezvousPipe::read(std::span<char> to) {
 }
 
 std::optional<long> RendezvousPipe::remaining() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!announced_)
     return std::nullopt;
   return *announced_ - given_;
 }
 
 bool RendezvousPipe::stopReading() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   dropping_ = true;
-  changed_.notify_all();
-  return !ended_ && failure_ == nullptr && brokenReader_ == nullptr;
+  changed_.notifyAll();
+  return !ended_ && failure_ == nullptr && readersReason_ == nullptr;
 }
 
 void RendezvousPipe::breakOff(std::exception_ptr forReader, std::exception_ptr forWriter) {
-  const std::lock_guard lock(mutex_);
-  if (brokenReader_ == nullptr) {
-    brokenReader_ = std::move(forReader);
-    brokenWriter_ = std::move(forWriter);
+  const MutexLock lock(mutex_);
+  if (readersReason_ == nullptr) {
+    readersReason_ = std::move(forReader);
+    writersReason_ = std::move(forWriter);
   }
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
-bool RendezvousPipe::isBroken() const {
-  const std::lock_guard lock(mutex_);
-  return brokenReader_ != nullptr;
+bool RendezvousPipe::isBrokenOff() const {
+  const MutexLock lock(mutex_);
+  return readersReason_ != nullptr;
 }
 
 }  // namespace agent::spf::inprocess::internal

@@ -2,12 +2,12 @@
 // them out of its memory. A reader that pauses holds none of that memory, so that the writer can always be let go.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <exception>
-#include <mutex>
 #include <optional>
 #include <span>
+
+#include "platform/threads/Mutex.h"
 
 namespace agent::spf::inprocess::internal {
 
@@ -28,19 +28,20 @@ class RendezvousPipe {
 
   // Each side gets its error from now on, unless the pipe has ended.
   void breakOff(std::exception_ptr forReader, std::exception_ptr forWriter);
-  bool isBroken() const;
+  bool isBrokenOff() const;
 
  private:
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  std::span<const char> lent_;  // guarded by mutex_, as all below; not empty while the writer waits
-  bool ended_ = false;
-  bool dropping_ = false;
-  std::exception_ptr failure_;       // for the reader, after what was written
-  std::exception_ptr brokenReader_;  // both are set together
-  std::exception_ptr brokenWriter_;
-  std::optional<long> announced_;
-  long given_ = 0;
+  mutable parallel::threads::Mutex mutex_;
+  parallel::threads::ConditionVariable changed_;
+  std::span<const char> lent_ ZKS_GUARDED_BY(mutex_);  // not empty while the writer waits
+  bool ended_ ZKS_GUARDED_BY(mutex_) = false;
+  bool dropping_ ZKS_GUARDED_BY(mutex_) = false;
+  std::exception_ptr failure_ ZKS_GUARDED_BY(mutex_);  // for the reader, after what was written
+  // Why the pipe is broken off, for each side; null while it is not.
+  std::exception_ptr readersReason_ ZKS_GUARDED_BY(mutex_);
+  std::exception_ptr writersReason_ ZKS_GUARDED_BY(mutex_);
+  std::optional<long> announced_ ZKS_GUARDED_BY(mutex_);
+  long given_ ZKS_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace agent::spf::inprocess::internal

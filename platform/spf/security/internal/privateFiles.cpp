@@ -9,12 +9,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
 
+#include "platform/errors/systemError.h"
 #include "platform/spf/core/errors.h"
 
 namespace agent::spf::security::internal {
 
+using files::UniqueFd;
 namespace fs = std::filesystem;
 
 namespace {
@@ -23,28 +24,12 @@ constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
 constexpr std::size_t kLongestFile = std::size_t{1} << 20;
 constexpr const char* kNewMark = ".new-";
 
-class Descriptor {
- public:
-  explicit Descriptor(int fd) noexcept : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0)
-      ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  explicit operator bool() const noexcept { return fd_ >= 0; }
-  int get() const noexcept { return fd_; }
-
- private:
-  int fd_;
-};
-
 [[noreturn]] void refuse(const char* what, const fs::path& path, const std::string& problem) {
   throw FrameworkError(std::string("The ") + what + " \"" + path.string() + "\" " + problem + ".");
 }
 
 std::string because(int error) {
-  return ": " + std::generic_category().message(error);
+  return ": " + errors::systemErrorText(error);
 }
 
 std::string octal(mode_t mode) {
@@ -73,7 +58,7 @@ void noteStep(const std::function<void()>& onStep) {
 }
 
 void syncDirectory(const fs::path& directory) {
-  const Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const UniqueFd opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (opened)
     ::fsync(opened.get());
 }
@@ -92,14 +77,14 @@ bool writeAll(int fd, const std::string& content) {
 }  // namespace
 
 std::optional<std::string> readFile(const fs::path& path, Openness openness) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file && errno == ENOENT)
     return std::nullopt;
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0)
     refuse("file", path, "cannot be read" + because(errno));
   if (!S_ISREG(status.st_mode))
-    refuse("file", path, "is no regular file");
+    refuse("file", path, "is not a regular file");
   if (openness == Openness::ownerOnly)
     requirePrivate("file", "600", path, status);
   std::string content(kLongestFile, '\0');
@@ -121,7 +106,7 @@ std::optional<std::string> readFile(const fs::path& path, Openness openness) {
 void writeFile(const fs::path& path, const std::string& content, Openness openness,
                const std::function<void()>& onStep) {
   std::string name = path.string() + kNewMark + "XXXXXX";
-  const Descriptor file(::mkostemp(name.data(), O_CLOEXEC));  // with mode 0600
+  const UniqueFd file(::mkostemp(name.data(), O_CLOEXEC));  // with mode 0600
   if (!file)
     refuse("file", path, "cannot be made" + because(errno));
   noteStep(onStep);
@@ -146,7 +131,7 @@ void requirePrivateDirectory(const fs::path& directory) {
   if (::stat(directory.c_str(), &status) != 0)
     refuse("directory", directory, "cannot be used" + because(errno));
   if (!S_ISDIR(status.st_mode))
-    refuse("directory", directory, "is no directory");
+    refuse("directory", directory, "is not a directory");
   requirePrivate("directory", "700", directory, status);
 }
 
@@ -164,21 +149,13 @@ bool isLeftOver(const fs::path& path) {
 }
 
 DirectoryLock::DirectoryLock(const fs::path& directory)
-    : fd_(::open((directory / kName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR)) {
+    : file_(::open((directory / kName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR)) {
   int locked = -1;
   do {
-    locked = fd_ < 0 ? -1 : ::flock(fd_, LOCK_EX);
-  } while (fd_ >= 0 && locked != 0 && errno == EINTR);
-  if (locked == 0)
-    return;
-  const int error = errno;
-  if (fd_ >= 0)
-    ::close(fd_);
-  refuse("directory", directory, "cannot be locked" + because(error));
-}
-
-DirectoryLock::~DirectoryLock() {
-  ::close(fd_);
+    locked = file_ ? ::flock(file_.get(), LOCK_EX) : -1;
+  } while (file_ && locked != 0 && errno == EINTR);
+  if (locked != 0)
+    refuse("directory", directory, "cannot be locked" + because(errno));
 }
 
 }  // namespace agent::spf::security::internal

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/files/UniqueFd.h"
+
 namespace agent::spf::security::internal {
 
 enum class Openness { anybody, ownerOnly };
@@ -30,14 +32,11 @@ bool isLeftOver(const std::filesystem::path& path);
 class DirectoryLock {
  public:
   explicit DirectoryLock(const std::filesystem::path& directory);
-  ~DirectoryLock();
-  DirectoryLock(const DirectoryLock&) = delete;
-  DirectoryLock& operator=(const DirectoryLock&) = delete;
 
   static constexpr const char* kName = ".lock";
 
  private:
-  int fd_;
+  files::UniqueFd file_;
 };
 
 }  // namespace agent::spf::security::internal

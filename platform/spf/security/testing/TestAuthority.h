@@ -1,6 +1,7 @@
 // For tests: an authority, and credentials of its making for both ends.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,8 @@
 #include "platform/spf/security/Credentials.h"
 
 namespace agent::spf::security::testing {
+
+inline const Time kNow = std::chrono::system_clock::from_time_t(1'800'000'000);  // 2027-01-15 08:00 UTC
 
 class TestAuthority {
  public:
