@@ -9,8 +9,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
-#include "platform/interrupt/interpreterContext.h"
-#include "platform/interrupt/utInterruptState.h"
+#include "platform/interrupt/throwIfInterrupted.h"
 #include "platform/spf/core/ExportedDataSource.h"
 #include "platform/spf/core/ImportedDataSource.h"
 #include "platform/spf/core/promiseCompletingHandler.h"
@@ -58,10 +57,8 @@ class GiveUpOnExit {
 
 // Waits without a limit; on an interpreter thread a pending interrupt ends the wait with the host's exception.
 void waitForReply(const std::future<Reply>& reply) {
-  while (reply.wait_until(std::chrono::steady_clock::now() + kInterruptPollInterval) != std::future_status::ready) {
-    if (foundation::usm::Detail<foundation::usm::scope::Tvm>::isRequiredContextActive())
-      utInterruptState::ThrowIfInterruptPending();
-  }
+  while (reply.wait_until(std::chrono::steady_clock::now() + kInterruptPollInterval) != std::future_status::ready)
+    throwIfInterrupted();
 }
 
 OutputPayload readReply(Reply reply) {
@@ -96,12 +93,13 @@ OutputPayload TransportClient::invokeMethod(std::string method, InputPayload&& p
   GenericPayload request = exportedPayload(std::move(taken));
 
   // Shared with the handler, which may outlive an interrupted wait.
-  const auto promise = std::make_shared<std::promise<Reply>>();
+  auto promise = std::make_shared<std::promise<Reply>>();
   std::future<Reply> reply = promise->get_future();
   const GiveUpOnExit giveUp;
   invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise, {.givenUp = giveUp.token(), .waits = true}),
                     std::move(request), 0);
   invokable.reset();
+  promise.reset();  // now the handler's alone: dropped uncalled, it breaks the promise and so ends the wait
 
   waitForReply(reply);
   return readReply(reply.get());
@@ -111,11 +109,12 @@ void TransportClient::invokeMethod(std::string method, const std::string& bytes)
   const std::string name = std::move(method);
   logMethodName(name);
   std::shared_ptr<Invokable> invokable = getInvokable();
-  const auto promise = std::make_shared<std::promise<void>>();
+  auto promise = std::make_shared<std::promise<void>>();
   std::future<void> answered = promise->get_future();
   invokable->invoke(CallTag{}, name, promiseCompletingHandler(promise, {.waits = true}),
                     GenericPayload(std::make_shared<std::string>(bytes)), 0);
   invokable.reset();
+  promise.reset();
   answered.get();
 }
 
@@ -123,9 +122,9 @@ void TransportClient::invokeMethodAsync(std::string method, InputPayload&& paylo
   InputPayload taken = std::move(payload);
   const std::string name = std::move(method);
   logMethodName(name);
-  std::shared_ptr<Invokable> invokable = getInvokable();
+  const std::shared_ptr<Invokable> invokable = getInvokable();
+  CompletionHandler ownHandler = std::move(handler);  // before the request is made, which may throw
   GenericPayload request = exportedPayload(std::move(taken));
-  CompletionHandler ownHandler = std::move(handler);
   invokable->invoke(CallTag{}, name, std::move(ownHandler), std::move(request), 0);
 }
 

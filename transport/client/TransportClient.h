@@ -5,7 +5,8 @@
 // Errors:    with no connection in the record every operation throws `ZKSUnreachable` (component "parallel:cluster").
 //            What createByteStream and the Invokable throw passes through, and an error that the service reports
 //            arrives as the very object that the framework stored; throwExpandedSPFErrors makes one message of its
-//            chain.
+//            chain. A framework that drops a handler without calling it ends a wait with std::future_error
+//            (broken_promise).
 #pragma once
 
 #include <memory>
@@ -38,7 +39,8 @@ class PARALLEL_SPF_TRANSPORT_EXPORT TransportClient {
   void invokeMethod(std::string method, const std::string& bytes) const;
 
   // Sends the payload and returns; the handler gets the reply, a shared ImportedDataSource, or the error, on a thread
-  // of the framework. `payload` is empty afterwards, whatever happened.
+  // of the framework. `payload` is empty afterwards, whatever happened, and so is `handler` unless there was no
+  // connection.
   void invokeMethodAsync(std::string method, InputPayload&& payload,
                          agent::spf::core::CompletionHandler&& handler) const;
 

@@ -37,6 +37,10 @@ InputPayload payloadOf(const std::string& content) {
   return InputPayload({SerializableData::createPlain(testing::byteColumn(bytesOf(content)))});
 }
 
+InputPayload payloadOfMissingFile() {
+  return InputPayload({SerializableData::createFile(qxCreateString(u"/nonexistent/file"))});
+}
+
 std::string textOf(const Bytes& bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
@@ -291,17 +295,51 @@ TEST_F(RefusingService, ErrorOfInvokePassesUnchangedFromEveryForm) {
 }
 
 TEST_F(TransportClientTest, PayloadThatCannotBeSerializedIsNotSent) {
-  const auto missingFile = [] {
-    return InputPayload({SerializableData::createFile(qxCreateString(u"/nonexistent/file"))});
-  };
-  InputPayload payload = missingFile();
+  InputPayload payload = payloadOfMissingFile();
   EXPECT_THROW(client_.invokeMethod("echo", std::move(payload)), std::ios_base::failure);
   EXPECT_TRUE(isEmpty(payload));  // NOLINT(bugprone-use-after-move): what is being tested
-  payload = missingFile();
+  payload = payloadOfMissingFile();
   EXPECT_THROW(client_.invokeMethodAsync("echo", std::move(payload), CompletionHandler()), std::ios_base::failure);
   EXPECT_TRUE(isEmpty(payload));  // NOLINT(bugprone-use-after-move): what is being tested
   EXPECT_EQ(service_->waiting(), 0U);
 }
+
+// --- A handler that the framework drops ---
+
+class DroppingService : public TransportClientTest {
+ protected:
+  DroppingService()
+      : TransportClientTest([](ReceivedCall& call) { const CompletionHandler dropped = std::move(call.handler); }) {}
+
+  static void expectBrokenPromise(const std::function<void()>& operation) {
+    try {
+      operation();
+      FAIL() << "nobody answered";
+    } catch (const std::future_error& error) {
+      EXPECT_EQ(error.code(), std::future_errc::broken_promise);
+    }
+  }
+};
+
+TEST_F(DroppingService, EndsTheWaitOfAPayloadCall) {
+  expectBrokenPromise([&] { client_.invokeMethod("echo", payloadOf("abc")); });
+}
+
+TEST_F(DroppingService, EndsTheWaitOfAStringCall) {
+  expectBrokenPromise([&] { client_.invokeMethod("echo", std::string("abc")); });
+}
+
+TEST_F(TransportClientTest, HandlerDroppedWhileTheCallWaitsEndsTheWait) {
+  const std::vector<std::function<void()>> operations{[&] { client_.invokeMethod("echo", payloadOf("abc")); },
+                                                      [&] { client_.invokeMethod("echo", std::string("abc")); }};
+  for (const auto& operation : operations) {
+    std::future<void> caller = std::async(std::launch::async, operation);
+    { const ReceivedCall dropped = service_->take(); }
+    EXPECT_THROW(caller.get(), std::future_error);
+  }
+}
+
+// --- Replies that are not right ---
 
 TEST_F(TransportClientTest, MalformedReplyPassesTheContainersError) {
   std::future<void> caller = std::async(std::launch::async, [&] { client_.invokeMethod("echo", payloadOf("")); });
@@ -363,6 +401,34 @@ TEST_F(TransportClientTest, AsyncReturnsAtOnceAndTheHandlerGetsTheRawReply) {
   call.handler.succeed(testing::replyPayload(reply));
   EXPECT_EQ(received, reply);
   EXPECT_EQ(reply->istreams, 0) << "the reply is the handler's to read";
+}
+
+// A handler whose callbacks share `watched` as long as they live.
+CompletionHandler watchedHandler(std::shared_ptr<int> watched) {
+  return CompletionHandler([watched](const GenericPayload&) {}, [watched](const std::exception_ptr&) {});
+}
+
+TEST_F(TransportClientTest, AsyncReleasesTheHandlerWhenThePayloadCannotBeSerialized) {
+  const auto watched = std::make_shared<int>();
+  CompletionHandler handler = watchedHandler(watched);
+  EXPECT_THROW(client_.invokeMethodAsync("echo", payloadOfMissingFile(), std::move(handler)), std::ios_base::failure);
+  EXPECT_EQ(watched.use_count(), 1) << "the caller's handler still holds its callbacks";
+}
+
+TEST_F(RefusingService, AsyncReleasesTheHandler) {
+  const auto watched = std::make_shared<int>();
+  CompletionHandler handler = watchedHandler(watched);
+  EXPECT_THROW(client_.invokeMethodAsync("echo", payloadOf("abc"), std::move(handler)), OddError);
+  EXPECT_EQ(watched.use_count(), 1) << "the caller's handler still holds its callbacks";
+}
+
+TEST_F(TransportClientTest, AsyncLeavesTheHandlerAloneWithoutAConnection) {
+  record_->invokable = nullptr;
+  const auto watched = std::make_shared<int>();
+  CompletionHandler handler = watchedHandler(watched);
+  EXPECT_THROW(client_.invokeMethodAsync("echo", payloadOf("abc"), std::move(handler)),
+               Exception<cluster::ZKSUnreachable>);
+  EXPECT_EQ(watched.use_count(), 3) << "nothing was taken before the connection was looked at";
 }
 
 TEST_F(TransportClientTest, AsyncErrorReachesTheHandlerAsItIs) {

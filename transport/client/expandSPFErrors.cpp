@@ -22,9 +22,12 @@ struct Expansion {
   void add(const std::string& message) { add(message, message); }
 
   void add(const std::string& logText, const std::string& message) {
-    FOUNDATION_LOG(getLogger(), 256) << "Error depth = " << messages.size() << " : " << logText;
+    FOUNDATION_LOG(getLogger(), 256) << atDepth() << logText;
     messages.push_back(message);
   }
+
+  // How the record of the level at hand begins. A stream would write the number as the host's global locale has it.
+  std::string atDepth() const { return "Error depth = " + std::to_string(messages.size()) + " : "; }
 };
 
 // What is nested in a caught exception; null when nothing is.
@@ -58,8 +61,7 @@ std::exception_ptr expandLevel(const std::exception_ptr& level, Expansion& expan
   } catch (const std::string& text) {
     expansion.add(text);
   } catch (...) {
-    FOUNDATION_LOG(getLogger(), 256) << "Error depth = " << expansion.messages.size() << " : "
-                                     << logging::currentExceptionText();
+    FOUNDATION_LOG(getLogger(), 256) << expansion.atDepth() << logging::currentExceptionText();
     if (expansion.messages.empty())
       throw;
   }

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <locale>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/errors/Exception.h"
@@ -194,6 +196,40 @@ TEST(ExpandSPFErrors, InsideAHandlerTheExceptionInHandIsExpanded) {
   } catch (const FrameworkError& error) {
     EXPECT_STREQ(error.what(), "in hand");
   }
+}
+
+// A host may set a global locale that groups digits: 10 would be written 1.0.
+class GroupingLocale {
+ public:
+  GroupingLocale() : before_(std::locale::global(std::locale(std::locale::classic(), new Grouping))) {}
+  ~GroupingLocale() { std::locale::global(before_); }
+  GroupingLocale(const GroupingLocale&) = delete;
+  GroupingLocale& operator=(const GroupingLocale&) = delete;
+
+ private:
+  struct Grouping : std::numpunct<char> {
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\1"; }
+  };
+
+  std::locale before_;
+};
+
+TEST(ExpandSPFErrors, DepthIsADecimalNumberWhateverTheGlobalLocale) {
+  std::exception_ptr chain = std::make_exception_ptr(42);
+  for (int depth = 0; depth < 11; ++depth)
+    chain = wrap(std::runtime_error("x"), chain);
+  std::vector<std::string> texts;
+  // On a thread of its own, for which the logging library makes its streams anew.
+  std::thread([&] {
+    const GroupingLocale grouping;
+    const LogCapture log(256);
+    expand(chain);
+    texts = log.texts();
+  }).join();
+  ASSERT_EQ(texts.size(), 12U);
+  EXPECT_EQ(texts[10], "Error depth = 10 : x");
+  EXPECT_EQ(texts[11].rfind("Error depth = 11 : ", 0), 0U) << texts[11];
 }
 
 TEST(ExpandSPFErrors, NothingIsFormattedWhenTheLevelIsOff) {

@@ -135,7 +135,7 @@ TEST_F(DeserializableDataClass, SecondCallFindsTheItemRead) {
 TEST_F(DeserializableDataClass, FileNameMustBeOneLineOfText) {
   const qxArrayPtr number = qxCreateScalar(1);
   EXPECT_EQ(identifiedError([&] { call(incoming({}), "deserializeToFile", 0, {number.get()}); }),
-            "host:classes:WrongArgumentType: parallel.internal.cluster.DeserializableData.deserializeToFile wants "
+            "host:classes:WrongArgumentType: parallel.internal.cluster.DeserializableData.deserializeToFile expects "
             "TovaFactoryString scalar as input 1; 1-by-1 float64 was given.");
 }
 

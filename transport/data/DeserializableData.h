@@ -26,8 +26,8 @@ class PARALLEL_SPF_TRANSPORT_EXPORT DeserializableData : public tova::factory::f
   explicit DeserializableData(std::shared_ptr<ByteStream> stream);
   ~DeserializableData() override;
 
-  // The item as a ResultPayload message, decoded to a struct. Bytes that are no such message are not an error of their
-  // own: what the parser made of them is decoded. `DeserializeProtobufError`.
+  // The item as a ResultPayload message, decoded to a struct. Damaged bytes are not an error in themselves: what the
+  // parser made of them is decoded. `DeserializeProtobufError`.
   tova::factory::qxArrayProxy deserializeProtobuf();
 
   // The item as a serialised host array; a share of the default when the item has no bytes at all and there is a

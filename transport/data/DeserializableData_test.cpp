@@ -103,7 +103,7 @@ TEST(DeserializeQxArray, NoBytesAndNoDefaultFail) {
   expectError<cluster::DeserializeQxArrayError>([] { itemOf({})->deserializeQxArray({}); }, "DeserializationFailed");
 }
 
-TEST(DeserializeQxArray, BytesThatAreNoArrayFailEvenWithADefault) {
+TEST(DeserializeQxArray, BytesThatAreNotAnArrayFailEvenWithADefault) {
   const qxArrayProxy defaultValue(qxCreateScalar(1));
   expectError<cluster::DeserializeQxArrayError>(
       [&] { itemOf(bytesOf("not an array"))->deserializeQxArray(defaultValue); }, "DeserializationFailed");
@@ -191,7 +191,7 @@ TEST(DeserializePlain, LengthOfZeroGivesAnEmptyColumnAndDrainsTheItem) {
   EXPECT_EQ(watch->delivered, 12U);
 }
 
-TEST(DeserializePlain, LengthPastTheBytesLeavesZerosAtTheEndAndIsNoError) {
+TEST(DeserializePlain, LengthPastTheBytesLeavesZerosAtTheEnd) {
   const LogCapture log;
   EXPECT_EQ(plainOf(*itemOf(testing::concatenated({testing::bigEndian(6, 8), bytesOf("ab")}))),
             bytesOf({'a', 'b', 0, 0, 0, 0}));
@@ -207,6 +207,18 @@ TEST(DeserializePlain, ContentArrivesInPiecesOfAnySize) {
 TEST(DeserializePlain, LargeItemsComeWhole) {
   const Bytes content = testing::patternOf(std::size_t{5} << 20);
   EXPECT_EQ(plainOf(*itemOf(testing::replyPlain(content))), content);
+}
+
+TEST(DeserializePlain, StreamThatPushesMoreThanAskedFillsTheArrayAndNoMore) {
+  struct Generous : ByteStream {
+    std::size_t read(ByteSink& sink, std::size_t nbytes) override {
+      const Bytes bytes = nbytes == 8 ? testing::bigEndian(3, 8) : testing::patternOf(100000);
+      sink.write(bytes.data(), bytes.size());
+      return bytes.size();
+    }
+  };
+  DeserializableData item(std::make_shared<Generous>());
+  EXPECT_EQ(plainOf(item), testing::patternOf(3));
 }
 
 TEST(DeserializePlain, FewerThanEightBytesFail) {
@@ -251,13 +263,30 @@ TEST(DeserializeProtobuf, NoBytesAreAnEmptyMessage) {
   EXPECT_EQ(qxGetStringUtf8(qxGetField(value.get(), 0, "MessageType")), "parallel.zksmessages.ResultPayload");
 }
 
-TEST(DeserializeProtobuf, BytesThatAreNoMessageDoNotFailAtParsing) {
+TEST(DeserializeProtobuf, BytesThatAreNotAMessageDoNotFailAtParsing) {
   const LogCapture log;
   for (const Bytes& bytes : {bytesOf({0xFF, 0xFF, 0xFF}), bytesOf({0x0A, 0x7F, 0x01}), bytesOf({0x0A})}) {
     const qxArrayProxy value = itemOf(bytes)->deserializeProtobuf();
     EXPECT_EQ(qxGetClass(value.get()), qxClass::Struct);
   }
   EXPECT_TRUE(log.records().empty());
+}
+
+// A peer's bytes must not reach the user's terminal.
+TEST(DeserializeProtobuf, NothingIsPrintedOfTextThatIsNotUtf8) {
+  // result { type_url: FF FE, value: "v" }, and an Any inside whose value has such text
+  const Bytes direct = bytesOf({0x0A, 0x07, 0x0A, 0x02, 0xFF, 0xFE, 0x12, 0x01, 'v'});
+  const std::string url = "type.googleapis.com/parallel.zksmessages.TaskDescription";
+  Bytes inside = testing::concatenated(
+      {bytesOf({0x0A, static_cast<int>(url.size())}), bytesOf(url), bytesOf({0x12, 0x04, 0x0A, 0x02, 0xFF, 0xFE})});
+  inside = testing::concatenated({bytesOf({0x0A, static_cast<int>(inside.size())}), inside});
+  for (const Bytes& bytes : {direct, inside}) {
+    ::testing::internal::CaptureStderr();
+    const qxArrayProxy value = itemOf(bytes)->deserializeProtobuf();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(qxGetStringUtf8(qxGetField(value.get(), 0, "MessageType")), "parallel.zksmessages.ResultPayload");
+    EXPECT_NE(qxGetField(value.get(), 0, "result"), nullptr);
+  }
 }
 
 // --- What all have in common ---

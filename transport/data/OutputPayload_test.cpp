@@ -82,6 +82,17 @@ TEST(OutputPayload, CountIsBigEndian) {
   EXPECT_EQ(payloadOf(bytesOf({0, 0, 0, 0x01, 0x02})).getDeserializableData().size(), 0x102U);
 }
 
+TEST(OutputPayload, CountIsTheFirstFourBytesOfAStreamThatPushesMore) {
+  struct Generous : ByteStream {
+    std::size_t read(ByteSink& sink, std::size_t nbytes) override {
+      const Bytes bytes = nbytes == 1 ? bytesOf({0}) : bytesOf({0, 0, 0, 2, 0xFF, 0xFF});
+      sink.write(bytes.data(), bytes.size());
+      return bytes.size();
+    }
+  };
+  EXPECT_EQ(OutputPayload::deserialize(std::make_unique<Generous>()).getDeserializableData().size(), 2U);
+}
+
 // --- The items ---
 
 TEST(OutputPayload, MoreItemsThanBytesAreGivenAndFailWhenRead) {

@@ -28,7 +28,7 @@ std::shared_ptr<SerializableData> SerializableData::createFile(const qxConstArra
 SerializableData::SerializableData(const qxConstArrayProxy& array, Encoder encoder, SizeHint sizeHint)
     : array_(array.get() == nullptr ? nullptr : qxCreateSharedCopy(array.get())),
       encoder_(std::move(encoder)),
-      sizeHint_(sizeHint) {}
+      sizeHint_(std::move(sizeHint)) {}
 
 SerializableData::~SerializableData() {
   encoder_ = nullptr;
@@ -43,7 +43,11 @@ void SerializableData::serialize(ByteSink& sink) const {
 }
 
 std::size_t SerializableData::serializedSizeHint() const noexcept {
-  return array_ == nullptr || sizeHint_ == nullptr ? 0 : sizeHint_(array_.get());
+  try {
+    return array_ == nullptr || !sizeHint_ ? 0 : sizeHint_(array_.get());
+  } catch (...) {
+    return 0;  // what is wrong is told when the item is serialised
+  }
 }
 
 }  // namespace parallel::spf::transport

@@ -25,7 +25,7 @@ class ByteSink;
 class PARALLEL_SPF_TRANSPORT_EXPORT SerializableData : public tova::factory::full::StdShareable {
  public:
   using Encoder = std::function<void(const qxArray*, ByteSink&)>;
-  using SizeHint = std::size_t (*)(const qxArray*) noexcept;
+  using SizeHint = std::function<std::size_t(const qxArray*)>;
 
   // The four kinds. A protobuf item is the encoding of the message that a struct describes; an array item the whole
   // array; a plain item the first bytes of the array's data, one per element whatever the size of an element; a file
@@ -36,13 +36,14 @@ class PARALLEL_SPF_TRANSPORT_EXPORT SerializableData : public tova::factory::ful
   static std::shared_ptr<SerializableData> createFile(const tova::factory::qxConstArrayProxy& array);
 
   // For an encoder of one's own; create with std::make_shared.
-  SerializableData(const tova::factory::qxConstArrayProxy& array, Encoder encoder, SizeHint sizeHint = nullptr);
+  SerializableData(const tova::factory::qxConstArrayProxy& array, Encoder encoder, SizeHint sizeHint = {});
   ~SerializableData() override;
 
   // Encodes anew at every call. An empty encoder throws std::bad_function_call.
   void serialize(ByteSink& sink) const;
 
-  // About how many bytes serialize() will write, never more than a little too many; 0 when that is not known cheaply.
+  // About how many bytes serialize() will write, never more than a little too many; 0 when that is not known cheaply or the
+  // hint throws.
   std::size_t serializedSizeHint() const noexcept;
 
  private:

@@ -2,21 +2,19 @@
 // without a type URL.
 // Threads: any, at once; there is no state.
 // Errors:  encodeToAny throws MessageTooLarge from 2^31 bytes on; decodeFromAny throws std::bad_cast for a message that
-// is
-//          not an AnyType.
+//          is not an AnyType.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
-#include <limits>
 #include <memory>
 #include <string>
 
-#include "platform/errors/Exception.h"
-#include "platform/errors/catalogue.h"
 #include "platform/protobufencoding/AnyEncoder.h"
+#include "platform/protobufencoding/parseQuietly.h"
 #include "platform/protobufencoding/protobufencoding.h"
+#include "transport/protobuf/messageNbytes.h"
 
 namespace parallel::spf::transport::protobuf {
 
@@ -31,8 +29,8 @@ class AnyEncoderImpl : public protobufencoding::AnyEncoder {
   std::unique_ptr<google::protobuf::Message> encodeToAny(const google::protobuf::Message& message) override {
     auto any = std::make_unique<AnyType>();
     any->set_type_url(protobufencoding::getTypeUrl(message));
-    if (!message.SerializeToString(any->mutable_value()))
-      throw Exception<::parallel::protobuf::MessageTooLarge>(message.ByteSizeLong(), std::numeric_limits<int>::max());
+    static_cast<void>(messageNbytes(message.ByteSizeLong()));  // or protobuf would report a larger one
+    static_cast<void>(message.SerializeToString(any->mutable_value()));
     return any;
   }
 
@@ -43,7 +41,7 @@ class AnyEncoderImpl : public protobufencoding::AnyEncoder {
       return std::make_unique<MissingType>();
     auto content = protobufencoding::generateMessage(any.type_url());
     if (content != nullptr)
-      static_cast<void>(content->ParseFromString(any.value()));
+      static_cast<void>(protobufencoding::parseQuietly(*content, any.value()));
     return content;
   }
 };

@@ -76,6 +76,14 @@ TEST(AnyEncoderImpl, DecodesCutValueAsFarAsItGoes) {
   EXPECT_EQ(dynamic_cast<const google::protobuf::Duration&>(*message).seconds(), 5);
 }
 
+TEST(AnyEncoderImpl, PrintsNothingOfAValueThatIsDamaged) {
+  ::testing::internal::CaptureStderr();
+  const auto message =
+      Encoder().decodeFromAny(packed("type.googleapis.com/parallel.zksmessages.Any", "\x0A\x02\xFF\xFE\x12\x01v"));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(dynamic_cast<const zksmessages::Any&>(*message).type_url(), "\xFF\xFE");
+}
+
 TEST(AnyEncoderImpl, RefusesMessagesOfAnotherType) {
   EXPECT_THROW(Encoder().decodeFromAny(zksmessages::Missing()), std::bad_cast);
 }

@@ -1,15 +1,13 @@
 #include "transport/protobuf/builtins.h"
 
 #include <array>
-#include <exception>
-#include <ostream>
-#include <sstream>
 
-#include "platform/errors/InternalException.h"
 #include "platform/errors/argumentErrors.h"
+#include "platform/protobufencoding/parseQuietly.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "transport/protobuf/detail.h"
-#include "transport/protobuf/internal/messageNbytes.h"
+#include "transport/protobuf/internal/withErrorText.h"
+#include "transport/protobuf/messageNbytes.h"
 
 namespace parallel::spf::transport::protobuf {
 
@@ -24,21 +22,10 @@ void checkArgumentCounts(int nlhs, int nrhs) {
     error_minrhs();
 }
 
-template <class Work>
-qxArrayPtr withErrorText(const char* doing, Work work) {
-  try {
-    return work();
-  } catch (const std::exception& cause) {
-    std::ostringstream text;
-    text << "Error occurred " << doing << " protobuf message: " << cause.what() << std::endl;
-    throw InternalException(text.str());
-  }
-}
-
 qxArrayPtr serialized(const google::protobuf::Message& message) {
   const std::size_t nbytes = message.ByteSizeLong();
   qxArrayPtr bytes = qxCreateNumericArray(std::array<std::size_t, 2>{nbytes, 1}, qxClass::Uint8);
-  const int checked = internal::messageNbytes(nbytes);
+  const int checked = messageNbytes(nbytes);
   if (checked > 0)
     static_cast<void>(message.SerializeToArray(qxGetWritableData(bytes.get()), checked));
   return bytes;
@@ -48,7 +35,7 @@ qxArrayPtr taskExecutionInfo(const qxArray* bytes) {
   zksmessages::TesselTaskExecutionInfo message;
   const void* data = qxGetData(bytes);
   if (data != nullptr)
-    static_cast<void>(message.ParseFromArray(data, internal::messageNbytes(qxGetNumberOfElements(bytes))));
+    static_cast<void>(protobufencoding::parseQuietly(message, data, qxGetNumberOfElements(bytes)));
   return detail::decode(message);
 }
 
@@ -56,12 +43,12 @@ qxArrayPtr taskExecutionInfo(const qxArray* bytes) {
 
 void bnSerializeProtobufStruct(int nlhs, qxArray** plhs, int nrhs, const qxArray** prhs) {
   checkArgumentCounts(nlhs, nrhs);
-  plhs[0] = withErrorText("serializing", [&] { return serialized(*detail::encode(prhs[0])); }).release();
+  plhs[0] = internal::withErrorText("serializing", [&] { return serialized(*detail::encode(prhs[0])); }).release();
 }
 
 void bnDeserializeTaskExecutionInfo(int nlhs, qxArray** plhs, int nrhs, const qxArray** prhs) {
   checkArgumentCounts(nlhs, nrhs);
-  plhs[0] = withErrorText("deserializing", [&] { return taskExecutionInfo(prhs[0]); }).release();
+  plhs[0] = internal::withErrorText("deserializing", [&] { return taskExecutionInfo(prhs[0]); }).release();
 }
 
 }  // namespace parallel::spf::transport::protobuf

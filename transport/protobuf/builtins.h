@@ -17,8 +17,8 @@ namespace parallel::spf::transport::protobuf {
 // The struct of a message in, its encoded bytes as a uint8 column out.
 PARALLEL_SPF_TRANSPORT_EXPORT void bnSerializeProtobufStruct(int nlhs, qxArray** plhs, int nrhs, const qxArray** prhs);
 
-// The encoded bytes of a TesselTaskExecutionInfo in, its struct out. Bytes that end too soon or are no message are read
-// as far as the parser gets. The input's class is not looked at: one byte is read for each element.
+// The encoded bytes of a TesselTaskExecutionInfo in, its struct out. Truncated or damaged bytes are read as far as the
+// parser gets. The input's class is not checked: one byte is read for each element.
 PARALLEL_SPF_TRANSPORT_EXPORT void bnDeserializeTaskExecutionInfo(int nlhs, qxArray** plhs, int nrhs,
                                                                   const qxArray** prhs);
 

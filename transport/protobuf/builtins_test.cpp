@@ -13,7 +13,7 @@
 #include "platform/errors/catalogue.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "transport/protobuf/detail.h"
-#include "transport/protobuf/internal/messageNbytes.h"
+#include "transport/protobuf/messageNbytes.h"
 
 namespace parallel::spf::transport::protobuf {
 namespace {
@@ -161,9 +161,23 @@ TEST(DeserializeTaskExecutionInfo, ReadsEveryTruncationAsFarAsTheParserGets) {
   }
 }
 
-TEST(DeserializeTaskExecutionInfo, KeepsTheFieldsBeforeBytesThatAreNoMessage) {
+TEST(DeserializeTaskExecutionInfo, KeepsTheFieldsBeforeBytesThatAreNotAMessage) {
   const qxArrayPtr value = call(bnDeserializeTaskExecutionInfo, 1, {bytesOf("\x08\x01\xff").get()});
   EXPECT_EQ(qxGetStringUtf8(qxGetField(value.get(), 0, "outcome")), "OUTCOME_EXITED");
+}
+
+TEST(DeserializeTaskExecutionInfo, PrintsNothingOfTextThatIsNotUtf8) {
+  zksmessages::TesselTaskExecutionInfo info;
+  info.set_outcome(zksmessages::TesselTaskExecutionInfo::OUTCOME_EXITED);
+  info.set_message("@@");
+  std::string wire = info.SerializeAsString();
+  wire.replace(wire.find("@@"), 2, "\xFF\xFE");
+  const qxArrayPtr bytes = bytesOf(wire);
+  ::testing::internal::CaptureStderr();
+  const qxArrayPtr value = call(bnDeserializeTaskExecutionInfo, 1, {bytes.get()});
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(qxGetStringUtf8(qxGetField(value.get(), 0, "outcome")), "OUTCOME_EXITED");
+  EXPECT_EQ(textOf(qxGetField(value.get(), 0, "message")), "\xFF\xFE");
 }
 
 // The bytes of any class are taken as they lie, one for each element.
@@ -193,10 +207,10 @@ TEST(DeserializeTaskExecutionInfo, PutsItsOwnWordsBeforeTheCause) {
 }
 
 TEST(MessageNbytes, EndsAtTwoToThe31) {
-  EXPECT_EQ(internal::messageNbytes(0), 0);
-  EXPECT_EQ(internal::messageNbytes(2147483647), 2147483647);
-  EXPECT_THROW(internal::messageNbytes(2147483648), Exception<::parallel::protobuf::MessageTooLarge>);
-  EXPECT_THROW(internal::messageNbytes(std::size_t{1} << 40U), Exception<::parallel::protobuf::MessageTooLarge>);
+  EXPECT_EQ(messageNbytes(0), 0);
+  EXPECT_EQ(messageNbytes(2147483647), 2147483647);
+  EXPECT_THROW(messageNbytes(2147483648), Exception<::parallel::protobuf::MessageTooLarge>);
+  EXPECT_THROW(messageNbytes(std::size_t{1} << 40U), Exception<::parallel::protobuf::MessageTooLarge>);
 }
 
 }  // namespace

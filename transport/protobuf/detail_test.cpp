@@ -5,6 +5,7 @@
 
 #include "platform/protobufencoding/protobufencoding.h"
 #include "platform/zksmessages/zksmessages.pb.h"
+#include "transport/protobuf/AnyEncoderImpl.h"
 
 namespace parallel::spf::transport::protobuf {
 namespace {
@@ -15,6 +16,33 @@ TEST(Detail, AnyFieldWithAnEmptyUrlDecodesToTheValueOfMissing) {
   const qxArrayPtr value = detail::decode(message);
   const qxArrayPtr missing = detail::decode(zksmessages::Missing());
   EXPECT_TRUE(qxEqual(qxGetField(value.get(), 0, "result"), missing.get()));
+}
+
+TEST(Detail, AnyFieldWithAnEmptyUrlAndAValueDecodesToTheValueOfMissing) {
+  zksmessages::ResultPayload message;
+  message.mutable_result()->set_value("\x08\x05");
+  const qxArrayPtr value = detail::decode(message);
+  const qxArrayPtr missing = detail::decode(zksmessages::Missing());
+  EXPECT_TRUE(qxEqual(qxGetField(value.get(), 0, "result"), missing.get()));
+}
+
+TEST(Detail, AnyFieldWithACutValueDecodesAsFarAsItGoes) {
+  zksmessages::ResultPayload message;
+  message.mutable_result()->set_type_url("type.googleapis.com/google.protobuf.Duration");
+  message.mutable_result()->set_value("\x08\x05\x10");
+  const qxArrayPtr value = detail::decode(message);
+  google::protobuf::Duration read;
+  read.set_seconds(5);
+  EXPECT_TRUE(qxEqual(qxGetField(value.get(), 0, "result"), detail::decode(read).get()));
+}
+
+TEST(Detail, MissingInsideAnAnyKeepsTheUrlThatTheHookSets) {
+  zksmessages::ResultPayload message;
+  *message.mutable_result() = dynamic_cast<const zksmessages::Any&>(
+      *AnyEncoderImpl<zksmessages::Any, zksmessages::Missing>().encodeToAny(zksmessages::Missing()));
+  const qxArrayPtr value = detail::decode(message);
+  EXPECT_FALSE(qxHasField(qxGetField(value.get(), 0, "result"), "TypeUrl"));
+  EXPECT_EQ(detail::encode(value.get())->SerializeAsString(), message.SerializeAsString());
 }
 
 TEST(Detail, ResultOfEachMethodComesBack) {

@@ -32,16 +32,12 @@ std::size_t BlockedDataByteStream::read(ByteSink& sink, std::size_t nbytes) {
   }
 }
 
-// Empty blocks carry nothing; a writer has no need of them, a reader has to put up with them.
+// Empty blocks carry nothing. Our writer makes none, but a reader must accept them.
 std::int16_t BlockedDataByteStream::readNonEmptyHeader() {
   std::int16_t header = 0;
   while (header == 0)
     header = readBigEndianInt16(*source_);
   return header;
-}
-
-std::size_t BlockedDataByteStream::sizeHint() const noexcept {
-  return finished_ ? 0 : sizeHintOf(*source_);
 }
 
 }  // namespace parallel::spf::transport

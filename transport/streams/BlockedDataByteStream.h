@@ -16,11 +16,10 @@
 #include "transport/export.h"
 #include "transport/streams/BoundedByteStream.h"
 #include "transport/streams/ByteStream.h"
-#include "transport/streams/SizeHinted.h"
 
 namespace parallel::spf::transport {
 
-class PARALLEL_SPF_TRANSPORT_EXPORT BlockedDataByteStream final : public ByteStream, public SizeHinted {
+class PARALLEL_SPF_TRANSPORT_EXPORT BlockedDataByteStream final : public ByteStream {
  public:
   explicit BlockedDataByteStream(std::shared_ptr<ByteStream> source);
   BlockedDataByteStream(const BlockedDataByteStream&) = delete;
@@ -28,9 +27,6 @@ class PARALLEL_SPF_TRANSPORT_EXPORT BlockedDataByteStream final : public ByteStr
 
   std::size_t read(ByteSink& sink, std::size_t nbytes = std::numeric_limits<std::size_t>::max()) override;
   ~BlockedDataByteStream() override;
-
-  // What is left of the source, which holds this item and those after it.
-  std::size_t sizeHint() const noexcept override;
 
  private:
   std::int16_t readNonEmptyHeader();

@@ -16,8 +16,6 @@ namespace {
 using namespace transport::testing;
 using ::testing::ElementsAre;
 
-constexpr const char* kNotEnough = "Byte stream did not have enough bytes for deserializing type";
-
 std::string textThrownByReading(const Bytes& wire) {
   BlockedDataByteStream stream(streamOf(wire));
   try {
@@ -137,16 +135,6 @@ TEST(BlockedStream, DropsItsSharesOfTheSource) {
     readBytes(stream);
   }
   EXPECT_EQ(source.use_count(), 1);
-}
-
-TEST(BlockedStream, SizeHintIsWhatIsLeftOfTheSource) {
-  BlockedDataByteStream stream(streamOf(framed(bytesOf("abc"))));
-  EXPECT_EQ(stream.sizeHint(), 7U);
-  readBytes(stream, 1);
-  EXPECT_EQ(stream.sizeHint(), 4U);
-  readBytes(stream);
-  EXPECT_EQ(stream.sizeHint(), 0U);
-  EXPECT_EQ(BlockedDataByteStream(std::make_shared<SpyStream>(framed(bytesOf("abc")))).sizeHint(), 0U);
 }
 
 }  // namespace

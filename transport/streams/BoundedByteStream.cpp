@@ -16,10 +16,4 @@ std::size_t BoundedByteStream::read(ByteSink& sink, std::size_t nbytes) {
   return delivered;
 }
 
-std::size_t BoundedByteStream::sizeHint() const noexcept {
-  const std::size_t left = limit_ - consumed_;
-  const std::size_t inSource = sizeHintOf(*source_);
-  return inSource == 0 ? left : std::min(left, inSource);
-}
-
 }  // namespace parallel::spf::transport

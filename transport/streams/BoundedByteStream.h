@@ -10,11 +10,10 @@
 
 #include "transport/export.h"
 #include "transport/streams/ByteStream.h"
-#include "transport/streams/SizeHinted.h"
 
 namespace parallel::spf::transport {
 
-class PARALLEL_SPF_TRANSPORT_EXPORT BoundedByteStream final : public ByteStream, public SizeHinted {
+class PARALLEL_SPF_TRANSPORT_EXPORT BoundedByteStream final : public ByteStream {
  public:
   BoundedByteStream(std::shared_ptr<ByteStream> source, std::size_t limit);
   BoundedByteStream(const BoundedByteStream&) = delete;
@@ -25,8 +24,6 @@ class PARALLEL_SPF_TRANSPORT_EXPORT BoundedByteStream final : public ByteStream,
   // Asks the source once, for 0 bytes too.
   std::size_t read(ByteSink& sink, std::size_t nbytes = std::numeric_limits<std::size_t>::max()) override;
   ~BoundedByteStream() override;
-
-  std::size_t sizeHint() const noexcept override;
 
  private:
   std::shared_ptr<ByteStream> source_;

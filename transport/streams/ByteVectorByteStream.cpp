@@ -16,8 +16,4 @@ std::size_t ByteVectorByteStream::read(ByteSink& sink, std::size_t nbytes) {
   return delivered;
 }
 
-std::size_t ByteVectorByteStream::sizeHint() const noexcept {
-  return bytes_.size() - consumed_;
-}
-
 }  // namespace parallel::spf::transport

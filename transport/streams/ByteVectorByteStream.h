@@ -7,18 +7,15 @@
 
 #include "transport/export.h"
 #include "transport/streams/ByteStream.h"
-#include "transport/streams/SizeHinted.h"
 
 namespace parallel::spf::transport {
 
-class PARALLEL_SPF_TRANSPORT_EXPORT ByteVectorByteStream final : public ByteStream, public SizeHinted {
+class PARALLEL_SPF_TRANSPORT_EXPORT ByteVectorByteStream final : public ByteStream {
  public:
   explicit ByteVectorByteStream(std::vector<std::byte> bytes);
 
   std::size_t read(ByteSink& sink, std::size_t nbytes = std::numeric_limits<std::size_t>::max()) override;
   ~ByteVectorByteStream() override;
-
-  std::size_t sizeHint() const noexcept override;
 
  private:
   std::vector<std::byte> bytes_;

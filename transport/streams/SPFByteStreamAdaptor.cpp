@@ -5,8 +5,7 @@
 #include <vector>
 
 #include "platform/interrupt/XExceptionTester.h"
-#include "platform/interrupt/interpreterContext.h"
-#include "platform/interrupt/utInterruptState.h"
+#include "platform/interrupt/throwIfInterrupted.h"
 
 namespace parallel::spf::transport {
 namespace {
@@ -21,12 +20,6 @@ void emulateCtrlCIfTested() {
   xtester::CreateTesterByName(nullptr, nullptr, kPoint);
   if (auto* tester = xtester::GetTesterByName(nullptr, nullptr, kPoint); tester != nullptr)
     tester->emulateCtrlC();
-}
-
-void throwIfInterrupted() {
-  using foundation::usm::Detail;
-  if (Detail<foundation::usm::scope::Tvm>::isRequiredContextActive())
-    utInterruptState::ThrowIfInterruptPending();
 }
 
 }  // namespace
@@ -51,16 +44,6 @@ std::size_t SPFByteStreamAdaptor::read(ByteSink& sink, std::size_t nbytes) {
     total += extracted;
   }
   return total;
-}
-
-std::size_t SPFByteStreamAdaptor::sizeHint() const noexcept {
-  if (!input_->good())
-    return 0;
-  try {
-    return static_cast<std::size_t>(std::max<std::streamsize>(0, input_->rdbuf()->in_avail()));
-  } catch (...) {
-    return 0;  // reading will say what is wrong
-  }
 }
 
 }  // namespace parallel::spf::transport

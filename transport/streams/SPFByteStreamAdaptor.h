@@ -14,18 +14,15 @@
 
 #include "transport/export.h"
 #include "transport/streams/ByteStream.h"
-#include "transport/streams/SizeHinted.h"
 
 namespace parallel::spf::transport {
 
-class PARALLEL_SPF_TRANSPORT_EXPORT SPFByteStreamAdaptor final : public ByteStream, public SizeHinted {
+class PARALLEL_SPF_TRANSPORT_EXPORT SPFByteStreamAdaptor final : public ByteStream {
  public:
   explicit SPFByteStreamAdaptor(std::shared_ptr<std::istream> input);
 
   std::size_t read(ByteSink& sink, std::size_t nbytes = std::numeric_limits<std::size_t>::max()) override;
   ~SPFByteStreamAdaptor() override;
-
-  std::size_t sizeHint() const noexcept override;
 
  private:
   std::shared_ptr<std::istream> input_;

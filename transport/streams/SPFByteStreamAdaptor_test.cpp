@@ -210,44 +210,5 @@ TEST_F(Adaptor, DropsItsShareOfTheStream) {
   EXPECT_EQ(input.use_count(), 1);
 }
 
-TEST_F(Adaptor, SizeHintIsWhatTheStreamAnnounces) {
-  const auto input = inputOf(100);
-  SPFByteStreamAdaptor stream(input);
-  EXPECT_EQ(stream.sizeHint(), 100U);
-  stream.read(sink_, 40);
-  EXPECT_EQ(stream.sizeHint(), 60U);
-  stream.read(sink_);
-  EXPECT_EQ(stream.sizeHint(), 0U);
-}
-
-// Answers the question for the bytes to come as it is told.
-class AnnouncingBuffer : public std::streambuf {
- public:
-  explicit AnnouncingBuffer(std::streamsize answer) : answer_(answer) {}
-
- protected:
-  std::streamsize showmanyc() override {
-    if (answer_ < -1)
-      throw std::runtime_error("no answer");
-    return answer_;
-  }
-
- private:
-  std::streamsize answer_;
-};
-
-TEST_F(Adaptor, SizeHintIsUnknownWithoutAnAnswerOrAGoodStream) {
-  for (const std::streamsize answer : {std::streamsize{-2}, std::streamsize{-1}, std::streamsize{0}}) {
-    AnnouncingBuffer buffer(answer);
-    EXPECT_EQ(SPFByteStreamAdaptor(std::make_shared<std::istream>(&buffer)).sizeHint(), 0U);
-  }
-  AnnouncingBuffer buffer(7);
-  const auto input = std::make_shared<std::istream>(&buffer);
-  const SPFByteStreamAdaptor stream(input);
-  EXPECT_EQ(stream.sizeHint(), 7U);
-  input->setstate(std::ios::failbit);
-  EXPECT_EQ(stream.sizeHint(), 0U);
-}
-
 }  // namespace
 }  // namespace parallel::spf::transport

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "transport/streams/FunctionalByteSink.h"
-#include "transport/streams/internal/VectorAppender.h"
+#include "transport/streams/VectorAppender.h"
 
 namespace parallel::spf::transport {
 
@@ -15,13 +15,12 @@ namespace parallel::spf::transport {
 // any type of one byte.
 template <class T, class Byte>
 std::vector<Byte> getSerializedBytes(const T& object) {
-  std::size_t expected = 0;
+  std::vector<Byte> bytes;
   if constexpr (requires {
                   { object.serializedSizeHint() } -> std::convertible_to<std::size_t>;
                 })
-    expected = object.serializedSizeHint();
-  std::vector<Byte> bytes;
-  internal::VectorAppender<Byte> appender(bytes, expected);
+    reserveBytes(bytes, object.serializedSizeHint());
+  internal::VectorAppender<Byte> appender(bytes);
   FunctionalByteSink sink(std::ref(appender));
   object.serialize(sink);
   return bytes;

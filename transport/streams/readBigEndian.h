@@ -1,12 +1,14 @@
 // Integers of fixed width off a stream, most significant byte first.
 //
-// Each makes one read of the integer's width. Errors: std::runtime_error "Byte stream did not have enough bytes for
-// deserializing type" when fewer bytes come; those that came are gone.
+// Each makes one read of the integer's width and takes the first bytes of what comes, should a stream push more than
+// asked. Errors: std::runtime_error "Byte stream did not have enough bytes for deserializing type" when fewer come;
+// those that came are gone.
 #pragma once
 
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <type_traits>
 #include <vector>
 
@@ -28,7 +30,7 @@ Integer readBigEndian(ByteStream& stream) {
   if (bytes.size() < sizeof(Integer))
     internal::throwNotEnoughBytes();
   std::uint64_t value = 0;
-  for (const std::byte byte : bytes)
+  for (const std::byte byte : std::span(bytes).first(sizeof(Integer)))
     value = value << 8 | std::to_integer<std::uint64_t>(byte);
   return static_cast<Integer>(value);
 }

@@ -9,9 +9,6 @@
 
 namespace parallel::spf::transport {
 
-// What a far end announces is believed up to here; past it the vector grows as it always does. Room that is not used
-// costs address space only, since its pages are never touched.
-inline constexpr std::size_t kMaxAnnouncedBytes = std::size_t{4} << 30;
 // From here on huge pages are worth asking for: a fresh page is what costs, and there are 512 times fewer of them.
 inline constexpr std::size_t kHugePageReservationBytes = std::size_t{4} << 20;
 

@@ -78,7 +78,7 @@ TYPED_TEST(ReserveBytes, NothingChangesWhenThereIsRoom) {
 }
 
 #ifndef ZKS_SANITIZED  // the sanitizers end the program where malloc would fail
-TYPED_TEST(ReserveBytes, MissingMemoryIsNoError) {
+TYPED_TEST(ReserveBytes, MissingMemoryIsNotAnError) {
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
   const rlimit tight{std::size_t{1} << 30, before.rlim_max};

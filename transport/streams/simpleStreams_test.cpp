@@ -121,25 +121,5 @@ TEST(BoundedByteStream, DropsItsShareOfTheSource) {
   EXPECT_EQ(source.use_count(), 1);
 }
 
-TEST(SizeHint, SimpleStreamsKnowWhatIsLeft) {
-  const auto source = streamOf(patternBytes(10));
-  BoundedByteStream within(source, 4);
-  const BoundedByteStream beyond(source, 100);
-  const BoundedByteStream unknown(std::make_shared<SpyStream>(patternBytes(10)), 7);
-  RecordingSink sink;
-  EXPECT_EQ(sizeHintOf(*source), 10U);
-  EXPECT_EQ(sizeHintOf(within), 4U);
-  EXPECT_EQ(sizeHintOf(beyond), 10U);
-  EXPECT_EQ(sizeHintOf(unknown), 7U);
-  within.read(sink, 3);
-  EXPECT_EQ(sizeHintOf(*source), 7U);
-  EXPECT_EQ(sizeHintOf(within), 1U);
-  EXPECT_EQ(sizeHintOf(beyond), 7U);
-}
-
-TEST(SizeHint, StreamWithoutOneIsUnknown) {
-  EXPECT_EQ(sizeHintOf(SpyStream(patternBytes(10))), 0U);
-}
-
 }  // namespace
 }  // namespace parallel::spf::transport

@@ -52,15 +52,11 @@ void encodeFile(const qxArray* array, ByteSink& sink) {
   }
 }
 
-std::size_t hintFile(const qxArray* array) noexcept {
-  try {
-    struct stat status {};
-    if (::stat(files::nativePath(qxGetString(array)).c_str(), &status) != 0 || !S_ISREG(status.st_mode))
-      return 0;
-    return static_cast<std::size_t>(status.st_size);
-  } catch (...) {
-    return 0;  // what is wrong with the name is told when the item is serialised
-  }
+std::size_t hintFile(const qxArray* array) {
+  struct stat status {};
+  if (::stat(files::nativePath(qxGetString(array)).c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+    return 0;
+  return static_cast<std::size_t>(status.st_size);
 }
 
 }  // namespace parallel::spf::transport::internal

@@ -177,18 +177,28 @@ TEST_F(FileItem, ArrayWithoutTextThrowsTheHostsErrorAndLogsIt) {
   EXPECT_EQ(log.records().size(), 2U);
 }
 
-TEST_F(FileItem, UnusableNameThrowsTheHostsErrorAndLogsIt) {
+void expectUnusable(const std::u16string& name, ByteSink& sink) {
+  try {
+    SerializableData::createFile(qxCreateString(name))->serialize(sink);
+    FAIL() << "the name was taken";
+  } catch (const IException& error) {
+    EXPECT_EQ(error.identifier(), "host:files:PathNotConvertible");
+  }
+}
+
+TEST_F(FileItem, UnusableNameThrowsTheHostsErrorAndLogsItWithoutTheName) {
   const LogCapture log;
   RecordingByteSink sink;
-  for (const qxArrayPtr& name : {qxCreateString(u""), qxCreateString(u"a\xD800z"), qxCreateString({u"a\0b", 3})}) {
-    try {
-      SerializableData::createFile(name)->serialize(sink);
-      FAIL() << "no file has that name";
-    } catch (const IException& error) {
-      EXPECT_EQ(error.identifier(), "host:files:PathNotConvertible");
-    }
+  for (const char16_t unusable : {char16_t{0}, char16_t{0xD800}}) {
+    std::u16string name = u"secret/name";
+    name[6] = unusable;
+    expectUnusable(name, sink);
   }
-  EXPECT_EQ(log.records().size(), 6U);
+  expectUnusable(u"", sink);
+  const std::vector<std::string> texts = log.texts();
+  EXPECT_EQ(texts.size(), 6U);
+  for (const std::string& text : texts)
+    EXPECT_EQ(text.find("secret"), std::string::npos) << text;
 }
 
 TEST_F(FileItem, SinkThatFailsAtAnyWriteGetsItsOwnErrorBackWithTheFileClosedBeforeTheLog) {

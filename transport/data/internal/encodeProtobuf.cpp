@@ -2,15 +2,11 @@
 
 #include <boost/numeric/conversion/cast.hpp>
 #include <cstddef>
-#include <exception>
-#include <memory>
-#include <ostream>
-#include <sstream>
 #include <vector>
 
-#include "platform/errors/InternalException.h"
 #include "transport/data/internal/encoders.h"
 #include "transport/protobuf/detail.h"
+#include "transport/protobuf/internal/withErrorText.h"
 #include "transport/streams/ByteSink.h"
 
 namespace parallel::spf::transport::internal {
@@ -25,20 +21,11 @@ std::vector<std::byte> serializeMessage(const google::protobuf::Message& message
   return bytes;
 }
 
-std::vector<std::byte> encodedMessage(const qxArray* array) {
-  try {
-    return serializeMessage(*protobuf::detail::encode(array));
-  } catch (const std::exception& cause) {
-    std::ostringstream text;
-    text << "Error occurred serializing protobuf message: " << cause.what() << std::endl;
-    throw InternalException(text.str());
-  }
-}
-
 }  // namespace
 
 void encodeProtobuf(const qxArray* array, ByteSink& sink) {
-  const std::vector<std::byte> bytes = encodedMessage(array);
+  const std::vector<std::byte> bytes = protobuf::internal::withErrorText(
+      "serializing", [&] { return serializeMessage(*protobuf::detail::encode(array)); });
   sink.write(bytes.data(), bytes.size());
 }
 

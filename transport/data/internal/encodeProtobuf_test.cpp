@@ -42,12 +42,12 @@ TEST(ProtobufItem, MessageWithoutFieldsGivesOneEmptyWrite) {
   EXPECT_EQ(sink.sizes, (std::vector<std::size_t>{0}));
 }
 
-TEST(ProtobufItem, ValueThatIsNoMessageThrowsTheTextWithTheCauseAndANewline) {
+TEST(ProtobufItem, ValueThatIsNotAMessageThrowsTheTextWithTheCauseAndANewline) {
   const auto item = SerializableData::createProtobuf(qxCreateScalar(1));
   RecordingByteSink sink;
   try {
     item->serialize(sink);
-    FAIL() << "a number is no message";
+    FAIL() << "a number was taken for a message";
   } catch (const std::runtime_error& error) {
     const std::string text = error.what();
     EXPECT_NE(dynamic_cast<const InternalException*>(&error), nullptr);

@@ -31,7 +31,7 @@ void encodeFile(const qxArray* array, ByteSink& sink);
 // For SerializableData::SizeHint.
 std::size_t hintQxArray(const qxArray* array) noexcept;
 std::size_t hintPlain(const qxArray* array) noexcept;
-std::size_t hintFile(const qxArray* array) noexcept;  // the file's size at present, 0 when there is none to be had
+std::size_t hintFile(const qxArray* array);  // the file's size now, 0 when it cannot be told
 
 }  // namespace internal
 }  // namespace parallel::spf::transport

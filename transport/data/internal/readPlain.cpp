@@ -28,8 +28,12 @@ qxArrayPtr readPlain(ByteStream& stream) {
   auto* cursor = static_cast<std::byte*>(qxGetWritableData(array.get()));
   if (count >= kHugePageReservationBytes)
     adviseHugePages(cursor, count);
-  FunctionalByteSink intoArray(
-      [&cursor](const std::byte* data, std::size_t nbytes) { cursor = std::copy_n(data, nbytes, cursor); });
+  std::size_t room = count;  // a stream that pushes more than asked must not write past the array
+  FunctionalByteSink intoArray([&cursor, &room](const std::byte* data, std::size_t nbytes) {
+    const std::size_t taken = std::min(nbytes, room);
+    cursor = std::copy_n(data, taken, cursor);
+    room -= taken;
+  });
   // A short item is let pass: the service may announce more than it has.
   stream.read(intoArray, count);
   drain(stream);

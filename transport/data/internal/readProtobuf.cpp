@@ -1,12 +1,10 @@
-#include <exception>
-#include <ostream>
-#include <sstream>
 #include <vector>
 
-#include "platform/errors/InternalException.h"
+#include "platform/protobufencoding/parseQuietly.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "transport/data/internal/readers.h"
 #include "transport/protobuf/detail.h"
+#include "transport/protobuf/internal/withErrorText.h"
 #include "transport/streams/readBytes.h"
 
 namespace parallel::spf::transport::internal {
@@ -16,7 +14,7 @@ namespace {
 qxArrayPtr decodeResult(const std::vector<std::byte>& bytes) {
   zksmessages::ResultPayload message;
   // Unchecked on purpose, the length too: a service newer or older than we are is read as far as we understand it.
-  static_cast<void>(message.ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
+  static_cast<void>(protobufencoding::parseQuietly(message, bytes.data(), bytes.size()));
   return protobuf::detail::decode(message);
 }
 
@@ -24,13 +22,7 @@ qxArrayPtr decodeResult(const std::vector<std::byte>& bytes) {
 
 qxArrayPtr readProtobuf(ByteStream& stream) {
   const std::vector<std::byte> bytes = readBytes(stream);
-  try {
-    return decodeResult(bytes);
-  } catch (const std::exception& cause) {
-    std::ostringstream text;
-    text << "Error occurred deserializing protobuf message: " << cause.what() << std::endl;
-    throw InternalException(text.str());
-  }
+  return protobuf::internal::withErrorText("deserializing", [&] { return decodeResult(bytes); });
 }
 
 }  // namespace parallel::spf::transport::internal

@@ -18,7 +18,7 @@ namespace internal {
 qxArrayPtr readProtobuf(ByteStream& stream);
 
 // The whole item as one serialised array, its objects loaded and validated; a share of the default (null: none) when
-// the item has no bytes. `DeserializationFailed` when the bytes are no array.
+// the item has no bytes. `DeserializationFailed` when the bytes are not an array.
 qxArrayPtr readQxArray(ByteStream& stream, const qxArray* defaultValue);
 
 // A length and that many bytes, as a uint8 column; then reads the item to its end. Bytes that are missing stay zero.

@@ -20,6 +20,9 @@ namespace parallel::spf::transport::testing {
 
 using Bytes = std::vector<std::byte>;
 
+// What a read of fixed width says when the stream ends too early.
+inline constexpr const char* kNotEnough = "Byte stream did not have enough bytes for deserializing type";
+
 inline Bytes bytesOf(std::initializer_list<int> values) {
   Bytes bytes;
   for (const int value : values)

@@ -7,7 +7,7 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 
-namespace parallel::spf::transport::protobuf::internal {
+namespace parallel::spf::transport::protobuf {
 
 // Throws MessageTooLarge from 2^31 bytes on.
 inline int messageNbytes(std::size_t nbytes) {
@@ -17,4 +17,4 @@ inline int messageNbytes(std::size_t nbytes) {
   return static_cast<int>(nbytes);
 }
 
-}  // namespace parallel::spf::transport::protobuf::internal
+}  // namespace parallel::spf::transport::protobuf
