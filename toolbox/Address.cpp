@@ -8,6 +8,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/spf/security/defaultSocket.h"
 
 namespace parallel::toolbox {
 namespace {
@@ -22,11 +23,21 @@ constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
   throw Exception<BadAddress>(shown, reason);
 }
 
+std::string defaultSocketPath(std::string_view text) {
+  const std::filesystem::path socket = agent::spf::security::defaultSocket();
+  const std::filesystem::path directory = socket.parent_path();
+  std::error_code none;
+  const bool exists = std::filesystem::exists(std::filesystem::symlink_status(directory, none));
+  const std::string problem = exists ? agent::spf::security::whyNotPrivate(directory) : "";
+  if (!problem.empty())
+    refuse(text, "the default socket's directory \"" + directory.string() + "\" " + problem);
+  return socket.string();
+}
+
 std::string resolveSocketPath(std::string_view text) {
-  const std::string_view path = text.substr(kSocketPrefix.size());
-  if (path.empty())
-    refuse(text, "the path of the socket file is missing");
-  if (path.find('\0') != std::string_view::npos)
+  const std::string given(text.substr(kSocketPrefix.size()));
+  const std::string path = given.empty() ? defaultSocketPath(text) : given;
+  if (path.find('\0') != std::string::npos)
     refuse(text, "a path cannot hold a NUL");
   std::error_code failure;
   const std::string absolute =
@@ -47,15 +58,32 @@ void checkPort(std::string_view text, std::string_view port) {
     refuse(text, "the port is a number from 1 to 65535");
 }
 
+bool isIpv6Number(std::string_view host) {
+  return host.find(':') != std::string_view::npos &&
+         host.find_first_not_of("0123456789abcdefABCDEF:.") == std::string_view::npos;
+}
+
 // "[::1]" or a name or number without colons.
 void checkHost(std::string_view text, std::string_view host) {
   if (host.empty())
     refuse(text, "the host is missing");
   const bool bracketed = host.front() == '[' && host.back() == ']' && host.size() > 2;
-  if (!bracketed && host.find_first_of(":[]") != std::string_view::npos)
+  if (!bracketed && (isIpv6Number(host) || host.find_first_of("[]") != std::string_view::npos))
     refuse(text, "the host of an IPv6 address stands in brackets, as in [::1]:7777");
-  if (host.find_first_of(" \t\n/\\") != std::string_view::npos)
-    refuse(text, "a host holds no blanks and no slashes");
+  if (host.find_first_of(" \t\n/\\@") != std::string_view::npos)
+    refuse(text, "a host holds no blanks, no slashes and no user's name");
+  if (!bracketed && host.find(':') != std::string_view::npos)
+    refuse(text, "it holds more than one colon");
+}
+
+// What somebody types who takes it for something else that is much like it.
+void checkForm(std::string_view text) {
+  if (const std::size_t scheme = text.find("://"); scheme != std::string_view::npos)
+    refuse(text, "an address has no scheme; leave out \"" + std::string(text.substr(0, scheme + 3)) + "\"");
+  const bool hasPort = text.find(':') != std::string_view::npos && !text.ends_with(']');
+  if (!hasPort)
+    refuse(text, text.find('/') != std::string_view::npos ? "a socket file needs unix: before its path"
+                                                          : "the port is missing");
 }
 
 }  // namespace
@@ -65,9 +93,8 @@ std::string resolveAddress(std::string_view text) {
     refuse(text, "it is empty");
   if (text.starts_with(kSocketPrefix))
     return resolveSocketPath(text);
+  checkForm(text);
   const std::size_t colon = text.rfind(':');
-  if (colon == std::string_view::npos)
-    refuse(text, text.front() == '/' ? "a socket file needs unix: before its path" : "the port is missing");
   checkHost(text, text.substr(0, colon));
   checkPort(text, text.substr(colon + 1));
   return std::string(text);

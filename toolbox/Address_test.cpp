@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "platform/errors/IException.h"
@@ -37,6 +39,42 @@ TEST(ResolveAddress, HostsAndPortsStayAsTheyAre) {
     EXPECT_EQ(resolveAddress(address), address);
 }
 
+// Without a path: where zksd listens when it is not told.
+class DefaultSocket : public testing::Test {
+ protected:
+  DefaultSocket() { ::setenv("XDG_RUNTIME_DIR", runtime_.path().c_str(), 1); }
+  ~DefaultSocket() override {
+    if (before_)
+      ::setenv("XDG_RUNTIME_DIR", before_->c_str(), 1);
+    else
+      ::unsetenv("XDG_RUNTIME_DIR");
+  }
+
+  std::filesystem::path directory() const { return runtime_.file("zks"); }
+
+ private:
+  static std::optional<std::string> current() {
+    const char* value = std::getenv("XDG_RUNTIME_DIR");
+    return value == nullptr ? std::nullopt : std::optional<std::string>(value);
+  }
+
+  std::optional<std::string> before_ = current();
+  files::testing::TemporaryDirectory runtime_;
+};
+
+TEST_F(DefaultSocket, IsMeantByAnAddressWithoutAPath) {
+  EXPECT_EQ(resolveAddress("unix:"), "unix:" + (directory() / "zksd.sock").string());
+  std::filesystem::create_directory(directory());
+  std::filesystem::permissions(directory(), std::filesystem::perms::owner_all);
+  EXPECT_EQ(resolveAddress("unix:"), "unix:" + (directory() / "zksd.sock").string());
+}
+
+TEST_F(DefaultSocket, IsRefusedWhereOthersCouldHavePutIt) {
+  std::filesystem::create_directory(directory());
+  std::filesystem::permissions(directory(), std::filesystem::perms::all);
+  EXPECT_THAT(refusal("unix:"), HasSubstr(directory().string() + "\" is open to others (mode 0777, not 0700)"));
+}
+
 TEST(ResolveAddress, NulInAPathIsRefusedAndShown) {
   const std::string message = refusal(std::string_view("unix:/a\0b", 9));
   EXPECT_THAT(message, HasSubstr("\"unix:/a\\0b\""));
@@ -49,7 +87,6 @@ TEST(ResolveAddress, RefusalsNameTheTextAndTheReason) {
     const char* reason;
   } cases[] = {
       {"", "it is empty"},
-      {"unix:", "the path of the socket file is missing"},
       {"unix:/" + std::string(120, 'x'), "at most 107 bytes"},
       {"/run/zks/socket", "needs unix: before its path"},
       {"localhost", "the port is missing"},
@@ -63,8 +100,17 @@ TEST(ResolveAddress, RefusalsNameTheTextAndTheReason) {
       {"::1:7777", "in brackets"},
       {"[]:7777", "in brackets"},
       {"local host:7777", "no blanks"},
-      {"http://localhost:80", "in brackets"},
+      {"http://localhost:80", "an address has no scheme; leave out \"http://\""},
+      {"grpc://[::1]:80/path", "leave out \"grpc://\""},
+      {"file:///run/zks/socket", "leave out \"file://\""},
       {"a/b:80", "no slashes"},
+      {"run/socket", "needs unix: before its path"},
+      {"[::1]", "the port is missing"},
+      {"[::1:80", "in brackets"},
+      {"fe80::1:80", "in brackets"},
+      {"tcp:localhost:80", "more than one colon"},
+      {"me@localhost:80", "no user's name"},
+      {"localhost:80/", "number from 1 to 65535"},
   };
   for (const auto& [text, reason] : cases) {
     EXPECT_THAT(refusal(text), HasSubstr(reason)) << text;

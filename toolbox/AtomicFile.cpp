@@ -4,34 +4,47 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <mutex>
 #include <random>
 #include <set>
+#include <string_view>
 #include <system_error>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
-#include "platform/interrupt/utInterruptState.h"
+#include "platform/errors/systemError.h"
+#include "platform/interrupt/throwIfInterrupted.h"
+#include "platform/threads/Mutex.h"
+#include "toolbox/takeOverAttributes.h"
 
 namespace parallel::toolbox {
 namespace {
 
+using errors::systemErrorText;
+using spf::transport::ByteSink;
+using threads::MutexLock;
+
+constexpr std::size_t kBufferBytes = std::size_t{256} << 10;
+// The disk works on two of these at a time, and an interrupt waits for no more.
+constexpr std::uint64_t kPieceBytes = std::uint64_t{4} << 20;
+
+constexpr std::string_view kTemporaryPrefix = ".zks-";
+constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
+constexpr std::size_t kSuffixLength = 12;
+
 struct Registry {
-  std::mutex mutex;
-  std::set<std::string> paths;  // guarded by mutex
+  threads::Mutex mutex;
+  std::set<std::string> paths ZKS_GUARDED_BY(mutex);
+  std::set<std::string> sweptDirectories ZKS_GUARDED_BY(mutex);
 };
 
 Registry& registry() {
   static Registry instance;
   return instance;
-}
-
-std::string systemReason(int error) {
-  return std::generic_category().message(error);
 }
 
 [[noreturn]] void refuseDirectory(const std::string& directory, const std::string& reason) {
@@ -40,10 +53,6 @@ std::string systemReason(int error) {
 
 [[noreturn]] void refuseFile(const std::string& path, const std::string& reason) {
   throw Exception<CannotWriteFile>(path, reason);
-}
-
-[[noreturn]] void refuseFile(const std::string& path, int error) {
-  refuseFile(path, systemReason(error));
 }
 
 std::string directoryOf(const std::string& path) {
@@ -72,86 +81,266 @@ std::string followed(const std::string& path) {
   return none ? path : file.string();
 }
 
-std::string randomSuffix() {
-  constexpr char letters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
-  std::random_device device;
-  std::uniform_int_distribution<std::size_t> letter(0, sizeof(letters) - 2);
-  std::string suffix(12, ' ');
-  for (char& c : suffix)
-    c = letters[letter(device)];
-  return suffix;
+bool isThere(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0;
 }
 
-std::string createTemporary(const std::string& directory) {
+std::string temporaryName() {
+  std::random_device device;
+  std::uniform_int_distribution<std::size_t> letter(0, kLetters.size() - 1);
+  std::string name(kTemporaryPrefix);
+  for (std::size_t i = 0; i < kSuffixLength; ++i)
+    name += kLetters[letter(device)];
+  return name;
+}
+
+bool isTemporaryName(std::string_view name) {
+  return name.starts_with(kTemporaryPrefix) && name.size() == kTemporaryPrefix.size() + kSuffixLength &&
+         name.find_first_not_of(kLetters, kTemporaryPrefix.size()) == std::string_view::npos;
+}
+
+// Nobody has written to it for a day: its program was killed.
+bool isForsaken(const std::filesystem::directory_entry& file) {
+  std::error_code gone;
+  const auto written = file.last_write_time(gone);
+  return !gone && isTemporaryName(file.path().filename().native()) &&
+         std::filesystem::file_time_type::clock::now() - written > std::chrono::hours(24);
+}
+
+void removeForsakenFiles(const std::string& directory) {
+  std::error_code error;
+  for (std::filesystem::directory_iterator file(directory, error), end; !error && file != end; file.increment(error)) {
+    std::error_code gone;
+    if (isForsaken(*file))
+      std::filesystem::remove(file->path(), gone);
+  }
+}
+
+void sweep(const std::string& directory) {
+  {
+    const MutexLock lock(registry().mutex);
+    if (!registry().sweptDirectories.insert(directory).second)
+      return;
+  }
+  removeForsakenFiles(directory);
+}
+
+// Has `make` try names in the directory until one is free, which is then remembered. `make` sets errno when it fails.
+template <class Make>
+std::string underFreeName(const std::string& directory, Make make) {
+  sweep(directory);
   for (;;) {
-    std::string path = directory + "/.zks-" + randomSuffix();
-    const std::lock_guard lock(registry().mutex);
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (file >= 0) {
-      ::close(file);
+    std::string path = directory + "/" + temporaryName();
+    const MutexLock lock(registry().mutex);
+    if (make(path)) {
       registry().paths.insert(path);
       return path;
     }
     if (errno != EEXIST)
-      refuseDirectory(directory, systemReason(errno));
+      refuseDirectory(directory, systemErrorText(errno));
   }
+}
+
+void forget(const std::string& temporaryPath) {
+  const MutexLock lock(registry().mutex);
+  registry().paths.erase(temporaryPath);
+}
+
+// Gives the open file, which may have none, a name.
+bool link(const files::UniqueFd& file, const std::string& path) noexcept {
+  const std::string from = "/proc/self/fd/" + std::to_string(file.get());
+  return ::linkat(AT_FDCWD, from.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+// The error number, 0 when all is written.
+int writeAll(int file, const std::byte* data, std::size_t nbytes) {
+  while (nbytes > 0) {
+    const ssize_t written = ::write(file, data, nbytes);
+    if (written >= 0) {
+      data += written;
+      nbytes -= static_cast<std::size_t>(written);
+    } else if (errno == EINTR) {
+      throwIfInterrupted();
+    } else {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+// The error number. A file system that cannot write out a part of a file is left to fsync.
+int syncRange(int file, std::uint64_t offset, std::uint64_t nbytes, unsigned flags) noexcept {
+  if (::sync_file_range(file, static_cast<off64_t>(offset), static_cast<off64_t>(nbytes), flags) == 0)
+    return 0;
+  return errno == ENOSYS || errno == EINVAL || errno == ESPIPE ? 0 : errno;
+}
+
+int syncAll(int file) noexcept {
+  while (::fsync(file) != 0) {
+    if (errno != EINTR)
+      return errno;
+  }
+  return 0;
+}
+
+// Writes to a device or a pipe.
+class DeviceSink final : public ByteSink {
+ public:
+  explicit DeviceSink(const std::string& path) : path_(path), file_(::open(path.c_str(), O_WRONLY | O_CLOEXEC)) {
+    if (!file_)
+      refuseFile(path_, systemErrorText(errno));
+  }
+
+  void write(const std::byte* data, std::size_t nbytes) override {
+    if (const int error = writeAll(file_.get(), data, nbytes))
+      refuseFile(path_, systemErrorText(error));
+  }
+
+ private:
+  std::string path_;
+  files::UniqueFd file_;
+};
+
+bool isDevice(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
 }  // namespace
 
-AtomicFile::AtomicFile(const std::string& path)
-    : path_(followed(path)), temporaryPath_(createTemporary(directoryOf(path_))) {}
+AtomicFile::AtomicFile(const std::string& path) : path_(followed(path)) {
+  buffer_.reserve(kBufferBytes);
+  create();
+  if (isThere(path_))
+    takeOverAttributes(path_, file_.get());
+}
+
+void AtomicFile::create() {
+  const std::string directory = directoryOf(path_);
+  // Nobody else may read what replaces a file that he may not read.
+  const mode_t mode = isThere(path_) ? 0600 : 0666;
+  file_ = files::UniqueFd(::open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
+  if (file_)
+    return;
+  temporaryPath_ = underFreeName(directory, [&](const std::string& name) {
+    file_ = files::UniqueFd(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    return static_cast<bool>(file_);
+  });
+}
 
 AtomicFile::~AtomicFile() {
   if (temporaryPath_.empty())
     return;
-  const std::lock_guard lock(registry().mutex);
   ::unlink(temporaryPath_.c_str());
-  registry().paths.erase(temporaryPath_);
+  forget(temporaryPath_);
 }
 
-void AtomicFile::write(const std::function<void(const std::string&)>& writer) const {
-  try {
-    writer(temporaryPath_);
-  } catch (const Corvane::System::InterruptException&) {
-    throw;
-  } catch (...) {
-    utInterruptState::ThrowIfInterruptPending();
-    checkWritable();
-    throw;
+void AtomicFile::refuse(int error) const {
+  refuseFile(path_, systemErrorText(error));
+}
+
+void AtomicFile::write(const std::byte* data, std::size_t nbytes) {
+  if (buffer_.size() + nbytes > kBufferBytes)
+    flush();
+  for (; nbytes > kBufferBytes; data += kBufferBytes, nbytes -= kBufferBytes)
+    pass(data, kBufferBytes);
+  buffer_.insert(buffer_.end(), data, data + nbytes);
+}
+
+void AtomicFile::flush() {
+  pass(buffer_.data(), buffer_.size());
+  buffer_.clear();
+}
+
+// To the system.
+void AtomicFile::pass(const std::byte* data, std::size_t nbytes) {
+  throwIfInterrupted();
+  if (const int error = writeAll(file_.get(), data, nbytes))
+    refuse(error);
+  written_ += nbytes;
+  writeOut();
+}
+
+// Sends whole pieces on their way to the disk, and waits for each when the next one is on its way. Were it all left to
+// the end, no interrupt could end the long wait for it.
+void AtomicFile::writeOut() {
+  constexpr unsigned kWait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+  for (; written_ - writtenOut_ >= kPieceBytes; writtenOut_ += kPieceBytes) {
+    throwIfInterrupted();
+    int error = syncRange(file_.get(), writtenOut_, kPieceBytes, SYNC_FILE_RANGE_WRITE);
+    if (error == 0 && writtenOut_ > 0)
+      error = syncRange(file_.get(), writtenOut_ - kPieceBytes, kPieceBytes, kWait);
+    if (error != 0)
+      refuse(error);
   }
 }
 
-// Throws the system's reason if the file cannot take more bytes: a full disk or a limit that cut the file short is
-// still there to be found.
-void AtomicFile::checkWritable() const {
-  const int file = ::open(temporaryPath_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-  if (file < 0)
-    refuseFile(path_, errno);
-  static const std::array<char, 16384> more{};  // as much as a stream's buffer may have lost, and to spare
-  struct stat before {};
-  int error = ::fstat(file, &before) == 0 ? 0 : errno;
-  for (std::size_t done = 0; error == 0 && done < more.size();) {
-    const ssize_t written = ::write(file, more.data() + done, more.size() - done);
-    if (written >= 0)
-      done += static_cast<std::size_t>(written);
-    else if (errno != EINTR)
-      error = errno;
+void AtomicFile::sync() {
+  throwIfInterrupted();
+  if (const int error = syncAll(file_.get()))
+    refuse(error);
+  struct stat status {};
+  if (::fstat(file_.get(), &status) != 0)
+    refuse(errno);
+  if (static_cast<std::uint64_t>(status.st_size) != written_)
+    refuseFile(path_, "it has " + std::to_string(status.st_size) + " bytes, not the " + std::to_string(written_) +
+                          " that were written");
+}
+
+// A file system may tell of a failed write only now. A file without a name is held on to by a handle that nothing can be
+// written through.
+void AtomicFile::close() {
+  files::UniqueFd handle;
+  if (temporaryPath_.empty()) {
+    const std::string file = "/proc/self/fd/" + std::to_string(file_.get());
+    handle = files::UniqueFd(::open(file.c_str(), O_PATH | O_CLOEXEC));
+    if (!handle)
+      refuse(errno);
   }
-  while (::ftruncate(file, before.st_size) != 0 && errno == EINTR) {
+  if (::close(file_.release()) != 0 && errno != EINTR)
+    refuse(errno);
+  file_ = std::move(handle);
+}
+
+void AtomicFile::putInPlace() {
+  if (temporaryPath_.empty()) {
+    if (link(file_, path_))
+      return;
+    if (errno != EEXIST)
+      refuse(errno);
+    temporaryPath_ = underFreeName(directoryOf(path_), [this](const std::string& name) { return link(file_, name); });
   }
-  ::close(file);
-  if (error != 0)
-    refuseFile(path_, error);
+  if (::rename(temporaryPath_.c_str(), path_.c_str()) != 0)
+    refuse(errno);
+  forget(temporaryPath_);
+  temporaryPath_.clear();
+}
+
+void AtomicFile::makeExecutable() {
+  struct stat status {};
+  if (::fstat(file_.get(), &status) != 0)
+    refuse(errno);
+  const mode_t readers = status.st_mode & (S_IRUSR | S_IRGRP | S_IROTH);
+  if (::fchmod(file_.get(), (status.st_mode & 0777) | readers >> 2) != 0)
+    refuse(errno);
 }
 
 void AtomicFile::commit() {
-  checkWritable();
-  if (::rename(temporaryPath_.c_str(), path_.c_str()) != 0)
-    refuseFile(path_, errno);
-  const std::lock_guard lock(registry().mutex);
-  registry().paths.erase(temporaryPath_);
-  temporaryPath_.clear();
+  flush();
+  sync();
+  close();
+  putInPlace();
+}
+
+void writeFile(const std::string& path, const std::function<void(ByteSink&)>& writer) {
+  if (isDevice(path)) {
+    DeviceSink device(path);
+    return writer(device);
+  }
+  AtomicFile file(path);
+  writer(file);
+  file.commit();
 }
 
 void checkWritablePlace(const std::string& path) {
@@ -162,15 +351,15 @@ void checkWritablePlace(const std::string& path) {
 void checkDirectory(const std::string& directory) {
   struct stat status {};
   if (::stat(directory.c_str(), &status) != 0)
-    refuseDirectory(directory, systemReason(errno));
+    refuseDirectory(directory, systemErrorText(errno));
   if (!S_ISDIR(status.st_mode))
     refuseDirectory(directory, "it is not a directory");
   if (::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
-    refuseDirectory(directory, systemReason(errno));
+    refuseDirectory(directory, systemErrorText(errno));
 }
 
 void removeAllTemporaryFiles() noexcept {
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   for (const std::string& path : registry().paths)
     ::unlink(path.c_str());
   registry().paths.clear();

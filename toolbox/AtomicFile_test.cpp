@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 #include <csignal>
 #include <filesystem>
@@ -12,16 +13,19 @@
 #include <stdexcept>
 
 #include "platform/files/testing/TemporaryDirectory.h"
+#include "platform/interrupt/interpreterContext.h"
+#include "platform/interrupt/utInterruptState.h"
 
 namespace parallel::toolbox {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::ThrowsMessage;
 
 class AtomicFiles : public ::testing::Test {
  protected:
-  static void write(const AtomicFile& file, const std::string& text) { std::ofstream(file.temporaryPath()) << text; }
+  static void write(AtomicFile& file, const std::string& text) {
+    file.write(reinterpret_cast<const std::byte*>(text.data()), text.size());
+  }
 
   std::string path(const std::string& name) const { return directory_.path() + "/" + name; }
   std::string contents(const std::string& name) const {
@@ -68,8 +72,9 @@ TEST_F(AtomicFiles, CommitReplacesAnEarlierFile) {
 TEST_F(AtomicFiles, WithoutCommitTheEarlierFileStaysAndTheNewOneGoes) {
   std::ofstream(path("out")) << "old";
   {
-    const AtomicFile file(path("out"));
+    AtomicFile file(path("out"));
     write(file, "half");
+    EXPECT_EQ(fileCount(), 1U) << "until it is whole the new one has no name";
   }
   EXPECT_EQ(contents("out"), "old");
   EXPECT_EQ(fileCount(), 1U);
@@ -114,8 +119,10 @@ TEST_F(AtomicFiles, FileCutShortByALimitIsNotCommitted) {
     AtomicFile file(path("out"));
     const rlimit small{4096, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    write(file, std::string(5000, 'x'));
-    error = errorOf([&] { file.commit(); });
+    error = errorOf([&] {
+      write(file, std::string(5000, 'x'));
+      file.commit();
+    });
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
   }
   std::signal(SIGXFSZ, handler);
@@ -123,30 +130,111 @@ TEST_F(AtomicFiles, FileCutShortByALimitIsNotCommitted) {
   EXPECT_EQ(fileCount(), 0U);
 }
 
-TEST_F(AtomicFiles, WriterThatFailsForAReasonOfItsOwnIsHeardAndTheContentsStayAsTheyAre) {
+TEST_F(AtomicFiles, BytesArriveInOrderInWritesOfEverySize) {
+  std::string all;
   AtomicFile file(path("out"));
-  EXPECT_THAT(
-      [&] {
-        file.write([&](const std::string&) {
-          write(file, "text");
-          throw std::runtime_error("tired");
-        });
-      },
-      ThrowsMessage<std::runtime_error>("tired"));
+  for (const std::size_t nbytes : {std::size_t{0}, std::size_t{1}, std::size_t{262'143}, std::size_t{262'144},
+                                   std::size_t{262'145}, std::size_t{9'000'001}, std::size_t{3}}) {
+    std::string piece(nbytes, '\0');
+    for (char& byte : piece)
+      byte = static_cast<char>(all.size() * 31 + static_cast<std::size_t>(&byte - piece.data()) / 7);
+    write(file, piece);
+    all += piece;
+  }
   file.commit();
+  EXPECT_TRUE(contents("out") == all);
+}
+
+TEST_F(AtomicFiles, PendingInterruptEndsTheWritingAndNothingIsLeft) {
+  const foundation::usm::InterpreterContext context;
+  {
+    AtomicFile file(path("out"));
+    write(file, "text");
+    utInterruptState::request();
+    EXPECT_THROW(file.commit(), Corvane::System::InterruptException);
+  }
+  EXPECT_EQ(fileCount(), 0U);
+}
+
+// --- What replaces a file ---
+
+class ReplacedFile : public AtomicFiles {
+ protected:
+  void SetUp() override { std::ofstream(path("out")) << "old"; }
+
+  struct stat replace() const {
+    AtomicFile file(path("out"));
+    write(file, "new");
+    file.commit();
+    EXPECT_EQ(contents("out"), "new");
+    return status();
+  }
+  struct stat status() const {
+    struct stat status {};
+    EXPECT_EQ(stat(path("out").c_str(), &status), 0);
+    return status;
+  }
+};
+
+TEST_F(ReplacedFile, HandsOnItsPermissions) {
+  for (const mode_t mode : {0600U, 0640U, 0444U, 0755U}) {
+    ASSERT_EQ(chmod(path("out").c_str(), mode), 0);
+    EXPECT_EQ(replace().st_mode & 07777U, mode);
+  }
+}
+
+TEST_F(ReplacedFile, DoesNotHandOnTheRightToRunAsItsOwner) {
+  ASSERT_EQ(chmod(path("out").c_str(), 04755), 0);
+  EXPECT_EQ(replace().st_mode & 07777U, 0755U);
+}
+
+TEST_F(ReplacedFile, HandsOnTheAttributesOfItsUser) {
+  if (setxattr(path("out").c_str(), "user.origin", "mars", 4, 0) != 0)
+    GTEST_SKIP() << "this file system has no such attributes";
+  replace();
+  char value[5] = {};
+  EXPECT_EQ(getxattr(path("out").c_str(), "user.origin", value, 4), 4);
+  EXPECT_STREQ(value, "mars");
+}
+
+TEST_F(ReplacedFile, HandsOnItsOwnerAndGroupWhereTheUserMayGiveThemAway) {
+  if (chown(path("out").c_str(), 12345, 23456) != 0)
+    GTEST_SKIP() << "only the super-user gives files away";
+  const struct stat status = replace();
+  EXPECT_EQ(status.st_uid, 12345U);
+  EXPECT_EQ(status.st_gid, 23456U);
+}
+
+TEST_F(AtomicFiles, ExecutableFileMayBeRunByWhoeverMayReadIt) {
+  const mode_t mask = umask(0027);
+  AtomicFile file(path("out"));
+  umask(mask);
+  file.makeExecutable();
+  file.commit();
+  struct stat status {};
+  ASSERT_EQ(stat(file.path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0750U);
+}
+
+TEST_F(AtomicFiles, WriterFillsAFileThatAppearsWhenItEnds) {
+  writeFile(path("out"), [&](spf::transport::ByteSink& sink) {
+    sink.write(reinterpret_cast<const std::byte*>("text"), 4);
+    EXPECT_EQ(fileCount(), 0U);
+  });
+  EXPECT_EQ(contents("out"), "text");
+  EXPECT_THROW(writeFile(path("out"), [](spf::transport::ByteSink&) { throw std::runtime_error("tired"); }),
+               std::runtime_error);
   EXPECT_EQ(contents("out"), "text");
 }
 
-TEST_F(AtomicFiles, WriterThatFailsWithTheFileGetsTheSystemsReason) {
-  AtomicFile file(path("out"));
-  const auto removesIt = [](const std::string& temporary) {
-    std::filesystem::remove(temporary);
-    throw std::runtime_error("lost");
-  };
-  EXPECT_THAT(errorOf([&] { file.write(removesIt); }), HasSubstr("/out\" cannot be written: No such file"));
+TEST_F(AtomicFiles, DeviceIsWrittenToAsItIs) {
+  const auto writer = [](spf::transport::ByteSink& sink) { sink.write(reinterpret_cast<const std::byte*>("x"), 1); };
+  writeFile("/dev/null", writer);
+  EXPECT_THAT(errorOf([&] { writeFile("/dev/full", writer); }),
+              HasSubstr("\"/dev/full\" cannot be written: No space left on device"));
 }
 
-TEST_F(AtomicFiles, PlaceThatIsNoRegularFileIsLeftAlone) {
+TEST_F(AtomicFiles, PlaceThatIsNotARegularFileIsLeftAlone) {
   const std::string place = path("pipe");
   ASSERT_EQ(mkfifo(place.c_str(), 0600), 0);
   EXPECT_THAT(errorOf([&] { AtomicFile{place}; }), HasSubstr("not a regular file"));
@@ -164,14 +252,6 @@ TEST_F(AtomicFiles, LinkStaysAndItsFileIsReplaced) {
   file.commit();
   EXPECT_TRUE(std::filesystem::is_symlink(path("link")));
   EXPECT_EQ(contents("file"), "new");
-}
-
-TEST_F(AtomicFiles, AllTemporaryFilesCanBeRemovedAtOnce) {
-  const AtomicFile one(path("a"));
-  const AtomicFile two(path("b"));
-  EXPECT_EQ(fileCount(), 2U);
-  removeAllTemporaryFiles();
-  EXPECT_EQ(fileCount(), 0U);
 }
 
 }  // namespace

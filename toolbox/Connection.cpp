@@ -8,8 +8,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
-#include "platform/interrupt/interpreterContext.h"
-#include "platform/interrupt/utInterruptState.h"
+#include "platform/interrupt/throwIfInterrupted.h"
 #include "platform/spf/core/Closable.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/connect.h"
@@ -65,11 +64,6 @@ struct Connection::Record : spf::transport::ConnectionRecord {
 
 namespace {
 
-void pollInterrupts() {
-  if (foundation::usm::Detail<foundation::usm::scope::Tvm>::isRequiredContextActive())
-    utInterruptState::ThrowIfInterruptPending();
-}
-
 // Where the credentials for the address are; empty when it is to be called without.
 std::filesystem::path credentialsDirectory(const std::string& address, const ConnectionOptions& options) {
   if (!options.tls.empty() || options.insecure || address.starts_with("unix:"))
@@ -77,7 +71,8 @@ std::filesystem::path credentialsDirectory(const std::string& address, const Con
   std::filesystem::path directory = agent::spf::security::defaultDirectory();
   std::error_code ignored;
   if (directory.empty() || !std::filesystem::exists(directory, ignored))
-    throw Exception<NoCredentials>(address, directory.empty() ? "the default place" : directory.string());
+    throw Exception<NoCredentials>(address, directory.empty() ? "the default place" : directory.string(),
+                                   options.tlsAdvice, options.insecureAdvice);
   return directory;
 }
 
@@ -98,7 +93,7 @@ Connection Connection::connect(std::string_view address, const ConnectionOptions
   options.plainText = wanted.insecure;
   options.idleTimeout = wanted.idleTimeout;
   options.replyLimit = wanted.replyLimit;
-  options.poll = pollInterrupts;
+  options.poll = throwIfInterrupted;
   options.onDisconnect = [watched = std::weak_ptr<Record>(record)] {
     if (const auto found = watched.lock())
       found->markDead();

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <filesystem>
 #include <optional>
+#include <string>
 
 #include "platform/spf/core/ByteLimit.h"
 
@@ -20,6 +21,9 @@ struct ConnectionOptions {
   std::chrono::milliseconds idleTimeout{600'000};
   // A larger reply fails its call.
   std::optional<agent::spf::core::ByteLimit> replyLimit = std::nullopt;
+  // What the caller's own users write to set `tls` and `insecure`: errors advise it.
+  std::string tlsAdvice = "ConnectionOptions::tls";
+  std::string insecureAdvice = "ConnectionOptions::insecure";
 };
 
 }  // namespace parallel::toolbox

@@ -2,18 +2,19 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <exception>
 #include <ios>
-#include <system_error>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/errors/systemError.h"
 #include "platform/errors/ustring.h"
+#include "platform/files/UniqueFd.h"
 #include "platform/files/nativePath.h"
 #include "toolbox/hostMessage.h"
+#include "toolbox/streamItem.h"
 
 namespace parallel::toolbox {
 namespace {
@@ -21,22 +22,16 @@ namespace {
 using spf::transport::ByteSink;
 using spf::transport::SerializableData;
 
-std::string reasonOf(int error) {
-  return std::generic_category().message(error);
-}
-
 // Empty when the file can be read from its beginning.
 std::string reasonNotReadable(const std::string& path) {
   if (!fl::i18n::isWellFormed(path))
     return "its name is not UTF-8, and the host's names are texts";
-  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file < 0)
-    return reasonOf(errno);
+  const files::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file)
+    return errors::systemErrorText(errno);
   struct stat status {};
-  const int failure = ::fstat(file, &status) == 0 ? 0 : errno;
-  ::close(file);
-  if (failure != 0)
-    return reasonOf(failure);
+  if (::fstat(file.get(), &status) != 0)
+    return errors::systemErrorText(errno);
   if (S_ISDIR(status.st_mode))
     return "it is a directory";
   if (!S_ISREG(status.st_mode))
@@ -50,23 +45,22 @@ void checkReadable(const std::string& path) {
     throw Exception<CannotReadFile>(path, reason);
 }
 
+// The files of /proc and /sys say that they are empty, or cannot say it.
+bool looksEmpty(int file) {
+  struct stat status {};
+  return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
+}
+
 // Adds the name, which the stream's own failure lacks.
 void serializeNamedFile(const std::string& path, const SerializableData& file, ByteSink& sink) {
+  const ::files::UniqueFd probe(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (looksEmpty(probe.get()))
+    return copyToEnd(probe.get(), path, sink);
   try {
     file.serialize(sink);
   } catch (const std::ios_base::failure&) {
     checkReadable(path);  // names the reason when it still holds
     std::throw_with_nested(Exception<CannotReadFile>(path, "reading it failed"));
-  }
-}
-
-std::size_t fileSizeHint(const qxArray* path) noexcept {
-  try {
-    struct stat status {};
-    const bool known = ::stat(qxGetStringUtf8(path).c_str(), &status) == 0 && status.st_size > 0;
-    return known ? static_cast<std::size_t>(status.st_size) : 0;
-  } catch (...) {
-    return 0;
   }
 }
 
@@ -99,8 +93,9 @@ Item fileItem(const std::string& path) {
   const qxArrayPtr name = qxCreateString(files::hostPath(path));
   const auto file = SerializableData::createFile(name.get());
   auto encoder = [path, file](const qxArray*, ByteSink& sink) { serializeNamedFile(path, *file, sink); };
-  return {zksmessages::ITEM_KIND_FILE, std::make_shared<SerializableData>(name.get(), std::move(encoder), fileSizeHint),
-          std::nullopt};
+  auto sizeHint = [file](const qxArray*) { return file->serializedSizeHint(); };
+  return {zksmessages::ITEM_KIND_FILE,
+          std::make_shared<SerializableData>(name.get(), std::move(encoder), std::move(sizeHint)), std::nullopt};
 }
 
 }  // namespace parallel::toolbox

@@ -52,10 +52,10 @@ class CountingOutput : public std::streambuf {
 };
 
 // Unbuffered but for the one byte that peeking needs.
-class ObservedInput : public std::streambuf {
+class CountingInput : public std::streambuf {
  public:
-  ObservedInput(std::unique_ptr<std::istream> next, std::shared_ptr<CallObservation> observation)
-      : next_(std::move(next)), observation_(std::move(observation)) {
+  CountingInput(std::unique_ptr<std::istream> next, std::shared_ptr<TransferProgress> progress)
+      : next_(std::move(next)), progress_(std::move(progress)) {
     announce();
   }
 
@@ -86,35 +86,43 @@ class ObservedInput : public std::streambuf {
   void announce() {
     const std::streamsize expected = next_->rdbuf()->in_avail();
     if (expected > 0)
-      observation_->progress().toReceive = static_cast<std::uint64_t>(expected);
+      progress_->toReceive = static_cast<std::uint64_t>(expected);
   }
 
   std::streamsize pull(char* data, std::streamsize nbytes) {
-    try {
-      const std::streamsize got = next_->rdbuf()->sgetn(data, nbytes);
-      observation_->progress().received += static_cast<std::uint64_t>(got);
-      return got;
-    } catch (...) {
-      observation_->setStreamFailure(std::current_exception());
-      throw;
-    }
+    const std::streamsize got = next_->rdbuf()->sgetn(data, nbytes);
+    progress_->received += static_cast<std::uint64_t>(got);
+    return got;
   }
 
   std::unique_ptr<std::istream> next_;
-  std::shared_ptr<CallObservation> observation_;
+  std::shared_ptr<TransferProgress> progress_;
   char peeked_ = 0;
 };
 
-class ObservedIstream : public std::istream {
+class CountingIstream : public std::istream {
  public:
-  ObservedIstream(std::unique_ptr<std::istream> next, std::shared_ptr<CallObservation> observation)
-      : std::istream(nullptr), buffer_(std::move(next), std::move(observation)) {
+  CountingIstream(std::unique_ptr<std::istream> next, std::shared_ptr<TransferProgress> progress)
+      : std::istream(nullptr), buffer_(std::move(next), std::move(progress)) {
     rdbuf(&buffer_);
     exceptions(std::ios_base::badbit);
   }
 
  private:
-  ObservedInput buffer_;
+  CountingInput buffer_;
+};
+
+// Reads from where the other stream stands, and so does the other one afterwards: all that lies between them and the
+// bytes is the one buffer.
+class SharedIstream : public std::istream {
+ public:
+  explicit SharedIstream(std::shared_ptr<std::istream> shared)
+      : std::istream(shared->rdbuf()), shared_(std::move(shared)) {
+    exceptions(std::ios_base::badbit);
+  }
+
+ private:
+  std::shared_ptr<std::istream> shared_;
 };
 
 class ObservedReply : public ImportedDataSource {
@@ -123,7 +131,9 @@ class ObservedReply : public ImportedDataSource {
       : next_(std::move(next)), observation_(std::move(observation)) {}
 
   std::unique_ptr<std::istream> getImportedIstream() override {
-    return std::make_unique<ObservedIstream>(next_->getImportedIstream(), observation_);
+    const auto stream = std::make_shared<CountingIstream>(next_->getImportedIstream(), observation_->progress());
+    observation_->keepReply(stream);
+    return std::make_unique<SharedIstream>(stream);
   }
 
  private:
@@ -135,10 +145,10 @@ GenericPayload observeRequest(GenericPayload&& request, const std::shared_ptr<Ca
   if (!request.holds<ExportedDataSource>(0))
     return std::move(request);
   const auto source = request.getValueAsPointer<ExportedDataSource>(0);
-  observation->progress().toSend = static_cast<std::uint64_t>(source->size());
+  observation->progress()->toSend = static_cast<std::uint64_t>(source->size());
   auto writer = [next = source->writer(), observation](std::ostream& output) {
-    observation->progress().sent = 0;  // the framework may start over
-    CountingOutput counting(output, observation->progress());
+    observation->progress()->sent = 0;  // the framework may start over
+    CountingOutput counting(output, *observation->progress());
     std::ostream counted(&counting);
     counted.exceptions(std::ios_base::badbit);
     (*next)(counted);
@@ -157,17 +167,6 @@ GenericPayload observeReply(GenericPayload reply, const std::shared_ptr<CallObse
 
 }  // namespace
 
-std::exception_ptr CallObservation::streamFailure() const {
-  const std::lock_guard lock(mutex_);
-  return failure_;
-}
-
-void CallObservation::setStreamFailure(std::exception_ptr failure) {
-  const std::lock_guard lock(mutex_);
-  if (failure_ == nullptr)
-    failure_ = std::move(failure);
-}
-
 ObservingInvokable::ObservingInvokable(std::shared_ptr<Invokable> next, std::shared_ptr<CallObservation> observation)
     : next_(std::move(next)), observation_(std::move(observation)) {}
 
@@ -175,7 +174,7 @@ void ObservingInvokable::invoke(agent::spf::core::CallTag tag, const std::string
                                 GenericPayload&& request, int flags) {
   const auto original = std::make_shared<CompletionHandler>(std::move(handler));
   auto success = [original, observation = observation_](GenericPayload reply) {
-    observation->progress().answered = true;
+    observation->progress()->answered = true;
     original->succeed(observeReply(std::move(reply), observation));
   };
   auto failure = [original](std::exception_ptr error) { original->fail(std::move(error)); };

@@ -1,15 +1,14 @@
-// Passes one call on to a connection and watches its bytes: counts them both ways and remembers what broke the reply.
+// Passes one call on to a connection, counts its bytes both ways, and keeps a share of the reply's stream for its caller.
 //
-// The reason for remembering: a reply's items replace whatever stops them by an error of their own that has no cause.
-//
-// Ownership: shares everything it is given. What it hands to the framework keeps the observations alive, not itself.
-// Threads:   as Invokable; the observation's fields are safe to read from any thread.
+// Ownership: shares everything it is given. What it hands to the framework keeps the observation alive, not itself.
+// Threads:   as Invokable; the counts are safe to read from any thread, the reply's stream belongs to the thread that
+//            waits for the reply.
 #pragma once
 
-#include <exception>
+#include <istream>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <utility>
 
 #include "platform/spf/core/Invokable.h"
 #include "toolbox/TransferProgress.h"
@@ -20,16 +19,16 @@ class CallObservation {
  public:
   explicit CallObservation(std::shared_ptr<TransferProgress> progress) : progress_(std::move(progress)) {}
 
-  TransferProgress& progress() const noexcept { return *progress_; }
+  const std::shared_ptr<TransferProgress>& progress() const noexcept { return progress_; }
 
-  // What the reply's stream ended with, if it did not end well.
-  std::exception_ptr streamFailure() const;
-  void setStreamFailure(std::exception_ptr failure);
+  // The stream of the reply, standing where whoever was given the reply has read to. Null before the reply's stream was
+  // asked for, and once it is taken.
+  std::shared_ptr<std::istream> takeReply() noexcept { return std::exchange(reply_, nullptr); }
+  void keepReply(std::shared_ptr<std::istream> reply) noexcept { reply_ = std::move(reply); }
 
  private:
   const std::shared_ptr<TransferProgress> progress_;
-  mutable std::mutex mutex_;
-  std::exception_ptr failure_;  // guarded by mutex_; the first one stays
+  std::shared_ptr<std::istream> reply_;
 };
 
 class ObservingInvokable : public agent::spf::core::Invokable {

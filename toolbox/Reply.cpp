@@ -5,42 +5,19 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
-#include "platform/errors/ustring.h"
-#include "platform/files/nativePath.h"
 #include "platform/interrupt/utInterruptState.h"
+#include "toolbox/AtomicFile.h"
+#include "transport/streams/BlockedDataByteStream.h"
 
 namespace parallel::toolbox {
-namespace {
 
-using spf::transport::DeserializableData;
+using spf::transport::BlockedDataByteStream;
+using spf::transport::ByteSink;
+using spf::transport::ByteStream;
 using tova::factory::qxArrayProxy;
 
-// The item's own error says less than what broke the stream under it, and hides an interrupt.
-[[noreturn]] void rethrowRootCause(const CallObservation& observation, unsigned long interruptsBefore) {
-  if (utInterruptState::thrownOnThisThread() != interruptsBefore)
-    throw Corvane::System::InterruptException();
-  const std::exception_ptr failure = observation.streamFailure();
-  if (failure != nullptr)
-    std::rethrow_exception(failure);
-  throw;
-}
-
-qxArrayProxy resultOf(const std::string& method, const qxArrayProxy& payload) {
-  const qxArray* result = qxHasField(payload.get(), "result") ? qxGetField(payload.get(), 0, "result") : nullptr;
-  if (result == nullptr || qxGetClass(result) != qxClass::Struct)
-    throw Exception<MalformedReply>(method, "a message that should hold a result holds none");
-  return qxArrayProxy(qxCreateSharedCopy(result));
-}
-
-}  // namespace
-
-Reply::Reply(std::string method, const spf::transport::OutputPayload& payload,
-             std::shared_ptr<const CallObservation> observation, ErrorForm errors)
-    : method_(std::move(method)),
-      items_(payload.getDeserializableData()),
-      itemCount_(items_.size()),
-      observation_(std::move(observation)),
-      errors_(errors) {}
+Reply::Reply(std::string method, std::size_t itemCount, std::shared_ptr<ByteStream> items, ErrorForm errors)
+    : method_(std::move(method)), itemCount_(itemCount), items_(std::move(items)), errors_(errors) {}
 
 void Reply::expectItems(std::size_t count, const std::string& description) const {
   if (itemCount_ == count)
@@ -50,10 +27,10 @@ void Reply::expectItems(std::size_t count, const std::string& description) const
 }
 
 // The stream stands somewhere inside the item then, so nothing that comes after it can be told apart any more.
-void Reply::giveUp(std::size_t number, unsigned long interruptsBefore) {
-  items_.clear();
+void Reply::giveUp(std::size_t number) {
+  items_.reset();
   try {
-    rethrowRootCause(*observation_, interruptsBefore);
+    throw;
   } catch (const Corvane::System::InterruptException&) {
     throw;
   } catch (...) {
@@ -65,14 +42,14 @@ qxArrayProxy Reply::take(const Operation& operation) {
   if (taken_ == itemCount_)
     throw Exception<MalformedReply>(method_, "it ends after " + std::to_string(itemCount_) + " items");
   const std::size_t number = ++taken_;
-  if (items_.empty())
+  if (items_ == nullptr)
     throw Exception<ReplyLost>(method_);
-  const unsigned long interrupts = utInterruptState::thrownOnThisThread();
+  ReplyItem item(std::make_shared<BlockedDataByteStream>(items_));
   try {
     try {
-      return operation(*items_[number - 1]);
+      return operation(item);
     } catch (...) {
-      giveUp(number, interrupts);
+      giveUp(number);
     }
   } catch (...) {
     rethrowInForm(errors_);
@@ -80,24 +57,26 @@ qxArrayProxy Reply::take(const Operation& operation) {
 }
 
 qxArrayProxy Reply::takeMessage() {
-  return take([this](DeserializableData& item) { return resultOf(method_, item.deserializeProtobuf()); });
+  return take([](ReplyItem& item) { return item.takeMessage(); });
 }
 
 qxArrayProxy Reply::takeArray() {
-  return take([](DeserializableData& item) { return item.deserializeQxArray(qxArrayProxy()); });
+  return take([](ReplyItem& item) { return item.takeArray(); });
 }
 
 qxArrayProxy Reply::takePlain() {
-  return take([](DeserializableData& item) { return item.deserializePlain(); });
+  return take([](ReplyItem& item) { return item.takePlain(); });
+}
+
+void Reply::takeBytes(ByteSink& sink) {
+  take([&sink](ReplyItem& item) {
+    item.takeBytes(sink);
+    return qxArrayProxy();
+  });
 }
 
 void Reply::takeFile(const std::string& path) {
-  if (!fl::i18n::isWellFormed(path))
-    throw Exception<CannotWriteFile>(path, "its name is not UTF-8, and the host's names are texts");
-  take([&path](DeserializableData& item) {
-    item.deserializeToFile(files::hostPath(path));
-    return qxArrayProxy();
-  });
+  writeFile(path, [this](ByteSink& file) { takeBytes(file); });
 }
 
 }  // namespace parallel::toolbox

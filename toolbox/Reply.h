@@ -6,26 +6,27 @@
 // Errors:  `ReplyItemFailed` on top of what went wrong, in the form that the caller chose; an item past
 //          the last is a `MalformedReply`. A user interrupt passes as itself. After either the rest of the reply is
 //          given up, which cancels a call that is still under way, and each further taking is a `ReplyLost`.
-// Threads: one at a time, and no other item of the same call at once.
+// Threads: one at a time.
 #pragma once
 
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/tova/qxArrayProxy.h"
 #include "toolbox/ErrorForm.h"
-#include "toolbox/ObservingInvokable.h"
-#include "transport/data/OutputPayload.h"
+#include "toolbox/ReplyItem.h"
+#include "transport/streams/ByteSink.h"
+#include "transport/streams/ByteStream.h"
 
 namespace parallel::toolbox {
 
 class Reply {
  public:
-  Reply(std::string method, const spf::transport::OutputPayload& payload,
-        std::shared_ptr<const CallObservation> observation, ErrorForm errors = ErrorForm::OneMessage);
+  // `items` gives the items' framing, one after another, from the first one on.
+  Reply(std::string method, std::size_t itemCount, std::shared_ptr<spf::transport::ByteStream> items,
+        ErrorForm errors = ErrorForm::OneMessage);
 
   std::size_t itemCount() const noexcept { return itemCount_; }
   std::size_t itemsTaken() const noexcept { return taken_; }
@@ -33,25 +34,23 @@ class Reply {
   // `MalformedReply` unless the reply has just so many items; `description` says what they are to be.
   void expectItems(std::size_t count, const std::string& description) const;
 
-  // The message inside a ResultPayload, as a struct.
+  // As ReplyItem's.
   tova::factory::qxArrayProxy takeMessage();
   tova::factory::qxArrayProxy takeArray();
-  // A uint8 column.
   tova::factory::qxArrayProxy takePlain();
-  // Creates or truncates the file; after an error it holds what had come until then. A path that is not UTF-8 is
-  // refused
-  // (`CannotWriteFile`) and the item is not taken.
+  void takeBytes(spf::transport::ByteSink& sink);
+  // The bytes into a file, which appears when it is whole (AtomicFile.h, writeFile). What is wrong with its place is an
+  // error that leaves the item untaken.
   void takeFile(const std::string& path);
 
  private:
-  [[noreturn]] void giveUp(std::size_t number, unsigned long interruptsBefore);
-  using Operation = std::function<tova::factory::qxArrayProxy(spf::transport::DeserializableData&)>;
+  using Operation = std::function<tova::factory::qxArrayProxy(ReplyItem&)>;
   tova::factory::qxArrayProxy take(const Operation& operation);
+  [[noreturn]] void giveUp(std::size_t number);
 
   std::string method_;
-  std::vector<std::shared_ptr<spf::transport::DeserializableData>> items_;  // none once the reply is lost
   std::size_t itemCount_;
-  std::shared_ptr<const CallObservation> observation_;
+  std::shared_ptr<spf::transport::ByteStream> items_;  // null once the reply is lost
   ErrorForm errors_;
   std::size_t taken_ = 0;
 };

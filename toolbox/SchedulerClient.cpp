@@ -11,12 +11,16 @@
 #include "toolbox/observedItem.h"
 #include "transport/client/ConnectionRecord.h"
 #include "transport/data/InputPayload.h"
+#include "transport/data/OutputPayload.h"
+#include "transport/streams/SPFByteStreamAdaptor.h"
 
 namespace parallel::toolbox {
 namespace {
 
 using spf::transport::InputPayload;
+using spf::transport::OutputPayload;
 using spf::transport::SerializableData;
+using spf::transport::SPFByteStreamAdaptor;
 using spf::transport::TransportClient;
 
 // Puts the method and the service on top of the exception in hand.
@@ -68,12 +72,15 @@ SchedulerClient::SchedulerClient(const Connection& connection, std::shared_ptr<T
       progress_(progress != nullptr ? std::move(progress) : std::make_shared<TransferProgress>()),
       errors_(errors) {}
 
+// The payload's items are not read: the reply's own are, which know the causes of their errors.
 Reply SchedulerClient::call(const std::string& method, const std::vector<Item>& items) const {
   const auto observation = std::make_shared<CallObservation>(progress_);
   const TransportClient client = observedClient(connection_, observation);
   try {
     try {
-      return {method, client.invokeMethod(method, observedPayload(items, observation)), observation, errors_};
+      const OutputPayload reply = client.invokeMethod(method, observedPayload(items, observation));
+      return {method, reply.getDeserializableData().size(),
+              std::make_shared<SPFByteStreamAdaptor>(observation->takeReply()), errors_};
     } catch (...) {
       throwWithContext(method, connection_.name());
     }

@@ -3,9 +3,8 @@
 // Ownership: borrows the connection.
 // Threads:   one call at a time per client; clients are cheap.
 // Errors:    `ZKSUnreachable` when the connection is gone, the host's interrupt exception when the user stopped the
-// call
-//            (noticed within 100 ms on an interpreter thread), `MalformedReply`; anything else as one exception of the
-//            type that throwExpandedSPFErrors gives, its message the chain of causes.
+//            call (noticed within 100 ms on an interpreter thread), `MalformedReply`; anything else as one exception of
+//            the type that throwExpandedSPFErrors gives, its message the chain of causes.
 #pragma once
 
 #include <memory>
@@ -43,7 +42,8 @@ class SchedulerClient {
   // out as a resultItem.
   Reply echo(const std::vector<Item>& items) const;
 
-  // `inputs` are file items, one for each of description.input_files().
+  // `inputs` are the standard input where description.standard_input() says so, as plain bytes or a file, and then a
+  // file item for each of description.input_files().
   TaskResult runTask(const zksmessages::TaskDescription& description, const std::vector<Item>& inputs) const;
 
  private:

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/interrupt/interpreterContext.h"
-#include "platform/interrupt/utInterruptState.h"
+#include "platform/interrupt/throwIfInterrupted.h"
 #include "transport/streams/ByteSink.h"
 
 namespace parallel::toolbox {
@@ -19,8 +18,7 @@ class ObservedSink : public ByteSink {
 
   void write(const std::byte* data, std::size_t nbytes) override {
     do {
-      if (foundation::usm::Detail<foundation::usm::scope::Tvm>::isRequiredContextActive())
-        utInterruptState::ThrowIfInterruptPending();
+      throwIfInterrupted();
       const std::size_t piece = std::min(nbytes, kPiece);
       next_.write(data, piece);
       progress_.packed += piece;
@@ -50,18 +48,15 @@ std::size_t expectedSize(const SerializableData& item) {
 
 std::shared_ptr<SerializableData> observedItem(std::shared_ptr<SerializableData> item,
                                                std::shared_ptr<CallObservation> observation) {
-  // The array of the outer item carries the inner one's size, which is all that the outer one is asked about it.
-  const std::size_t scalar[] = {1, 1};
-  const qxArrayPtr size = qxCreateNumericArray(scalar, qxClass::Uint64);
-  qxGetWritableElements<std::uint64_t>(size.get())[0] = expectedSize(*item);
-  auto sizeHint = [](const qxArray* array) noexcept -> std::size_t {
-    return *static_cast<const std::uint64_t*>(qxGetData(array));
-  };
+  // An item is made of an array; this one's encoder and size come from the other item.
+  const std::size_t none[] = {0, 0};
+  const qxArrayPtr unused = qxCreateNumericArray(none, qxClass::Uint8);
+  auto sizeHint = [item](const qxArray*) { return expectedSize(*item); };
   auto encoder = [item = std::move(item), observation = std::move(observation)](const qxArray*, ByteSink& sink) {
-    ObservedSink observed(sink, observation->progress());
+    ObservedSink observed(sink, *observation->progress());
     item->serialize(observed);
   };
-  return std::make_shared<SerializableData>(size.get(), std::move(encoder), sizeHint);
+  return std::make_shared<SerializableData>(unused.get(), std::move(encoder), std::move(sizeHint));
 }
 
 }  // namespace parallel::toolbox

@@ -4,12 +4,11 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <cerrno>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 
-#include "scheduler/UniqueFd.h"
+#include "platform/errors/systemError.h"
+#include "platform/files/UniqueFd.h"
 #include "scheduler/testing/waiting.h"
 
 namespace parallel::toolbox {
@@ -22,18 +21,18 @@ class SilentListener {
     path.copy(name.sun_path, sizeof name.sun_path - 1);
     if (::bind(listening_.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 ||
         ::listen(listening_.get(), 8) != 0)
-      throw std::system_error(errno, std::generic_category(), "listen");
+      errors::throwSystemError("listen");
   }
 
   // The next client's connection; throws at the deadline.
-  scheduler::UniqueFd accept() const {
+  files::UniqueFd accept() const {
     if (!scheduler::testing::isReadable(listening_.get()))
       throw std::runtime_error("nobody connected");
-    return scheduler::UniqueFd(::accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    return files::UniqueFd(::accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC));
   }
 
  private:
-  scheduler::UniqueFd listening_;
+  files::UniqueFd listening_;
 };
 
 }  // namespace parallel::toolbox
