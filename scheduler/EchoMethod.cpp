@@ -1,5 +1,6 @@
 #include "scheduler/EchoMethod.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -27,7 +28,7 @@ void checkItem(const EchoRequest::Item& item, int index) {
     throw Exception<parallel::scheduler::BadEchoItem>(index, problem);
   };
   if (item.kind() == zksmessages::ITEM_KIND_UNSPECIFIED || !zksmessages::ItemKind_IsValid(item.kind()))
-    refuse("kind is " + std::to_string(item.kind()) + ", which is no kind of item");
+    refuse("kind is " + std::to_string(item.kind()) + ", which is not a kind of item");
   if (!isPlain(item))
     return;
   if (!item.has_nbytes())
@@ -36,17 +37,18 @@ void checkItem(const EchoRequest::Item& item, int index) {
     refuse("nbytes is " + std::to_string(item.nbytes()) + ", more than a length can say");
 }
 
-// The reply has the request's blocks, a head and the lengths of plain items, and lacks what was read until now.
+// The reply has the request's blocks, a head and the lengths of plain items, and lacks what was read until now. A request
+// that says to be as large as any can be makes a reply that cannot say its size.
 void announceSize(agent::spf::core::ServerCall& call, const EchoRequest& description, const RequestReader& request) {
   const std::optional<long> requestSize = call.requestSize();
   if (!requestSize)
     return;
-  long size = *requestSize - static_cast<long>(request.nbytesConsumed()) + static_cast<long>(ReplyWriter::kHeadBytes);
-  for (const auto& item : description.items()) {
-    if (isPlain(item))
-      size += static_cast<long>(ReplyWriter::kFramedPlainLengthBytes);
-  }
-  call.setReplySize(size);
+  const auto plainItems = std::count_if(description.items().begin(), description.items().end(), isPlain);
+  const long added = static_cast<long>(ReplyWriter::kHeadBytes) +
+                     plainItems * static_cast<long>(ReplyWriter::kFramedPlainLengthBytes) -
+                     static_cast<long>(request.nbytesConsumed());
+  if (*requestSize <= std::numeric_limits<long>::max() - std::max(added, 0L))
+    call.setReplySize(*requestSize + added);
 }
 
 void echoPlain(RequestReader& request, ReplyWriter& reply, std::uint64_t nbytes, int number) {

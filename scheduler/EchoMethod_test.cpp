@@ -1,7 +1,9 @@
 #include "scheduler/EchoMethod.h"
 
 #include <gtest/gtest.h>
+
 #include <unistd.h>
+#include <limits>
 
 #include <streambuf>
 #include <string>
@@ -133,11 +135,11 @@ TEST(Echo, ItemsThatCannotBeUsedAreNamed) {
   EchoRequest noKind;
   addItem(noKind, zksmessages::ITEM_KIND_FILE, 0);
   noKind.add_items();
-  EXPECT_IDENTIFIED(BadEchoItem, "The EchoRequest cannot be used: items[1]: kind is 0, which is no kind of item.",
+  EXPECT_IDENTIFIED(BadEchoItem, "The EchoRequest cannot be used: items[1]: kind is 0, which is not a kind of item.",
                     echoed(requestOf(noKind, {"", ""})));
   EchoRequest unknownKind;
   unknownKind.add_items()->set_kind(static_cast<ItemKind>(9));
-  EXPECT_IDENTIFIED(BadEchoItem, "The EchoRequest cannot be used: items[0]: kind is 9, which is no kind of item.",
+  EXPECT_IDENTIFIED(BadEchoItem, "The EchoRequest cannot be used: items[0]: kind is 9, which is not a kind of item.",
                     echoed(requestOf(unknownKind, {""})));
   EchoRequest noSize;
   noSize.add_items()->set_kind(zksmessages::ITEM_KIND_PLAIN);
@@ -236,6 +238,21 @@ TEST(Echo, MemoryDoesNotGrowWithTheItem) {
   echo(call);
   EXPECT_EQ(reply.nbytes, ReplyWriter::kHeadBytes + kBlocks * block.size() + endMark.size());
   EXPECT_LT(residentHighWaterMark(::getpid()) - before, kMemoryBound);
+}
+
+TEST(Echo, SizeThatNoReplyCanSayIsNotAnnounced) {
+  EchoRequest description;
+  for (int i = 0; i < 100; ++i)
+    addItem(description, zksmessages::ITEM_KIND_PLAIN, 1);
+  const std::string request = requestOf(description, std::vector<std::string>(100, "x"));
+  FakeServerCall exact(request, "echo");
+  echo(exact);
+  EXPECT_EQ(exact.replySize(), static_cast<long>(exact.replyText().size()));
+  FakeServerCall liar(request, "echo");
+  liar.setRequestSize(std::numeric_limits<long>::max());
+  echo(liar);
+  EXPECT_EQ(liar.replySize(), std::nullopt);
+  EXPECT_EQ(liar.replyText(), exact.replyText());
 }
 
 }  // namespace

@@ -4,43 +4,59 @@
 
 #include <algorithm>
 #include <memory>
+#include <span>
 #include <stdexcept>
+#include <string>
 
-#include "scheduler/systemError.h"
+#include "platform/errors/systemError.h"
 
 namespace parallel::scheduler {
 
+using errors::throwSystemError;
 using spf::transport::ByteSink;
 
-void FileSink::write(const std::byte* data, std::size_t n) {
-  while (n > 0) {
-    const ssize_t written = ::write(fd_, data, n);
-    if (written < 0) {
-      if (errno == EINTR)
-        continue;
-      throwSystemError("Writing " + what_);
-    }
-    data += written;
-    n -= static_cast<std::size_t>(written);
+namespace {
+
+void writeAll(int fd, std::span<const std::byte> bytes, const std::string& what) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    if (written >= 0)
+      bytes = bytes.subspan(static_cast<std::size_t>(written));
+    else if (errno != EINTR)
+      throwSystemError("Writing " + what);
   }
 }
 
-void copyFile(int fd, const std::string& what, std::uint64_t nbytes, ByteSink& sink) {
+// 0 at the end of the file.
+std::size_t readAt(int fd, std::span<std::byte> to, std::uint64_t offset, const std::string& what) {
+  for (;;) {
+    const ssize_t got = ::pread(fd, to.data(), to.size(), static_cast<off_t>(offset));
+    if (got >= 0)
+      return static_cast<std::size_t>(got);
+    if (errno != EINTR)
+      throwSystemError("Reading " + what);
+  }
+}
+
+}  // namespace
+
+void FileSink::write(const std::byte* data, std::size_t n) {
+  file_.use([&](int fd) { writeAll(fd, {data, n}, file_.what()); });
+}
+
+void copyFile(FilePool::File& file, std::uint64_t nbytes, ByteSink& sink) {
   constexpr std::uint64_t kPieceBytes = std::uint64_t{256} << 10;
   const auto capacity = static_cast<std::size_t>(std::min(nbytes, kPieceBytes));
   const std::unique_ptr<std::byte[]> buffer(new std::byte[capacity]);
   for (std::uint64_t done = 0; done < nbytes;) {
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(nbytes - done, capacity));
-    const ssize_t got = ::pread(fd, buffer.get(), wanted, static_cast<off_t>(done));
-    if (got < 0 && errno == EINTR)
-      continue;
-    if (got < 0)
-      throwSystemError("Reading " + what);
+    std::size_t got = 0;
+    file.use([&](int fd) { got = readAt(fd, {buffer.get(), wanted}, done, file.what()); });
     if (got == 0)
-      throw std::runtime_error("Reading " + what + ": it became shorter, " + std::to_string(done) + " of " +
+      throw std::runtime_error("Reading " + file.what() + ": it became shorter, " + std::to_string(done) + " of " +
                                std::to_string(nbytes) + " bytes are left");
-    sink.write(buffer.get(), static_cast<std::size_t>(got));
-    done += static_cast<std::uint64_t>(got);
+    sink.write(buffer.get(), got);
+    done += got;
   }
 }
 

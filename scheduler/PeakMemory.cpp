@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <string_view>
 
-#include "scheduler/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 namespace parallel::scheduler {
+
+using files::UniqueFd;
 
 std::uint64_t residentHighWaterMark(pid_t pid) noexcept {
   constexpr std::string_view kLabel = "VmHWM:";

@@ -12,13 +12,16 @@
 #include <csignal>
 #include <string_view>
 
+#include "platform/errors/systemError.h"
+#include "platform/files/UniqueFd.h"
 #include "scheduler/PeakMemory.h"
-#include "scheduler/UniqueFd.h"
 #include "scheduler/findProgram.h"
 #include "scheduler/spawnProcess.h"
-#include "scheduler/systemError.h"
 
 namespace parallel::scheduler {
+
+using errors::throwSystemError;
+using files::UniqueFd;
 
 namespace {
 
@@ -51,7 +54,8 @@ rlim_t wholeSeconds(nanoseconds time) {
   return static_cast<rlim_t>(std::chrono::ceil<std::chrono::seconds>(time).count());
 }
 
-std::vector<ResourceLimit> resourceLimits(const ProcessLimits& limits) {
+std::vector<ResourceLimit> resourceLimitsOf(const ProcessSpec& spec) {
+  const ProcessLimits& limits = spec.limits;
   std::vector<ResourceLimit> result;
   const auto add = [&](int resource, const std::optional<std::uint64_t>& value) {
     if (value)
@@ -60,6 +64,8 @@ std::vector<ResourceLimit> resourceLimits(const ProcessLimits& limits) {
   add(RLIMIT_AS, limits.memoryBytes);
   add(RLIMIT_FSIZE, limits.fileBytes);
   add(RLIMIT_NOFILE, limits.openFiles);
+  if (!limits.openFiles && spec.usualOpenFiles)
+    result.push_back({RLIMIT_NOFILE, *spec.usualOpenFiles, RLIM_INFINITY});
   // At the soft limit comes SIGXCPU, which can be handled; a second later SIGKILL, which cannot.
   if (limits.cpuTime)
     result.push_back({RLIMIT_CPU, wholeSeconds(*limits.cpuTime), wholeSeconds(*limits.cpuTime) + 1});
@@ -75,15 +81,16 @@ std::string searchPathOf(const std::vector<std::string>& environment) {
   return "/usr/local/bin:/usr/bin:/bin";
 }
 
-SpawnedProcess start(const ProcessSpec& spec) {
+SpawnedProcess start(const ProcessSpec& spec, std::string program) {
   SpawnRequest request;
-  request.program = findProgram(spec.argv.front(), searchPathOf(spec.environment), spec.directory);
+  request.program = std::move(program);
   request.argv = spec.argv;
   request.environment = spec.environment;
   request.directory = spec.directory;
+  request.standardInput = spec.standardInput;
   request.standardOutput = spec.standardOutput;
   request.standardError = spec.standardError;
-  request.limits = resourceLimits(spec.limits);
+  request.limits = resourceLimitsOf(spec);
   return spawnProcess(request);
 }
 
@@ -94,6 +101,10 @@ std::string secondsText(nanoseconds time) {
   if (text.ends_with('.'))
     text.pop_back();
   return text + " s";
+}
+
+std::string timedOutText(const ProcessSpec& spec) {
+  return "Ended after its wall time of " + secondsText(*spec.limits.wallTime) + ".";
 }
 
 nanoseconds toNanoseconds(const struct timeval& time) {
@@ -154,7 +165,7 @@ class Watch {
     if (ending_)
       result.outcome = *ending_;
     if (result.outcome == Outcome::TimedOut)
-      result.message = "Ended after its wall time of " + secondsText(*spec_.limits.wallTime) + ".";
+      result.message = timedOutText(spec_);
     return result;
   }
 
@@ -235,13 +246,22 @@ class Watch {
 
 ProcessResult runProcess(const ProcessSpec& spec, const std::stop_token& stop) {
   const StopEvent stopEvent(stop);
+  const auto began = Clock::now();
+  const auto isOver = [&] { return spec.limits.wallTime && Clock::now() - began >= *spec.limits.wallTime; };
   ProcessResult notRun;
-  if (stop.stop_requested()) {
-    notRun.outcome = Outcome::Stopped;
-    return notRun;
-  }
   try {
-    Watch watch(spec, start(spec));
+    std::optional<std::string> program = findProgram(spec.argv.front(), searchPathOf(spec.environment), spec.directory,
+                                                     [&] { return stop.stop_requested() || isOver(); });
+    if (stop.stop_requested()) {
+      notRun.outcome = Outcome::Stopped;
+      return notRun;
+    }
+    if (!program) {
+      notRun.outcome = Outcome::TimedOut;
+      notRun.message = timedOutText(spec);
+      return notRun;
+    }
+    Watch watch(spec, start(spec, std::move(*program)));
     watch.wait(stopEvent);
     return watch.finish();
   } catch (const StartFailure& failure) {

@@ -27,9 +27,11 @@ struct ProcessSpec {
   std::vector<std::string> argv;         // not empty
   std::vector<std::string> environment;  // "NAME=value"; its PATH is where a program without a slash is searched
   int directory = -1;                    // where it runs; descriptors are borrowed
+  int standardInput = -1;                // -1: empty
   int standardOutput = -1;
   int standardError = -1;
   ProcessLimits limits;
+  std::optional<std::uint64_t> usualOpenFiles;  // the soft limit where `limits` sets none; the hard one stays
   std::chrono::nanoseconds killGrace = std::chrono::seconds(1);
 };
 

@@ -1,5 +1,6 @@
 // Real processes: /bin/sh and the system's small tools.
 #include "scheduler/ProcessRunner.h"
+#include "platform/files/UniqueFd.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -17,13 +18,13 @@
 #include <thread>
 
 #include "scheduler/PeakMemory.h"
-#include "scheduler/UniqueFd.h"
 #include "scheduler/testing/waiting.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 
 namespace parallel::scheduler {
 namespace {
 
+using files::UniqueFd;
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using Outcome = ProcessResult::Outcome;
@@ -163,16 +164,16 @@ TEST_F(ProcessRunner, MissingProgramNamesItAndWhereItWasSearched) {
   EXPECT_EQ(result.message, "Cannot run \"./no-such-program\": No such file or directory");
 }
 
-TEST_F(ProcessRunner, FilesThatAreNoProgramsAreNamed) {
+TEST_F(ProcessRunner, FilesThatAreNotProgramsAreNamed) {
   std::ofstream(work() / "plain") << "text";
   fs::permissions(work() / "plain", fs::perms::owner_read);
   EXPECT_EQ(run({"./plain"}).message, "Cannot run \"./plain\": Permission denied");
   spec_.environment = {"PATH=."};
   EXPECT_EQ(run({"plain"}).message, "No program \"plain\" in PATH (.); \"./plain\" is not executable");
   fs::permissions(work() / "plain", fs::perms::owner_all);
-  EXPECT_EQ(
-      run({"./plain"}).message,
-      "Cannot run \"./plain\": it is no program, nor a script that names its interpreter after #! in its first line");
+  EXPECT_EQ(run({"./plain"}).message,
+            "Cannot run \"./plain\": it is neither a program nor a script that names its interpreter after #! in its "
+            "first line");
   std::ofstream(work() / "script") << "#!/no/such/interpreter\n";
   fs::permissions(work() / "script", fs::perms::owner_all);
   EXPECT_EQ(run({"./script"}).message, "Cannot run \"./script\": the interpreter or loader that it names is not there");
@@ -359,6 +360,14 @@ TEST_F(ProcessRunner, ManyRunsAtOnceDoNotDisturbEachOther) {
   for (auto& thread : threads)
     thread.join();
   EXPECT_EQ(good, 80);
+}
+
+TEST_F(ProcessRunner, WallTimeBoundsTheSearchForTheProgramToo) {
+  spec_.environment = {"PATH=" + std::string(100'000, ':')};
+  spec_.limits.wallTime = 1ns;
+  const ProcessResult result = run({"no-such-program"});
+  EXPECT_EQ(result.outcome, Outcome::TimedOut);
+  EXPECT_EQ(result.message, "Ended after its wall time of 0 s.");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/protobufencoding/parseQuietly.h"
 #include "transport/streams/BlockedDataByteStream.h"
 #include "transport/streams/ByteStream.h"
 #include "transport/streams/FunctionalByteSink.h"
@@ -70,7 +71,7 @@ void RequestReader::expectItemsAtLeast(std::uint64_t expected) const {
     throwWrongCount("at least " + std::to_string(expected));
 }
 
-void RequestReader::readMessage(google::protobuf::MessageLite& message) {
+void RequestReader::readMessage(google::protobuf::Message& message) {
   std::string bytes;
   const auto refuse = [&](const std::string& reason) {
     throw Exception<parallel::scheduler::UnreadableDescription>(method_, current_, message.GetTypeName(), reason);
@@ -81,7 +82,7 @@ void RequestReader::readMessage(google::protobuf::MessageLite& message) {
     bytes.append(reinterpret_cast<const char*>(data), n);
   });
   readItem(sink);
-  if (!message.ParseFromString(bytes))
+  if (!protobufencoding::parseQuietly(message, bytes))
     refuse("its " + std::to_string(bytes.size()) + " bytes do not parse");
 }
 

@@ -9,7 +9,7 @@
 //            throws passes through unchanged. After an error the reader is of no further use.
 #pragma once
 
-#include <google/protobuf/message_lite.h>
+#include <google/protobuf/message.h>
 
 #include <cstdint>
 #include <istream>
@@ -36,7 +36,7 @@ class RequestReader {
   void expectItemsAtLeast(std::uint64_t expected) const;
 
   // The next item as a message.
-  void readMessage(google::protobuf::MessageLite& message);
+  void readMessage(google::protobuf::Message& message);
   // The next item's data. Returns its bytes.
   std::uint64_t readItem(spf::transport::ByteSink& sink);
   // The next item as it is framed: block headers, blocks and end mark. Returns its data bytes, the framing not counted.

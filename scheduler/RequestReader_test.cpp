@@ -178,6 +178,14 @@ TEST(RequestReader, UnparseableMessageNamesItemAndType) {
       request.reader().readMessage(message));
 }
 
+TEST(RequestReader, MessageWithTextThatIsNotUtf8IsRefusedWithoutAWordOnStandardError) {
+  Request request(containerOf({raw("\x0A\x02\xFF\xFE")}));
+  zksmessages::TaskDescription message;
+  ::testing::internal::CaptureStderr();
+  EXPECT_THROW(request.reader().readMessage(message), Exception<parallel::scheduler::UnreadableDescription>);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
 TEST(RequestReader, MessageOverTheLimitIsRefused) {
   Request request(containerOf({std::string(RequestReader::kMaxMessageBytes + 1, 'x')}));
   zksmessages::EchoRequest message;

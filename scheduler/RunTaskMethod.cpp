@@ -1,10 +1,16 @@
 #include "scheduler/RunTaskMethod.h"
 
+#include <fcntl.h>
+
 #include <cstdint>
+#include <limits>
 #include <set>
 #include <string_view>
 #include <utility>
 
+#include "platform/errors/systemError.h"
+#include "platform/errors/visibleText.h"
+#include "platform/logging/sinks.h"
 #include "platform/spf/core/errors.h"
 #include "scheduler/CallCancellation.h"
 #include "scheduler/FileTransfer.h"
@@ -17,6 +23,7 @@
 namespace parallel::scheduler {
 
 using agent::spf::core::ServerCall;
+using errors::inQuotes;
 using spf::transport::ByteSink;
 using spf::transport::block_format::framedBytes;
 using std::chrono::nanoseconds;
@@ -27,18 +34,32 @@ using zksmessages::TesselTaskExecutionInfo;
 
 namespace {
 
-constexpr std::int32_t kFixedReplyItems = 3;  // the result, standard output and standard error
+// More would only be open at once where the disk is the bottleneck.
+constexpr std::size_t kOpenFiles = 32;
+
+void addSentence(std::string& text, const std::string& sentence) {
+  text += (text.empty() ? "" : " ") + sentence;
+}
 
 [[noreturn]] void throwAbandoned() {
   throw agent::spf::Terminated("The call was given up by its client");
 }
 
-void receiveInputs(RequestReader& request, const TaskDescription& task, TaskScratch& scratch) {
-  for (const std::string& name : task.input_files()) {
-    const UniqueFd file = scratch.createInput(name);
-    FileSink sink(file.get(), "the input file \"" + name + "\"");
-    request.readItem(sink);
-  }
+std::uint64_t requestItems(const TaskDescription& task) {
+  return 1 + (task.standard_input() ? 1 : 0) + static_cast<std::uint64_t>(task.input_files_size());
+}
+
+void receiveInto(const std::filesystem::path& path, std::string what, RequestReader& request, FilePool& files) {
+  FilePool::File file(files, path, O_WRONLY | O_APPEND, std::move(what));
+  FileSink sink(file);
+  request.readItem(sink);
+}
+
+void receiveInputs(RequestReader& request, const TaskDescription& task, const TaskScratch& scratch, FilePool& files) {
+  if (task.standard_input())
+    receiveInto(scratch.createStandardInput(), "the standard input", request, files);
+  for (const std::string& name : task.input_files())
+    receiveInto(scratch.createInput(name), "the input file " + inQuotes(name), request, files);
   request.expectEnd();
 }
 
@@ -78,6 +99,22 @@ void describeOutcome(const ProcessResult& result, TesselTaskExecutionInfo& info)
   }
 }
 
+// Never the message: it may show the task's environment.
+std::string outcomeText(const ProcessResult& result) {
+  switch (result.outcome) {
+    case ProcessResult::Outcome::Exited:
+      return "exited " + std::to_string(result.exitStatus);
+    case ProcessResult::Outcome::Signalled:
+      return "signal " + std::to_string(result.signal);
+    case ProcessResult::Outcome::TimedOut:
+      return "timed out";
+    case ProcessResult::Outcome::NotStarted:
+      return "not started";
+    default:
+      return "given up";
+  }
+}
+
 TesselTaskExecutionInfo executionInfo(const ProcessResult& result, nanoseconds queuedTime) {
   TesselTaskExecutionInfo info;
   describeOutcome(result, info);
@@ -97,98 +134,138 @@ zksmessages::ResultPayload resultPayload(const TesselTaskExecutionInfo& info) {
   return payload;
 }
 
-// A file of the reply: bytes that are sure to be sent, so that sizes can be announced beforehand.
-struct ReplyFile {
-  std::string name;
-  bool exists = false;
-  std::uint64_t nbytes = 0;
-};
-
 // What the task left behind, as the reply will hold it. Looks at everything before the first byte of the reply is
-// written, so that what cannot be returned is a clean error.
+// written, and tells the sizes beforehand; what cannot be returned is empty, and said.
 class TaskReply {
  public:
-  TaskReply(const TaskDescription& task, const TaskScratch& scratch, TesselTaskExecutionInfo info)
-      : scratch_(scratch),
-        outputBytes_(fileBytes(scratch.standardOutput(), "the standard output")),
-        errorBytes_(fileBytes(scratch.standardError(), "the standard error")) {
-    for (const std::string& name : task.output_files()) {
-      const auto status = scratch.outputStatus(name);
-      files_.push_back({name, status.exists, status.nbytes});
-      if (!status.exists)
-        info.add_missing_outputs(name);
-    }
+  TaskReply(const TaskDescription& task, const TaskScratch& scratch, FilePool& files, TesselTaskExecutionInfo info)
+      : pool_(files) {
+    addCapture(scratch.standardOutput(), "the standard output", info);
+    addCapture(scratch.standardError(), "the standard error", info);
+    for (const std::string& name : task.output_files())
+      addOutput(scratch.output(name), name, info);
     result_ = resultPayload(info);
   }
 
-  std::uint64_t nbytes() const {
-    std::uint64_t total = ReplyWriter::kHeadBytes + framedBytes(result_.ByteSizeLong()) +
-                          ReplyWriter::framedPlainBytes(outputBytes_) + ReplyWriter::framedPlainBytes(errorBytes_);
-    for (const ReplyFile& file : files_)
-      total += framedBytes(file.nbytes);
-    return total;
-  }
+  std::uint64_t nbytes() const { return dataBytes_ + framedBytes(result_.ByteSizeLong()); }
 
   void write(std::ostream& reply) const {
-    ReplyWriter writer(reply, kFixedReplyItems + static_cast<std::int32_t>(files_.size()));
+    ReplyWriter writer(reply, static_cast<std::int32_t>(1 + files_.size()));
     writer.writeMessage(result_);
-    writer.writePlain(outputBytes_, [&](ByteSink& sink) {
-      copyFile(scratch_.standardOutput(), "the standard output", outputBytes_, sink);
-    });
-    writer.writePlain(errorBytes_, [&](ByteSink& sink) {
-      copyFile(scratch_.standardError(), "the standard error", errorBytes_, sink);
-    });
-    for (const ReplyFile& file : files_)
-      writer.writeItem([&](ByteSink& sink) { copyOutput(file, sink); });
+    for (std::size_t i = 0; i < files_.size(); ++i) {
+      const File& file = files_[i];
+      const auto copy = [&](ByteSink& sink) { copyOut(file, sink); };
+      if (i < kCaptures)
+        writer.writePlain(file.nbytes, copy);
+      else
+        writer.writeItem(copy);
+    }
     writer.finish();
   }
 
  private:
-  void copyOutput(const ReplyFile& file, ByteSink& sink) const {
-    if (!file.exists)
-      return;
-    const UniqueFd fd = scratch_.openOutput(file.name);
-    copyFile(fd.get(), "the output file \"" + file.name + "\"", file.nbytes, sink);
+  static constexpr std::size_t kCaptures = 2;
+  // No reply can say that it has more.
+  static constexpr std::uint64_t kMostBytes = std::numeric_limits<std::int64_t>::max() - (std::int64_t{1} << 32);
+
+  struct File {
+    std::filesystem::path path;
+    std::string what;
+    std::uint64_t nbytes = 0;
+  };
+
+  void addCapture(std::filesystem::path path, std::string what, TesselTaskExecutionInfo& info) {
+    OutputStatus status = fileStatus(path);
+    if (!status.isThere) {
+      const std::string problem = status.problem.empty() ? "its file is gone" : status.problem;
+      addSentence(*info.mutable_message(), "What it wrote to " + what + " is lost: " + problem + ".");
+    }
+    add({std::move(path), std::move(what), status.nbytes}, ReplyWriter::framedPlainBytes(status.nbytes));
   }
 
-  const TaskScratch& scratch_;
-  std::uint64_t outputBytes_;
-  std::uint64_t errorBytes_;
-  std::vector<ReplyFile> files_;
+  void addOutput(std::filesystem::path path, const std::string& name, TesselTaskExecutionInfo& info) {
+    OutputStatus status = fileStatus(path);
+    if (status.nbytes > kMostBytes - dataBytes_ || framedBytes(status.nbytes) > kMostBytes - dataBytes_)
+      status = {.isThere = false,
+                .nbytes = 0,
+                .problem = "no reply can hold its " + std::to_string(status.nbytes) + " bytes"};
+    if (!status.isThere)
+      info.add_missing_outputs(name);
+    if (!status.problem.empty())
+      (*info.mutable_unusable_outputs())[name] = status.problem;
+    add({std::move(path), "the output file " + inQuotes(name), status.nbytes}, framedBytes(status.nbytes));
+  }
+
+  void add(File file, std::uint64_t inReply) {
+    files_.push_back(std::move(file));
+    dataBytes_ += inReply;
+  }
+
+  void copyOut(const File& file, ByteSink& sink) const {
+    // Not blocking: what was a file a moment ago may be a pipe by now.
+    FilePool::File opened(pool_, file.path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, file.what);
+    copyFile(opened, file.nbytes, sink);
+  }
+
+  FilePool& pool_;
+  std::vector<File> files_;  // standard output and error, then the outputs
+  std::uint64_t dataBytes_ = ReplyWriter::kHeadBytes;
   zksmessages::ResultPayload result_;
 };
 
 }  // namespace
 
 RunTaskMethod::RunTaskMethod(Settings settings, ScratchArea::Logger& logger)
-    : settings_(std::move(settings)), area_(settings_.scratchParent, logger), slots_(settings_.slots) {}
+    : settings_(std::move(settings)),
+      logger_(logger),
+      area_(settings_.scratchParent, logger),
+      files_(kOpenFiles),
+      slots_(settings_.slots) {}
 
-void RunTaskMethod::serve(ServerCall& call) {
+void RunTaskMethod::serve(ServerCall& call, CallRecord& record) {
   const CallCancellation cancellation(call);
   RequestReader request(call.request(), call.method());
   request.expectItemsAtLeast(1);
   TaskDescription task;
   request.readMessage(task);
   checkTaskDescription(task);
-  request.expectItems(1 + static_cast<std::uint64_t>(task.input_files_size()));
+  record.program = task.argv(0);
+  request.expectItems(requestItems(task));
 
-  TaskScratch scratch(area_);
-  receiveInputs(request, task, scratch);
+  const TaskScratch scratch(area_);
+  receiveInputs(request, task, scratch, files_);
 
   const auto queuedAt = steady_clock::now();
   TaskSlots::Slot slot = slots_.acquire(cancellation.token());
   if (!slot)
     throwAbandoned();
   const nanoseconds queuedTime = steady_clock::now() - queuedAt;
-  const ProcessResult result = runProcess(processSpec(task, scratch), cancellation.token());
+  record.queued = queuedTime;
+  const ProcessResult result = run(task, scratch, cancellation.token());
+  record.ran = result.wallTime;
+  record.outcome = outcomeText(result);
   slot.release();  // a slow reader of the reply keeps nobody from running
 
-  const TaskReply reply(task, scratch, executionInfo(result, queuedTime));
+  const TaskReply reply(task, scratch, files_, executionInfo(result, queuedTime));
   call.setReplySize(static_cast<long>(reply.nbytes()));
   reply.write(call.reply());
 }
 
-ProcessSpec RunTaskMethod::processSpec(const TaskDescription& task, const TaskScratch& scratch) const {
+// With a word for what the task itself cannot say: that there was no room for what it wrote.
+ProcessResult RunTaskMethod::run(const TaskDescription& task, const TaskScratch& scratch, const std::stop_token& stop) {
+  const TaskDescriptors opened = scratch.open(task.standard_input());
+  ProcessResult result = runProcess(processSpec(task, opened), stop);
+  if (const int error = spaceError(opened.error.get()); error != 0) {
+    const std::string reason = errors::systemErrorText(error);
+    FOUNDATION_LOG(logger_, logging::kWarning)
+        << "The scratch directory \"" << area_.path().string() << "\" is full: " << reason;
+    addSentence(result.message,
+                "The service's scratch directory is full (" + reason + "): what the task wrote may be cut short.");
+  }
+  return result;
+}
+
+ProcessSpec RunTaskMethod::processSpec(const TaskDescription& task, const TaskDescriptors& opened) const {
   ProcessSpec spec;
   spec.argv.assign(task.argv().begin(), task.argv().end());
   if (!task.clear_environment()) {
@@ -199,10 +276,12 @@ ProcessSpec RunTaskMethod::processSpec(const TaskDescription& task, const TaskSc
   }
   for (const auto& [name, value] : task.environment())
     spec.environment.emplace_back(name).append("=").append(value);
-  spec.directory = scratch.workDirectory();
-  spec.standardOutput = scratch.standardOutput();
-  spec.standardError = scratch.standardError();
+  spec.directory = opened.directory.get();
+  spec.standardInput = opened.input.get();
+  spec.standardOutput = opened.output.get();
+  spec.standardError = opened.error.get();
   spec.limits = limitsOf(task.limits());
+  spec.usualOpenFiles = settings_.openFiles;
   spec.killGrace = settings_.killGrace;
   return spec;
 }

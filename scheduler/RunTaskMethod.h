@@ -8,8 +8,11 @@
 
 #include "platform/spf/core/Service.h"
 #include "platform/zksmessages/zksmessages.pb.h"
+#include "scheduler/CallLog.h"
+#include "scheduler/FilePool.h"
 #include "scheduler/ProcessRunner.h"
 #include "scheduler/ScratchArea.h"
+#include "scheduler/TaskScratch.h"
 #include "scheduler/TaskSlots.h"
 
 namespace parallel::scheduler {
@@ -21,21 +24,25 @@ class RunTaskMethod {
     std::size_t slots = 1;
     std::filesystem::path scratchParent;
     std::chrono::nanoseconds killGrace{0};
-    std::vector<std::string> environment;  // the service's own, "NAME=value"
+    std::vector<std::string> environment;                   // the service's own, "NAME=value"
+    std::optional<std::uint64_t> openFiles = std::nullopt;  // a task's soft limit unless it says otherwise
   };
 
   // Makes the scratch area; std::system_error when it cannot.
   RunTaskMethod(Settings settings, ScratchArea::Logger& logger);
 
-  // Errors: those of RequestReader, `BadTaskField`, `OutputNotAFile`, std::system_error for files, Terminated when the
-  // call was given up. Whatever happens, the task's processes and files are gone afterwards.
-  void serve(agent::spf::core::ServerCall& call);
+  // Puts into `record` what ran and how it ended. Errors: those of RequestReader, `BadTaskField`, std::system_error for
+  // files, Terminated when the call was given up. Whatever happens, the task's processes and files are gone afterwards.
+  void serve(agent::spf::core::ServerCall& call, CallRecord& record);
 
  private:
-  ProcessSpec processSpec(const zksmessages::TaskDescription& task, const class TaskScratch& scratch) const;
+  ProcessResult run(const zksmessages::TaskDescription& task, const TaskScratch& scratch, const std::stop_token& stop);
+  ProcessSpec processSpec(const zksmessages::TaskDescription& task, const TaskDescriptors& opened) const;
 
   Settings settings_;
+  ScratchArea::Logger& logger_;
   ScratchArea area_;
+  FilePool files_;
   TaskSlots slots_;
 };
 

@@ -1,5 +1,6 @@
 #include "scheduler/RunTaskMethod.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -25,6 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using spf::transport::testing::TemporaryDirectory;
+using ::testing::ElementsAre;
 using testing::FakeServerCall;
 using testing::hasEnded;
 using testing::itemsOf;
@@ -76,7 +78,10 @@ class RunTask : public ::testing::Test {
 
   ~RunTask() override { EXPECT_TRUE(taskDirectories().empty()) << "a task's directory is left"; }
 
-  void serve(FakeServerCall& call) { method_.serve(call); }
+  void serve(FakeServerCall& call) {
+    CallRecord record;
+    method_.serve(call, record);
+  }
 
   Reply run(const TaskDescription& task, const std::vector<std::string>& inputs = {}) {
     FakeServerCall call(requestOf(task, inputs), "runTask");
@@ -117,6 +122,20 @@ class RunTask : public ::testing::Test {
   RunTaskMethod method_;
 };
 
+// Takes the head of a reply, and no more.
+class AbandonedCall : public FakeServerCall {
+ public:
+  explicit AbandonedCall(std::string request) : FakeServerCall(std::move(request), "runTask"), reply_(&none_) {
+    reply_.exceptions(std::ios::badbit);
+  }
+  std::ostream& reply() override { return reply_; }
+
+ private:
+  struct Nothing : std::streambuf {};  // every write fails
+  Nothing none_;
+  std::ostream reply_;
+};
+
 class RunTaskOneAtATime : public RunTask {
  protected:
   RunTaskOneAtATime() : RunTask(1) {}
@@ -154,6 +173,30 @@ TEST_F(RunTask, InputsBecomeFilesAndOutputsComeBackInOrder) {
   EXPECT_EQ(reply.info.missing_outputs_size(), 0);
 }
 
+TEST_F(RunTask, StandardInputIsTheItemBeforeTheFiles) {
+  for (const std::size_t nbytes : {0U, 1U, 32767U, 200'000U}) {
+    TaskDescription task = shellTask("cat; echo; cat data");
+    task.set_standard_input(true);
+    task.add_input_files("data");
+    const std::string content = testing::patternOf(nbytes);
+    EXPECT_TRUE(run(task, {content, "the file"}).output == content + "\nthe file") << nbytes;
+  }
+}
+
+TEST_F(RunTask, StandardInputCannotBeWrittenAndIsOutOfTheTasksDirectory) {
+  TaskDescription task = shellTask("echo more >&0 || echo refused; ls -A");
+  task.set_standard_input(true);
+  EXPECT_EQ(run(task, {"x"}).output, "refused\n");
+}
+
+TEST_F(RunTask, StandardInputIsEmptyUnlessItIsSent) {
+  EXPECT_EQ(shell("readlink /proc/self/fd/0").output, "/dev/null\n");
+  TaskDescription task = taskOf({"cat"});
+  task.set_standard_input(true);
+  EXPECT_IDENTIFIED(WrongItemCount, "The request to runTask has the wrong number of items: 2 expected, 1 found.",
+                    run(task));
+}
+
 TEST_F(RunTask, BorderSizesOfFilesComeBack) {
   for (const std::size_t nbytes : {0U, 1U, 32766U, 32767U, 32768U, 65534U, 65535U, 70000U}) {
     TaskDescription task = taskOf({"cat", "data"});
@@ -183,15 +226,39 @@ TEST_F(RunTask, OutputsThatWereNotMadeAreEmptyAndNamed) {
   EXPECT_EQ(reply.info.missing_outputs(1), "c");
 }
 
-TEST_F(RunTask, OutputThatIsNoRegularFileIsRefused) {
-  TaskDescription folder = shellTask("mkdir result");
-  folder.add_output_files("result");
-  EXPECT_IDENTIFIED(OutputNotAFile, "The task's output \"result\" is a directory; only regular files can be returned.",
-                    run(folder));
-  TaskDescription link = shellTask("ln -s /etc/passwd result");
-  link.add_output_files("result");
-  EXPECT_IDENTIFIED(OutputNotAFile,
-                    "The task's output \"result\" is a symbolic link; only regular files can be returned.", run(link));
+TEST_F(RunTask, OutputThatCannotBeReturnedIsToldAndTheRestArrives) {
+  TaskDescription task = shellTask("echo important; printf data > y; ln -s y x; mkdir d");
+  for (const char* name : {"x", "y", "d", "none"})
+    task.add_output_files(name);
+  const Reply reply = run(task);
+  EXPECT_EQ(reply.info.outcome(), TesselTaskExecutionInfo::OUTCOME_EXITED);
+  EXPECT_EQ(reply.output, "important\n");
+  EXPECT_EQ(reply.files, (std::vector<std::string>{"", "data", "", ""}));
+  EXPECT_THAT(reply.info.missing_outputs(), ElementsAre("x", "d", "none"));
+  EXPECT_EQ(reply.info.unusable_outputs().size(), 2U);
+  EXPECT_EQ(reply.info.unusable_outputs().at("x"), "it is a symbolic link, and only regular files can be returned");
+  EXPECT_EQ(reply.info.unusable_outputs().at("d"), "it is a directory, and only regular files can be returned");
+}
+
+// In memory, where files may be as large as any.
+TEST(RunTaskInMemory, SizeOfTheReplyStaysOneThatCanBeSaid) {
+  constexpr long kHuge = long{1} << 62;
+  RunTaskMethod method({.slots = 1, .scratchParent = "/dev/shm", .killGrace = 100ms, .environment = {}},
+                       logging::createQLVLogger("zks.scheduler.test"));
+  TaskDescription task = shellTask("for f in a b c; do truncate -s " + std::to_string(kHuge) + " $f; done");
+  for (const char* name : {"a", "b", "c"})
+    task.add_output_files(name);
+  AbandonedCall call(requestOf(task));
+  CallRecord record;
+  EXPECT_THROW(method.serve(call, record), std::ios_base::failure);
+  EXPECT_GT(call.replySize(), kHuge);  // one fits; with two it would be negative
+}
+
+TEST_F(RunTask, CaptureThatTheTaskRemovedIsSaid) {
+  const Reply reply = shell("echo out; echo err >&2; rm ../stdout");
+  EXPECT_EQ(reply.output, "");
+  EXPECT_EQ(reply.error, "err\n");
+  EXPECT_EQ(reply.info.message(), "What it wrote to the standard output is lost: its file is gone.");
 }
 
 TEST_F(RunTask, ProgramThatIsNotThereIsNotStarted) {

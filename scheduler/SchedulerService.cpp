@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/logging/createQLVLogger.h"
-#include "platform/logging/sinks.h"
+#include "scheduler/CallLog.h"
 #include "scheduler/EchoMethod.h"
 #include "scheduler/RunTaskMethod.h"
 
@@ -33,16 +33,10 @@ std::vector<std::string> currentEnvironment() {
 }
 
 // Counts and logs each call; errors pass through.
-Service::Handler observed(Service::Handler handler, Logger& logger, std::shared_ptr<CallCounter> counter) {
-  return [handler = std::move(handler), &logger, counter = std::move(counter)](ServerCall& call) {
+Service::Handler observed(CallLog::Method method, const CallLog& log, std::shared_ptr<CallCounter> counter) {
+  return [method = std::move(method), log, counter = std::move(counter)](ServerCall& call) {
     const CallCounter::Call counted(counter.get());
-    FOUNDATION_LOG(logger, logging::kTrace) << "Serving " << call.method();
-    try {
-      handler(call);
-    } catch (const std::exception& failure) {
-      FOUNDATION_LOG(logger, logging::kWarning) << call.method() << " failed: " << failure.what();
-      throw;
-    }
+    log.serve(call, method);
   };
 }
 
@@ -61,11 +55,17 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
   settings.scratchParent = options.scratchParent.empty() ? temporaryDirectory() : options.scratchParent;
   settings.killGrace = options.killGrace;
   settings.environment = currentEnvironment();
+  settings.openFiles = options.taskOpenFiles;
   const auto runTask = std::make_shared<RunTaskMethod>(std::move(settings), logger);
 
+  const CallLog log(logger);
   auto service = std::make_shared<Service>();
-  service->add("echo", observed(&echo, logger, options.counter));
-  service->add("runTask", observed([runTask](ServerCall& call) { runTask->serve(call); }, logger, options.counter));
+  service->add("echo", observed([](ServerCall& call, CallRecord&) { echo(call); }, log, options.counter));
+  service->add("runTask", observed([runTask](ServerCall& call, CallRecord& record) { runTask->serve(call, record); },
+                                   log, options.counter));
+  service->setRefusalObserver([log](std::string_view method, std::string_view peer, const std::exception& refusal) {
+    log.refused(method, peer, refusal);
+  });
   return service;
 }
 

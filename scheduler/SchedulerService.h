@@ -8,8 +8,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "platform/logging/basic_diagnostic_logger.h"
 #include "platform/spf/core/Service.h"
@@ -24,6 +26,8 @@ struct SchedulerOptions {
   std::filesystem::path scratchParent;
   // Between the polite and the last signal to a task that must end.
   std::chrono::nanoseconds killGrace = std::chrono::seconds(1);
+  // How many files a task may have open unless it says otherwise; nothing: as many as this process.
+  std::optional<std::uint64_t> taskOpenFiles = std::nullopt;
   // Null: the logger "zks.scheduler".
   foundation::log::basic_diagnostic_logger<char>* logger = nullptr;
   // Counts the calls, for an owner that wants to know when the service is idle; may be null.

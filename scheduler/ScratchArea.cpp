@@ -8,12 +8,15 @@
 #include <string>
 #include <string_view>
 
+#include "platform/errors/systemError.h"
 #include "platform/logging/sinks.h"
 #include "scheduler/removeTree.h"
-#include "scheduler/systemError.h"
 
 namespace parallel::scheduler {
 
+using errors::throwSystemError;
+using files::UniqueFd;
+using threads::MutexLock;
 namespace fs = std::filesystem;
 
 namespace {
@@ -36,10 +39,10 @@ bool isStillAt(const UniqueFd& directory, const fs::path& path) {
          opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-fs::path makeDirectory(const fs::path& parent) {
-  std::string name = (parent / kPrefix).string() + "XXXXXX";
+fs::path makeUnique(const fs::path& directory, std::string_view prefix, const char* what) {
+  std::string name = (directory / prefix).string() + "XXXXXX";
   if (::mkdtemp(name.data()) == nullptr)
-    throwSystemError("Making a scratch directory in \"" + parent.string() + "\"");
+    throwSystemError(std::string("Making a ") + what + " in \"" + directory.string() + "\"");
   return name;
 }
 
@@ -50,29 +53,52 @@ bool isOwn(const UniqueFd& directory) {
 
 }  // namespace
 
-ScratchArea::ScratchArea(const fs::path& parent, Logger& logger) : logger_(logger) {
-  // Another service that starts now may find the new directory still unlocked, and remove it: then make another one.
-  for (;;) {
-    path_ = makeDirectory(parent);
-    lock_ = openDirectory(path_);
-    if (!lock_ && errno != ENOENT)
-      throwSystemError("Opening the scratch directory \"" + path_.string() + "\"");
-    if (lock_ && tryLock(lock_) && isStillAt(lock_, path_))
-      break;
-  }
-  removeStale(parent);
+ScratchArea::ScratchArea(const fs::path& parent, Logger& logger) : logger_(logger), parent_(parent) {
+  const MutexLock lock(mutex_);
+  makeArea();
+  removeStale();
 }
 
 ScratchArea::~ScratchArea() {
+  const MutexLock lock(mutex_);
+  if (!isStillAt(lock_, path_))
+    return;
   if (const std::error_code error = removeTree(path_)) {
     FOUNDATION_LOG(logger_, logging::kError)
         << "The scratch directory \"" << path_.string() << "\" cannot be removed: " << error.message();
   }
 }
 
-void ScratchArea::removeStale(const fs::path& parent) const {
+fs::path ScratchArea::path() const {
+  const MutexLock lock(mutex_);
+  return path_;
+}
+
+fs::path ScratchArea::makeDirectory() {
+  const MutexLock lock(mutex_);
+  if (!isStillAt(lock_, path_)) {
+    FOUNDATION_LOG(logger_, logging::kWarning)
+        << "The scratch directory \"" << path_.string() << "\" has been taken away; another one is made";
+    makeArea();
+  }
+  return makeUnique(path_, "task-", "task's directory");
+}
+
+// Another service that starts now may find the new directory still unlocked, and remove it: then makes another one.
+void ScratchArea::makeArea() {
+  for (;;) {
+    path_ = makeUnique(parent_, kPrefix, "scratch directory");
+    lock_ = openDirectory(path_);
+    if (!lock_ && errno != ENOENT)
+      throwSystemError("Opening the scratch directory \"" + path_.string() + "\"");
+    if (lock_ && tryLock(lock_) && isStillAt(lock_, path_))
+      return;
+  }
+}
+
+void ScratchArea::removeStale() const {
   std::error_code error;
-  for (fs::directory_iterator entry(parent, error), end; !error && entry != end; entry.increment(error)) {
+  for (fs::directory_iterator entry(parent_, error), end; !error && entry != end; entry.increment(error)) {
     const fs::path& path = entry->path();
     if (!path.filename().string().starts_with(kPrefix) || path == path_)
       continue;
@@ -81,7 +107,9 @@ void ScratchArea::removeStale(const fs::path& parent) const {
       continue;
     FOUNDATION_LOG(logger_, logging::kWarning)
         << "Removing the scratch directory \"" << path.string() << "\" of a service that died";
-    removeTree(path);
+    if (const std::error_code left = removeTree(path))
+      FOUNDATION_LOG(logger_, logging::kError)
+          << "The scratch directory \"" << path.string() << "\" cannot be removed: " << left.message();
   }
 }
 

@@ -1,17 +1,19 @@
 // Where tasks' directories are made: a directory of this service's own, gone with it.
 //
 // The area is a directory "zks-scratch-XXXXXX" (mode 0700) under the parent, locked (flock) while its service lives.
-// One whose lock can be taken belongs to a service that died; making an area removes such leftovers of the same user.
+// One whose lock can be taken belongs to a service that died; making an area removes such leftovers of the same user. If
+// the directory is taken away, as cleaners of /tmp do, another one is made for the next task.
 #pragma once
 
 #include <filesystem>
 
+#include "platform/files/UniqueFd.h"
 #include "platform/logging/basic_diagnostic_logger.h"
-#include "scheduler/UniqueFd.h"
+#include "platform/threads/Mutex.h"
 
 namespace parallel::scheduler {
 
-// Threads: path() from any.
+// Threads: any.
 class ScratchArea {
  public:
   using Logger = foundation::log::basic_diagnostic_logger<char>;
@@ -23,15 +25,20 @@ class ScratchArea {
   ScratchArea(const ScratchArea&) = delete;
   ScratchArea& operator=(const ScratchArea&) = delete;
 
-  const std::filesystem::path& path() const noexcept { return path_; }
+  std::filesystem::path path() const;
+  // A new directory in the area, of mode 0700; its maker removes it. std::system_error when it cannot be made.
+  std::filesystem::path makeDirectory();
   Logger& logger() const noexcept { return logger_; }
 
  private:
-  void removeStale(const std::filesystem::path& parent) const;
+  void makeArea() ZKS_REQUIRES(mutex_);
+  void removeStale() const ZKS_REQUIRES(mutex_);
 
   Logger& logger_;
-  std::filesystem::path path_;
-  UniqueFd lock_;
+  const std::filesystem::path parent_;
+  mutable threads::Mutex mutex_;
+  std::filesystem::path path_ ZKS_GUARDED_BY(mutex_);
+  files::UniqueFd lock_ ZKS_GUARDED_BY(mutex_);
 };
 
 }  // namespace parallel::scheduler

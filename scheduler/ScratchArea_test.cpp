@@ -11,13 +11,10 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/errors/Exception.h"
-#include "platform/errors/catalogue.h"
 #include "platform/logging/createQLVLogger.h"
 #include "scheduler/FileTransfer.h"
 #include "scheduler/TaskScratch.h"
-#include "scheduler/removeTree.h"
-#include "scheduler/testing/expectError.h"
+#include "scheduler/testing/DescriptorLimit.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 #include "transport/streams/FunctionalByteSink.h"
 
@@ -87,65 +84,92 @@ TEST(ScratchArea, LeftoversOfTheDeadAreRemovedAndTheLivingLeftAlone) {
   EXPECT_TRUE(fs::exists(elsewhere));
 }
 
+TEST(ScratchArea, DirectoryThatWasTakenAwayIsMadeAnew) {
+  const TemporaryDirectory parent;
+  ScratchArea area(parent.file(""), logger());
+  const fs::path first = area.path();
+  fs::remove_all(first);
+  const fs::path task = area.makeDirectory();
+  EXPECT_EQ(task.parent_path(), area.path());
+  EXPECT_NE(area.path(), first);
+  EXPECT_EQ(permissionsOf(area.path()), 0700U);
+  fs::remove(task);
+}
+
+// As somebody else in /tmp could put it there, to watch over our files.
+TEST(ScratchArea, ForeignDirectoryInItsPlaceIsNotUsed) {
+  const TemporaryDirectory parent;
+  fs::path foreign;
+  {
+    ScratchArea area(parent.file(""), logger());
+    foreign = area.path();
+    fs::remove_all(foreign);
+    fs::create_directory(foreign);
+    fs::remove(area.makeDirectory());
+    EXPECT_TRUE(fs::is_empty(foreign));
+  }
+  EXPECT_TRUE(fs::exists(foreign));
+}
+
 TEST(TaskScratch, HasAPrivateWorkDirectoryAndTheCapturesBesideIt) {
   const TemporaryDirectory parent;
   ScratchArea area(parent.file(""), logger());
   {
     const TaskScratch scratch(area);
+    const TaskDescriptors opened = scratch.open(false);
+    EXPECT_TRUE(opened.directory && opened.output && opened.error && !opened.input);
     EXPECT_EQ(permissionsOf(scratch.path()), 0700U);
     EXPECT_EQ(permissionsOf(scratch.path() / "work"), 0700U);
     EXPECT_TRUE(namesIn(scratch.path() / "work").empty());
-    EXPECT_EQ(permissionsOf(scratch.path() / "stdout"), 0600U);
-    EXPECT_EQ(permissionsOf(scratch.path() / "stderr"), 0600U);
+    EXPECT_EQ(permissionsOf(scratch.standardOutput()), 0600U);
+    EXPECT_EQ(permissionsOf(scratch.standardError()), 0600U);
   }
   EXPECT_TRUE(namesIn(area.path()).empty());
+}
+
+TEST(TaskScratch, WaitingTaskHoldsNoDescriptor) {
+  const TemporaryDirectory parent;
+  ScratchArea area(parent.file(""), logger());
+  const testing::DescriptorLimit limit(2);
+  const TaskScratch first(area);
+  const TaskScratch second(area);
+  const TaskScratch third(area);
+  first.createInput("a");
+  first.createInput("b");
+  first.createInput("c");
+  EXPECT_THROW(third.open(false), std::system_error);  // the limit holds
 }
 
 TEST(TaskScratch, InputFilesCanBeRunAndAreMadeOnce) {
   const TemporaryDirectory parent;
   ScratchArea area(parent.file(""), logger());
-  TaskScratch scratch(area);
-  EXPECT_TRUE(scratch.createInput("tool"));
-  EXPECT_EQ(permissionsOf(scratch.path() / "work" / "tool"), 0700U);
+  const TaskScratch scratch(area);
+  EXPECT_EQ(permissionsOf(scratch.createInput("tool")), 0700U);
   EXPECT_THROW(scratch.createInput("tool"), std::system_error);
 }
 
-void expectRefused(const TaskScratch& scratch, const std::string& name, const std::string& kind) {
-  const std::string text = "The task's output \"" + name + "\" is a " + kind + "; only regular files can be returned.";
-  EXPECT_IDENTIFIED(OutputNotAFile, text, scratch.outputStatus(name));
+void expectUnusable(const fs::path& path, const std::string& problem) {
+  const OutputStatus status = fileStatus(path);
+  EXPECT_FALSE(status.isThere);
+  EXPECT_EQ(status.nbytes, 0U);
+  EXPECT_EQ(status.problem, problem) << path;
 }
 
 TEST(TaskScratch, OutputsAreRegularFilesOrMissing) {
-  const TemporaryDirectory parent;
-  ScratchArea area(parent.file(""), logger());
-  const TaskScratch scratch(area);
-  const fs::path work = scratch.path() / "work";
-  std::ofstream(work / "made") << "12345";
-  fs::create_directory(work / "folder");
-  fs::create_symlink("/etc/passwd", work / "outside");
-  fs::create_symlink("made", work / "inside");
-  ASSERT_EQ(::mkfifo((work / "pipe").c_str(), 0600), 0);
+  const TemporaryDirectory work;
+  std::ofstream(work.file("made")) << "12345";
+  fs::create_directory(work.file("folder"));
+  fs::create_symlink("/etc/passwd", work.file("outside"));
+  fs::create_symlink("made", work.file("inside"));
+  ASSERT_EQ(::mkfifo(work.file("pipe").c_str(), 0600), 0);
 
-  EXPECT_TRUE(scratch.outputStatus("made").exists);
-  EXPECT_EQ(scratch.outputStatus("made").nbytes, 5U);
-  EXPECT_FALSE(scratch.outputStatus("missing").exists);
-  expectRefused(scratch, "folder", "directory");
-  expectRefused(scratch, "outside", "symbolic link");
-  expectRefused(scratch, "inside", "symbolic link");
-  expectRefused(scratch, "pipe", "named pipe");
-}
-
-TEST(TaskScratch, OpeningAnOutputFollowsNoLinkAndDoesNotWaitOnAPipe) {
-  const TemporaryDirectory parent;
-  ScratchArea area(parent.file(""), logger());
-  const TaskScratch scratch(area);
-  const fs::path work = scratch.path() / "work";
-  std::ofstream(work / "made") << "12345";
-  fs::create_symlink("/etc/passwd", work / "outside");
-  ASSERT_EQ(::mkfifo((work / "pipe").c_str(), 0600), 0);
-  EXPECT_TRUE(scratch.openOutput("made"));
-  EXPECT_THROW(scratch.openOutput("outside"), std::system_error);
-  EXPECT_THROW(scratch.openOutput("pipe"), Exception<parallel::scheduler::OutputNotAFile>);
+  EXPECT_TRUE(fileStatus(work.file("made")).isThere);
+  EXPECT_EQ(fileStatus(work.file("made")).nbytes, 5U);
+  expectUnusable(work.file("missing"), "");
+  expectUnusable(work.file("folder"), "it is a directory, and only regular files can be returned");
+  expectUnusable(work.file("outside"), "it is a symbolic link, and only regular files can be returned");
+  expectUnusable(work.file("inside"), "it is a symbolic link, and only regular files can be returned");
+  expectUnusable(work.file("pipe"), "it is a named pipe, and only regular files can be returned");
 }
 
 TEST(FileTransfer, CopiesExactlyWhatWasAskedAndSaysWhenTheFileIsShorter) {
@@ -154,43 +178,28 @@ TEST(FileTransfer, CopiesExactlyWhatWasAskedAndSaysWhenTheFileIsShorter) {
   std::string content(600'000, 'a');
   content += "end";
   std::ofstream(path, std::ios::binary) << content;
-  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  FilePool pool(1);
+  FilePool::File file(pool, path, O_RDONLY, "the file");
   std::string copied;
   FunctionalByteSink sink(
       [&](const std::byte* data, std::size_t n) { copied.append(reinterpret_cast<const char*>(data), n); });
-  copyFile(file.get(), "the file", content.size(), sink);
+  copyFile(file, content.size(), sink);
   EXPECT_EQ(copied, content);
   copied.clear();
-  copyFile(file.get(), "the file", 10, sink);
+  copyFile(file, 10, sink);
   EXPECT_EQ(copied, content.substr(0, 10));
   EXPECT_THAT(
-      [&] { copyFile(file.get(), "the file", content.size() + 1, sink); },
+      [&] { copyFile(file, content.size() + 1, sink); },
       ThrowsMessage<std::runtime_error>("Reading the file: it became shorter, 600003 of 600004 bytes are left"));
 }
 
 TEST(FileTransfer, FullDiskNamesTheFile) {
-  const UniqueFd full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
-  FileSink sink(full.get(), "the input file \"x\"");
+  FilePool pool(1);
+  FilePool::File full(pool, "/dev/full", O_WRONLY, "the input file \"x\"");
+  FileSink sink(full);
   const std::byte byte{1};
   EXPECT_THAT([&] { sink.write(&byte, 1); },
               ThrowsMessage<std::system_error>("Writing the input file \"x\": No space left on device"));
-}
-
-TEST(RemoveTree, RemovesDirectoriesMadeUnreadableAndFollowsNoLink) {
-  const TemporaryDirectory directory;
-  const fs::path outside = directory.file("outside");
-  fs::create_directory(outside);
-  std::ofstream(outside / "kept") << "x";
-  const fs::path tree = directory.file("tree");
-  fs::create_directories(tree / "a" / "b");
-  std::ofstream(tree / "a" / "b" / "file") << "x";
-  fs::create_directory_symlink(outside, tree / "a" / "link");
-  fs::permissions(tree / "a" / "b", fs::perms::none);
-  fs::permissions(tree / "a", fs::perms::none);
-  EXPECT_FALSE(removeTree(tree));
-  EXPECT_FALSE(fs::exists(tree));
-  EXPECT_TRUE(fs::exists(outside / "kept"));
-  EXPECT_FALSE(removeTree(tree));
 }
 
 }  // namespace

@@ -2,17 +2,21 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <cstdlib>
+#include <array>
+#include <cerrno>
 
-#include "platform/errors/Exception.h"
-#include "platform/errors/catalogue.h"
+#include "platform/errors/systemError.h"
+#include "platform/errors/visibleText.h"
 #include "platform/logging/sinks.h"
 #include "scheduler/removeTree.h"
-#include "scheduler/systemError.h"
 
 namespace parallel::scheduler {
 
+using errors::systemErrorText;
+using errors::throwSystemError;
+using files::UniqueFd;
 namespace fs = std::filesystem;
 
 namespace {
@@ -32,49 +36,29 @@ std::string kindOfFile(mode_t mode) {
   }
 }
 
-std::string outputName(const std::string& name) {
-  return "the output file \"" + name + "\"";
+std::string nameOf(const fs::path& path) {
+  return errors::inQuotes(path.string(), path.string().size());
 }
 
-void requireRegular(const struct stat& status, const std::string& name) {
-  if (!S_ISREG(status.st_mode))
-    throw Exception<parallel::scheduler::OutputNotAFile>(name, kindOfFile(status.st_mode));
-}
-
-fs::path makeTaskDirectory(const fs::path& area) {
-  std::string name = (area / "task-XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr)
-    throwSystemError("Making a task's directory in \"" + area.string() + "\"");
-  return name;
-}
-
-UniqueFd makeWorkDirectory(const fs::path& path) {
-  UniqueFd directory;
-  if (::mkdir(path.c_str(), S_IRWXU) == 0)
-    directory = UniqueFd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory)
-    throwSystemError("Making the directory \"" + path.string() + "\"");
-  return directory;
+UniqueFd openOrThrow(const fs::path& path, int flags, mode_t mode = 0) {
+  UniqueFd file(::open(path.c_str(), flags | O_CLOEXEC, mode));
+  if (!file)
+    throwSystemError("Opening " + nameOf(path));
+  return file;
 }
 
 UniqueFd makeCapture(const fs::path& path) {
-  UniqueFd file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, S_IRUSR | S_IWUSR));
-  if (!file)
-    throwSystemError("Making the file \"" + path.string() + "\"");
-  return file;
+  return openOrThrow(path, O_RDWR | O_CREAT | O_EXCL | O_APPEND, S_IRUSR | S_IWUSR);
 }
 
 }  // namespace
 
-TaskScratch::TaskScratch(ScratchArea& area) : area_(area), path_(makeTaskDirectory(area.path())) {
-  try {
-    work_ = makeWorkDirectory(path_ / "work");
-    output_ = makeCapture(path_ / "stdout");
-    error_ = makeCapture(path_ / "stderr");
-  } catch (...) {
-    removeTree(path_);
-    throw;
-  }
+TaskScratch::TaskScratch(ScratchArea& area) : area_(area), path_(area.makeDirectory()) {
+  if (::mkdir(workDirectory().c_str(), S_IRWXU) == 0)
+    return;
+  const int error = errno;
+  removeTree(path_);
+  throwSystemError("Making the directory " + nameOf(workDirectory()), error);
 }
 
 TaskScratch::~TaskScratch() {
@@ -84,39 +68,62 @@ TaskScratch::~TaskScratch() {
   }
 }
 
-UniqueFd TaskScratch::createInput(const std::string& name) {
-  UniqueFd file(::openat(work_.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRWXU));
+fs::path TaskScratch::createStandardInput() const {
+  openOrThrow(standardInput(), O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+  return standardInput();
+}
+
+fs::path TaskScratch::createInput(const std::string& name) const {
+  fs::path path = workDirectory() / name;
+  const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRWXU));
   if (!file)
-    throwSystemError("Making the input file \"" + name + "\"");
-  return file;
+    throwSystemError("Making the input file " + errors::inQuotes(name));
+  return path;
 }
 
-TaskScratch::OutputStatus TaskScratch::outputStatus(const std::string& name) const {
+TaskDescriptors TaskScratch::open(bool hasInput) const {
+  TaskDescriptors opened;
+  opened.directory = openOrThrow(workDirectory(), O_RDONLY | O_DIRECTORY);
+  if (hasInput)
+    opened.input = openOrThrow(standardInput(), O_RDONLY);
+  opened.output = makeCapture(standardOutput());
+  opened.error = makeCapture(standardError());
+  return opened;
+}
+
+OutputStatus fileStatus(const fs::path& path) {
+  OutputStatus result;
   struct stat status {};
-  if (::fstatat(work_.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno == ENOENT)
-      return {};
-    throwSystemError("Looking at " + outputName(name));
+  if (::lstat(path.c_str(), &status) != 0) {
+    if (errno != ENOENT)
+      result.problem = "it cannot be looked at: " + systemErrorText(errno);
+    return result;
   }
-  requireRegular(status, name);
-  return {true, static_cast<std::uint64_t>(status.st_size)};
+  if (!S_ISREG(status.st_mode))
+    result.problem = "it is a " + kindOfFile(status.st_mode) + ", and only regular files can be returned";
+  else if (::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0)
+    result.problem = "it cannot be read: " + systemErrorText(errno);
+  result.isThere = result.problem.empty();
+  result.nbytes = result.isThere ? static_cast<std::uint64_t>(status.st_size) : 0;
+  return result;
 }
 
-UniqueFd TaskScratch::openOutput(const std::string& name) const {
-  // Not blocking: what was a file a moment ago may be a pipe by now.
-  UniqueFd file(::openat(work_.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0)
-    throwSystemError("Opening " + outputName(name));
-  requireRegular(status, name);
-  return file;
-}
-
-std::uint64_t fileBytes(int fd, const std::string& what) {
-  struct stat status {};
-  if (::fstat(fd, &status) != 0)
-    throwSystemError("Looking at " + what);
-  return static_cast<std::uint64_t>(status.st_size);
+int spaceError(int fd) noexcept {
+  static constexpr std::array<char, 4096> kMore{};
+  struct stat before {};
+  if (::fstat(fd, &before) != 0)
+    return 0;
+  int error = 0;
+  for (std::size_t done = 0; done < kMore.size() && error == 0;) {
+    const ssize_t written = ::write(fd, kMore.data() + done, kMore.size() - done);
+    if (written >= 0)
+      done += static_cast<std::size_t>(written);
+    else if (errno != EINTR)
+      error = errno;
+  }
+  while (::ftruncate(fd, before.st_size) != 0 && errno == EINTR) {
+  }
+  return error;
 }
 
 }  // namespace parallel::scheduler

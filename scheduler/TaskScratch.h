@@ -1,16 +1,25 @@
-// The files of one task: a directory of its own to work in, and beside it, out of its sight, its captured output.
+// The files of one task: a directory of its own to work in, and beside it, out of its sight, its standard streams.
 //
-// Names given here are single names, checked before (checkTaskDescription.h).
+// Holds no descriptor: a task that waits for its turn costs none. Names given here are single names, checked before
+// (checkTaskDescription.h).
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <string>
 
+#include "platform/files/UniqueFd.h"
 #include "scheduler/ScratchArea.h"
-#include "scheduler/UniqueFd.h"
 
 namespace parallel::scheduler {
+
+// What a task runs with, opened when its turn has come.
+struct TaskDescriptors {
+  files::UniqueFd directory;
+  files::UniqueFd input;  // none when it is to be empty
+  files::UniqueFd output;
+  files::UniqueFd error;
+};
 
 // Errors:  std::system_error names the file.
 // Threads: one at a time.
@@ -24,32 +33,38 @@ class TaskScratch {
   TaskScratch& operator=(const TaskScratch&) = delete;
 
   const std::filesystem::path& path() const noexcept { return path_; }
-  // The task's working directory.
-  int workDirectory() const noexcept { return work_.get(); }
-  // Open for writing and reading, and empty at first.
-  int standardOutput() const noexcept { return output_.get(); }
-  int standardError() const noexcept { return error_.get(); }
 
-  // A new file in the working directory. Its mode lets the task run it as a program.
-  UniqueFd createInput(const std::string& name);
-  // The size of a file that the task made, without opening it: the number of outputs is not bounded by descriptors.
-  // `exists` is false when there is none. `OutputNotAFile` when it is something else than a regular file.
-  struct OutputStatus {
-    bool exists = false;
-    std::uint64_t nbytes = 0;
-  };
-  OutputStatus outputStatus(const std::string& name) const;
-  UniqueFd openOutput(const std::string& name) const;
+  // Make an empty file for what the task is to read, once, and return its path. An input file's mode lets the task run
+  // it as a program.
+  std::filesystem::path createStandardInput() const;
+  std::filesystem::path createInput(const std::string& name) const;
+
+  // Makes the files that capture the output, once, and opens what the task runs with.
+  TaskDescriptors open(bool hasInput) const;
+
+  std::filesystem::path standardOutput() const { return path_ / "stdout"; }
+  std::filesystem::path standardError() const { return path_ / "stderr"; }
+  std::filesystem::path output(const std::string& name) const { return workDirectory() / name; }
 
  private:
+  std::filesystem::path workDirectory() const { return path_ / "work"; }
+  std::filesystem::path standardInput() const { return path_ / "stdin"; }
+
   ScratchArea& area_;
   std::filesystem::path path_;
-  UniqueFd work_;
-  UniqueFd output_;
-  UniqueFd error_;
 };
 
-// Bytes of an open file.
-std::uint64_t fileBytes(int fd, const std::string& what);
+// A file that a task was to leave. Without a problem and not there, it has not been made.
+struct OutputStatus {
+  bool isThere = false;
+  std::uint64_t nbytes = 0;
+  std::string problem;  // why it cannot be returned: "it is a symbolic link, ..."
+};
+
+// Follows no link, and opens nothing: the number of outputs is not bounded by descriptors.
+OutputStatus fileStatus(const std::filesystem::path& path);
+
+// 0, or the error with which the file system of an open file takes no more bytes. The file stays as it is.
+int spaceError(int fd) noexcept;
 
 }  // namespace parallel::scheduler

@@ -27,7 +27,7 @@ TaskSlots::TaskSlots(std::size_t count) : free_(count) {
 
 TaskSlots::Slot TaskSlots::acquire(const std::stop_token& stop) {
   Waiter self;
-  std::unique_lock lock(mutex_);
+  threads::MutexLock lock(mutex_);
   if (stop.stop_requested())
     return {};
   if (free_ > 0) {
@@ -39,9 +39,9 @@ TaskSlots::Slot TaskSlots::acquire(const std::stop_token& stop) {
   lock.unlock();
   {
     const std::stop_callback onStop(stop, [&] {
-      const std::scoped_lock guard(mutex_);
+      const threads::MutexLock guard(mutex_);
       self.stopped = true;
-      self.wake.notify_one();
+      self.wake.notifyOne();
     });
     lock.lock();
     self.wake.wait(lock, [&] { return self.granted || self.stopped; });
@@ -54,7 +54,7 @@ TaskSlots::Slot TaskSlots::acquire(const std::stop_token& stop) {
 
 // A slot goes straight to the first who waits, so that nobody can slip in between.
 void TaskSlots::giveBack() noexcept {
-  const std::scoped_lock lock(mutex_);
+  const threads::MutexLock lock(mutex_);
   if (waiting_.empty()) {
     ++free_;
     return;
@@ -62,16 +62,16 @@ void TaskSlots::giveBack() noexcept {
   Waiter* next = waiting_.front();
   waiting_.pop_front();
   next->granted = true;
-  next->wake.notify_one();
+  next->wake.notifyOne();
 }
 
 std::size_t TaskSlots::freeCount() const {
-  const std::scoped_lock lock(mutex_);
+  const threads::MutexLock lock(mutex_);
   return free_;
 }
 
 std::size_t TaskSlots::waitingCount() const {
-  const std::scoped_lock lock(mutex_);
+  const threads::MutexLock lock(mutex_);
   return waiting_.size();
 }
 

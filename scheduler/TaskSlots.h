@@ -1,11 +1,11 @@
 // So many tasks may run at once; who comes later waits, and the turns go in the order of coming.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <list>
-#include <mutex>
 #include <stop_token>
+
+#include "platform/threads/Mutex.h"
 
 namespace parallel::scheduler {
 
@@ -45,16 +45,16 @@ class TaskSlots {
 
  private:
   struct Waiter {
-    std::condition_variable wake;
+    threads::ConditionVariable wake;
     bool granted = false;
     bool stopped = false;
   };
 
   void giveBack() noexcept;
 
-  mutable std::mutex mutex_;
-  std::size_t free_;            // guarded by mutex_; above 0 only while nobody waits
-  std::list<Waiter*> waiting_;  // guarded by mutex_; the next one in front
+  mutable threads::Mutex mutex_;
+  std::size_t free_ ZKS_GUARDED_BY(mutex_);            // above 0 only while nobody waits
+  std::list<Waiter*> waiting_ ZKS_GUARDED_BY(mutex_);  // the next one in front
 };
 
 }  // namespace parallel::scheduler

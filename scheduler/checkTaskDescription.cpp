@@ -6,10 +6,12 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/errors/visibleText.h"
 #include "scheduler/durations.h"
 
 namespace parallel::scheduler {
 
+using errors::inQuotes;
 using zksmessages::TaskDescription;
 using zksmessages::TaskLimits;
 using Names = google::protobuf::RepeatedPtrField<std::string>;
@@ -18,21 +20,6 @@ namespace {
 
 [[noreturn]] void refuse(const std::string& field, const std::string& problem) {
   throw Exception<parallel::scheduler::BadTaskField>(field, problem);
-}
-
-// In quotes, with NULs and other control characters made visible.
-std::string quoted(std::string_view text) {
-  constexpr std::string_view kHex = "0123456789abcdef";
-  constexpr unsigned char kFirstPrintable = 0x20;
-  std::string result = "\"";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < kFirstPrintable)
-      result += std::string("\\x") + kHex[byte >> 4] + kHex[byte & 0xF];
-    else
-      result += c;
-  }
-  return result + "\"";
 }
 
 bool hasNul(std::string_view text) {
@@ -47,22 +34,22 @@ void checkArguments(const Names& argv) {
   if (argv.empty())
     refuse("argv", "it is empty, and names no program");
   if (argv[0].empty())
-    refuse("argv[0]", "\"\" is no program");
+    refuse("argv[0]", "\"\" is not a program");
   for (int i = 0; i < argv.size(); ++i) {
     if (hasNul(argv[i]))
-      refuse(element("argv", i), quoted(argv[i]) + " holds a NUL");
+      refuse(element("argv", i), "it holds a NUL");
   }
 }
 
 void checkEnvironment(const TaskDescription& task) {
   for (const auto& [name, value] : task.environment()) {
-    const std::string field = "environment[" + quoted(name) + "]";
+    const std::string field = "environment[" + inQuotes(name) + "]";
     if (name.empty())
       refuse(field, "a variable needs a name");
     if (hasNul(name) || name.find('=') != std::string::npos)
       refuse(field, "a variable's name holds neither \"=\" nor a NUL");
     if (hasNul(value))
-      refuse(field, quoted(value) + " holds a NUL");
+      refuse(field, "its value holds a NUL");
   }
 }
 
@@ -84,9 +71,9 @@ void checkNames(const char* field, const Names& names) {
   std::set<std::string_view> seen;
   for (int i = 0; i < names.size(); ++i) {
     if (const std::string problem = problemOfName(names[i]); !problem.empty())
-      refuse(element(field, i), quoted(names[i]) + problem);
+      refuse(element(field, i), inQuotes(names[i]) + problem);
     if (!seen.insert(names[i]).second)
-      refuse(element(field, i), quoted(names[i]) + " is there twice");
+      refuse(element(field, i), inQuotes(names[i]) + " is there twice");
   }
 }
 

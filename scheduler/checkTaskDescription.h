@@ -5,7 +5,8 @@
 
 namespace parallel::scheduler {
 
-// `BadTaskField` names the first field that cannot be used, with its value.
+// `BadTaskField` names the first field that cannot be used. Its text goes into logs, so it shows names of files and
+// variables, but no argument and no value of a variable.
 void checkTaskDescription(const zksmessages::TaskDescription& task);
 
 }  // namespace parallel::scheduler

@@ -46,8 +46,8 @@ TEST(CheckTaskDescription, GoodOnePasses) {
 
 TEST(CheckTaskDescription, ArgumentsNeedAProgramAndNoNul) {
   expectRefused([](auto& task) { task.clear_argv(); }, "argv: it is empty, and names no program");
-  expectRefused([](auto& task) { task.set_argv(0, ""); }, "argv[0]: \"\" is no program");
-  expectRefused([](auto& task) { task.set_argv(1, raw("a\0b")); }, "argv[1]: \"a\\x00b\" holds a NUL");
+  expectRefused([](auto& task) { task.set_argv(0, ""); }, "argv[0]: \"\" is not a program");
+  expectRefused([](auto& task) { task.set_argv(1, raw("a\0b")); }, "argv[1]: it holds a NUL");
 }
 
 TEST(CheckTaskDescription, EnvironmentNamesAndValuesAreChecked) {
@@ -57,7 +57,7 @@ TEST(CheckTaskDescription, EnvironmentNamesAndValuesAreChecked) {
   expectRefused(with("", "x"), "environment[\"\"]: a variable needs a name");
   expectRefused(with("A=B", "x"), "environment[\"A=B\"]: a variable's name holds neither \"=\" nor a NUL");
   expectRefused(with(raw("A\0"), "x"), "environment[\"A\\x00\"]: a variable's name holds neither \"=\" nor a NUL");
-  expectRefused(with("A", raw("x\0")), "environment[\"A\"]: \"x\\x00\" holds a NUL");
+  expectRefused(with("A", raw("x\0")), "environment[\"A\"]: its value holds a NUL");
 }
 
 TEST(CheckTaskDescription, FileNamesAreSingleNames) {

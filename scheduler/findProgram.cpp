@@ -4,9 +4,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
+
+#include "platform/errors/visibleText.h"
+
 namespace parallel::scheduler {
 
+using errors::inQuotes;
+
 namespace {
+
+// The longest text that the system passes to a program, its end counted (MAX_ARG_STRLEN).
+constexpr std::size_t kMostPathBytes = std::size_t{128} << 10;
+constexpr std::size_t kShownPathBytes = 1024;
 
 bool isFile(int directory, const std::string& path) {
   struct stat status {};
@@ -19,11 +29,20 @@ bool isExecutable(int directory, const std::string& path) {
 
 }  // namespace
 
-std::string findProgram(const std::string& name, std::string_view searchPath, int directory) {
+std::optional<std::string> findProgram(const std::string& name, std::string_view searchPath, int directory,
+                                       const std::function<bool()>& giveUp) {
   if (name.find('/') != std::string::npos)
     return name;
+  if (name.size() > NAME_MAX)
+    throw StartFailure("No program can have the name " + inQuotes(name));
+  if (searchPath.size() >= kMostPathBytes)
+    throw StartFailure("The program " + inQuotes(name) + " is not searched: PATH has " +
+                       std::to_string(searchPath.size()) + " bytes, and no program can be given " +
+                       std::to_string(kMostPathBytes) + " or more");
   std::string notExecutable;
   for (std::string_view rest = searchPath;;) {
+    if (giveUp())
+      return std::nullopt;
     const std::size_t colon = rest.find(':');
     const std::string_view folder = rest.substr(0, colon);
     std::string path = (folder.empty() ? std::string(".") : std::string(folder)) + "/" + name;
@@ -36,9 +55,10 @@ std::string findProgram(const std::string& name, std::string_view searchPath, in
       break;
     rest.remove_prefix(colon + 1);
   }
-  std::string text = "No program \"" + name + "\" in PATH (" + std::string(searchPath) + ")";
+  std::string text =
+      "No program " + inQuotes(name) + " in PATH (" + errors::visibleText(searchPath, kShownPathBytes) + ")";
   if (!notExecutable.empty())
-    text += "; \"" + notExecutable + "\" is not executable";
+    text += "; " + inQuotes(notExecutable, PATH_MAX) + " is not executable";
   throw StartFailure(text);
 }
 

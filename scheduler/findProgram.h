@@ -1,6 +1,8 @@
 // Finds the file of a program as a shell would.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -15,7 +17,8 @@ class StartFailure : public std::runtime_error {
 
 // A name with a slash is taken as it is; another one is searched in the directories of `searchPath`, separated by
 // colons. Relative ones, and an empty one, are taken from `directory`. StartFailure names the program and the
-// directories searched.
-std::string findProgram(const std::string& name, std::string_view searchPath, int directory);
+// directories searched. `giveUp` is asked before each directory; nothing is returned once it says so.
+std::optional<std::string> findProgram(const std::string& name, std::string_view searchPath, int directory,
+                                       const std::function<bool()>& giveUp);
 
 }  // namespace parallel::scheduler

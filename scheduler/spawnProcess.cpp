@@ -12,11 +12,14 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 
+#include "platform/errors/systemError.h"
 #include "scheduler/findProgram.h"
 
 namespace parallel::scheduler {
+
+using errors::systemErrorText;
+using files::UniqueFd;
 
 namespace {
 
@@ -116,16 +119,12 @@ class AllSignalsBlocked {
   sigset_t previous_{};
 };
 
-std::string errorText(int error) {
-  return std::strerror(error);
-}  // NOLINT(concurrency-mt-unsafe)
-
 [[noreturn]] void failToStart(const std::string& program, const std::string& reason) {
   throw StartFailure("Cannot run \"" + program + "\": " + reason);
 }
 
 [[noreturn]] void failToStart(const std::string& program, const std::string& step, int error) {
-  failToStart(program, step + errorText(error));
+  failToStart(program, step + systemErrorText(error));
 }
 
 // More than the system says where that misleads: a file that is there "is not", a directory is a matter of permissions.
@@ -137,8 +136,8 @@ std::string reasonNotRun(const SpawnRequest& request, int error) {
   if (exists && error == ENOENT)
     return "the interpreter or loader that it names is not there";
   if (error == ENOEXEC)
-    return "it is no program, nor a script that names its interpreter after #! in its first line";
-  return errorText(error);
+    return "it is neither a program nor a script that names its interpreter after #! in its first line";
+  return systemErrorText(error);
 }
 
 std::string stepText(Step step) {
@@ -168,6 +167,15 @@ UniqueFd aboveStandard(int fd, const std::string& program) {
   if (!copy)
     failToStart(program, "copying a descriptor: ", errno);
   return copy;
+}
+
+UniqueFd inputOf(const SpawnRequest& request) {
+  if (request.standardInput >= 0)
+    return aboveStandard(request.standardInput, request.program);
+  const UniqueFd nothing(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  if (!nothing)
+    failToStart(request.program, "opening /dev/null: ", errno);
+  return aboveStandard(nothing.get(), request.program);
 }
 
 struct Pipe {
@@ -211,10 +219,7 @@ void reap(pid_t pid) {
 
 SpawnedProcess spawnProcess(const SpawnRequest& request) {
   const std::string& name = request.program;
-  const UniqueFd nothing(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  if (!nothing)
-    failToStart(name, "opening /dev/null: ", errno);
-  const UniqueFd input = aboveStandard(nothing.get(), name);
+  const UniqueFd input = inputOf(request);
   const UniqueFd output = aboveStandard(request.standardOutput, name);
   const UniqueFd error = aboveStandard(request.standardError, name);
   const UniqueFd directory = aboveStandard(request.directory, name);

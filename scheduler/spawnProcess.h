@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "scheduler/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 namespace parallel::scheduler {
 
@@ -25,18 +25,19 @@ struct SpawnRequest {
   std::string program;  // a path, from `directory` if relative
   std::vector<std::string> argv;
   std::vector<std::string> environment;  // "NAME=value"
-  int directory = -1;                    // borrowed, like the two below
+  int directory = -1;                    // borrowed, like the three below
+  int standardInput = -1;                // -1: empty
   int standardOutput = -1;
   int standardError = -1;
   std::vector<ResourceLimit> limits;
 };
 
 struct SpawnedProcess {
-  pid_t pid = -1;  // also its group; the caller waits for it
-  UniqueFd pidfd;  // readable when it has ended
+  pid_t pid = -1;         // also its group; the caller waits for it
+  files::UniqueFd pidfd;  // readable when it has ended
 };
 
-// The child's standard input is empty. StartFailure (findProgram.h) says what did not work.
+// StartFailure (findProgram.h) says what did not work.
 SpawnedProcess spawnProcess(const SpawnRequest& request);
 
 }  // namespace parallel::scheduler

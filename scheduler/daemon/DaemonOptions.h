@@ -24,6 +24,12 @@ struct DaemonOptions {
   std::size_t slots = 0;
   std::optional<std::uint64_t> maxRequestBytes;
   double idleSeconds = 600;  // 0: no limit
+  // Connections at once, of all clients and of one of them; nothing: as many as the descriptors allow, 1000 at most,
+  // and half of them.
+  std::optional<std::size_t> maxConnections;
+  std::optional<std::size_t> maxPeerConnections;
+  double handshakeSeconds = 20;
+  std::optional<std::uint64_t> maxMemoryBytes;  // nothing: half of what the machine has
   std::filesystem::path scratch;
   foundation::log::level_t logLevels = 0;
 };

@@ -42,8 +42,11 @@ TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
   EXPECT_EQ(options->slots, 0U);
   EXPECT_FALSE(options->maxRequestBytes);
   EXPECT_EQ(options->idleSeconds, 600);
+  EXPECT_FALSE(options->maxConnections);
+  EXPECT_FALSE(options->maxPeerConnections);
+  EXPECT_EQ(options->handshakeSeconds, 20);
   EXPECT_EQ(options->scratch, "");
-  EXPECT_EQ(options->logLevels, logging::levelsFromWord("warning"));
+  EXPECT_EQ(options->logLevels, logging::levelsFromWord("info"));
 }
 
 TEST(DaemonOptions, EachOptionIsTaken) {
@@ -58,6 +61,14 @@ TEST(DaemonOptions, EachOptionIsTaken) {
   ASSERT_TRUE(limited);
   EXPECT_EQ(limited->maxRequestBytes, std::uint64_t{2} << 30);
   EXPECT_EQ(limited->idleSeconds, 1.5);
+  const auto bounded = parse({"--max-connections", "7", "--max-peer-connections", "3", "--handshake-timeout", "0.5",
+                              "--max-memory", "200M"})
+                           .parsed.options;
+  ASSERT_TRUE(bounded);
+  EXPECT_EQ(bounded->maxConnections, 7U);
+  EXPECT_EQ(bounded->maxPeerConnections, 3U);
+  EXPECT_EQ(bounded->handshakeSeconds, 0.5);
+  EXPECT_EQ(bounded->maxMemoryBytes, std::uint64_t{200} << 20);
   const auto open = parse({"--listen", "localhost:0", "--insecure"}).parsed.options;
   ASSERT_TRUE(open);
   EXPECT_EQ(open->listen, "localhost:0");
@@ -85,6 +96,10 @@ TEST(DaemonOptions, UsageErrorsNameTheOption) {
   expectUsageError({"--max-request", "many"}, "--max-request");
   expectUsageError({"--max-request", "9223372036854775808"}, "--max-request");
   expectUsageError({"--idle-timeout", "-1"}, "--idle-timeout");
+  expectUsageError({"--max-connections", "0"}, "--max-connections");
+  expectUsageError({"--max-peer-connections", "0"}, "--max-peer-connections");
+  expectUsageError({"--max-memory", "1M"}, "--max-memory");
+  expectUsageError({"--handshake-timeout", "0"}, "--handshake-timeout");
   expectUsageError({"--slots", "many"}, "--slots");
   expectUsageError({"--scratch", "/no/such/directory"}, "/no/such/directory");
   expectUsageError({"--log", "loud"}, "--log");

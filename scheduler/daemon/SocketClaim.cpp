@@ -8,24 +8,24 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
-#include <system_error>
 
+#include "platform/errors/systemError.h"
+#include "platform/errors/visibleText.h"
 #include "scheduler/daemon/DaemonError.h"
 #include "scheduler/daemon/absolutePath.h"
 
 namespace parallel::scheduler {
 
+using errors::systemErrorText;
+using files::UniqueFd;
 namespace fs = std::filesystem;
 
 namespace {
 
-std::string quoted(const fs::path& path) {
-  return "\"" + path.string() + "\"";
-}
-
-std::string systemText(int error) {
-  return std::generic_category().message(error);
+std::string inQuotes(const fs::path& path) {
+  return errors::inQuotes(path.string(), PATH_MAX);
 }
 
 fs::path checkedPath(const fs::path& path) {
@@ -34,7 +34,7 @@ fs::path checkedPath(const fs::path& path) {
     throw DaemonError("The socket file needs a name");
   fs::path absolute = absolutePath(path);
   if (absolute.string().size() > kMaxBytes)
-    throw DaemonError("The socket file's path " + quoted(absolute) + " has " +
+    throw DaemonError("The socket file's path " + inQuotes(absolute) + " has " +
                       std::to_string(absolute.string().size()) + " bytes, and the system takes at most " +
                       std::to_string(kMaxBytes) + "; choose a shorter one with --socket");
   return absolute;
@@ -43,7 +43,7 @@ fs::path checkedPath(const fs::path& path) {
 UniqueFd openLock(const fs::path& path) {
   UniqueFd file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
   if (!file)
-    throw DaemonError("The lock file " + quoted(path) + " cannot be made: " + systemText(errno));
+    throw DaemonError("The lock file " + inQuotes(path) + " cannot be made: " + systemErrorText(errno));
   return file;
 }
 
@@ -99,12 +99,12 @@ void SocketClaim::lock() {
   do {
     lock_ = openLock(lockPath_);
     if (::flock(lock_.get(), LOCK_EX | LOCK_NB) != 0)
-      throw DaemonError("Another zksd" + ownerText(lock_) + " listens on " + quoted(socket_));
+      throw DaemonError("Another zksd" + ownerText(lock_) + " listens on " + inQuotes(socket_));
   } while (!isStillAt(lock_, lockPath_));
   const std::string owner = std::to_string(::getpid());
   if (::ftruncate(lock_.get(), 0) != 0 ||
       ::pwrite(lock_.get(), owner.data(), owner.size(), 0) != static_cast<ssize_t>(owner.size()))
-    throw DaemonError("The lock file " + quoted(lockPath_) + " cannot be written: " + systemText(errno));
+    throw DaemonError("The lock file " + inQuotes(lockPath_) + " cannot be written: " + systemErrorText(errno));
 }
 
 void SocketClaim::removeDeadSocket() const {
@@ -112,14 +112,15 @@ void SocketClaim::removeDeadSocket() const {
   if (::lstat(socket_.c_str(), &status) != 0)
     return;
   if (!S_ISSOCK(status.st_mode))
-    throw DaemonError("There is a file at " + quoted(socket_) + " that is not a socket; it is left alone");
+    throw DaemonError("There is a file at " + inQuotes(socket_) + " that is not a socket; it is left alone");
   const int error = tryConnect(socket_);
   if (error == 0 || error == EAGAIN)
-    throw DaemonError("Another program listens on " + quoted(socket_));
+    throw DaemonError("Another program listens on " + inQuotes(socket_));
   if (error != ECONNREFUSED)
-    throw DaemonError("It cannot be told whether somebody listens on " + quoted(socket_) + ": " + systemText(error));
+    throw DaemonError("It cannot be told whether somebody listens on " + inQuotes(socket_) + ": " +
+                      systemErrorText(error));
   if (::unlink(socket_.c_str()) != 0)
-    throw DaemonError("The dead socket file " + quoted(socket_) + " cannot be removed: " + systemText(errno));
+    throw DaemonError("The dead socket file " + inQuotes(socket_) + " cannot be removed: " + systemErrorText(errno));
 }
 
 }  // namespace parallel::scheduler

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "scheduler/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 namespace parallel::scheduler {
 
@@ -39,7 +39,7 @@ class SocketClaim {
 
   std::filesystem::path socket_;
   std::filesystem::path lockPath_;
-  UniqueFd lock_;
+  files::UniqueFd lock_;
 };
 
 }  // namespace parallel::scheduler

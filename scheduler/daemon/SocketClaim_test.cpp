@@ -17,6 +17,7 @@
 namespace parallel::scheduler {
 namespace {
 
+using files::UniqueFd;
 namespace fs = std::filesystem;
 using spf::transport::testing::TemporaryDirectory;
 

@@ -5,9 +5,9 @@
 
 namespace parallel::scheduler {
 
-// $XDG_RUNTIME_DIR/zks/zksd.sock where that variable names a directory, else /tmp/zks-UID/zksd.sock. Makes the socket's
-// directory (mode 0700). DaemonError when it is there but is not this user's alone.
-std::filesystem::path defaultSocket();
+// The default socket (platform/spf/security/defaultSocket.h), its directory made (mode 0700). DaemonError when that is
+// there but is not this user's alone.
+std::filesystem::path prepareDefaultSocket();
 
 // That the directory is there, belongs to this user and lets nobody else in. Made if it is missing.
 void requirePrivateDirectory(const std::filesystem::path& directory);

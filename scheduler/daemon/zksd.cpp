@@ -1,6 +1,7 @@
 // zksd, the scheduler's daemon. For its users: docs/zksd.md.
 #include <pthread.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <ctime>
@@ -8,19 +9,23 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "platform/logging/consoleSink.h"
+#include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
 #include "platform/spf/grpc/Server.h"
 #include "platform/spf/grpc/routeGrpcLog.h"
+#include "programs/standardDescriptors.h"
 #include "scheduler/CallCounter.h"
 #include "scheduler/SchedulerService.h"
 #include "scheduler/daemon/DaemonOptions.h"
+#include "scheduler/daemon/MemoryGuard.h"
 #include "scheduler/daemon/SocketClaim.h"
 #include "scheduler/daemon/allocatorTuning.h"
 #include "scheduler/daemon/defaultSocket.h"
+#include "scheduler/daemon/descriptorLimit.h"
 #include "scheduler/daemon/serviceCredentials.h"
-#include "scheduler/standardDescriptors.h"
 
 namespace parallel::scheduler {
 
@@ -40,8 +45,9 @@ class EndSignals {
   }
 
   // True when one came within that time.
-  bool waitFor(std::chrono::seconds time) const {
-    const timespec limit{time.count(), 0};
+  bool waitFor(std::chrono::milliseconds time) const {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const timespec limit{seconds.count(), std::chrono::nanoseconds(time - seconds).count()};
     return ::sigtimedwait(&signals_, nullptr, &limit) > 0;
   }
 
@@ -49,14 +55,41 @@ class EndSignals {
   sigset_t signals_{};
 };
 
-void serveUntilSignal(const EndSignals& signals, const CallCounter& counter) {
-  constexpr std::chrono::seconds kIdleCheck{5};
-  std::uint64_t finishedAtRelease = 0;
-  while (!signals.waitFor(kIdleCheck)) {
-    if (counter.underWay() == 0 && counter.finished() != finishedAtRelease) {
-      finishedAtRelease = counter.finished();
-      releaseKeptMemory();
+// Gives kept memory back when nothing has been called for a while.
+class IdleRelease {
+ public:
+  explicit IdleRelease(const CallCounter& counter) : counter_(counter) {}
+
+  void look() {
+    if (const auto now = std::chrono::steady_clock::now(); now >= next_) {
+      next_ = now + std::chrono::seconds(5);
+      if (counter_.underWay() == 0 && std::exchange(finished_, counter_.finished()) != counter_.finished())
+        releaseKeptMemory();
     }
+  }
+
+ private:
+  const CallCounter& counter_;
+  std::uint64_t finished_ = 0;
+  std::chrono::steady_clock::time_point next_{};
+};
+
+// What can be bounded nowhere else: gRPC holds headers and streams that its own limits do not count.
+void endConnectionWhereMemoryIsShort(MemoryGuard& memory, Server& server) {
+  if (!memory.wantsLess())
+    return;
+  if (const auto peer = server.endHeaviestConnection())
+    FOUNDATION_LOG(logging::createQLVLogger("zks.spf"), logging::kWarning)
+        << "This process has more memory than its limit of " << memory.limitBytes() << " bytes (zksd --max-memory). "
+        << "A connection of " << *peer << " was ended.";
+}
+
+void serveUntilSignal(const EndSignals& signals, const CallCounter& counter, MemoryGuard& memory, Server& server) {
+  constexpr std::chrono::milliseconds kLook{100};
+  IdleRelease idle(counter);
+  while (!signals.waitFor(kLook)) {
+    idle.look();
+    endConnectionWhereMemoryIsShort(memory, server);
   }
 }
 
@@ -68,11 +101,21 @@ std::unique_ptr<Server> listen(const std::shared_ptr<agent::spf::core::Service>&
   return std::make_unique<Server>(service, options);
 }
 
-ServerOptions serverOptions(const DaemonOptions& options, const std::optional<SocketClaim>& claim) {
+std::chrono::milliseconds millisecondsOf(double seconds) {
+  return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
+ServerOptions serverOptions(const DaemonOptions& options, const std::optional<SocketClaim>& claim,
+                            std::uint64_t descriptors, const MemoryGuard& memory) {
   ServerOptions server;
   server.address = claim ? claim->address() : options.listen;
   server.plainText = options.insecure;
-  server.idleTimeout = std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(options.idleSeconds));
+  server.idleTimeout = millisecondsOf(options.idleSeconds);
+  server.handshakeTimeout = millisecondsOf(options.handshakeSeconds);
+  server.maxMessageMemory = static_cast<std::size_t>(memory.limitBytes() / 2);
+  server.maxConnections = options.maxConnections.value_or(connectionsWithin(descriptors));
+  server.maxConnectionsPerPeer =
+      options.maxPeerConnections.value_or(std::max<std::size_t>(server.maxConnections / 2, 1));
   if (!claim && !options.insecure)
     server.credentials = serviceCredentials(options);
   return server;
@@ -87,22 +130,26 @@ void announce(const DaemonOptions& options, const Server& server) {
 
 void run(const DaemonOptions& options) {
   const EndSignals signals;
+  const DescriptorLimit descriptors = raiseDescriptorLimit();
   keepFreedMemory();
-  const logging::SinkHandle log = logging::consoleSink(std::cerr, "zksd");
+  const logging::SinkHandle log = logging::consoleSink(STDERR_FILENO, "zksd");
   logging::setEnabledLevels("", options.logLevels);
   agent::spf::grpc_transport::routeGrpcLog();
 
   std::optional<SocketClaim> claim;
   if (options.listen.empty())
-    claim.emplace(options.socket.empty() ? defaultSocket() : options.socket);
+    claim.emplace(options.socket.empty() ? prepareDefaultSocket() : options.socket);
   const auto counter = std::make_shared<CallCounter>();
-  const auto service = makeSchedulerService(
-      SchedulerOptions{.slots = options.slots, .scratchParent = options.scratch, .counter = counter});
+  const auto service = makeSchedulerService(SchedulerOptions{.slots = options.slots,
+                                                             .scratchParent = options.scratch,
+                                                             .taskOpenFiles = descriptors.usual,
+                                                             .counter = counter});
   if (options.maxRequestBytes)
     service->limitRequests({static_cast<long>(*options.maxRequestBytes), "zksd --max-request"});
-  const std::unique_ptr<Server> server = listen(service, serverOptions(options, claim));
+  MemoryGuard memory(options.maxMemoryBytes.value_or(halfOfMemory()));
+  const std::unique_ptr<Server> server = listen(service, serverOptions(options, claim, descriptors.now, memory));
   announce(options, *server);
-  serveUntilSignal(signals, *counter);
+  serveUntilSignal(signals, *counter, memory, *server);
 }
 
 int complain(const char* text) {
@@ -116,7 +163,7 @@ int complain(const char* text) {
 
 int main(int argc, char** argv) {
   using namespace parallel::scheduler;  // NOLINT(google-build-using-namespace)
-  occupyStandardDescriptors();
+  programs::occupyStandardDescriptors();
   const ParsedArguments parsed = parseArguments({argv + 1, argv + argc}, std::cout, std::cerr);
   if (!parsed.options)
     return std::cout.flush() ? parsed.exitCode : complain("cannot write to standard output");

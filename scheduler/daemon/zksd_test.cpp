@@ -29,6 +29,7 @@ namespace fs = std::filesystem;
 namespace core = agent::spf::core;
 using spf::transport::testing::TemporaryDirectory;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using testing::TestPipe;
 using ::testing::ThrowsMessage;
@@ -44,8 +45,11 @@ std::string restOf(int fd) {
 // A running zksd. Killed with its owner, if it has not ended before.
 class Daemon {
  public:
-  explicit Daemon(std::vector<std::string> arguments, const std::vector<std::string>& environment = {}) {
-    arguments.insert(arguments.begin(), "zksd");
+  // `launcher` is a command that runs the one which follows it.
+  explicit Daemon(std::vector<std::string> arguments, const std::vector<std::string>& environment = {},
+                  std::vector<std::string> launcher = {}) {
+    launcher.emplace_back(ZKSD_PATH);
+    arguments.insert(arguments.begin(), launcher.begin(), launcher.end());
     std::vector<std::string> variables = environment;
     for (char** entry = environ; *entry != nullptr; ++entry) {
       if (!std::string(*entry).starts_with("XDG_RUNTIME_DIR="))
@@ -55,9 +59,9 @@ class Daemon {
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, output_.writing.get(), 1);
     ::posix_spawn_file_actions_adddup2(&actions, error_.writing.get(), 2);
-    EXPECT_EQ(
-        ::posix_spawn(&pid_, ZKSD_PATH, &actions, nullptr, pointersTo(arguments).data(), pointersTo(variables).data()),
-        0);
+    EXPECT_EQ(::posix_spawnp(&pid_, arguments[0].c_str(), &actions, nullptr, pointersTo(arguments).data(),
+                             pointersTo(variables).data()),
+              0);
     ::posix_spawn_file_actions_destroy(&actions);
     output_.writing.reset();
     error_.writing.reset();
@@ -193,7 +197,8 @@ TEST_F(Zksd, ServesOnItsSocketAndEndsCleanlyOnEachSignal) {
     daemon.signal(signal);
     EXPECT_EQ(daemon.exitCode(), 0);
     EXPECT_EQ(daemon.output(), "");
-    EXPECT_EQ(daemon.error(), "");
+    EXPECT_THAT(daemon.error(), MatchesRegex("zksd: info: zks.scheduler: time=[^\n]* peer=unix method=\"runTask\" "
+                                             "program=\"sh\" outcome=\"exited 0\" [^\n]*\n"));
     EXPECT_FALSE(fs::exists(socket()));
     EXPECT_FALSE(fs::exists(socket().string() + ".lock"));
     EXPECT_TRUE(fs::is_empty(scratch()));
@@ -340,7 +345,68 @@ TEST_F(Zksd, ErrorsCrossTheWire) {
       ThrowsMessage<std::exception>("The task description cannot be used: argv: it is empty, and names no program."));
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.exitCode(), 0);
-  EXPECT_THAT(daemon.error(), HasSubstr("runTask failed"));
+  EXPECT_THAT(daemon.error(), HasSubstr("method=\"runTask\" outcome=\"failed: parallel:scheduler:BadTaskField: "));
+}
+
+TEST_F(Zksd, HundredsOfTasksWaitTheirTurnWithFewDescriptors) {
+  constexpr int kTasks = 500;
+  Daemon daemon(arguments({"--socket", socket(), "--slots", "2"}), {},
+                {"sh", "-c", "ulimit -n 256; exec \"$0\" \"$@\""});
+  const auto service = agent::spf::grpc_transport::connect(daemon.address());
+  zksmessages::TaskDescription task;
+  for (const char* word : {"cat", "data"})
+    task.add_argv(word);
+  task.add_input_files("data");
+  const auto deadline = std::chrono::steady_clock::now() + 5 * testing::kDeadline;
+  std::vector<std::future<Reply>> replies;
+  for (int i = 0; i < kTasks; ++i)
+    replies.push_back(start(*service, "runTask", testing::requestOf(task, {std::to_string(i)})));
+  for (int i = 0; i < kTasks; ++i) {
+    auto& reply = replies[static_cast<std::size_t>(i)];
+    ASSERT_EQ(reply.wait_until(deadline), std::future_status::ready) << i;
+    EXPECT_EQ(testing::plainOf(testing::itemsOf(contentOf(reply.get())).at(1)), std::to_string(i));
+  }
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, FullScratchIsSaidToTheClientAndInTheLog) {
+  const std::string mount = "mount -t tmpfs -o size=64k none '" + scratch().string() + "' && exec \"$0\" \"$@\"";
+  Daemon daemon(onSocket(), {}, {"unshare", "--user", "--map-root-user", "--mount", "sh", "-c", mount});
+  std::string address;
+  try {
+    address = daemon.address();
+  } catch (const std::runtime_error&) {
+    GTEST_SKIP() << "this system lets nobody mount a file system of their own: " << daemon.error();
+  }
+  const auto run = [&](const std::string& script) {
+    const auto items = testing::itemsOf(call(address, "runTask", taskRequest(script)));
+    zksmessages::ResultPayload payload;
+    zksmessages::TesselTaskExecutionInfo info;
+    EXPECT_TRUE(payload.ParseFromString(items.at(0)) && info.ParseFromString(payload.result().value()));
+    return info;
+  };
+  EXPECT_EQ(run("echo hi").message(), "");
+  run("cat /dev/zero > ../../../fill");
+  const auto info = run("echo hi");
+  EXPECT_EQ(info.exit_status(), 1);
+  EXPECT_EQ(info.message(),
+            "The service's scratch directory is full (No space left on device): what the task wrote may be cut short.");
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+  EXPECT_THAT(daemon.error(), HasSubstr("is full: No space left on device"));
+}
+
+TEST_F(Zksd, ScratchThatWasCleanedAwayIsMadeAnew) {
+  Daemon daemon(onSocket());
+  const std::string address = daemon.address();
+  expectServes(address);
+  for (const auto& area : fs::directory_iterator(scratch()))
+    fs::remove_all(area);
+  expectServes(address);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+  EXPECT_THAT(daemon.error(), HasSubstr("has been taken away; another one is made"));
 }
 
 }  // namespace

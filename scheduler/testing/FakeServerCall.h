@@ -16,12 +16,16 @@ namespace parallel::scheduler::testing {
 class FakeServerCall : public agent::spf::core::ServerCall {
  public:
   explicit FakeServerCall(std::string request, std::string method = "method")
-      : method_(std::move(method)), requestSize_(static_cast<long>(request.size())), request_(std::move(request)) {
+      : method_(std::move(method)),
+        requestSize_(static_cast<long>(request.size())),
+        sentBytes_(request.size()),
+        request_(std::move(request)) {
     request_.exceptions(std::ios::badbit);
     reply_.exceptions(std::ios::badbit);
   }
 
   const std::string& method() const noexcept override { return method_; }
+  const std::string& peer() const noexcept override { return peer_; }
   std::optional<long> requestSize() const noexcept override { return requestSize_; }
   void setReplySize(long size) override { replySize_ = size; }
   bool isCancelled() const noexcept override { return cancelled_; }
@@ -33,6 +37,10 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   }
   std::istream& request() override { return request_; }
   std::ostream& reply() override { return reply_; }
+  std::uint64_t requestBytes() const noexcept override { return sentBytes_; }
+  std::uint64_t replyBytes() const noexcept override {
+    return static_cast<std::uint64_t>(reply_.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::out));
+  }
 
   void cancel() {
     const std::scoped_lock lock(mutex_);
@@ -41,13 +49,16 @@ class FakeServerCall : public agent::spf::core::ServerCall {
       callback_();
   }
   void forgetRequestSize() { requestSize_.reset(); }
+  void setRequestSize(long size) { requestSize_ = size; }
   std::optional<long> replySize() const { return replySize_; }
   std::string replyText() const { return reply_.str(); }
 
  private:
   std::string method_;
+  std::string peer_ = "somewhere:1";
   std::optional<long> requestSize_;
   std::optional<long> replySize_;
+  std::uint64_t sentBytes_;
   std::istringstream request_;
   std::ostringstream reply_;
   std::mutex mutex_;

@@ -11,10 +11,10 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <thread>
 
-#include "scheduler/UniqueFd.h"
+#include "platform/errors/systemError.h"
+#include "platform/files/UniqueFd.h"
 
 namespace parallel::scheduler::testing {
 
@@ -39,7 +39,7 @@ inline bool isReadable(int fd, std::chrono::milliseconds within = kDeadline) {
 
 // Waits for a process that need not be a child of ours. A zombie has ended.
 inline bool hasEnded(pid_t pid) {
-  const UniqueFd process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+  const files::UniqueFd process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   if (!process)
     return errno == ESRCH;
   return isReadable(process.get());
@@ -61,12 +61,12 @@ struct TestPipe {
   TestPipe() {
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0)
-      throw std::system_error(errno, std::generic_category(), "pipe2");
-    reading = UniqueFd(ends[0]);
-    writing = UniqueFd(ends[1]);
+      errors::throwSystemError("pipe2");
+    reading = files::UniqueFd(ends[0]);
+    writing = files::UniqueFd(ends[1]);
   }
-  UniqueFd reading;
-  UniqueFd writing;
+  files::UniqueFd reading;
+  files::UniqueFd writing;
 };
 
 }  // namespace parallel::scheduler::testing
