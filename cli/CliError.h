@@ -17,7 +17,4 @@ class UsageError : public CliError {
   using CliError::CliError;
 };
 
-// The text of a system error number.
-std::string systemReason(int error);
-
 }  // namespace zks

@@ -2,24 +2,28 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 #include <map>
-#include <set>
+#include <memory>
 #include <string_view>
 
+#include "cli/CliError.h"
+#include "cli/runArguments.h"
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
-#include "platform/errors/ustring.h"
-#include "scheduler/optionValues.h"
+#include "programs/optionValues.h"
 #include "toolbox/Address.h"
 
 namespace zks {
 namespace {
 
-using parallel::scheduler::notEmpty;
-using parallel::scheduler::secondsAboveZero;
-using parallel::scheduler::secondsFromZero;
-using parallel::scheduler::sizeInBytes;
+using programs::notEmpty;
+using programs::secondsAboveZero;
+using programs::secondsFromZero;
+using programs::sizeInBytes;
+using programs::wholeNumber;
+
+constexpr std::uint64_t kFewestOpenFiles = 4;  // as the service has it
+constexpr std::uint64_t kMostOpenFiles = std::uint64_t{1} << 32;
 
 constexpr const char* kExamples = R"(
 Examples:
@@ -31,8 +35,11 @@ Examples:
       --protobuf '{"@type": "parallel.zksmessages.TaskDescription", "argv": ["date"]}' --reply protobuf,plain,plain
       Calls a method of a running service by its name.
 
-Without --address the service is started inside zks, for the length of the command.
+Without --address and $ZKS_ADDRESS the service is started inside zks, for the length of the command.
 )";
+
+constexpr const char* kEveryCommand = "Options of every command";
+constexpr const char* kAddressVariable = "ZKS_ADDRESS";
 
 constexpr const char* kItemHelp = R"(
 Items go out in the order in which they are given:
@@ -45,7 +52,8 @@ Items go out in the order in which they are given:
 )";
 
 constexpr const char* kRunExits = R"(
-Files lie in the task's scratch directory under their own names; outputs are fetched from there.
+Files lie in the task's scratch directory under their own names, or that before the "="; a path that holds an "=" and no
+slash before it is written with one, as in ./a=b. Outputs are fetched from there. Sizes may be written as 512M, 2G.
 Exit code: the task's own; 128 + N when signal N ended it; 124 when its time was over; 127 when it could not be started;
 125 when zks itself failed or an output is missing; 130 after Ctrl-C.
 )";
@@ -83,6 +91,10 @@ class ItemOptions {
   std::map<const CLI::Option*, ItemArgument::Form> forms_;
 };
 
+CLI::Validator asValidator(const programs::OptionCheck& check) {
+  return {check, ""};
+}
+
 CLI::Option* addRepeated(CLI::App& app, const char* name, std::vector<std::string>& values, const char* type,
                          const char* help) {
   return app.add_option(name, values, help)
@@ -92,73 +104,19 @@ CLI::Option* addRepeated(CLI::App& app, const char* name, std::vector<std::strin
       ->allow_extra_args(false);
 }
 
-[[noreturn]] void refuse(const std::string& text) {
+[[noreturn]] void refuseOptions(const std::string& text) {
   throw CLI::ValidationError(text);
 }
 
-void refuseRepeats(const std::vector<std::string>& names, const std::string& what) {
-  std::set<std::string> seen;
-  for (const std::string& name : names) {
-    if (!seen.insert(name).second)
-      refuse(std::string(what).append(" \"").append(name).append("\" is given twice"));
-  }
-}
-
-void checkOutputName(const std::string& name) {
-  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
-    refuse("--output \"" + name + "\" is not a plain file name");
-}
-
-std::vector<std::pair<std::string, std::string>> splitEnvironment(const std::vector<std::string>& settings) {
-  std::vector<std::pair<std::string, std::string>> environment;
-  std::vector<std::string> names;
-  for (const std::string& setting : settings) {
-    const std::size_t equals = setting.find('=');
-    if (equals == std::string::npos || equals == 0)
-      refuse("--env \"" + setting + "\" is not of the form NAME=VALUE");
-    environment.emplace_back(setting.substr(0, equals), setting.substr(equals + 1));
-    names.push_back(environment.back().first);
-  }
-  refuseRepeats(names, "--env");
-  return environment;
-}
-
-void checkAddress(const std::string& address) {
+// `source` says where it is from, unless that is plain to see.
+void checkAddress(const std::string& address, const std::string& source) {
   if (address.empty())
     return;
   try {
     parallel::toolbox::resolveAddress(address);
   } catch (const Exception<parallel::toolbox::BadAddress>& error) {
-    refuse(error.what());
+    refuseOptions(source + error.what());
   }
-}
-
-// Messages carry texts, and the task is described in one.
-void requireUtf8(const std::string& text, const std::string& what) {
-  if (!fl::i18n::isWellFormed(text))
-    refuse(what + " \"" + text + "\" is not UTF-8, as all that a task is told has to be");
-}
-
-void checkRun(const RunOptions& run) {
-  if (run.command.empty())
-    refuse("there is no command to run; put it after --, as in: zks run -- COMMAND ARG...");
-  for (const std::string& word : run.command)
-    requireUtf8(word, "the command's word");
-  for (const std::string& file : run.files)
-    requireUtf8(file, "--file");
-  for (const std::string& output : run.outputs)
-    requireUtf8(output, "--output");
-  for (const auto& [name, value] : run.environment)
-    requireUtf8(std::string(name).append("=").append(value), "--env");
-  std::vector<std::string> names;
-  for (const std::string& file : run.files) {
-    names.push_back(std::filesystem::path(file).filename().string());
-    if (names.back().empty() || names.back() == "." || names.back() == "..")
-      refuse("--file \"" + file + "\" does not name a file");
-  }
-  refuseRepeats(names, "the input file");
-  std::for_each(run.outputs.begin(), run.outputs.end(), checkOutputName);
-  refuseRepeats(run.outputs, "--output");
 }
 
 ReplyKind parseReplyKind(std::string_view word) {
@@ -173,7 +131,8 @@ ReplyKind parseReplyKind(std::string_view word) {
     return {ReplyKind::Form::File, {}};
   if (word.starts_with(filePrefix) && word.size() > filePrefix.size())
     return {ReplyKind::Form::File, std::string(word.substr(filePrefix.size()))};
-  refuse("--reply knows the kinds array, protobuf, plain, file and file:PATH, and not \"" + std::string(word) + "\"");
+  refuseOptions("--reply knows the kinds array, protobuf, plain, file and file:PATH, and not \"" + std::string(word) +
+                "\"");
 }
 
 std::vector<ReplyKind> parseReplyKinds(const std::vector<std::string>& lists) {
@@ -195,15 +154,29 @@ std::string firstLine(std::string text) {
   return text;
 }
 
+// What may stand with every command is told of with each.
+class CommandHelp : public CLI::Formatter {
+ public:
+  std::string make_footer(const CLI::App* command) const override {
+    std::string footer = Formatter::make_footer(command);
+    const CLI::App* program = command->get_parent();
+    if (program == nullptr)
+      return footer;
+    const auto ofEveryCommand = [](const CLI::Option* option) { return option->get_group() == kEveryCommand; };
+    return make_group(kEveryCommand, false, program->get_options(ofEveryCommand)) + footer;
+  }
+};
+
 struct Grammar {
   CLI::App app{"zks: run commands and call methods on a job-scheduler service (ZKS)", "zks"};
   CommandLine line;
   RunOptions run;
   EchoOptions echo;
   CallOptions call;
+  CLI::Option* address = nullptr;
+  std::vector<std::string> inputs;
   std::vector<std::string> environment;
   std::vector<std::string> replyLists;
-  double seconds = 0;
   CLI::App* runCommand = nullptr;
   CLI::App* echoCommand = nullptr;
   CLI::App* callCommand = nullptr;
@@ -213,25 +186,32 @@ struct Grammar {
   Grammar() {
     app.set_version_flag("--version", std::string("zks ") + ZKS_VERSION);
     app.footer(kExamples);
+    app.formatter(std::make_shared<CommandHelp>());
+    app.option_defaults()->group(kEveryCommand);
     addConnection();
-    app.add_option("--log", line.global.logLevel, "Log records on standard error: off, error, warning, detail or trace")
+    app.add_option("--log", line.global.logLevel,
+                   "Log records on standard error: off, error, warning, info, detail or trace")
         ->type_name("LEVEL")
         ->capture_default_str();
     addRepeated(app, "--descriptors", line.global.descriptorFiles, "FILE",
                 "Message types to know: a descriptor set of protoc (with --include_imports)");
+    app.option_defaults()->group("Options");
     addRun();
     addEcho();
     addCall();
   }
 
   void addConnection() {
-    CLI::Option* address = app.add_option("--address", line.global.address,
-                                          "The service: unix:PATH or HOST:PORT (default: one inside zks)")
-                               ->check(notEmpty());
+    address = app.add_option("--address", line.global.address,
+                             "The service: unix:PATH, unix: alone for the default socket, or HOST:PORT "
+                             "(default: one inside zks)")
+                  ->type_name("ADDRESS")
+                  ->envname(kAddressVariable)
+                  ->check(asValidator(notEmpty()));
     CLI::Option* tls = app.add_option("--tls", line.global.tlsDirectory,
                                       "The client's credentials for HOST:PORT: ca.pem, client.pem, client-key.pem and "
                                       "token (default: $ZKS_TLS, or ~/.local/state/zks/tls)");
-    tls->type_name("DIR")->needs(address)->check(notEmpty());
+    tls->type_name("DIR")->needs(address)->check(asValidator(notEmpty()));
     app.add_flag("--insecure", line.global.insecure,
                  "Connect to HOST:PORT in plain text, which others can read and alter")
         ->needs(address)
@@ -243,12 +223,15 @@ struct Grammar {
         ->needs(address);
     app.add_option("--max-reply", line.global.maxReplyBytes, "Refuse larger replies; in bytes or as 512M, 2G")
         ->type_name("BYTES")
-        ->transform(sizeInBytes())
+        ->transform(asValidator(sizeInBytes()))
         ->needs(address);
   }
 
   CLI::Option* addSeconds(const char* name, double& target, const char* help) {
-    return app.add_option(name, target, help)->type_name("SECONDS")->check(secondsFromZero())->capture_default_str();
+    return app.add_option(name, target, help)
+        ->type_name("SECONDS")
+        ->check(asValidator(secondsFromZero()))
+        ->capture_default_str();
   }
 
   CLI::App* addCommand(const char* name, const char* help, const char* footer) {
@@ -260,19 +243,39 @@ struct Grammar {
 
   void addRun() {
     runCommand = addCommand("run", "Run a command on the service: zks run [OPTIONS] -- COMMAND ARG...", kRunExits);
-    addRepeated(*runCommand, "--file", run.files, "PATH", "A file to send along");
+    addRepeated(*runCommand, "--file", inputs, "[NAME=]PATH", "A file to send along");
+    runCommand
+        ->add_option("--stdin", run.standardInput, "The file that the task reads as its standard input; -: that of zks")
+        ->type_name("PATH")
+        ->check(asValidator(notEmpty()));
     addRepeated(*runCommand, "--output", run.outputs, "NAME", "A file that the task makes, to fetch");
     runCommand->add_option("--to", run.directory, "Where outputs go")
         ->type_name("DIR")
-        ->check(notEmpty())
+        ->check(asValidator(notEmpty()))
         ->capture_default_str();
     addRepeated(*runCommand, "--env", environment, "NAME=VALUE", "Set an environment variable of the task");
-    runCommand->add_option("--time", seconds, "The longest that the task may run")
+    runCommand->add_flag("--clear-environment", run.clearEnvironment,
+                         "The task has the variables of --env alone, and none of the service's");
+    addLimits(run.limits);
+  }
+
+  void addLimits(TaskLimitOptions& limits) {
+    runCommand->add_option("--timeout", limits.timeoutSeconds, "How long the task may run before it is ended")
         ->type_name("SECONDS")
-        ->check(secondsAboveZero());
-    runCommand->add_option("--memory", run.memoryBytes, "The address space of each process, in bytes or as 512M, 2G")
+        ->check(asValidator(secondsAboveZero()));
+    runCommand->add_option("--cpu-time", limits.cpuSeconds, "Processor time of each of its processes")
+        ->type_name("SECONDS")
+        ->check(asValidator(secondsAboveZero()));
+    runCommand->add_option("--memory-bytes", limits.memoryBytes, "Address space of each of its processes")
         ->type_name("BYTES")
-        ->transform(sizeInBytes(1));
+        ->transform(asValidator(sizeInBytes(1)));
+    runCommand->add_option("--file-bytes", limits.fileBytes, "The largest file that it may write")
+        ->type_name("BYTES")
+        ->transform(asValidator(sizeInBytes()));
+    runCommand
+        ->add_option("--open-files", limits.openFiles, "Files that each of its processes may have open, at least 4")
+        ->type_name("NUMBER")
+        ->check(asValidator(wholeNumber(kFewestOpenFiles, kMostOpenFiles)));
   }
 
   void addEcho() {
@@ -280,32 +283,32 @@ struct Grammar {
     echoItems.emplace(*echoCommand);
     echoCommand->add_option("--save", echo.saveDirectory, "Keep what came back as files here")
         ->type_name("DIR")
-        ->check(notEmpty());
+        ->check(asValidator(notEmpty()));
   }
 
   void addCall() {
     callCommand = addCommand("call", "Call a method by its name and show the reply", kItemHelp);
-    callCommand->add_option("METHOD", call.method, "The method")->required()->check(notEmpty());
+    callCommand->add_option("METHOD", call.method, "The method")->required()->check(asValidator(notEmpty()));
     callItems.emplace(*callCommand);
     addRepeated(*callCommand, "--reply", replyLists, "KINDS",
                 "The kinds of the reply's items, which a reply does not tell: array,protobuf,plain,file,file:PATH");
     callCommand->add_option("--save", call.saveDirectory, "Keep what came back as files here")
         ->type_name("DIR")
-        ->check(notEmpty());
+        ->check(asValidator(notEmpty()));
   }
 
   // What CLI11 has parsed, checked further.
   CommandLine result(std::vector<std::string> command) {
     if (app.get_subcommands().empty())
-      refuse("there is no command; the commands are run, echo and call");
-    checkAddress(line.global.address);
+      refuseOptions("there is no command; the commands are run, echo and call");
+    checkAddress(line.global.address, isFromEnvironment(*address) ? std::string("$") + kAddressVariable + ": " : "");
     if (!runCommand->parsed() && !command.empty())
-      refuse("only \"run\" takes a command after --");
+      refuseOptions("only \"run\" takes a command after --");
     if (runCommand->parsed()) {
       run.command = std::move(command);
+      for (const std::string& input : inputs)
+        run.inputs.push_back(parseInput(input));
       run.environment = splitEnvironment(environment);
-      if (runCommand->count("--time") > 0)
-        run.seconds = seconds;
       checkRun(run);
       line.command = run;
     } else if (echoCommand->parsed()) {
@@ -317,6 +320,11 @@ struct Grammar {
       line.command = call;
     }
     return line;
+  }
+
+  bool isFromEnvironment(const CLI::Option& option) const {
+    const auto& given = app.parse_order();
+    return option.count() > 0 && std::find(given.begin(), given.end(), &option) == given.end();
   }
 
   // CLI11 takes a word in a command's place for one too many.
@@ -362,6 +370,8 @@ std::variant<CommandLine, EarlyExit> parseCommandLine(std::vector<std::string> a
     return EarlyExit{0, grammar.help()};
   } catch (const CLI::CallForVersion& version) {
     return EarlyExit{0, std::string(version.what()) + "\n"};
+  } catch (const UsageError& error) {
+    return EarlyExit{kUsageExit, error.what() + ("; " + grammar.helpHint()) + " tells more"};
   } catch (const CLI::ParseError& error) {
     return EarlyExit{kUsageExit, grammar.complaint(error) + "; " + grammar.helpHint() + " tells more"};
   }

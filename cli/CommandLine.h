@@ -29,7 +29,7 @@ struct ReplyKind {
 };
 
 struct GlobalOptions {
-  std::string address;       // empty: an embedded service
+  std::string address;       // empty: an embedded service. $ZKS_ADDRESS where the line has none
   std::string tlsDirectory;  // empty: the default
   bool insecure = false;
   double connectSeconds = 10;
@@ -39,13 +39,31 @@ struct GlobalOptions {
   std::vector<std::string> descriptorFiles;
 };
 
+// What goes along with a task, and what it is called there.
+struct InputArgument {
+  std::string name;
+  std::string path;
+
+  bool operator==(const InputArgument&) const = default;
+};
+
+// Absent: no limit.
+struct TaskLimitOptions {
+  std::optional<double> timeoutSeconds;
+  std::optional<double> cpuSeconds;
+  std::optional<std::uint64_t> memoryBytes;
+  std::optional<std::uint64_t> fileBytes;
+  std::optional<std::uint64_t> openFiles;
+};
+
 struct RunOptions {
-  std::vector<std::string> files;
+  std::vector<InputArgument> inputs;
+  std::optional<std::string> standardInput;  // a path, or "-" for that of zks; none: it is empty
   std::vector<std::string> outputs;
   std::string directory = ".";
   std::vector<std::pair<std::string, std::string>> environment;
-  std::optional<double> seconds;
-  std::optional<std::uint64_t> memoryBytes;
+  bool clearEnvironment = false;
+  TaskLimitOptions limits;
   std::vector<std::string> command;
 };
 

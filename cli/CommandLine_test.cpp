@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 namespace zks {
 namespace {
 
@@ -54,22 +56,61 @@ void expectUsageError(Words words, const std::string& text) {
 TEST(CommandLine, RunTakesEverythingAfterTheMarkAsItIs) {
   const auto run = parsed<RunOptions>({"run", "--", "git", "--file", "-x", "--", "[1,2]", ""});
   EXPECT_THAT(run.command, ElementsAre("git", "--file", "-x", "--", "[1,2]", ""));
-  EXPECT_THAT(run.files, IsEmpty());
+  EXPECT_THAT(run.inputs, IsEmpty());
+  EXPECT_FALSE(run.standardInput);
   EXPECT_EQ(run.directory, ".");
-  EXPECT_FALSE(run.seconds);
-  EXPECT_FALSE(run.memoryBytes);
+  EXPECT_FALSE(run.clearEnvironment);
+  EXPECT_FALSE(run.limits.timeoutSeconds || run.limits.cpuSeconds || run.limits.memoryBytes || run.limits.fileBytes ||
+               run.limits.openFiles);
 }
 
 TEST(CommandLine, RunTakesItsOptionsInAnyNumber) {
-  const auto run = parsed<RunOptions>(
-      {"run", "--file", "a/b",   "--output", "o1", "--file=c", "--output", "o2",       "--to", "dir", "--env",
-       "A=1", "--env",  "B=x=y", "--env",    "C=", "--time",   "2.5",      "--memory", "64M",  "--",  "true"});
-  EXPECT_THAT(run.files, ElementsAre("a/b", "c"));
+  const auto run = parsed<RunOptions>({"run",
+                                       "--file",
+                                       "a/b",
+                                       "--output",
+                                       "o1",
+                                       "--file=c",
+                                       "--output",
+                                       "o2",
+                                       "--to",
+                                       "dir",
+                                       "--env",
+                                       "A=1",
+                                       "--env",
+                                       "B=x=y",
+                                       "--env",
+                                       "C=",
+                                       "--clear-environment",
+                                       "--stdin",
+                                       "-",
+                                       "--",
+                                       "true"});
+  EXPECT_THAT(run.inputs, ElementsAre(InputArgument{"b", "a/b"}, InputArgument{"c", "c"}));
   EXPECT_THAT(run.outputs, ElementsAre("o1", "o2"));
   EXPECT_EQ(run.directory, "dir");
   EXPECT_THAT(run.environment, ElementsAre(Pair("A", "1"), Pair("B", "x=y"), Pair("C", "")));
-  EXPECT_EQ(run.seconds, 2.5);
-  EXPECT_EQ(run.memoryBytes, 64u << 20);
+  EXPECT_TRUE(run.clearEnvironment);
+  EXPECT_EQ(run.standardInput, "-");
+}
+
+TEST(CommandLine, LimitsOfATaskAreThoseOfThePythonPackage) {
+  const auto limits = parsed<RunOptions>({"run", "--timeout", "2.5", "--cpu-time", "7", "--memory-bytes", "64M",
+                                          "--file-bytes", "0", "--open-files", "16", "--", "true"})
+                          .limits;
+  EXPECT_EQ(limits.timeoutSeconds, 2.5);
+  EXPECT_EQ(limits.cpuSeconds, 7);
+  EXPECT_EQ(limits.memoryBytes, 64u << 20);
+  EXPECT_EQ(limits.fileBytes, 0);
+  EXPECT_EQ(limits.openFiles, 16);
+}
+
+TEST(CommandLine, FileCanHaveANameOfItsOwn) {
+  const auto run = parsed<RunOptions>({"run", "--file", "n=a/b", "--file", "m=x=y", "--file", "./a=b", "--file", "d/",
+                                       "--file", "here=.", "--file", "=x", "--", "true"});
+  EXPECT_THAT(run.inputs,
+              ElementsAre(InputArgument{"n", "a/b"}, InputArgument{"m", "x=y"}, InputArgument{"a=b", "./a=b"},
+                          InputArgument{"d", "d/"}, InputArgument{"here", "."}, InputArgument{"=x", "=x"}));
 }
 
 TEST(CommandLine, ConnectionHasItsTimesAndLimits) {
@@ -95,9 +136,11 @@ TEST(CommandLine, RunWithoutACommandSaysWhereItGoes) {
   expectUsageError({"run", "ls"}, "\"zks run --help\" tells more");
 }
 
-TEST(CommandLine, RunRefusesWhatCannotBeMeant) {
-  expectUsageError({"run", "--file", "a/x", "--file", "b/x", "--", "c"}, "\"x\" is given twice");
-  expectUsageError({"run", "--file", "a/", "--", "c"}, "does not name a file");
+TEST(CommandLine, RunRefusesMeaninglessOptions) {
+  expectUsageError({"run", "--file", "a/x", "--file", "b/x", "--", "c"}, "\"x\" is given twice; NAME=PATH");
+  for (const char* file : {"", ".", "..", "a/..", "/", "x=", "..=x"})
+    expectUsageError({"run", "--file", file, "--", "c"}, "does not name a file");
+  expectUsageError({"run", "--stdin", "", "--", "c"}, "its value is empty");
   expectUsageError({"run", "--output", "o", "--output", "o", "--", "c"}, "\"o\" is given twice");
   for (const char* name : {"a/b", ".", "..", "/x"})
     expectUsageError({"run", "--output", name, "--", "c"}, "is not a plain file name");
@@ -108,11 +151,19 @@ TEST(CommandLine, RunRefusesWhatCannotBeMeant) {
   expectUsageError({"run", "--file", "caf\xE9", "--", "c"}, "--file \"caf\xE9\" is not UTF-8");
   expectUsageError({"run", "--output", "caf\xE9", "--", "c"}, "--output \"caf\xE9\" is not UTF-8");
   expectUsageError({"run", "--env", "A=caf\xE9", "--", "c"}, "--env \"A=caf\xE9\" is not UTF-8");
-  expectUsageError({"run", "--time", "0", "--", "c"}, "greater than 0");
-  expectUsageError({"run", "--time", "-1", "--", "c"}, "greater than 0");
-  expectUsageError({"run", "--time", "nan", "--", "c"}, "greater than 0");
-  expectUsageError({"run", "--time", "soon", "--", "c"}, "--time");
-  expectUsageError({"run", "--memory", "much", "--", "c"}, "--memory");
+  expectUsageError({"run", "--timeout", "0", "--", "c"}, "--timeout: \"0\" is not a number of seconds greater than 0");
+  expectUsageError({"run", "--timeout", "-1", "--", "c"},
+                   "--timeout: \"-1\" is not a number of seconds greater than 0");
+  expectUsageError({"run", "--timeout", "nan", "--", "c"},
+                   "--timeout: \"nan\" is not a number of seconds greater than 0");
+  expectUsageError({"run", "--timeout", "soon", "--", "c"}, "--timeout");
+  expectUsageError({"run", "--cpu-time", "0", "--", "c"},
+                   "--cpu-time: \"0\" is not a number of seconds greater than 0");
+  expectUsageError({"run", "--memory-bytes", "much", "--", "c"}, "--memory-bytes");
+  expectUsageError({"run", "--file-bytes", "-1", "--", "c"}, "--file-bytes");
+  for (const char* number : {"3", "-1", "few", "4.5"})
+    expectUsageError({"run", "--open-files", number, "--", "c"},
+                     std::string("--open-files: \"") + number + "\" is not a whole number from 4 to ");
 }
 
 TEST(CommandLine, ItemsKeepTheOrderOfTheLine) {
@@ -173,26 +224,26 @@ TEST(CommandLine, WrongWordsAreUsageErrorsOfOneLine) {
   expectUsageError({"echo", "--", "x"}, "only \"run\"");
 }
 
-TEST(CommandLine, AddressesThatAreNoneAreUsageErrors) {
-  for (const char* address : {"nowhere", "unix:", ":1", "h:", "h:x", "h:65536"})
+TEST(CommandLine, MalformedAddressesAreUsageErrors) {
+  for (const char* address : {"nowhere", "http://h:80", ":1", "h:", "h:x", "h:65536"})
     expectUsageError({"--address", address, "echo"}, std::string("\"") + address + "\" is not a service address: ");
 }
 
-TEST(CommandLine, ValuesThatAreEmptyAreNoDefaults) {
+TEST(CommandLine, EmptyValuesAreNotDefaults) {
   for (const Words& words :
        {Words{"--address", "", "echo"}, Words{"--address", "h:1", "--tls", "", "echo"}, Words{"echo", "--save", ""},
         Words{"call", "m", "--save", ""}, Words{"run", "--to", "", "--", "true"}, Words{"call", ""}})
     expectUsageError(words, "its value is empty");
 }
 
-TEST(CommandLine, NumbersThatCannotBeMeantAreShownWithWhatIsWanted) {
+TEST(CommandLine, UnusableNumbersAreShownWithWhatIsExpected) {
   for (const char* value : {"soon", "-1", "nan", "1e10", "", "1 s"})
     expectUsageError(
         {"--address", "h:1", "--connect-timeout", value, "echo"},
         std::string("--connect-timeout: \"") + value + "\" is not a number of seconds from 0 to 1000000000");
   for (const char* value : {"12X", "-1", "1.5G", "0", "", "G", "16E", "9223372036854775808"})
-    expectUsageError({"run", "--memory", value, "--", "true"},
-                     std::string("--memory: \"") + value + "\" is not a number of bytes above 0 such as");
+    expectUsageError({"run", "--memory-bytes", value, "--", "true"},
+                     std::string("--memory-bytes: \"") + value + "\" is not a number of bytes above 0 such as");
 }
 
 TEST(CommandLine, SizesHaveUnitsOf1024) {
@@ -205,7 +256,7 @@ TEST(CommandLine, SizesHaveUnitsOf1024) {
                                                           {"2m", 2 << 20},
                                                           {"7E", 7ULL << 60},
                                                           {"9223372036854775807", (1ULL << 63) - 1}})
-    EXPECT_EQ(parsed<RunOptions>({"run", "--memory", text, "--", "true"}).memoryBytes, bytes) << text;
+    EXPECT_EQ(parsed<RunOptions>({"run", "--memory-bytes", text, "--", "true"}).limits.memoryBytes, bytes) << text;
 }
 
 TEST(CommandLine, HelpTellsOfEachCommandAndShowsExamples) {
@@ -215,9 +266,46 @@ TEST(CommandLine, HelpTellsOfEachCommandAndShowsExamples) {
     EXPECT_THAT(general.text, HasSubstr(word));
   const EarlyExit run = refused({"run", "--help"});
   EXPECT_EQ(run.code, 0);
-  for (const char* word : {"--output", "--to", "--time", "Exit code"})
+  for (const char* word : {"--output", "--to", "--timeout", "Exit code"})
     EXPECT_THAT(run.text, HasSubstr(word));
   EXPECT_THAT(refused({"call", "--help"}).text, HasSubstr("--reply"));
+}
+
+TEST(CommandLine, HelpOfACommandTellsOfTheOptionsOfEveryCommand) {
+  for (const char* command : {"run", "echo", "call"}) {
+    const EarlyExit help = refused({command, "--help"});
+    EXPECT_EQ(help.code, 0);
+    for (const char* option : {"Options of every command:", "--address", "--tls", "--insecure", "--connect-timeout",
+                               "--idle-timeout", "--max-reply", "--log", "--descriptors"})
+      EXPECT_THAT(help.text, HasSubstr(option)) << command;
+  }
+  expectUsageError({"echo", "--address", "h:1", "--idle-timeout", "soon"}, "\"zks echo --help\" tells more");
+}
+
+// The variable that stands in for --address.
+class DefaultAddress : public testing::Test {
+ protected:
+  static void set(const char* address) { ::setenv("ZKS_ADDRESS", address, 1); }
+  ~DefaultAddress() override { ::unsetenv("ZKS_ADDRESS"); }
+};
+
+TEST_F(DefaultAddress, IsThatOfTheEnvironment) {
+  set("h:1");
+  const GlobalOptions global = parsedGlobal({"--insecure", "--max-reply", "1K", "echo"});
+  EXPECT_EQ(global.address, "h:1");
+  EXPECT_TRUE(global.insecure);
+  EXPECT_EQ(parsedGlobal({"echo", "--address", "other:2"}).address, "other:2");
+}
+
+TEST_F(DefaultAddress, IsAbsentWhereTheVariableIsEmpty) {
+  set("");
+  EXPECT_EQ(parsedGlobal({"echo"}).address, "");
+}
+
+TEST_F(DefaultAddress, ThatIsMalformedSaysWhereItIsFrom) {
+  set("nowhere");
+  expectUsageError({"echo"}, "$ZKS_ADDRESS: \"nowhere\" is not a service address");
+  EXPECT_THAT(refused({"--address", "nowhere", "echo"}).text, Not(HasSubstr("$ZKS_ADDRESS")));
 }
 
 TEST(CommandLine, VersionIsTheProjects) {

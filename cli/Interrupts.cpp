@@ -6,11 +6,11 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
-#include <mutex>
-#include <system_error>
 #include <utility>
 
+#include "platform/errors/systemError.h"
 #include "platform/interrupt/utInterruptState.h"
+#include "platform/threads/Mutex.h"
 
 namespace zks {
 namespace {
@@ -55,7 +55,7 @@ Interrupts::Interrupts() : previous_{} {
   sigemptyset(&action.sa_mask);
   for (std::size_t i = 0; i < std::size(kSignals); ++i) {
     if (sigaction(kSignals[i], &action, &previous_[i]) != 0)
-      throw std::system_error(errno, std::generic_category(), "cannot handle signals");
+      errors::throwSystemError("cannot handle signals");
     // Who started the program with a signal ignored, as nohup does and a script's "&", wants it ignored.
     if (previous_[i].sa_handler == SIG_IGN)
       sigaction(kSignals[i], &previous_[i], nullptr);
@@ -82,8 +82,8 @@ void Interrupts::setEmergency(std::chrono::milliseconds patience, std::function<
   watchdog_ = std::jthread([patience, owner, emergency = std::move(emergency)](const std::stop_token& stop) {
     constexpr std::chrono::milliseconds interval{20};
     waitForWakeup();
-    std::mutex mutex;
-    std::unique_lock lock(mutex);
+    parallel::threads::Mutex mutex;
+    parallel::threads::MutexLock lock(mutex);
     std::condition_variable_any stopped;
     for (std::chrono::milliseconds waited{0}; waited < patience; waited += interval) {
       if (stopped.wait_for(lock, stop, interval, [&] { return stop.stop_requested(); }))

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "cli/CliError.h"
-#include "cli/MappedFile.h"
+#include "cli/FileContents.h"
 #include "cli/arrayText.h"
 #include "cli/jsonType.h"
 #include "cli/npy.h"
@@ -25,9 +25,9 @@ qxArrayPtr bytesOf(std::string_view text) {
   return array;
 }
 
-// The file's bytes, mapped: it must not change until the call is over.
+// Without a copy: the array holds the file's contents.
 qxArrayPtr bytesOfFile(const std::string& path) {
-  auto file = std::make_shared<const MappedFile>(path);
+  auto file = std::make_shared<const FileContents>(path);
   const auto bytes = file->bytes();
   const std::size_t shape[] = {bytes.size(), 1};
   if (bytes.empty())
@@ -37,7 +37,7 @@ qxArrayPtr bytesOfFile(const std::string& path) {
 }
 
 qxArrayPtr readSavedArray(const std::string& path) {
-  const MappedFile file(path);
+  const FileContents file(path);
   qxArrayPtr array(qxDeserialize(file.bytes().data(), file.bytes().size()));
   if (array == nullptr)
     throw CliError("cannot read \"" + path + "\" as an array: it is neither a .npy file nor a saved array");
@@ -56,7 +56,7 @@ qxArrayPtr readMessageArgument(const std::string& text) {
   try {
     if (!text.starts_with('@'))
       return readMessage(text);
-    const MappedFile file(text.substr(1));
+    const FileContents file(text.substr(1));
     const auto bytes = file.bytes();
     return readMessage({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   } catch (const UsageError& error) {
@@ -80,7 +80,7 @@ qxArrayPtr readMessage(std::string_view json) {
     throw UsageError("there is no message type \"" + typed.typeName + "\"; --descriptors FILE adds types");
   const auto status = google::protobuf::util::JsonStringToMessage(typed.body, message.get());
   if (!status.ok())
-    throw UsageError("this is no JSON of a " + typed.typeName + ": " + std::string(status.message()));
+    throw UsageError("this is not the JSON form of a " + typed.typeName + ": " + std::string(status.message()));
   return parallel::toolbox::hostFromMessage(*message);
 }
 

@@ -4,10 +4,11 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
-#include <mutex>
 #include <utility>
+#include <vector>
 
 #include "cli/StandardStreams.h"
+#include "platform/threads/Mutex.h"
 
 namespace zks {
 namespace {
@@ -17,7 +18,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kDelay{1000};
 constexpr std::chrono::milliseconds kInterval{100};
-constexpr std::size_t kBarWidth = 24;
+constexpr std::size_t kWidestBar = 27;  // with its frame, as below
+constexpr std::size_t kNarrowestBar = 9;
 
 // Keeps what the rate is reckoned from: the moment when the phase was first seen and the bytes then.
 class Painter {
@@ -36,7 +38,8 @@ class Painter {
 
   void paint() {
     look();
-    showStatusLine(progressText(view_, view_.done - std::min(doneBefore_, view_.done), Clock::now() - since_));
+    showStatusLine(progressText(view_, view_.done - std::min(doneBefore_, view_.done), Clock::now() - since_,
+                                statusLineColumns()));
   }
 
  private:
@@ -50,8 +53,8 @@ class Painter {
 void paintUntilStopped(const std::stop_token& stop, std::shared_ptr<const TransferProgress> progress) {
   Painter painter(std::move(progress));
   const Clock::time_point start = Clock::now();
-  std::mutex mutex;
-  std::unique_lock lock(mutex);
+  parallel::threads::Mutex mutex;
+  parallel::threads::MutexLock lock(mutex);
   std::condition_variable_any stopped;
   while (!stopped.wait_for(lock, stop, kInterval, [&] { return stop.stop_requested(); })) {
     if (Clock::now() - start >= kDelay)
@@ -62,28 +65,41 @@ void paintUntilStopped(const std::stop_token& stop, std::shared_ptr<const Transf
   clearStatusLine();
 }
 
-std::string barText(const ProgressView& view) {
-  const double part = static_cast<double>(view.done) / static_cast<double>(view.total);
-  const auto filled = std::min(static_cast<std::size_t>(part * kBarWidth), kBarWidth);
+double partOf(const ProgressView& view) {
+  return std::min(static_cast<double>(view.done) / static_cast<double>(view.total), 1.0);
+}
+
+// Of so many columns, its brackets and the blank before it included.
+std::string barText(const ProgressView& view, std::size_t columns) {
+  constexpr std::size_t kFrame = 3;
+  const std::size_t width = columns - kFrame;
+  const auto filled = static_cast<std::size_t>(partOf(view) * static_cast<double>(width));
   std::string bar(filled, '=');
-  if (filled < kBarWidth)
+  if (filled < width)
     bar += '>';
-  bar.resize(kBarWidth, ' ');
+  bar.resize(width, ' ');
   return " [" + bar + "]";
 }
 
 const char* verb(ProgressView::Phase phase) {
   switch (phase) {
     case ProgressView::Phase::Packing:
-      return "packing ";
+      return "packing";
     case ProgressView::Phase::Sending:
-      return "sending ";
+      return "sending";
     case ProgressView::Phase::Waiting:
-      return "waiting ";
+      return "waiting";
     case ProgressView::Phase::Receiving:
-      return "receiving ";
+      return "receiving";
   }
   return "";
+}
+
+// The last one, cut, when even that does not.
+std::string firstThatFits(const std::vector<std::string>& texts, std::size_t columns) {
+  const auto fitting =
+      std::find_if(texts.begin(), texts.end(), [&](const std::string& text) { return text.size() <= columns; });
+  return fitting != texts.end() ? *fitting : texts.back().substr(0, columns);
 }
 
 }  // namespace
@@ -118,16 +134,24 @@ std::string bytesText(double nbytes) {
   return text;
 }
 
-std::string progressText(const ProgressView& view, std::uint64_t doneInPhase, std::chrono::duration<double> elapsed) {
-  std::string text = verb(view.phase);
-  if (view.phase == ProgressView::Phase::Waiting)
-    return text + std::to_string(static_cast<long>(elapsed.count())) + " s";
-  text += bytesText(static_cast<double>(view.done));
-  if (view.total > 0)
-    text += " of " + bytesText(static_cast<double>(view.total)) + barText(view);
-  if (elapsed.count() > 0)
-    text += " " + bytesText(static_cast<double>(doneInPhase) / elapsed.count()) + "/s";
-  return text;
+std::string progressText(const ProgressView& view, std::uint64_t doneInPhase, std::chrono::duration<double> elapsed,
+                         std::size_t columns) {
+  const std::string doing = verb(view.phase);
+  if (view.phase == ProgressView::Phase::Waiting) {
+    const std::string time = std::to_string(static_cast<long>(elapsed.count())) + " s";
+    return firstThatFits({doing + " " + time, time}, columns);
+  }
+  const std::string done = bytesText(static_cast<double>(view.done));
+  const std::string rate =
+      elapsed.count() > 0 ? " " + bytesText(static_cast<double>(doneInPhase) / elapsed.count()) + "/s" : "";
+  if (view.total == 0)
+    return firstThatFits({doing + " " + done + rate, doing + " " + done, done}, columns);
+  const std::string amount = doing + " " + done + " of " + bytesText(static_cast<double>(view.total));
+  const std::size_t besideBar = amount.size() + rate.size();
+  if (columns >= besideBar + kNarrowestBar)
+    return amount + barText(view, std::min(columns - besideBar, kWidestBar)) + rate;
+  const std::string percent = std::to_string(static_cast<int>(partOf(view) * 100)) + "%";
+  return firstThatFits({amount + rate, doing + " " + percent + rate, doing + " " + percent, percent}, columns);
 }
 
 }  // namespace zks

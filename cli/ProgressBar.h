@@ -34,8 +34,10 @@ struct ProgressView {
 
 ProgressView viewOf(const parallel::toolbox::TransferProgress& progress);
 
-// "sending 12.0 MiB of 1.0 GiB [>        ] 11.2 MiB/s"; `doneInPhase` bytes took `elapsed`.
-std::string progressText(const ProgressView& view, std::uint64_t doneInPhase, std::chrono::duration<double> elapsed);
+// "sending 12.0 MiB of 1.0 GiB [>        ] 11.2 MiB/s"; `doneInPhase` bytes took `elapsed`. As much of it as so many
+// columns can show: first the bar shrinks, then the least important parts go.
+std::string progressText(const ProgressView& view, std::uint64_t doneInPhase, std::chrono::duration<double> elapsed,
+                         std::size_t columns);
 
 // "999 B", "1.5 KiB", "20.0 GiB"
 std::string bytesText(double nbytes);

@@ -1,13 +1,10 @@
 #include "cli/ReplyPrinter.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <utility>
 
 #include "cli/CliError.h"
-#include "cli/ContentCheck.h"
 #include "cli/Digest.h"
 #include "cli/StandardStreams.h"
 #include "cli/formatValue.h"
@@ -40,6 +37,10 @@ std::string arrayDigest(const qxArray* array) {
   return digestOf(qxGetData(saved.get()), qxGetNumberOfElements(saved.get()));
 }
 
+std::string itemName(std::size_t number, const char* ending) {
+  return "item-" + std::to_string(number) + ending;
+}
+
 // The value, unless that only tells class and shape again.
 std::string valueText(const qxArray* array) {
   const std::string value = formatValue(array);
@@ -60,15 +61,6 @@ std::string messageName(const qxArray* message) {
   return name != nullptr && qxGetClass(name) == qxClass::Text ? qxGetStringUtf8(name) : "struct";
 }
 
-// A failure is told by the file that this goes to.
-void writeFile(const std::string& path, std::string_view bytes) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  if (!file)
-    throw CliError("cannot write the file \"" + path + "\": " + systemReason(errno));
-}
-
 }  // namespace
 
 ReplyPrinter::ReplyPrinter(parallel::toolbox::Reply& reply, std::string saveDirectory)
@@ -83,23 +75,27 @@ bool ReplyPrinter::print(const std::string& kind, const std::string& text, bool 
   return same;
 }
 
-std::string ReplyPrinter::savedName(const char* extension) const {
-  return "item-" + std::to_string(reply_.itemsTaken()) + extension;
+std::string ReplyPrinter::placeOf(std::size_t item, std::string name) {
+  while (!savedNames_.insert(name).second)
+    name.insert(0, itemName(item, "-"));
+  return (std::filesystem::path(saveDirectory_) / name).string();
 }
 
-void ReplyPrinter::saveBytes(const char* extension, std::string_view bytes) const {
-  AtomicFile file(saveDirectory_ + "/" + savedName(extension));
-  file.write([&](const std::string& path) { writeFile(path, bytes); });
+void ReplyPrinter::saveBytes(const char* extension, std::string_view bytes) {
+  const std::size_t item = reply_.itemsTaken();
+  AtomicFile file(placeOf(item, itemName(item, extension)));
+  file.write(reinterpret_cast<const std::byte*>(bytes.data()), bytes.size());
   file.commit();
 }
 
-void ReplyPrinter::saveArray(const qxArray* array) const {
+void ReplyPrinter::saveArray(const qxArray* array) {
   if (!canWriteNpy(array)) {
     const qxArrayPtr saved(qxSerializeEx(array, qxSerializeDefaults));
     return saveBytes(".cbor", viewOf(saved.get()));
   }
-  AtomicFile file(saveDirectory_ + "/" + savedName(".npy"));
-  file.write([&](const std::string& path) { writeNpy(path, array); });
+  const std::size_t item = reply_.itemsTaken();
+  AtomicFile file(placeOf(item, itemName(item, ".npy")));
+  writeNpy(array, file);
   file.commit();
 }
 
@@ -131,23 +127,29 @@ bool ReplyPrinter::showPlain(const qxArray* original) {
 
 bool ReplyPrinter::showFile(const std::string& path, const std::string& name,
                             const std::optional<std::string>& original) {
+  const std::size_t item = reply_.itemsTaken() + 1;
+  if (!path.empty())
+    return saveFile(path, original);
+  if (!saveDirectory_.empty())
+    return saveFile(placeOf(item, name.empty() ? itemName(item, ".file") : name), original);
   ContentCheck check(original);
-  std::filesystem::path place = path;
-  if (path.empty() && !saveDirectory_.empty())
-    place = std::filesystem::path(saveDirectory_) / (name.empty() ? savedName(".file") : name);
-  if (place.empty()) {
-    takeForCheck(reply_, check);
-  } else {
-    AtomicFile file(place.string());
-    file.write([&](const std::string& temporary) { reply_.takeFile(temporary); });
-    checkFile(file.temporaryPath(), check);
-    file.commit();
-  }
-  const std::string shownName = place.empty() ? name : place.string();
+  reply_.takeBytes(check);
+  return printFile(name, check);
+}
+
+bool ReplyPrinter::saveFile(const std::string& place, const std::optional<std::string>& original) {
+  AtomicFile file(place);
+  ContentCheck check(original, &file);
+  reply_.takeBytes(check);
+  file.commit();
+  return printFile(place, check);
+}
+
+bool ReplyPrinter::printFile(const std::string& name, ContentCheck& check) {
   return print("file",
-               (shownName.empty() ? "" : quotedText(shownName) + "  ") + bytesCount(check.digest().nbytes()) + "  " +
+               (name.empty() ? "" : quotedText(name) + "  ") + bytesCount(check.digest().nbytes()) + "  " +
                    check.digest().text(),
-               original.has_value(), check.isSame());
+               check.compares(), check.isSame());
 }
 
 }  // namespace zks

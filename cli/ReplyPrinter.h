@@ -5,9 +5,11 @@
 
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
+#include "cli/ContentCheck.h"
 #include "platform/array/qxArray.h"
 #include "toolbox/Reply.h"
 
@@ -28,12 +30,16 @@ class ReplyPrinter {
 
  private:
   bool print(const std::string& kind, const std::string& text, bool compared, bool same);
-  std::string savedName(const char* extension) const;
-  void saveArray(const qxArray* array) const;
-  void saveBytes(const char* extension, std::string_view bytes) const;
+  bool printFile(const std::string& name, ContentCheck& check);
+  // A name that an item before has taken gets "item-N-" before it.
+  std::string placeOf(std::size_t item, std::string name);
+  void saveArray(const qxArray* array);
+  void saveBytes(const char* extension, std::string_view bytes);
+  bool saveFile(const std::string& place, const std::optional<std::string>& original);
 
   parallel::toolbox::Reply& reply_;
   std::string saveDirectory_;
+  std::set<std::string> savedNames_;
 };
 
 }  // namespace zks

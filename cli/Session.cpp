@@ -5,7 +5,7 @@
 #include <string>
 
 #include "cli/CliError.h"
-#include "cli/MappedFile.h"
+#include "cli/FileContents.h"
 #include "platform/protobufencoding/protobufencoding.h"
 #include "platform/spf/inprocess/connectInProcess.h"
 #include "scheduler/SchedulerService.h"
@@ -26,6 +26,8 @@ parallel::toolbox::ConnectionOptions connectionOptions(const GlobalOptions& opti
   parallel::toolbox::ConnectionOptions connection;
   connection.tls = options.tlsDirectory;
   connection.insecure = options.insecure;
+  connection.tlsAdvice = "--tls DIR";
+  connection.insecureAdvice = "--insecure";
   connection.timeout = milliseconds(options.connectSeconds);
   connection.idleTimeout = milliseconds(options.idleSeconds);
   if (options.maxReplyBytes)
@@ -46,7 +48,7 @@ Connection openConnection(const GlobalOptions& options) {
 
 void loadDescriptors(const GlobalOptions& options) {
   for (const std::string& path : options.descriptorFiles) {
-    const MappedFile file(path);
+    const FileContents file(path);
     const auto bytes = file.bytes();
     try {
       parallel::protobufencoding::loadDescriptorSet({reinterpret_cast<const char*>(bytes.data()), bytes.size()});

@@ -6,20 +6,26 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <mutex>
 #include <string>
 
 #include "cli/CliError.h"
+#include "platform/errors/systemError.h"
 #include "platform/interrupt/utInterruptState.h"
+#include "platform/threads/Mutex.h"
 
 namespace zks {
 namespace {
 
+using parallel::threads::Mutex;
+using parallel::threads::MutexLock;
+
 constexpr std::string_view kWipe = "\r\x1b[K";
 
 struct StatusLine {
-  std::mutex mutex;
-  bool shown = false;  // guarded by mutex
+  Mutex mutex;
+  bool shown ZKS_GUARDED_BY(mutex) = false;
+  // What was written last on this terminal, in the middle of a line that the status line would wipe.
+  bool interferes ZKS_GUARDED_BY(mutex) = false;
 };
 
 StatusLine& statusLine() {
@@ -51,7 +57,7 @@ void writeQuietly(std::string_view text) noexcept {
   }
 }
 
-void wipe(StatusLine& line) noexcept {
+void wipe(StatusLine& line) noexcept ZKS_REQUIRES(line.mutex) {
   if (line.shown)
     writeQuietly(kWipe);
   line.shown = false;
@@ -60,17 +66,14 @@ void wipe(StatusLine& line) noexcept {
 void writeChecked(int file, const char* name, std::string_view bytes) {
   if (bytes.empty())
     return;
-  const std::lock_guard lock(statusLine().mutex);
-  wipe(statusLine());
+  StatusLine& status = statusLine();
+  const MutexLock lock(status.mutex);
+  wipe(status);
   const int error = writeAll(file, bytes);
+  if (::isatty(file) == 1)
+    status.interferes = bytes.back() != '\n';
   if (error != 0)
-    throw CliError(std::string("cannot write to ") + name + ": " + systemReason(error));
-}
-
-std::size_t terminalColumns() {
-  winsize size{};
-  const bool known = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
-  return known ? size.ws_col : 80;
+    throw CliError(std::string("cannot write to ") + name + ": " + errors::systemErrorText(error));
 }
 
 }  // namespace
@@ -84,8 +87,9 @@ void writeErrorOutput(std::string_view bytes) {
 }
 
 void writeError(std::string_view text) noexcept {
-  const std::lock_guard lock(statusLine().mutex);
-  wipe(statusLine());
+  StatusLine& status = statusLine();
+  const MutexLock lock(status.mutex);
+  wipe(status);
   writeQuietly(text);
 }
 
@@ -93,18 +97,30 @@ bool isStatusLineVisible() noexcept {
   return ::isatty(STDERR_FILENO) == 1;
 }
 
+// A line that reaches the last column makes some terminals go on to the next.
+std::size_t statusLineColumns() {
+  constexpr std::size_t kUsual = 80;
+  winsize size{};
+  const bool known = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return (known ? size.ws_col : kUsual) - 1;
+}
+
 void showStatusLine(std::string_view text) {
   if (!isStatusLineVisible())
     return;
-  const std::string line = std::string(kWipe) + std::string(text.substr(0, terminalColumns() - 1));
-  const std::lock_guard lock(statusLine().mutex);
+  const std::string line = std::string(kWipe) + std::string(text.substr(0, statusLineColumns()));
+  StatusLine& status = statusLine();
+  const MutexLock lock(status.mutex);
+  if (status.interferes)
+    return;
   writeQuietly(line);
-  statusLine().shown = true;
+  status.shown = true;
 }
 
 void clearStatusLine() noexcept {
-  const std::lock_guard lock(statusLine().mutex);
-  wipe(statusLine());
+  StatusLine& status = statusLine();
+  const MutexLock lock(status.mutex);
+  wipe(status);
 }
 
 void reportInterrupted() noexcept {
@@ -112,11 +128,13 @@ void reportInterrupted() noexcept {
   if (reported.test_and_set())
     return;
   // Somebody may hold the lock for as long as a reader keeps him waiting.
-  const std::unique_lock lock(statusLine().mutex, std::try_to_lock);
-  if (lock.owns_lock())
-    wipe(statusLine());
-  else if (isStatusLineVisible())
+  StatusLine& status = statusLine();
+  if (status.mutex.try_lock()) {
+    wipe(status);
+    status.mutex.unlock();
+  } else if (isStatusLineVisible()) {
     writeQuietly(kWipe);
+  }
   writeQuietly("zks: interrupted\n");
 }
 

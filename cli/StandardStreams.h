@@ -4,6 +4,7 @@
 // Threads: any, at once.
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string_view>
 
@@ -18,6 +19,7 @@ void writeErrorOutput(std::string_view bytes);
 void writeError(std::string_view text) noexcept;
 
 bool isStatusLineVisible() noexcept;  // whether there is a terminal to show one on
+std::size_t statusLineColumns();      // how much of a text it shows
 void showStatusLine(std::string_view text);
 void clearStatusLine() noexcept;
 

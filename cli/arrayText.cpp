@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kDeepest = 32;
 
-[[noreturn]] void refuse(const std::string& reason) {
+[[noreturn]] void refuseArrayText(const std::string& reason) {
   throw UsageError("--array: " + reason);
 }
 
@@ -90,7 +90,7 @@ class ListParser {
   }
 
   [[noreturn]] void refuseHere(const std::string& reason) const {
-    refuse(reason + " (at character " + std::to_string(at_ + 1) + " of the lists)");
+    refuseArrayText(reason + " (at character " + std::to_string(at_ + 1) + " of the lists)");
   }
 
   std::string_view text_;
@@ -106,16 +106,17 @@ T parseNumber(std::string_view word) {
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
   const bool whole = end == word.data() + word.size();
   if (error == std::errc::result_out_of_range && whole)
-    refuse("\"" + std::string(word) + "\" does not fit the class " + std::string(qxClassName(qxClassOf<T>())));
+    refuseArrayText("\"" + std::string(word) + "\" does not fit the class " + std::string(qxClassName(qxClassOf<T>())));
   if (error != std::errc{} || !whole)
-    refuse("\"" + std::string(word) + "\" is not a number of class " + std::string(qxClassName(qxClassOf<T>())));
+    refuseArrayText("\"" + std::string(word) + "\" is not a number of class " +
+                    std::string(qxClassName(qxClassOf<T>())));
   return value;
 }
 
 template <>
 bool parseNumber<bool>(std::string_view word) {
   if (word != "true" && word != "false")
-    refuse("\"" + std::string(word) + "\" is neither true nor false");
+    refuseArrayText("\"" + std::string(word) + "\" is neither true nor false");
   return word == "true";
 }
 
@@ -150,7 +151,8 @@ qxArrayPtr numericArray(std::string_view cls, const ListParser& lists) {
     if (name == cls)
       return make(lists);
   }
-  refuse("\"" + std::string(cls) + "\" is not a class; the classes are float64, float32, int8 to uint64 and boolean");
+  refuseArrayText("\"" + std::string(cls) +
+                  "\" is not a class; the classes are float64, float32, int8 to uint64 and boolean");
 }
 
 // The class when none is written.

@@ -17,7 +17,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-std::string refusal(std::string_view text) {
+std::string refusalOfLists(std::string_view text) {
   try {
     parseArrayText(text);
   } catch (const UsageError& error) {
@@ -91,8 +91,8 @@ TEST(ArrayText, RefusalsSayWhatIsWrong) {
       {"complex:[1]", "\"complex\" is not a class"},
   };
   for (const auto& [text, reason] : cases)
-    EXPECT_THAT(refusal(text), HasSubstr(reason)) << text;
-  EXPECT_THAT(refusal(std::string(40, '[')), HasSubstr("nest deeper than 32"));
+    EXPECT_THAT(refusalOfLists(text), HasSubstr(reason)) << text;
+  EXPECT_THAT(refusalOfLists(std::string(40, '[')), HasSubstr("nest deeper than 32"));
 }
 
 TEST(ArrayText, WhatIsFormattedIsReadBack) {

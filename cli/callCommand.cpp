@@ -1,3 +1,5 @@
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,20 +17,20 @@ namespace {
 
 using parallel::toolbox::Item;
 using parallel::toolbox::Reply;
-using Form = ReplyKind::Form;
+using ReplyForm = ReplyKind::Form;
 
 void show(ReplyPrinter& printer, const ReplyKind& kind) {
   switch (kind.form) {
-    case Form::Array:
+    case ReplyForm::Array:
       printer.showArray();
       break;
-    case Form::Message:
+    case ReplyForm::Message:
       printer.showMessage();
       break;
-    case Form::Plain:
+    case ReplyForm::Plain:
       printer.showPlain();
       break;
-    case Form::File:
+    case ReplyForm::File:
       printer.showFile(kind.path, "");
       break;
   }
@@ -38,9 +40,14 @@ void show(ReplyPrinter& printer, const ReplyKind& kind) {
 void checkPlaces(const CallOptions& options) {
   if (!options.saveDirectory.empty())
     parallel::toolbox::checkDirectory(options.saveDirectory);
-  for (const ReplyKind& kind : options.reply)
-    if (!kind.path.empty())
-      parallel::toolbox::checkWritablePlace(kind.path);
+  std::set<std::string> paths;
+  for (const ReplyKind& kind : options.reply) {
+    if (kind.path.empty())
+      continue;
+    if (!paths.insert(std::filesystem::path(kind.path).lexically_normal().string()).second)
+      throw UsageError("--reply names the file \"" + kind.path + "\" twice");
+    parallel::toolbox::checkWritablePlace(kind.path);
+  }
 }
 
 void checkKinds(const Reply& reply, const CallOptions& options) {

@@ -15,22 +15,22 @@ namespace {
 
 using parallel::toolbox::Item;
 using parallel::toolbox::Reply;
-using Form = ItemArgument::Form;
+using ItemForm = ItemArgument::Form;
 
 Item echoItem(const ItemArgument& argument, const qxArray* value) {
-  return argument.form == Form::Message ? parallel::toolbox::resultItem(value) : requestItem(argument, value);
+  return argument.form == ItemForm::Message ? parallel::toolbox::resultItem(value) : requestItem(argument, value);
 }
 
 // True when what came is what went.
 bool show(ReplyPrinter& printer, const ItemArgument& argument, const qxArray* sent) {
   switch (argument.form) {
-    case Form::Array:
+    case ItemForm::Array:
       return printer.showArray(sent);
-    case Form::Message:
+    case ItemForm::Message:
       return printer.showMessage(sent);
-    case Form::Plain:
+    case ItemForm::Plain:
       return printer.showPlain(sent);
-    case Form::File:
+    case ItemForm::File:
       return printer.showFile("", std::filesystem::path(argument.text).filename().string(), argument.text);
   }
   return false;

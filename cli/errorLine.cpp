@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/errors/visibleText.h"
+
 namespace zks {
 namespace {
 
-constexpr std::string_view kSeeLog = " The log says why (--log detail).";
 constexpr std::string_view kBlanks = " \t\r\n";
 
 std::string_view trimmed(std::string_view text) {
@@ -26,13 +27,6 @@ std::string textOf(const std::exception_ptr& error) {
   } catch (...) {
     return "an error of an unknown kind";
   }
-}
-
-void replaceSeeLog(std::string& text, std::string_view cause) {
-  const std::size_t at = text.find(kSeeLog);
-  if (at == std::string::npos || cause.empty())
-    return;
-  text.replace(at, kSeeLog.size(), "\n" + std::string(cause));
 }
 
 }  // namespace
@@ -55,10 +49,8 @@ std::string joinedLines(std::string_view text) {
   return line;
 }
 
-std::string errorLine(const std::exception_ptr& error, std::string_view cause) {
-  std::string text = textOf(error);
-  replaceSeeLog(text, trimmed(cause));
-  return joinedLines(text);
+std::string errorLine(const std::exception_ptr& error) {
+  return errors::visibleText(joinedLines(textOf(error)));
 }
 
 }  // namespace zks

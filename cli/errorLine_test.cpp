@@ -4,8 +4,6 @@
 
 #include <stdexcept>
 
-#include "cli/LogOutput.h"
-
 namespace zks {
 namespace {
 
@@ -14,29 +12,14 @@ std::exception_ptr errorOf(const std::string& text) {
 }
 
 TEST(ErrorLine, CausesFollowOneAnotherInOneLine) {
-  EXPECT_EQ(errorLine(errorOf("echo failed.\n no such thing:\n  at all.\n"), ""),
-            "echo failed: no such thing: at all.");
+  EXPECT_EQ(errorLine(errorOf("echo failed.\n no such thing:\n  at all.\n")), "echo failed: no such thing: at all.");
   EXPECT_EQ(joinedLines("\n\n one \r\n\n two\n"), "one: two");
   EXPECT_EQ(joinedLines(""), "");
 }
 
-TEST(ErrorLine, CauseStandsInForTheHintAtTheLog) {
-  const auto error = errorOf("Item 1 failed\n An array could not be read. The log says why (--log detail).");
-  EXPECT_EQ(errorLine(error, "The bytes are not an array.\n"),
-            "Item 1 failed: An array could not be read: The bytes are not an array.");
-  EXPECT_EQ(errorLine(error, ""), "Item 1 failed: An array could not be read. The log says why (--log detail).");
-}
-
 TEST(ErrorLine, ExceptionsWithoutTextHaveOne) {
-  EXPECT_EQ(errorLine(std::make_exception_ptr(std::bad_alloc()), ""), "out of memory");
-  EXPECT_EQ(errorLine(std::make_exception_ptr(7), ""), "an error of an unknown kind");
-}
-
-TEST(CauseFromDiagnostic, IsTheLineOfWhat) {
-  EXPECT_EQ(causeFromDiagnostic("Exception caught: Dynamic exception type: std::runtime_error\n"
-                                "std::exception::what: not enough\nmore"),
-            "not enough");
-  EXPECT_EQ(causeFromDiagnostic("Exception caught: Unknown exception."), "");
+  EXPECT_EQ(errorLine(std::make_exception_ptr(std::bad_alloc())), "out of memory");
+  EXPECT_EQ(errorLine(std::make_exception_ptr(7)), "an error of an unknown kind");
 }
 
 }  // namespace

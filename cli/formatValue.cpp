@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/errors/ustring.h"
+#include "platform/errors/visibleText.h"
 
 namespace zks {
 namespace {
@@ -116,7 +117,7 @@ std::string quotedText(std::string_view utf8) {
     else
       text += c;
   }
-  return text + "\"";
+  return errors::visibleText(text + "\"", text.size() + 1);  // the control characters beyond ASCII
 }
 
 std::string formatClassAndShape(const qxArray* array) {

@@ -56,6 +56,7 @@ TEST(FormatValue, EmptyTextIsQuotedAndNullIsNull) {
 
 TEST(FormatValue, ControlCharactersNeverReachTheTerminal) {
   EXPECT_EQ(quotedText(std::string("\x1b[31m\0\x7f", 7)), "\"\\u001b[31m\\u0000\\u007f\"");
+  EXPECT_EQ(quotedText("\u009B31m"), "\"\\xc2\\x9b31m\"");
 }
 
 }  // namespace

@@ -8,9 +8,9 @@
 namespace zks {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kJsonBlanks = " \t\r\n";
 
-[[noreturn]] void refuse(const std::string& reason) {
+[[noreturn]] void refuseJson(const std::string& reason) {
   throw UsageError(reason);
 }
 
@@ -22,7 +22,7 @@ class MemberScanner {
   TypedJson split() {
     skipBlanks();
     if (!take('{'))
-      refuse("the text is not a JSON object");
+      refuseJson("the text is not a JSON object");
     skipBlanks();
     while (at_ < json_.size() && json_[at_] != '}') {
       scanMember();
@@ -32,7 +32,7 @@ class MemberScanner {
       skipBlanks();
     }
     if (!begin_)
-      refuse("the object has no member \"@type\", which names the message");
+      refuseJson("the object has no member \"@type\", which names the message");
     return {typeName_, bodyWithoutMember()};
   }
 
@@ -42,23 +42,23 @@ class MemberScanner {
     const std::string_view key = scanString();
     skipBlanks();
     if (!take(':'))
-      refuse("the text is not a JSON object: a ':' is missing");
+      refuseJson("the text is not a JSON object: a ':' is missing");
     skipBlanks();
     const std::size_t valueBegin = at_;
     scanValue();
     if (key != "@type")
       return;
     if (begin_)
-      refuse("the member \"@type\" is there twice");
+      refuseJson("the member \"@type\" is there twice");
     begin_ = begin;
     end_ = at_;
     setTypeName(json_.substr(valueBegin, at_ - valueBegin));
   }
 
   void setTypeName(std::string_view value) {
-    value = value.substr(0, value.find_last_not_of(kBlanks) + 1);
+    value = value.substr(0, value.find_last_not_of(kJsonBlanks) + 1);
     if (value.size() < 3 || value.front() != '"' || value.back() != '"')
-      refuse("the member \"@type\" is not the name of a message");
+      refuseJson("the member \"@type\" is not the name of a message");
     value = value.substr(1, value.size() - 2);
     typeName_ = value.substr(value.rfind('/') + 1);
   }
@@ -67,11 +67,11 @@ class MemberScanner {
   std::string bodyWithoutMember() const {
     std::size_t begin = *begin_;
     std::size_t end = end_;
-    const std::size_t after = json_.find_first_not_of(kBlanks, end);
+    const std::size_t after = json_.find_first_not_of(kJsonBlanks, end);
     if (after != std::string_view::npos && json_[after] == ',') {
       end = after + 1;
     } else {
-      const std::size_t before = json_.find_last_not_of(kBlanks, begin - 1);
+      const std::size_t before = json_.find_last_not_of(kJsonBlanks, begin - 1);
       if (json_[before] == ',')
         begin = before;
     }
@@ -81,12 +81,12 @@ class MemberScanner {
   // The characters between the quotes, escapes as they are.
   std::string_view scanString() {
     if (!take('"'))
-      refuse("the text is not a JSON object: a name in quotes is missing");
+      refuseJson("the text is not a JSON object: a name in quotes is missing");
     const std::size_t begin = at_;
     while (at_ < json_.size() && json_[at_] != '"')
       at_ += json_[at_] == '\\' ? 2 : 1;
     if (at_ >= json_.size())
-      refuse("the text is not a JSON object: a string does not end");
+      refuseJson("the text is not a JSON object: a string does not end");
     return json_.substr(begin, at_++ - begin);
   }
 
@@ -109,7 +109,7 @@ class MemberScanner {
     }
   }
 
-  void skipBlanks() { at_ = std::min(json_.find_first_not_of(kBlanks, at_), json_.size()); }
+  void skipBlanks() { at_ = std::min(json_.find_first_not_of(kJsonBlanks, at_), json_.size()); }
 
   bool take(char wanted) {
     if (at_ >= json_.size() || json_[at_] != wanted)

@@ -16,7 +16,7 @@ void expectSplit(std::string_view json, const std::string& name, const std::stri
   EXPECT_EQ(typed.body, body) << json;
 }
 
-std::string refusal(std::string_view json) {
+std::string refusalOf(std::string_view json) {
   try {
     splitJsonType(json);
   } catch (const UsageError& error) {
@@ -43,17 +43,17 @@ TEST(JsonType, OtherMembersKeepEveryCharacter) {
 }
 
 TEST(JsonType, RefusalsSayWhatIsMissing) {
-  EXPECT_THAT(refusal(""), HasSubstr("not a JSON object"));
-  EXPECT_THAT(refusal("[1]"), HasSubstr("not a JSON object"));
-  EXPECT_THAT(refusal("{}"), HasSubstr("no member \"@type\""));
-  EXPECT_THAT(refusal(R"({"x":{"@type":"B"}})"), HasSubstr("no member \"@type\""));
-  EXPECT_THAT(refusal(R"({"@type":1})"), HasSubstr("not the name"));
-  EXPECT_THAT(refusal(R"({"@type":""})"), HasSubstr("not the name"));
-  EXPECT_THAT(refusal(R"({"@type":"A","@type":"B"})"), HasSubstr("twice"));
-  EXPECT_THAT(refusal(R"({"@type)"), HasSubstr("does not end"));
-  EXPECT_THAT(refusal(R"({"@type\)"), HasSubstr("does not end"));
-  EXPECT_THAT(refusal(R"({"@type" "B"})"), HasSubstr("':' is missing"));
-  EXPECT_THAT(refusal(R"({x:1})"), HasSubstr("name in quotes"));
+  EXPECT_THAT(refusalOf(""), HasSubstr("not a JSON object"));
+  EXPECT_THAT(refusalOf("[1]"), HasSubstr("not a JSON object"));
+  EXPECT_THAT(refusalOf("{}"), HasSubstr("no member \"@type\""));
+  EXPECT_THAT(refusalOf(R"({"x":{"@type":"B"}})"), HasSubstr("no member \"@type\""));
+  EXPECT_THAT(refusalOf(R"({"@type":1})"), HasSubstr("not the name"));
+  EXPECT_THAT(refusalOf(R"({"@type":""})"), HasSubstr("not the name"));
+  EXPECT_THAT(refusalOf(R"({"@type":"A","@type":"B"})"), HasSubstr("twice"));
+  EXPECT_THAT(refusalOf(R"({"@type)"), HasSubstr("does not end"));
+  EXPECT_THAT(refusalOf(R"({"@type\)"), HasSubstr("does not end"));
+  EXPECT_THAT(refusalOf(R"({"@type" "B"})"), HasSubstr("':' is missing"));
+  EXPECT_THAT(refusalOf(R"({x:1})"), HasSubstr("name in quotes"));
 }
 
 }  // namespace

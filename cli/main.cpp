@@ -16,7 +16,7 @@
 #include "cli/commands.h"
 #include "cli/errorLine.h"
 #include "platform/spf/grpc/routeGrpcLog.h"
-#include "scheduler/standardDescriptors.h"
+#include "programs/standardDescriptors.h"
 #include "toolbox/AtomicFile.h"
 
 namespace {
@@ -59,30 +59,24 @@ int failureExit(const CommandLine& line, const std::exception_ptr& error) {
 }
 
 // An interrupt may arrive as itself or, from under a catch-all, as some other error.
-int reportFailure(const CommandLine& line, const std::exception_ptr& error, const std::string& cause) {
+int reportFailure(const CommandLine& line, const std::exception_ptr& error) {
   if (zks::Interrupts::signal() != 0) {
     zks::reportInterrupted();
     return interruptedExit();
   }
-  zks::writeError("zks: " + zks::errorLine(error, cause) + "\n");
+  zks::writeError("zks: " + zks::errorLine(error) + "\n");
   return failureExit(line, error);
 }
 
 int executeAndReport(const CommandLine& line) {
   zks::Interrupts interrupts;
   interrupts.setEmergency(line.global.address.empty() ? kEmbeddedPatience : kPatience, endAtOnce);
-  std::string cause;
   try {
     const zks::LogOutput log(line.global.logLevel);
     agent::spf::grpc_transport::routeGrpcLog();  // standard error has the one line that says it all
-    try {
-      return execute(line);
-    } catch (...) {
-      cause = log.lastCause();
-      throw;
-    }
+    return execute(line);
   } catch (...) {
-    return reportFailure(line, std::current_exception(), cause);
+    return reportFailure(line, std::current_exception());
   }
 }
 
@@ -104,7 +98,7 @@ void ignoreWriteSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  parallel::scheduler::occupyStandardDescriptors();
+  programs::occupyStandardDescriptors();
   ignoreWriteSignals();
   try {
     const auto outcome = zks::parseCommandLine(std::vector<std::string>(argv + 1, argv + argc));

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -13,7 +11,7 @@
 #include <vector>
 
 #include "cli/CliError.h"
-#include "cli/MappedFile.h"
+#include "cli/FileContents.h"
 #include "cli/RowMajorWalk.h"
 
 namespace zks {
@@ -260,7 +258,7 @@ bool isAligned(const std::byte* data, std::size_t nbytes) {
   return reinterpret_cast<std::uintptr_t>(data) % nbytes == 0;
 }
 
-qxArrayPtr arrayOf(std::shared_ptr<const MappedFile> file, const Header& header, std::size_t nbytes) {
+qxArrayPtr arrayOf(std::shared_ptr<const FileContents> file, const Header& header, std::size_t nbytes) {
   const std::byte* data = file->bytes().data() + header.dataOffset;
   const std::vector<std::size_t> shape = hostShape(header);
   const bool asItLies = isColumnMajor(header) && !header.bigEndian && header.cls->cls != qxClass::Boolean;
@@ -309,7 +307,7 @@ std::string headerOf(const NpyClass& cls, qxDimensions dimensions) {
 
 qxArrayPtr readNpy(const std::string& path) {
   static_assert(std::endian::native == std::endian::little);
-  auto file = std::make_shared<const MappedFile>(path);
+  auto file = std::make_shared<const FileContents>(path);
   const auto bytes = file->bytes();
   try {
     const Header header = parseHeader({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
@@ -327,18 +325,13 @@ bool canWriteNpy(const qxArray* array) noexcept {
   return npyClassOf(array) != nullptr;
 }
 
-void writeNpy(const std::string& path, const qxArray* array) {
+void writeNpy(const qxArray* array, parallel::spf::transport::ByteSink& file) {
   const NpyClass* cls = npyClassOf(array);
   if (cls == nullptr)
     throw CliError("arrays of class " + std::string(qxClassName(qxGetClass(array))) + " have no NumPy form");
   const std::string header = headerOf(*cls, qxGetDimensions(array));
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(header.data(), static_cast<std::streamsize>(header.size()));
-  if (qxGetDataBytes(array) > 0)
-    file.write(static_cast<const char*>(qxGetData(array)), static_cast<std::streamsize>(qxGetDataBytes(array)));
-  file.close();
-  if (!file)
-    throw CliError("cannot write the file \"" + path + "\": " + systemReason(errno));
+  file.write(reinterpret_cast<const std::byte*>(header.data()), header.size());
+  file.write(static_cast<const std::byte*>(qxGetData(array)), qxGetDataBytes(array));
 }
 
 }  // namespace zks

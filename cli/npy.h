@@ -8,15 +8,15 @@
 #include <string>
 
 #include "platform/array/qxArray.h"
+#include "transport/streams/ByteSink.h"
 
 namespace zks {
 
-// A file that already lies as a host array does is mapped, not read: it must not change while the array lives.
 qxArrayPtr readNpy(const std::string& path);
 
 bool canWriteNpy(const qxArray* array) noexcept;
 
-// Creates or truncates the file. The array must be one that can be written.
-void writeNpy(const std::string& path, const qxArray* array);
+// Writes a whole file. The array must be one that can be written.
+void writeNpy(const qxArray* array, parallel::spf::transport::ByteSink& file);
 
 }  // namespace zks

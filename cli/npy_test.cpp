@@ -10,6 +10,7 @@
 #include "cli/CliError.h"
 #include "cli/testing/arrayParts.h"
 #include "cli/testing/files.h"
+#include "cli/testing/saveNpy.h"
 #include "platform/files/testing/TemporaryDirectory.h"
 
 namespace zks {
@@ -26,6 +27,8 @@ class Npy : public testing::Test {
     writeFile(path(), bytes);
     return path();
   }
+
+  void save(const qxArray* array) const { saveNpy(path(), array); }
 
   // A file of version 1 with this dictionary and these data.
   std::string file(const std::string& dictionary, const std::string& data) const {
@@ -123,7 +126,7 @@ TEST_F(Npy, EveryClassRoundTrips) {
       for (std::size_t i = 0; i < qxGetDataBytes(array.get()); ++i)
         bytes[i] = static_cast<unsigned char>(cls == qxClass::Boolean ? i % 3 == 0 : i * 37 % 127);
       ASSERT_TRUE(canWriteNpy(array.get()));
-      writeNpy(path(), array.get());
+      save(array.get());
       EXPECT_TRUE(qxEqual(readNpy(path()).get(), array.get())) << qxClassName(cls) << " complex " << complex;
     }
   }
@@ -131,7 +134,7 @@ TEST_F(Npy, EveryClassRoundTrips) {
 
 TEST_F(Npy, DataBeginAtAMultipleOf64) {
   const std::size_t shape[] = {1, 1};
-  writeNpy(path(), qxCreateNumericArray(shape, qxClass::Uint8).get());
+  save(qxCreateNumericArray(shape, qxClass::Uint8).get());
   EXPECT_EQ((std::filesystem::file_size(path()) - 1) % 64, 0U);
 }
 
@@ -144,7 +147,7 @@ TEST_F(Npy, ClassesWithoutANumpyTypeCannotBeWritten) {
 
 TEST_F(Npy, EveryTruncationIsRefused) {
   const std::size_t shape[] = {2, 2};
-  writeNpy(path(), qxCreateNumericArray(shape, qxClass::Int16).get());
+  save(qxCreateNumericArray(shape, qxClass::Int16).get());
   const std::string bytes = readFile(path());
   for (std::size_t length = 0; length < bytes.size(); ++length)
     EXPECT_THAT(refusal(write(bytes.substr(0, length))), HasSubstr(path())) << length;

@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <cmath>
+#include <chrono>
 #include <cstring>
 #include <exception>
-#include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,16 +12,39 @@
 #include "cli/Session.h"
 #include "cli/StandardStreams.h"
 #include "cli/commands.h"
+#include "cli/standardInput.h"
+#include "platform/errors/visibleText.h"
+#include "scheduler/durations.h"
 #include "toolbox/AtomicFile.h"
+#include "transport/streams/FunctionalByteSink.h"
 
 namespace zks {
 namespace {
 
-using parallel::toolbox::AtomicFile;
+using parallel::spf::transport::FunctionalByteSink;
 using parallel::toolbox::Item;
 using parallel::toolbox::TaskResult;
 using parallel::zksmessages::TaskDescription;
+using parallel::zksmessages::TaskLimits;
 using parallel::zksmessages::TesselTaskExecutionInfo;
+
+google::protobuf::Duration duration(double seconds) {
+  using std::chrono::nanoseconds;
+  return parallel::scheduler::toMessage(std::chrono::ceil<nanoseconds>(std::chrono::duration<double>(seconds)));
+}
+
+void setLimits(const TaskLimitOptions& options, TaskLimits& limits) {
+  if (options.timeoutSeconds)
+    *limits.mutable_wall_time() = duration(*options.timeoutSeconds);
+  if (options.cpuSeconds)
+    *limits.mutable_cpu_time() = duration(*options.cpuSeconds);
+  if (options.memoryBytes)
+    limits.set_memory_bytes(*options.memoryBytes);
+  if (options.fileBytes)
+    limits.set_file_bytes(*options.fileBytes);
+  if (options.openFiles)
+    limits.set_open_files(*options.openFiles);
+}
 
 TaskDescription describeTask(const RunOptions& options) {
   TaskDescription task;
@@ -29,19 +52,24 @@ TaskDescription describeTask(const RunOptions& options) {
     task.add_argv(word);
   for (const auto& [name, value] : options.environment)
     (*task.mutable_environment())[name] = value;
-  for (const std::string& file : options.files)
-    task.add_input_files(std::filesystem::path(file).filename().string());
+  task.set_clear_environment(options.clearEnvironment);
+  task.set_standard_input(options.standardInput.has_value());
+  for (const InputArgument& input : options.inputs)
+    task.add_input_files(input.name);
   for (const std::string& name : options.outputs)
     task.add_output_files(name);
-  if (options.seconds) {
-    double whole = 0;
-    const double fraction = std::modf(*options.seconds, &whole);
-    task.mutable_limits()->mutable_wall_time()->set_seconds(static_cast<std::int64_t>(whole));
-    task.mutable_limits()->mutable_wall_time()->set_nanos(static_cast<std::int32_t>(fraction * 1e9));
-  }
-  if (options.memoryBytes)
-    task.mutable_limits()->set_memory_bytes(*options.memoryBytes);
+  setLimits(options.limits, *task.mutable_limits());
   return task;
+}
+
+// In the order in which the service reads them.
+std::vector<Item> inputItems(const RunOptions& options) {
+  std::vector<Item> items;
+  if (options.standardInput)
+    items.push_back(standardInputItem(*options.standardInput));
+  for (const InputArgument& input : options.inputs)
+    items.push_back(parallel::toolbox::fileItem(input.path));
+  return items;
 }
 
 std::string_view viewOf(const tova::factory::qxArrayProxy& bytes) {
@@ -49,16 +77,23 @@ std::string_view viewOf(const tova::factory::qxArrayProxy& bytes) {
 }
 
 void say(const std::string& text) {
-  writeError("zks: " + text + "\n");
+  writeError("zks: " + errors::visibleText(text) + "\n");
+}
+
+void sayMessage(const TesselTaskExecutionInfo& info) {
+  if (!info.message().empty())
+    say(info.message());
 }
 
 // How the task ended, told where its exit code alone does not.
 int exitCodeOf(const TesselTaskExecutionInfo& info, const RunOptions& options) {
   switch (info.outcome()) {
     case TesselTaskExecutionInfo::OUTCOME_EXITED:
+      sayMessage(info);
       return info.exit_status();
     case TesselTaskExecutionInfo::OUTCOME_SIGNALLED:
       say("the task was ended by signal " + std::to_string(info.signal()) + " (" + ::strsignal(info.signal()) + ")");
+      sayMessage(info);
       return kSignalExit + info.signal();
     case TesselTaskExecutionInfo::OUTCOME_TIMED_OUT:
       say("the task's time was over, and it was ended");
@@ -87,48 +122,53 @@ std::exception_ptr sayWhatItSaid(const TaskResult& result) {
   }
 }
 
-// Returns the names that the task did not make.
+// Returns the names that the task did not make, and says why others cannot be fetched.
 std::vector<std::string> fetchOutputs(TaskResult& result, const RunOptions& options) {
   std::vector<std::string> missing;
   for (const std::string& name : options.outputs) {
     if (isMissing(result.info, name)) {
+      const auto problem = result.info.unusable_outputs().find(name);
+      if (problem != result.info.unusable_outputs().end())
+        say("the output \"" + name + "\" cannot be fetched: " + problem->second);
       missing.push_back(name);
-      result.outputs.takeFile("/dev/null");
+      FunctionalByteSink nowhere([](const std::byte*, std::size_t) {});
+      result.outputs.takeBytes(nowhere);
     } else {
-      AtomicFile file(options.directory + "/" + name);
-      file.write([&](const std::string& path) { result.outputs.takeFile(path); });
-      file.commit();
+      result.outputs.takeFile(options.directory + "/" + name);
     }
   }
   return missing;
 }
 
-int exitCodeWithMissing(int taskCode, const std::vector<std::string>& missing) {
+int exitCodeWithMissing(int taskCode, const TesselTaskExecutionInfo& info, const std::vector<std::string>& missing) {
   if (missing.empty() || taskCode != 0)
     return taskCode;
   std::string names;
-  for (const std::string& name : missing)
-    names += (names.empty() ? "\"" : ", \"") + name + "\"";
-  say("the task did not make " + names);
+  for (const std::string& name : missing) {
+    if (!info.unusable_outputs().contains(name))
+      names += (names.empty() ? "\"" : ", \"") + name + "\"";
+  }
+  if (!names.empty())
+    say("the task did not make " + names);
   return kRunFailureExit;
 }
 
 }  // namespace
 
 int runCommand(const GlobalOptions& global, const RunOptions& options) {
-  std::vector<Item> inputs;
-  for (const std::string& file : options.files)
-    inputs.push_back(parallel::toolbox::fileItem(file));
+  const std::vector<Item> inputs = inputItems(options);
   for (const std::string& name : options.outputs)
     parallel::toolbox::checkWritablePlace(options.directory + "/" + name);  // before the task runs for nothing
   const Session session(global);
-  const ProgressBar bar(session.progress());
+  std::optional<ProgressBar> bar;
+  if (!options.standardInput || !isTyped(*options.standardInput))
+    bar.emplace(session.progress());
   TaskResult result = session.client().runTask(describeTask(options), inputs);
   const std::exception_ptr unsaid = sayWhatItSaid(result);
   const std::vector<std::string> missing = fetchOutputs(result, options);
   if (unsaid != nullptr)
     std::rethrow_exception(unsaid);
-  return exitCodeWithMissing(exitCodeOf(result.info, options), missing);
+  return exitCodeWithMissing(exitCodeOf(result.info, options), result.info, missing);
 }
 
 }  // namespace zks

@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "cli/npy.h"
 #include "cli/testing/ZksFixture.h"
+#include "cli/testing/saveNpy.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 
 namespace zks {
@@ -76,7 +76,7 @@ TEST_P(ZksEndToEnd, ArraysOfBorderSizesComeBackByteForByte) {
     const std::string bytes = someBytes(size);
     if (size > 0)
       std::memcpy(qxGetWritableData(array.get()), bytes.data(), size);
-    writeNpy(path("a" + std::to_string(size) + ".npy"), array.get());
+    saveNpy(path("a" + std::to_string(size) + ".npy"), array.get());
     words.insert(words.end(), {"--array", "@a" + std::to_string(size) + ".npy"});
   }
   expectSame(zks(words), std::size(kBorderSizes));
@@ -149,7 +149,7 @@ TEST_P(ZksEndToEnd, ThreeDimensionalArraysOfEveryClassComeBack) {
     for (std::size_t at = 0; at < qxGetDataBytes(array.get()); ++at)
       data[at] = static_cast<unsigned char>(classes[i].cls == qxClass::Boolean ? at % 2 : at * 31 % 120);
     const std::string name = "c" + std::to_string(i + 1) + ".npy";
-    writeNpy(path(name), array.get());
+    saveNpy(path(name), array.get());
     words.insert(words.end(), {"--array", "@" + name});
   }
   expectSame(zks(words), std::size(classes));
@@ -257,7 +257,7 @@ TEST_P(ZksEndToEnd, TaskEndedBySignalExitsWith128AndTheSignal) {
 }
 
 TEST_P(ZksEndToEnd, TaskPastItsTimeExitsWith124) {
-  const auto outcome = zks({"run", "--time", "0.2", "--", "sleep", "1000"});
+  const auto outcome = zks({"run", "--timeout", "0.2", "--", "sleep", "1000"});
   EXPECT_EQ(outcome.exitCode, 124);
   EXPECT_EQ(outcome.error, "zks: the task's time was over, and it was ended\n");
 }
@@ -269,9 +269,55 @@ TEST_P(ZksEndToEnd, ProgramThatCannotBeStartedExitsWith127) {
   EXPECT_THAT(outcome.error, HasSubstr("no-such-program-here"));
 }
 
-TEST_P(ZksEndToEnd, MemoryLimitReachesTheTask) {
-  const auto outcome = zks({"run", "--memory", "64M", "--", "sh", "-c", "ulimit -v"});
-  EXPECT_EQ(outcome.output, "65536\n");
+TEST_P(ZksEndToEnd, LimitsReachTheTask) {
+  const auto outcome = zks({"run", "--cpu-time", "32.5", "--memory-bytes", "64M", "--file-bytes", "1M", "--open-files",
+                            "44", "--", "sh", "-c", "ulimit -t; ulimit -v; ulimit -f; ulimit -n"});
+  EXPECT_EQ(outcome.output, "33\n65536\n2048\n44\n");
+}
+
+TEST_P(ZksEndToEnd, EnvironmentCanBeTheGivenOneAlone) {
+  EXPECT_EQ(zks({"run", "--clear-environment", "--env", "A=1", "--", "/usr/bin/env"}).output, "A=1\n");
+}
+
+TEST_P(ZksEndToEnd, FileGoesUnderTheNameThatItIsGiven) {
+  std::filesystem::create_directory(path("in"));
+  writeFile(path("in/data"), "one");
+  writeFile(path("data"), "two");
+  EXPECT_EQ(zks({"run", "--file", "in/data", "--file", "other=data", "--", "sh", "-c", "cat data other; ls"}).output,
+            "onetwodata\nother\n");
+}
+
+TEST_P(ZksEndToEnd, StandardInputIsAFile) {
+  const std::string data = someBytes(200'000);
+  writeFile(path("data"), data);
+  EXPECT_TRUE(zks({"run", "--stdin", "data", "--", "cat"}).output == data);
+  EXPECT_EQ(zks({"run", "--", "wc", "-c"}).output, "0\n");
+}
+
+TEST_P(ZksEndToEnd, StandardInputIsThatOfZks) {
+  const Words command = zksWords({"run", "--stdin", "-", "--", "wc", "-c"});
+  for (const auto& [shell, count] :
+       {std::pair{"head -c 3000000 /dev/zero | \"$@\"", "3000000\n"}, std::pair{"exec \"$@\" < /dev/null", "0\n"},
+        std::pair{"exec \"$@\" <&-", "0\n"}}) {
+    Words words{"sh", "-c", shell, "sh"};
+    words.insert(words.end(), command.begin(), command.end());
+    const auto outcome = runProgram(words, directory());
+    EXPECT_EQ(outcome.output, count) << shell;
+    EXPECT_EQ(outcome.error, "") << shell;
+  }
+}
+
+TEST_P(ZksEndToEnd, StandardInputCanBeAPipeWithAName) {
+  Words words{"sh", "-c", "mkfifo p; printf through >p & exec \"$@\"", "sh"};
+  const Words command = zksWords({"run", "--stdin", "p", "--", "cat"});
+  words.insert(words.end(), command.begin(), command.end());
+  EXPECT_EQ(runProgram(words, directory()).output, "through");
+}
+
+TEST_P(ZksEndToEnd, FilesOfTheKernelAreSentWhole) {
+  const auto outcome = zks({"echo", "--file", "/proc/version", "--save", "out"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+  EXPECT_EQ(readFile(path("out/version")), readFile("/proc/version"));
 }
 
 TEST_P(ZksEndToEnd, MissingOutputsAreNamedAndTheOthersFetched) {

@@ -84,9 +84,24 @@ std::string goodTaskReplyHead() {
 
 // --- Where the service is ---
 
-TEST_F(ZksErrors, AddressThatIsNoneSaysWhatAnAddressIs) {
+TEST_F(ZksErrors, MalformedAddressSaysWhatAnAddressIs) {
   setAddress("nonsense");
   expectFailure(zks({"echo"}), 2, {"\"nonsense\" is not a service address", "unix:PATH or HOST:PORT"});
+}
+
+TEST_F(ZksErrors, AddressWithoutAPathIsTheDefaultSocket) {
+  Words words = zksWords({"--address", "unix:", "echo"});
+  words.insert(words.begin(), {"env", "XDG_RUNTIME_DIR=" + directory()});
+  expectFailure(runProgram(words, directory()), 1, {path("zks/zksd.sock")});
+  ChildProcess daemon({"env", "XDG_RUNTIME_DIR=" + directory(), ZKSD_PROGRAM, "--log", "off"}, directory());
+  ASSERT_THAT(daemon.readLine(), HasSubstr("listening"));
+  EXPECT_EQ(runProgram(words, directory()).exitCode, 0);
+}
+
+TEST_F(ZksErrors, EnvironmentNamesTheServiceWhereTheLineDoesNot) {
+  Words words = zksWords({"echo"});
+  words.insert(words.begin(), {"env", "ZKS_ADDRESS=unix:" + path("none")});
+  expectFailure(runProgram(words, directory()), 1, {path("none")});
 }
 
 TEST_F(ZksErrors, SocketFileThatIsNotThereIsNamed) {
@@ -96,7 +111,7 @@ TEST_F(ZksErrors, SocketFileThatIsNotThereIsNamed) {
 }
 
 TEST_F(ZksErrors, PortWhereNothingListensIsNamed) {
-  const parallel::scheduler::UniqueFd bound(::socket(AF_INET, SOCK_STREAM, 0));  // keeps the port, does not listen
+  const files::UniqueFd bound(::socket(AF_INET, SOCK_STREAM, 0));  // keeps the port, does not listen
   sockaddr_in name{};
   name.sin_family = AF_INET;
   name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -119,7 +134,7 @@ TEST_F(ZksErrors, ServiceThatEndsDuringACallHasGoneAway) {
   ASSERT_EQ(::mkfifo(path("started").c_str(), 0600), 0);
   const auto running = startZks(
       {"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo > " + path("started") + "; exec sleep 1000"});
-  const parallel::scheduler::UniqueFd started(::open(path("started").c_str(), O_RDONLY));
+  const files::UniqueFd started(::open(path("started").c_str(), O_RDONLY));
   parallel::scheduler::testing::readLine(started.get());
   daemon().send(SIGKILL);
   expectFailure(running->wait(), 125, {"went away while runTask was under way", path("daemon/s")});
@@ -145,6 +160,25 @@ TEST_F(ZksErrors, WrongNumberOfReplyKindsSaysBothNumbers) {
   expectFailure(outcome, 1, {"has 3 items and --reply names 1"});
 }
 
+TEST_F(ZksErrors, StandardInputThatCannotBeReadIsNamed) {
+  setAddress("unix:" + path("none"));
+  expectFailure(zks({"run", "--stdin", "gone", "--", "true"}), 125, {"\"gone\"", "No such file or directory"});
+  expectFailure(zks({"run", "--stdin", "out", "--", "true"}), 125, {"\"out\"", "it is a directory"});
+  setAddress("");
+  Words words{"sh", "-c", "exec \"$@\" < out", "sh"};
+  const Words command = zksWords({"run", "--stdin", "-", "--", "true"});
+  words.insert(words.end(), command.begin(), command.end());
+  expectFailure(runProgram(words, directory()), 125, {"\"standard input\"", "Is a directory"});
+}
+
+TEST_F(ZksErrors, ItemWronglyTakenForPlainBytesSaysSo) {
+  const auto outcome =
+      zks({"call", "runTask", "--protobuf", R"({"@type":"parallel.zksmessages.TaskDescription","argv":["true"]})",
+           "--reply", "plain,plain,plain"});
+  expectFailure(outcome, 1,
+                {"Item 1 of 3", "could not be read as plain bytes", "Take it as the kind that the method returns"});
+}
+
 TEST_F(ZksErrors, MissingFileIsNamedBeforeAnythingHappens) {
   setAddress("unix:" + path("none"));  // nothing is asked of a service
   for (const auto& [words, code] :
@@ -155,7 +189,7 @@ TEST_F(ZksErrors, MissingFileIsNamedBeforeAnythingHappens) {
   expectFailure(zks({"echo", "--file", "out"}), 1, {"\"out\"", "it is a directory"});
 }
 
-TEST_F(ZksErrors, FileThatIsNoArrayIsNamed) {
+TEST_F(ZksErrors, FileThatIsNotAnArrayIsNamed) {
   writeFile(path("x.npy"), "hello");
   writeFile(path("x.cbor"), "hello");
   expectFailure(zks({"echo", "--array", "@x.npy"}), 1, {"\"x.npy\"", "NumPy"});
@@ -173,7 +207,7 @@ TEST_F(ZksErrors, TextsThatMeanNothingAreUsageErrors) {
   expectFailure(zks({"echo", "--what"}), 2, {"--what", "zks echo --help"});
 }
 
-TEST_F(ZksErrors, DescriptorSetThatIsNoneIsRefused) {
+TEST_F(ZksErrors, FileThatIsNotADescriptorSetIsRefused) {
   writeFile(path("bad"), "hello");
   expectFailure(zks({"--descriptors", "bad", "echo"}), 1, {"--descriptors bad: ", "FileDescriptorSet"});
 }
@@ -225,7 +259,7 @@ TEST_F(ZksErrors, ItemThatFindsNoRoomIsNamedByWhereItGoes) {
 
 TEST_F(ZksErrors, FileWhoseNameTheHostCannotHaveIsNamed) {
   writeFile(path("caf\xE9"), "x");
-  expectFailure(zks({"echo", "--file", "caf\xE9"}), 1, {"\"caf\xE9\"", "its name is not UTF-8"});
+  expectFailure(zks({"echo", "--file", "caf\xE9"}), 1, {"\"caf\\xe9\"", "its name is not UTF-8"});
 }
 
 TEST_F(ZksErrors, TemporaryDirectoryThatIsNotThereIsNamed) {
@@ -252,6 +286,17 @@ TEST_F(ZksErrors, CurrentDirectoryThatHasGoneIsNamed) {
   Words words = zksWords({"echo"});
   words.insert(words.begin(), {"sh", "-c", leave, "sh"});
   expectFailure(runProgram(words, directory()), 2, {"\"unix:s\"", "the current directory", "cannot be found"});
+}
+
+TEST_F(ZksErrors, StandardStreamsThatAreClosedAreNobodysDescriptors) {
+  ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
+  Words words{"sh", "-c", "exec \"$@\" <&- >&- 2>&-", "sh"};
+  const Words command = zksWords({"run", "--stdin", "pipe", "--", "true"});
+  words.insert(words.end(), command.begin(), command.end());
+  ChildProcess zks(words, directory());
+  const files::UniqueFd writer(::open(path("pipe").c_str(), O_WRONLY | O_CLOEXEC));  // zks has opened it
+  for (const char* stream : {"0", "1", "2"})
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(zks.pid()) + "/fd/" + stream), "/dev/null");
 }
 
 TEST_F(ZksErrors, DaemonWithoutStandardErrorLogsIntoNoneOfItsFiles) {
@@ -326,7 +371,8 @@ TEST_F(ZksErrors, MalformedRepliesSayWhatIsWrong) {
       {container(0, ""), echoPlain, {"echo", "has 0 items, not 1"}},
       {container(2, ""), echoPlain, {"echo", "has 2 items, not 1"}},
       {container(1, ""), echoPlain, {"Item 1 of 1", endsEarly}},
-      {container(1, framed("short")), echoPlain, {"Item 1 of 1", endsEarly}},
+      {container(1, framed("short")), echoPlain, {"Item 1 of 1", "not plain bytes", "it has 5 bytes"}},
+      {container(1, framed(std::string(9, '\xFF'))), echoPlain, {"Item 1 of 1", "more than memory can hold"}},
       {container(1, std::string("\x80\x00", 2)), echoPlain, {"Item 1 of 1", "negative overflow"}},
       {container(1, framed("hello")), echoArray, {"Item 1 of 1", "not a serialised array"}},
       {container(1, framed("")), echoMessage, {"Item 1 of 1", "result"}},

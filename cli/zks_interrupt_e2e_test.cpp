@@ -22,7 +22,7 @@ namespace zks {
 namespace {
 
 using agent::spf::core::ServerCall;
-using parallel::scheduler::UniqueFd;
+using files::UniqueFd;
 using parallel::scheduler::testing::eventually;
 using parallel::scheduler::testing::isReadable;
 using parallel::scheduler::testing::readLine;
@@ -142,16 +142,14 @@ TEST_F(ZksInterrupt, WhileAReplyWithoutEndComesIn) {
 }
 
 TEST_F(ZksInterrupt, WhileAReplyStandsStill) {
-  std::atomic<bool> written = false;
-  const TestService service(path("s"), [&written](ServerCall& call) {
+  const TestService service(path("s"), [](ServerCall& call) {
     call.reply().write("\0\0\0\0\1\0\1x", 8).flush();
-    written = true;
     eventually([&] { return call.isCancelled(); });
   });
   setAddress(service.address());
   const auto zks = startZks({"call", "any", "--reply", "file:out/half"});
-  // The file stands open, with its name for the time being, when the reply has begun.
-  ASSERT_TRUE(eventually([&] { return written && !namesIn("out").empty(); }));
+  // The file stands open when the reply has begun.
+  ASSERT_TRUE(eventually([&] { return hasOpenFile(*zks, "out"); }));
   interrupt(*zks);
 }
 
@@ -165,6 +163,15 @@ TEST_F(ZksInterrupt, WhileNobodyReadsTheOutput) {
   ChildProcess zks(words, directory());
   ASSERT_TRUE(isReadable(reader.get()));
   interrupt(zks);
+}
+
+TEST_F(ZksInterrupt, WhileItsStandardInputHasNoEnd) {
+  startDaemon();
+  ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
+  const auto zks = startZks({"run", "--stdin", "pipe", "--", "cat"});
+  const UniqueFd writer(::open(path("pipe").c_str(), O_WRONLY | O_CLOEXEC));  // zks has opened it
+  ASSERT_EQ(::write(writer.get(), "x", 1), 1);
+  interrupt(*zks);
 }
 
 TEST_F(ZksInterrupt, ThatWhoeverStartedZksIgnoresIsIgnored) {
@@ -190,13 +197,13 @@ TEST_F(ZksInterrupt, ThatWhoeverStartedZksIgnoresIsIgnored) {
 
 class Terminal {
  public:
-  Terminal(const Words& command, const std::string& directory) {
+  Terminal(const Words& command, const std::string& directory, unsigned short columns = 100) {
     std::vector<char*> words;
     for (const std::string& word : command)
       words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
     int file = -1;
-    winsize size{24, 100, 0, 0};
+    winsize size{24, columns, 0, 0};
     pid_ = ::forkpty(&file, nullptr, nullptr, &size);
     if (pid_ == 0) {
       std::signal(SIGINT, SIG_DFL);
@@ -278,6 +285,23 @@ TEST_F(ZksInterrupt, ProgressOfAReplyOfKnownSizeShowsABar) {
   go = true;
   EXPECT_EQ(terminal.wait(), 0);
   EXPECT_THAT(lastLine(terminal.shown()), testing::StartsWith("1 file  65534 bytes"));
+}
+
+TEST_F(ZksInterrupt, ProgressFitsANarrowTerminal) {
+  std::atomic<bool> go = false;
+  const TestService service(path("s"), [&go](ServerCall& call) {
+    const std::string block = std::string("\x7F\xFF", 2) + std::string(32767, 'x');
+    call.setReplySize(5 + 2 * 32769 + 2);
+    call.reply().write("\0\0\0\0\1", 5);
+    call.reply().write(block.data(), 32769).flush();
+    eventually([&] { return go || call.isCancelled(); });
+    call.reply().write(block.data(), 32769).write("\xFF\xFF", 2);
+  });
+  setAddress(service.address());
+  Terminal terminal(zksWords({"call", "any", "--reply", "file"}), directory(), 20);
+  ASSERT_TRUE(terminal.readUntil("receiving 50%")) << terminal.shown();
+  go = true;
+  EXPECT_EQ(terminal.wait(), 0);
 }
 
 TEST_F(ZksInterrupt, CtrlCOnATerminalLeavesOneLine) {

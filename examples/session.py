@@ -1,4 +1,4 @@
-"""A NumPy array and a file to the service and back: `PYTHONPATH=build/dev/python python3 examples/session.py`."""
+"""A NumPy array and a file to the service and back: `./dev python examples/session.py`."""
 
 import pathlib
 

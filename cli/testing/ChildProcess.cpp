@@ -8,14 +8,14 @@
 
 #include <csignal>
 #include <stdexcept>
-#include <system_error>
 
+#include "platform/errors/systemError.h"
 #include "scheduler/testing/waiting.h"
 
 namespace zks {
 namespace {
 
-using parallel::scheduler::UniqueFd;
+using files::UniqueFd;
 using parallel::scheduler::testing::TestPipe;
 
 // The tests' own time limits are shorter, but for those that move several GiB.
@@ -91,7 +91,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
   const DefaultSignals signals;
   const int failure = posix_spawnp(&pid_, words[0], actions.get(), signals.get(), words.data(), environ);
   if (failure != 0)
-    throw std::system_error(failure, std::generic_category(), command[0]);
+    errors::throwSystemError(command[0], failure);
   output_ = std::move(output.reading);
   error_ = std::move(error.reading);
 }
@@ -118,7 +118,7 @@ ProcessOutcome ChildProcess::wait() {
   int status = 0;
   struct rusage usage {};
   if (::wait4(pid_, &status, 0, &usage) != pid_)
-    throw std::system_error(errno, std::generic_category(), "wait4");
+    errors::throwSystemError("wait4");
   pid_ = -1;
   outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   outcome.peakMemoryKiB = usage.ru_maxrss;

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "scheduler/UniqueFd.h"
+#include "platform/files/UniqueFd.h"
 
 namespace zks {
 
@@ -38,8 +38,8 @@ class ChildProcess {
 
  private:
   pid_t pid_ = -1;
-  parallel::scheduler::UniqueFd output_;
-  parallel::scheduler::UniqueFd error_;
+  files::UniqueFd output_;
+  files::UniqueFd error_;
 };
 
 // From beginning to end.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -19,6 +20,8 @@ using Words = std::vector<std::string>;
 
 class ZksFixture : public testing::Test {
  protected:
+  ZksFixture() { ::unsetenv("ZKS_ADDRESS"); }
+
   const std::string& directory() const noexcept { return directory_.path(); }
   std::string path(const std::string& name) const { return directory() + "/" + name; }
 
@@ -55,6 +58,19 @@ class ZksFixture : public testing::Test {
       names.push_back(entry.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
+  }
+
+  // Whether the process has a file of the directory open, with a name or without.
+  bool hasOpenFile(const ChildProcess& process, const std::string& name) const {
+    const std::string directory = std::filesystem::canonical(path(name)).string() + "/";
+    std::error_code gone;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process.pid()) + "/fd", gone)) {
+      std::error_code closed;
+      if (std::filesystem::read_symlink(entry.path(), closed).string().starts_with(directory))
+        return true;
+    }
+    return false;
   }
 
  private:
