@@ -7,7 +7,6 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/interrupt/utInterruptState.h"
-#include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/routeGrpcLog.h"
 #include "platform/spf/inprocess/connectInProcess.h"
 #include "scheduler/SchedulerService.h"
@@ -76,24 +75,31 @@ SchedulerClient NativeSession::client() const {
   if (isForked())
     throw Exception<parallel::python::ForkedSession>(process_);
   if (closing_->isCancelled())
-    throw Exception<parallel::cluster::ZKSUnreachable>();
+    throwClosed();
   return SchedulerClient(*connection_, nullptr, ErrorForm::Chain);
 }
 
-// A call that was stopped because the session was closed says so.
+void NativeSession::throwClosed() const {
+  throw Exception<parallel::python::SessionClosed>(name());
+}
+
+// A call that the closing of the session ends says so, whichever way it ends.
 template <class Operation>
 auto NativeSession::unlessClosed(Operation operation) const {
   try {
     return operation(client());
   } catch (const Corvane::System::InterruptException&) {
-    if (!closing_->isCancelled())
+    if (!closing_->isCancelled() || !wasCancelled())
       throw;
-    throw agent::spf::Terminated("The session was closed during the call.");
+  } catch (...) {
+    if (!closing_->isCancelled() || isForked())
+      throw;
   }
+  throwClosed();
 }
 
 std::shared_ptr<OrderedReply> NativeSession::opened(parallel::toolbox::Reply reply) const {
-  auto ordered = std::make_shared<OrderedReply>(std::move(reply));
+  auto ordered = std::make_shared<OrderedReply>(std::move(reply), name());
   {
     const std::lock_guard lock(mutex_);
     std::erase_if(replies_, [](const auto& weak) { return weak.expired(); });

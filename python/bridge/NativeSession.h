@@ -3,7 +3,8 @@
 // Ownership: a session belongs to the process that opened it. In a process forked from that one every operation throws
 //            `ForkedSession`, and the destructor lets the connection be: its threads are not there.
 // Threads:   any, several calls at once; closing ends those under way. Without the interpreter's lock.
-// Errors:    as toolbox::SchedulerClient, causes nested.
+// Errors:    `SessionClosed` for what is under way when it is closed, and for what comes later; as
+//            toolbox::SchedulerClient, causes nested.
 #pragma once
 
 #include <sys/types.h>
@@ -56,6 +57,7 @@ class NativeSession {
   parallel::toolbox::SchedulerClient client() const;
   template <class Operation>
   auto unlessClosed(Operation operation) const;
+  [[noreturn]] void throwClosed() const;
   bool isForked() const noexcept;
   std::shared_ptr<OrderedReply> opened(parallel::toolbox::Reply reply) const;
   void abandonReplies() noexcept;

@@ -3,13 +3,12 @@
 // On the stream they come one after another. Taking one before those in front of it reads these into memory first, as
 // they are, to be taken later. Each item is taken once.
 //
-// Errors:  `ItemAlreadyRead`; `ZKSUnreachable` after abandon(); as toolbox::Reply, causes nested.
+// Errors:  `ItemAlreadyRead`; `SessionClosed` after abandon(); as toolbox::Reply, causes nested.
 // Threads: any; one at a time takes, others wait, until an interrupt at most. Without the interpreter's lock.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,13 +17,14 @@
 
 #include "python/bridge/counters.h"
 #include "toolbox/Reply.h"
-#include "transport/data/DeserializableData.h"
+#include "toolbox/ReplyItem.h"
 
 namespace zks::bridge {
 
 class OrderedReply {
  public:
-  explicit OrderedReply(parallel::toolbox::Reply reply);
+  // `service`: the other end of the session, for messages.
+  OrderedReply(parallel::toolbox::Reply reply, std::string service);
 
   std::size_t itemCount() const noexcept { return states_.size(); }
 
@@ -40,23 +40,23 @@ class OrderedReply {
   void abandon() noexcept;
 
  private:
-  using Data = parallel::spf::transport::DeserializableData;
-  using Proxy = tova::factory::qxArrayProxy;
   struct Item {
     bool taken = false;
-    std::shared_ptr<Data> buffered;  // when it was read before its turn
+    std::unique_ptr<parallel::toolbox::ReplyItem> buffered;  // when it was read before its turn
   };
 
-  void takeInto(std::size_t index, const std::string& path);
-  qxArrayPtr take(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
-                  const std::function<Proxy(Data&)>& fromBuffer);
+  // `operation` takes the item from what it is given, a Reply or a ReplyItem.
+  template <class Operation>
+  auto take(std::size_t index, Operation operation);
+  template <class Operation>
+  auto takeLocked(std::size_t index, Operation operation);
   std::unique_lock<std::timed_mutex> lockInterruptibly();
-  qxArrayPtr takeLocked(std::size_t index, const std::function<Proxy(parallel::toolbox::Reply&)>& fromReply,
-                        const std::function<Proxy(Data&)>& fromBuffer);
   void bufferNext();
   parallel::toolbox::Reply& stream();
+  [[noreturn]] void throwClosed() const;
   void dropIfAbandoned() noexcept;
 
+  const std::string service_;
   const std::size_t first_;  // how many of the call's items had been taken before
   std::atomic<bool> abandoned_{false};
   std::timed_mutex mutex_;

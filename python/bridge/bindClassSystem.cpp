@@ -11,6 +11,7 @@
 #include "python/bridge/bindings.h"
 #include "python/bridge/blockingCall.h"
 #include "python/bridge/fromPython.h"
+#include "python/bridge/messageToPython.h"
 #include "python/bridge/toPython.h"
 
 namespace zks::bridge {
@@ -78,7 +79,8 @@ py::object callBuiltin(const std::string& qualifiedName, const py::args& values)
     builtin(1, &output, static_cast<int>(arrays.size()), arrays.data());
     outputs[0].reset(output);
   });
-  return pythonOutputs(std::move(outputs));
+  return outputs[0] != nullptr && isMessage(outputs[0].get()) ? messageToPython(std::move(outputs[0]))
+                                                              : pythonOutputs(std::move(outputs));
 }
 
 py::dict pythonMethod(const tova::MethodDescription& method) {

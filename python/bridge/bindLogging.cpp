@@ -5,6 +5,7 @@
 #include "python/bridge/bindings.h"
 #include "python/bridge/blockingCall.h"
 #include "python/bridge/deferred.h"
+#include "python/bridge/interpreterLock.h"
 
 namespace zks::bridge {
 
@@ -28,11 +29,12 @@ void connect(py::object receiver) {
 }
 
 void disconnect() {
-  disconnectInterrupts();
   {
-    const py::gil_scoped_release unlocked;  // a thread may be inside the sink
+    const Unlocked unlocked;  // a thread may be inside the sink
+    awaitOtherThreads();
     sink().reset();
   }
+  disconnectInterrupts();
   closeDeferred();
 }
 
@@ -42,11 +44,13 @@ void bindLogging(py::module_& module) {
   module.def(
       "connect_interpreter", &connect, "log"_a,
       "Makes the interpreter the receiver of log records, as log(logger, level, text), and the source of interrupts");
-  module.def("disconnect_interpreter", &disconnect, "Before the interpreter ends");
+  module.def("end_other_threads", &endOtherThreads,
+             "Before the interpreter ends: other threads leave what they wait for, and do not come back to Python");
+  module.def("disconnect_interpreter", &disconnect, "After that: when the other threads have left");
   module.def(
       "set_log_level",
       [](const std::string& word) { parallel::logging::setEnabledLevels("", parallel::logging::levelsFromWord(word)); },
-      "word"_a, "off, error, warning, detail or trace");
+      "word"_a, "off, error, warning, info, detail or trace");
   module.def("run_deferred", &runDeferred, "Passes on what threads have left for the interpreter");
 }
 

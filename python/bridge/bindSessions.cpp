@@ -13,6 +13,8 @@
 #include "python/bridge/bindings.h"
 #include "python/bridge/blockingCall.h"
 #include "python/bridge/fromPython.h"
+#include "python/bridge/interpreterLock.h"
+#include "python/bridge/messageToPython.h"
 #include "python/bridge/toPython.h"
 
 namespace zks::bridge {
@@ -94,7 +96,7 @@ py::dict pythonInfo(const TesselTaskExecutionInfo& info) {
 template <class T>
 void destroyWithoutLock(T* object) {
   if (Py_IsInitialized() != 0 && PyGILState_Check() != 0) {
-    const py::gil_scoped_release unlocked;
+    const Unlocked unlocked;
     delete object;
   } else {
     delete object;
@@ -115,6 +117,8 @@ std::shared_ptr<NativeSession> openSession(const std::optional<std::string>& add
   options.timeout = milliseconds(seconds);
   options.tls = tls;
   options.insecure = insecure;
+  options.tlsAdvice = "tls=DIR";
+  options.insecureAdvice = "insecure=True";
   options.idleTimeout = milliseconds(idleSeconds);
   if (maxReplyBytes)
     options.replyLimit = {*maxReplyBytes, "max_reply of zks.connect"};
@@ -131,13 +135,14 @@ std::shared_ptr<OrderedReply> pythonReply(std::shared_ptr<OrderedReply> reply) {
 
 TaskDescription describeTask(const std::vector<std::string>& argv,
                              const std::map<std::string, std::string>& environment, bool clearEnvironment,
-                             const std::vector<std::string>& inputNames, const std::vector<std::string>& outputNames,
-                             const std::map<std::string, double>& limits) {
+                             bool hasStandardInput, const std::vector<std::string>& inputNames,
+                             const std::vector<std::string>& outputNames, const std::map<std::string, double>& limits) {
   TaskDescription task;
   task.mutable_argv()->Assign(argv.begin(), argv.end());
   for (const auto& [name, value] : environment)
     (*task.mutable_environment())[name] = value;
   task.set_clear_environment(clearEnvironment);
+  task.set_standard_input(hasStandardInput);
   task.mutable_input_files()->Assign(inputNames.begin(), inputNames.end());
   task.mutable_output_files()->Assign(outputNames.begin(), outputNames.end());
   setLimits(task, limits);
@@ -145,10 +150,11 @@ TaskDescription describeTask(const std::vector<std::string>& argv,
 }
 
 py::tuple runTask(const NativeSession& session, const std::vector<std::string>& argv,
-                  const std::map<std::string, std::string>& environment, bool clearEnvironment,
+                  const std::map<std::string, std::string>& environment, bool clearEnvironment, bool hasStandardInput,
                   const std::vector<std::string>& inputNames, const std::vector<std::string>& outputNames,
                   const std::map<std::string, double>& limits, const Items& inputs, const Control& control) {
-  const TaskDescription task = describeTask(argv, environment, clearEnvironment, inputNames, outputNames, limits);
+  const TaskDescription task =
+      describeTask(argv, environment, clearEnvironment, hasStandardInput, inputNames, outputNames, limits);
   const TaskOutcome outcome = withoutLock(control, session.closing(), [&] { return session.runTask(task, inputs); });
   return py::make_tuple(pythonInfo(outcome.info), toBytes(outcome.standardOutput.get()),
                         toBytes(outcome.standardError.get()), pythonReply(outcome.outputs));
@@ -179,7 +185,7 @@ void bindReplies(py::module_& module) {
     return toPython(withoutLock(control, nullptr, [&] { return reply.takeArray(index); }), Scalars::AsArrays);
   };
   const auto message = [](OrderedReply& reply, std::size_t index, const Control& control) {
-    return toPython(withoutLock(control, nullptr, [&] { return reply.takeMessage(index); }), Scalars::AsScalars);
+    return messageToPython(withoutLock(control, nullptr, [&] { return reply.takeMessage(index); }));
   };
   const auto plain = [](OrderedReply& reply, std::size_t index, const Control& control) {
     const qxArrayPtr bytes = withoutLock(control, nullptr, [&] { return reply.takePlain(index); });
@@ -220,8 +226,8 @@ void bindSessions(py::module_& module) {
       .def_property_readonly("is_open", &NativeSession::isOpen)
       .def("call", call, "method"_a, "items"_a, "control"_a = Control())
       .def("echo", echo, "items"_a, "control"_a = Control())
-      .def("run_task", &runTask, "argv"_a, "environment"_a, "clear_environment"_a, "input_names"_a, "output_names"_a,
-           "limits"_a, "inputs"_a, "control"_a = Control())
+      .def("run_task", &runTask, "argv"_a, "environment"_a, "clear_environment"_a, "has_standard_input"_a,
+           "input_names"_a, "output_names"_a, "limits"_a, "inputs"_a, "control"_a = Control())
       .def("close", close);
 }
 

@@ -5,6 +5,7 @@
 #include "python/bridge/counters.h"
 #include "python/bridge/errors.h"
 #include "python/bridge/fromPython.h"
+#include "python/bridge/messageToPython.h"
 #include "python/bridge/toPython.h"
 
 namespace zks::bridge {
@@ -45,6 +46,7 @@ void bindValues(py::module_& module) {
       "value"_a, "scalars"_a = false, "The value as it comes back from the host's arrays");
   module.def("live_objects", &liveObjects, "How many native things that belong to Python objects are alive");
   module.def("set_handle_factory", &setHandleFactory, "factory"_a);
+  module.def("set_message_factory", &setMessageFactory, "factory"_a);
   module.def("set_error_factory", &setErrorFactory, "factory"_a);
 }
 

@@ -1,9 +1,13 @@
 #include "python/bridge/blockingCall.h"
 
+#include <pthread.h>
+
 #include <chrono>
+#include <thread>
 
 #include "platform/interrupt/utInterruptState.h"
 #include "python/bridge/deferred.h"
+#include "python/bridge/interpreterLock.h"
 
 namespace zks::bridge {
 
@@ -25,9 +29,27 @@ bool isMainThread() {
 thread_local py::handle raised;
 thread_local bool cancelled = false;
 
-bool signalHandlerRaised() {
-  const py::gil_scoped_acquire lock;
-  if (PyErr_CheckSignals() == 0)
+// The threads that are in an operation, and whether those other than the main one are to end.
+std::atomic<int> threadsInside{0};
+std::atomic<bool> interpreterEnds{false};
+
+// The main thread's lock, taken again while an operation goes on.
+class LockedAgain {
+ public:
+  explicit LockedAgain(PyThreadState*& released) : released_(released) {
+    callPython([this] { PyEval_RestoreThread(released_); });
+  }
+  ~LockedAgain() { released_ = PyEval_SaveThread(); }
+  LockedAgain(const LockedAgain&) = delete;
+  LockedAgain& operator=(const LockedAgain&) = delete;
+
+ private:
+  PyThreadState*& released_;
+};
+
+bool signalHandlerRaised(PyThreadState*& released) {
+  const LockedAgain lock(released);
+  if (callPython(PyErr_CheckSignals) == 0)
     return false;
   PyObject* type = nullptr;
   PyObject* value = nullptr;
@@ -38,7 +60,7 @@ bool signalHandlerRaised() {
     PyException_SetTraceback(value, trace);
   Py_XDECREF(type);
   Py_XDECREF(trace);
-  py::object earlier = py::reinterpret_steal<py::object>(raised);
+  const py::object earlier = py::reinterpret_steal<py::object>(raised);
   raised = value;
   return true;
 }
@@ -51,6 +73,9 @@ struct BlockingCall::State {
   bool onMainThread;
   Clock::time_point nextCheck;
   State* outer;
+  PyThreadState* released = nullptr;
+
+  bool isToEnd() const noexcept { return !onMainThread && interpreterEnds.load(); }
 };
 
 namespace {
@@ -69,10 +94,12 @@ bool isInterrupted() {
     cancelled = true;
     return true;
   }
-  if (!call->onMainThread || Clock::now() < call->nextCheck)
+  if (!call->onMainThread)
+    return call->isToEnd();
+  if (Clock::now() < call->nextCheck)
     return false;
   call->nextCheck = Clock::now() + kCheckInterval;
-  return signalHandlerRaised();
+  return signalHandlerRaised(call->released);
 }
 
 }  // namespace
@@ -82,16 +109,38 @@ BlockingCall::BlockingCall(std::shared_ptr<const CallControl> control, std::shar
           State{std::move(control), std::move(second), isMainThread(), Clock::time_point{}, current})) {
   current = state_.get();
   cancelled = false;
-  released_ = PyEval_SaveThread();
+  state_->released = PyEval_SaveThread();
+  ++threadsInside;
 }
 
 BlockingCall::~BlockingCall() {
-  PyEval_RestoreThread(released_);
+  --threadsInside;
+  if (state_->isToEnd())
+    stopForEver();
+  callPython([this] { PyEval_RestoreThread(state_->released); });
   current = state_->outer;
   runDeferred();
 }
 
+void endOtherThreads() noexcept {
+  interpreterEnds.store(true);
+}
+
+void awaitOtherThreads() {
+  constexpr std::chrono::seconds kLongest{5};
+  constexpr std::chrono::milliseconds kPollInterval{1};
+  const auto end = Clock::now() + kLongest;
+  while (threadsInside.load() > 0 && Clock::now() < end)
+    std::this_thread::sleep_for(kPollInterval);
+}
+
+bool wasCancelled() noexcept {
+  return cancelled;
+}
+
 void connectInterrupts() {
+  static const int registered = ::pthread_atfork(nullptr, nullptr, [] { threadsInside = 0; });
+  static_cast<void>(registered);
   utInterruptState::setSource(isInterrupted);
 }
 

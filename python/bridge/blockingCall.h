@@ -3,13 +3,16 @@
 // On Python's main thread a signal handler that raises (Ctrl-C) ends the operation with the host's interrupt exception,
 // and the translator of errors.h raises what the handler raised. On any thread a CallControl does the same from
 // outside. No signal handler is installed: the interpreter's own check is asked.
+//
+// The interpreter's end: endOtherThreads() stops what the threads other than the main one are in. They do not come back
+// to Python, which could only fail there, but stop for ever.
 #pragma once
+
+#include <pybind11/pybind11.h>
 
 #include <atomic>
 #include <memory>
 #include <utility>
-
-#include <pybind11/pybind11.h>
 
 #include "platform/interrupt/interpreterContext.h"
 
@@ -40,7 +43,6 @@ class BlockingCall {
  private:
   foundation::usm::InterpreterContext context_;
   std::unique_ptr<State> state_;
-  PyThreadState* released_;
 };
 
 template <class Operation>
@@ -58,6 +60,14 @@ auto withoutLock(Operation&& operation) {
 // Makes the interpreter's signal check the platform's source of interrupts, or takes it away.
 void connectInterrupts();
 void disconnectInterrupts();
+
+// For the end of the interpreter: the operations of other threads are over soon, and so are those that begin later.
+void endOtherThreads() noexcept;
+// Waits until no other thread is in an operation, for some seconds at most. Without the interpreter's lock.
+void awaitOtherThreads();
+
+// Whether a CallControl stopped the operation that the calling thread is in, and not a signal.
+bool wasCancelled() noexcept;
 
 // Raises what the last interrupt on this thread was: the signal handler's own exception, concurrent.futures'
 // CancelledError, or KeyboardInterrupt. Sets the error indicator.

@@ -6,6 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/errors/visibleText.h"
+#include "python/bridge/interpreterLock.h"
+
 namespace zks::bridge {
 
 namespace py = pybind11;
@@ -88,7 +91,7 @@ void releaseLater(PyObject* reference) noexcept {
       return;
     }
   }
-  Py_DECREF(reference);
+  callPython([&] { Py_DECREF(reference); });
 }
 
 void logLater(const LogRecord& record) {
@@ -97,6 +100,7 @@ void logLater(const LogRecord& record) {
   if (!work.open || work.records.size() >= kMostRecords)
     return;
   work.records.push_back(record);
+  work.records.back().text = errors::visibleText(record.text);
   schedule(work);
 }
 
@@ -142,8 +146,10 @@ void runDeferred() noexcept {
   work.running = true;
   const KeptErrorIndicator kept;
   constexpr int kMostBatches = 100;  // of a receiver that logs by its own calls, for ever
-  for (int batch = 0; batch < kMostBatches && runBatch(work); ++batch) {
-  }
+  callPython([&] {
+    for (int batch = 0; batch < kMostBatches && runBatch(work); ++batch) {
+    }
+  });
   work.running = false;
 }
 

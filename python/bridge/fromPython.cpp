@@ -2,18 +2,18 @@
 
 #include <pybind11/numpy.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <memory>
-#include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/files/nativePath.h"
 #include "python/bridge/Handle.h"
+#include "python/bridge/PythonPath.h"
 #include "python/bridge/RecursionLevel.h"
-#include "python/bridge/arrayTypes.h"
-#include "python/bridge/counters.h"
-#include "python/bridge/deferred.h"
+#include "python/bridge/arraysFromPython.h"
+#include "python/bridge/checkSignals.h"
 
 namespace zks::bridge {
 
@@ -23,68 +23,14 @@ namespace {
 
 constexpr std::size_t kScalar[] = {1, 1};
 
-std::string textOf(py::handle value) {
-  return py::str(value).cast<std::string>();
+qxArrayPtr convert(py::handle value, Memory memory, const PythonPath& path);
+
+std::string typeName(py::handle value) {
+  return py::str(py::type::handle_of(value).attr("__qualname__")).cast<std::string>();
 }
 
-[[noreturn]] void refuseType(py::handle value) {
-  throw py::type_error("a value of type \"" + textOf(py::type::handle_of(value).attr("__qualname__")) +
-                       "\" has no form in the host");
-}
-
-[[noreturn]] void refuseDtype(const py::dtype& dtype) {
-  throw py::type_error("an array of dtype \"" + textOf(dtype) +
-                       "\" has no form in the host; it takes float32, float64, complex64, complex128, bool and the "
-                       "integers of 8 to 64 bits");
-}
-
-// An array over memory that `owner` keeps in place.
-qxArrayPtr adopt(qxDimensions dimensions, ArrayType type, const void* data, py::object owner) {
-  auto counted = std::make_shared<Counted>(counters().borrowed);
-  PyObject* const reference = owner.ptr();
-  auto release = [reference, counted] { releaseLater(reference); };
-  // Not written to: the host copies before it writes.
-  qxArrayPtr array =
-      qxAdoptArray(dimensions, type.cls, type.isComplex, const_cast<void*>(data), false, std::move(release));
-  owner.release();
-  return array;
-}
-
-std::vector<std::size_t> hostDimensions(const py::array& array) {
-  std::vector<std::size_t> dimensions(array.shape(), array.shape() + array.ndim());
-  while (dimensions.size() < 2)
-    dimensions.push_back(1);
-  return dimensions;
-}
-
-bool isLaidOutAsHostArrays(const py::array& array) {
-  constexpr int kNeeded = py::detail::npy_api::NPY_ARRAY_F_CONTIGUOUS_ | py::detail::npy_api::NPY_ARRAY_ALIGNED_;
-  return (array.flags() & kNeeded) == kNeeded && array.dtype().attr("isnative").cast<bool>();
-}
-
-py::array copyLaidOutAsHostArrays(const py::array& array) {
-  const py::module_ numpy = py::module_::import("numpy");
-  return numpy.attr("array")(array, array.dtype().attr("newbyteorder")("="), py::arg("order") = "F",
-                             py::arg("copy") = true, py::arg("subok") = false);
-}
-
-void refuseMasked(const py::array& array) {
-  if (py::isinstance(array, py::module_::import("numpy.ma").attr("MaskedArray")))
-    throw py::type_error("a masked array has no form in the host; fill it first (array.filled())");
-}
-
-qxArrayPtr fromArray(py::array array, Memory memory) {
-  const std::optional<ArrayType> type = arrayTypeOf(array.dtype());
-  if (!type)
-    refuseDtype(array.dtype());
-  refuseMasked(array);
-  const std::vector<std::size_t> dimensions = hostDimensions(array);
-  if (array.size() == 0)
-    return qxCreateNumericArray(dimensions, type->cls, type->isComplex);
-  if (memory == Memory::Copy || !isLaidOutAsHostArrays(array))
-    array = copyLaidOutAsHostArrays(array);
-  const void* const data = array.data();
-  return adopt(dimensions, *type, data, std::move(array));
+[[noreturn]] void refuseType(py::handle value, const PythonPath& path) {
+  throw py::type_error("a value of type \"" + typeName(value) + "\" has no form in the host" + path.place());
 }
 
 py::array asArray(py::handle value) {
@@ -109,7 +55,7 @@ qxArrayPtr scalar(T value) {
   return array;
 }
 
-qxArrayPtr fromInteger(py::handle value) {
+qxArrayPtr fromInteger(py::handle value, const PythonPath& path) {
   int overflow = 0;
   const long long number = PyLong_AsLongLongAndOverflow(value.ptr(), &overflow);
   if (overflow == 0) {
@@ -123,7 +69,8 @@ qxArrayPtr fromInteger(py::handle value) {
       return scalar<std::uint64_t>(large);
     PyErr_Clear();
   }
-  PyErr_SetString(PyExc_OverflowError, "an integer of more than 64 bits has no form in the host");
+  const std::string text = "an integer of more than 64 bits has no form in the host" + path.place();
+  PyErr_SetString(PyExc_OverflowError, text.c_str());
   throw py::error_already_set();
 }
 
@@ -139,55 +86,117 @@ qxArrayPtr fromComplex(py::handle value) {
 }
 
 // None is a list's element that was never set, and so is it a field's value.
-qxArrayPtr elementFromPython(py::handle value, Memory memory) {
-  return value.is_none() ? nullptr : fromPython(value, memory);
+qxArrayPtr elementFromPython(py::handle value, Memory memory, const PythonPath& path) {
+  return value.is_none() ? nullptr : convert(value, memory, path);
 }
 
-qxArrayPtr fromSequence(py::handle value, Memory memory) {
+qxArrayPtr fromSequence(py::handle value, Memory memory, const PythonPath& path) {
   const RecursionLevel level(" while converting a value for the host");
   const auto elements = py::reinterpret_steal<py::tuple>(PySequence_Tuple(value.ptr()));
   const std::size_t dimensions[] = {1, elements.size()};
   qxArrayPtr list = qxCreateListArray(dimensions);
   for (std::size_t index = 0; index < elements.size(); ++index)
-    qxSetListElement(list.get(), index, elementFromPython(elements[index], memory));
+    qxSetListElement(list.get(), index, elementFromPython(elements[index], memory, path.element(index)));
   return list;
 }
 
-qxArrayPtr fromDict(const py::dict& fields, Memory memory) {
-  const RecursionLevel level(" while converting a value for the host");
-  std::vector<std::string> names;
-  std::vector<py::object> values;
-  for (const auto& [key, value] : fields) {
-    if (!PyUnicode_Check(key.ptr()))
-      throw py::type_error("the keys of a dict become names of fields and are str; \"" +
-                           textOf(py::type::handle_of(key).attr("__qualname__")) + "\" was found");
-    names.push_back(key.cast<std::string>());
-    if (names.back().empty())
-      throw py::value_error("the keys of a dict become names of fields, and those are not empty");
-    values.push_back(py::reinterpret_borrow<py::object>(value));
-  }
-  qxArrayPtr array = qxCreateStructArray(kScalar, names);
-  for (std::size_t index = 0; index < names.size(); ++index)
-    qxSetField(array.get(), 0, names[index], elementFromPython(values[index], memory));
-  return array;
+std::string fieldName(py::handle key, const PythonPath& path) {
+  constexpr const char* kRule = "the keys of a dict become names of fields, which are texts in UTF-8 and not empty; ";
+  if (!PyUnicode_Check(key.ptr()))
+    throw py::type_error(kRule + ("a \"" + typeName(key)) + "\" was found" + path.place());
+  Py_ssize_t nbytes = 0;
+  const char* const name = PyUnicode_AsUTF8AndSize(key.ptr(), &nbytes);
+  if (name == nullptr)
+    PyErr_Clear();
+  if (name == nullptr || nbytes == 0)
+    throw py::value_error(kRule + py::repr(key).cast<std::string>() + " was found" + path.place());
+  return {name, static_cast<std::size_t>(nbytes)};
 }
 
-qxArrayPtr fromBytes(py::object bytes) {
-  const auto nbytes = static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.ptr()));
-  const std::size_t dimensions[] = {nbytes, 1};
-  if (nbytes == 0)
-    return qxCreateNumericArray(dimensions, qxClass::Uint8);
-  const void* const data = PyBytes_AS_STRING(bytes.ptr());
-  return adopt(dimensions, {qxClass::Uint8, false}, data, std::move(bytes));
+qxArrayPtr fromDict(const py::dict& fields, Memory memory, const PythonPath& path) {
+  const RecursionLevel level(" while converting a value for the host");
+  std::vector<std::string> names;
+  std::vector<std::pair<py::object, py::object>> entries;  // kept, whatever a conversion does to the dict
+  for (const auto& [key, value] : fields) {
+    names.push_back(fieldName(key, path));
+    entries.emplace_back(py::reinterpret_borrow<py::object>(key), py::reinterpret_borrow<py::object>(value));
+  }
+  std::vector<qxArrayPtr> values;
+  values.reserve(entries.size());
+  for (const auto& [key, value] : entries)
+    values.push_back(elementFromPython(value, memory, path.key(key)));
+  return qxCreateStructWithNames(kScalar, qxMakeFieldNames(names), std::move(values));
+}
+
+using Objects = std::vector<py::object>;
+
+// In column-major order.
+Objects elementsOf(const py::array& array) {
+  const py::array flat = array.attr("ravel")("F");
+  auto* const* const slots = static_cast<PyObject* const*>(flat.data());
+  Objects elements;
+  for (py::ssize_t index = 0; index < flat.size(); ++index)
+    elements.push_back(py::reinterpret_borrow<py::object>(slots[index] == nullptr ? Py_None : slots[index]));
+  return elements;
+}
+
+// Whether all are dicts with the same keys.
+bool areRecords(const Objects& elements) {
+  if (elements.empty() || !PyDict_Check(elements.front().ptr()))
+    return false;
+  const py::object keys = elements.front().attr("keys")();
+  return std::all_of(elements.begin(), elements.end(), [&](const py::object& element) {
+    return PyDict_Check(element.ptr()) && element.attr("keys")().equal(keys);
+  });
+}
+
+qxArrayPtr fromRecords(const Objects& records, qxDimensions dimensions, const std::vector<std::size_t>& shape,
+                       Memory memory, const PythonPath& path) {
+  std::vector<std::string> names;
+  std::vector<qxArrayPtr> values;
+  for (const auto& [key, first] : py::reinterpret_borrow<py::dict>(records.front())) {
+    static_cast<void>(first);
+    names.push_back(fieldName(key, path));
+    for (std::size_t index = 0; index < records.size(); ++index) {
+      const PythonPath element = path.element(index, shape);
+      values.push_back(elementFromPython(records[index][key], memory, element.key(key)));
+    }
+  }
+  return qxCreateStructWithNames(dimensions, qxMakeFieldNames(names), std::move(values));
+}
+
+// A struct array of dicts with the same keys, and a list of anything else.
+qxArrayPtr fromObjects(const py::array& array, Memory memory, const PythonPath& path) {
+  const RecursionLevel level(" while converting a value for the host");
+  const Objects elements = elementsOf(array);
+  const std::vector<std::size_t> dimensions = hostDimensions(array);
+  const std::vector<std::size_t> shape(array.shape(), array.shape() + array.ndim());
+  if (areRecords(elements))
+    return fromRecords(elements, dimensions, shape, memory, path);
+  qxArrayPtr list = qxCreateListArray(dimensions);
+  for (std::size_t index = 0; index < elements.size(); ++index)
+    qxSetListElement(list.get(), index, elementFromPython(elements[index], memory, path.element(index, shape)));
+  return list;
+}
+
+qxArrayPtr fromArray(py::array array, Memory memory, const PythonPath& path) {
+  const char kind = array.dtype().kind();
+  if (kind == 'O') {
+    refuseMasked(array, path);
+    return fromObjects(array, memory, path);
+  }
+  if (kind == 'U' && array.ndim() == 0)
+    return convert(array.attr("item")(), memory, path);
+  return arrayFromNumPy(std::move(array), memory, path);
 }
 
 // Null when the value is no Python scalar.
-qxArrayPtr fromScalar(py::handle value) {
+qxArrayPtr fromScalar(py::handle value, const PythonPath& path) {
   PyObject* const object = value.ptr();
   if (PyBool_Check(object))
     return qxCreateBoolean(object == Py_True);
   if (PyLong_Check(object))
-    return fromInteger(value);
+    return fromInteger(value, path);
   if (PyFloat_Check(object))
     return qxCreateScalar(PyFloat_AS_DOUBLE(object));
   if (PyComplex_Check(object))
@@ -208,51 +217,57 @@ bool offersAnArray(py::handle value) {
   return PyObject_CheckBuffer(value.ptr()) != 0 || py::hasattr(py::type::handle_of(value), "__array__");
 }
 
-}  // namespace
-
-qxArrayPtr fromPython(py::handle value, Memory memory) {
+qxArrayPtr convert(py::handle value, Memory memory, const PythonPath& path) {
+  checkSignalsNowAndThen();
   PyObject* const object = value.ptr();
   if (py::isinstance<py::array>(value))
-    return fromArray(py::reinterpret_borrow<py::array>(value), memory);
+    return fromArray(py::reinterpret_borrow<py::array>(value), memory, path);
   if (PyUnicode_Check(object))
     return fromText(value);
   if (PyBytes_Check(object))
-    return fromBytes(py::reinterpret_borrow<py::object>(value));
+    return bytesFromBytes(py::reinterpret_borrow<py::object>(value));
   if (PyByteArray_Check(object))
-    return bytesFromPython(value, memory);
+    return bytesFromBuffer(value, memory);
   if (value.is_none()) {
     const std::size_t nothing[] = {0, 0};
     return qxCreateListArray(nothing);
   }
   if (py::isinstance(value, py::module_::import("numpy").attr("generic")))
-    return fromArray(asArray(value), memory);
-  if (auto array = fromScalar(value))
+    return fromArray(asArray(value), memory, path);
+  if (auto array = fromScalar(value, path))
     return array;
   if (PyList_Check(object) || PyTuple_Check(object))
-    return fromSequence(value, memory);
+    return fromSequence(value, memory, path);
   if (PyDict_Check(object))
-    return fromDict(py::reinterpret_borrow<py::dict>(value), memory);
+    return fromDict(py::reinterpret_borrow<py::dict>(value), memory, path);
   if (auto array = fromHostObject(value))
     return array;
   if (py::hasattr(value, "__fspath__"))
     return qxCreateString(files::hostPath(pathFromPython(value)));
   if (offersAnArray(value))
-    return fromArray(asArray(value), memory);
-  refuseType(value);
+    return fromArray(asArray(value), memory, path);
+  refuseType(value, path);
+}
+
+bool hasElementsOfOneByte(py::handle value) {
+  return py::isinstance<py::array>(value) && py::reinterpret_borrow<py::array>(value).itemsize() == 1;
+}
+
+}  // namespace
+
+qxArrayPtr fromPython(py::handle value, Memory memory) {
+  return convert(value, memory, PythonPath());
 }
 
 qxArrayPtr bytesFromPython(py::handle value, Memory memory) {
+  const bool isArray = py::isinstance<py::array>(value);
+  if (isArray)
+    refuseMasked(py::reinterpret_borrow<py::array>(value), PythonPath());
   if (PyBytes_Check(value.ptr()))
-    return fromBytes(py::reinterpret_borrow<py::object>(value));
-  if (py::isinstance<py::array>(value) || PyObject_CheckBuffer(value.ptr()) == 0)
-    return fromPython(value, memory);
-  const py::object view = py::reinterpret_steal<py::object>(PyMemoryView_FromObject(value.ptr()));
-  if (!view)
-    throw py::error_already_set();
-  if (view.attr("nbytes").cast<std::size_t>() == 0)  // such a view cannot be cast
-    return fromBytes(py::bytes());
-  const py::object bytes = view.attr("cast")("B");
-  return fromArray(py::module_::import("numpy").attr("frombuffer")(bytes, py::dtype::of<std::uint8_t>()), memory);
+    return bytesFromBytes(py::reinterpret_borrow<py::object>(value));
+  if (isArray ? hasElementsOfOneByte(value) : PyObject_CheckBuffer(value.ptr()) != 0)
+    return bytesFromBuffer(value, memory);
+  return fromPython(value, memory);
 }
 
 std::string pathFromPython(py::handle value) {

@@ -15,11 +15,12 @@ enum class Memory {
   Copy,    // not at all, unless nobody can change it
 };
 
-// TypeError names the type, or the dtype, of what has no host form; OverflowError an integer of more than 64 bits.
+// TypeError names the type, or the dtype, of what has no host form; OverflowError an integer of more than 64 bits. Both
+// say where in the value it is. A signal handler that raises ends the conversion.
 // Needs the interpreter's lock; the result may be destroyed without it.
 qxArrayPtr fromPython(pybind11::handle value, Memory memory);
 
-// The bytes of a bytes-like object, or of an array whose elements are one byte, as a column.
+// The bytes of a bytes-like object, or of an array whose elements are one byte, as a column: as they lie in memory.
 qxArrayPtr bytesFromPython(pybind11::handle value, Memory memory);
 
 // The name of a file: str, bytes or os.PathLike.

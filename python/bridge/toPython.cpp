@@ -12,7 +12,9 @@
 #include "python/bridge/Handle.h"
 #include "python/bridge/RecursionLevel.h"
 #include "python/bridge/arrayTypes.h"
+#include "python/bridge/checkSignals.h"
 #include "python/bridge/counters.h"
+#include "python/bridge/takeParts.h"
 
 namespace zks::bridge {
 
@@ -123,14 +125,8 @@ py::object textToPython(const qxArray* array) {
   return characters.attr("astype")("U1");
 }
 
-// Takes the element out of the list, so that the share in hand is the only one.
-py::object takeListElement(qxArray* list, std::size_t index) {
-  const qxArray* const element = qxGetListElement(list, index);
-  if (element == nullptr)
-    return py::none();
-  qxArrayPtr share = qxCreateSharedCopy(element);
-  qxSetListElement(list, index, nullptr);
-  return toPython(std::move(share), Scalars::AsScalars);
+py::object partToPython(qxArrayPtr part) {
+  return part == nullptr ? py::object(py::none()) : toPython(std::move(part), Scalars::AsScalars);
 }
 
 py::object listToPython(qxArrayPtr array) {
@@ -140,30 +136,22 @@ py::object listToPython(qxArrayPtr array) {
   if (dimensions.size() == 2 && dimensions[0] == 0 && dimensions[1] == 0)
     return py::none();
   if (dimensions.size() > 2 || dimensions[0] != 1)
-    return objectArray(array.get(), [&](std::size_t index) { return takeListElement(array.get(), index); });
+    return objectArray(array.get(), [&](std::size_t index) { return partToPython(takeElement(array.get(), index)); });
   py::list list(count);
   for (std::size_t index = 0; index < count; ++index)
-    list[index] = takeListElement(array.get(), index);
+    list[index] = partToPython(takeElement(array.get(), index));
   return list;
-}
-
-py::dict takeStructElement(qxArray* array, std::size_t index, const std::vector<std::string>& names) {
-  py::dict fields;
-  for (const std::string& name : names) {
-    const qxArray* const value = qxGetField(array, index, name);
-    qxArrayPtr share = value == nullptr ? nullptr : qxCreateSharedCopy(value);
-    if (value != nullptr)
-      qxSetField(array, index, name, nullptr);
-    fields[py::str(name)] = share == nullptr ? py::object(py::none()) : toPython(std::move(share), Scalars::AsScalars);
-  }
-  return fields;
 }
 
 py::object structToPython(qxArrayPtr array) {
   const RecursionLevel level(" while converting a value of the host");
-  const auto fieldNames = qxGetFieldNames(array.get());
-  const std::vector<std::string> names(fieldNames.begin(), fieldNames.end());
-  const auto element = [&](std::size_t index) { return takeStructElement(array.get(), index, names); };
+  const std::vector<std::string> names = fieldNamesOf(array.get());
+  const auto element = [&](std::size_t index) -> py::object {
+    py::dict fields;
+    for (std::size_t field = 0; field < names.size(); ++field)
+      fields[py::str(names[field])] = partToPython(takeField(array.get(), index, field));
+    return fields;
+  };
   if (isScalar(array.get()))
     return element(0);
   return objectArray(array.get(), element);
@@ -180,6 +168,7 @@ py::object objectToPython(qxArrayPtr array) {
 }  // namespace
 
 py::object toPython(qxArrayPtr array, Scalars scalars) {
+  checkSignalsNowAndThen();
   switch (qxGetClass(array.get())) {
     case qxClass::Text:
       return textToPython(array.get());

@@ -14,7 +14,13 @@ import zks
 from zks import _bridge
 
 # Threads of the transport below, which live as long as the process does once sockets have been used.
-_LASTING_THREADS = ("default-executo", "resolver-execut", "grpc_global_tim", "event_engine", "grpcpp_sync_ser")
+_LASTING_THREADS = ("default-executo", "resolver-execut", "grpc_global_tim", "event_engine", "grpcpp_sync_ser",
+                    "timer_manager")
+
+
+# What is there now lives on: the collector need not go through all of the packages at each look for leaks.
+gc.collect()
+gc.freeze()
 
 
 def _native_threads():

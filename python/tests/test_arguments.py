@@ -20,7 +20,7 @@ NOT_UTF8 = os.fsdecode(b"caf\xe9")
         ({"address": "unix:/" + NOT_UTF8}, ValueError, "the address is not UTF-8"),
         ({"timeout": "soon"}, TypeError, "timeout is a number of seconds, not 'soon'"),
         ({"timeout": None}, TypeError, "timeout is a number of seconds, not None"),
-        ({"timeout": -1}, ValueError, "timeout is a number of seconds from 0 on, not -1"),
+        ({"timeout": -1}, ValueError, "timeout is a number of seconds, 0 or more, not -1"),
         ({"idle_timeout": 0}, ValueError, "idle_timeout is a number of seconds above 0, not 0"),
         ({"idle_timeout": math.nan}, ValueError, "idle_timeout"),
         ({"max_reply": 1.5}, TypeError, "max_reply is a whole number, not 1.5"),

@@ -4,6 +4,7 @@ import array as stdlib_array
 import enum
 import gc
 import pathlib
+from unittest import mock
 
 import hypothesis
 import hypothesis.extra.numpy as hnp
@@ -12,16 +13,24 @@ import numpy
 import pytest
 
 import zks
-from zks import _bridge
+from zks import _bridge, _layout
 
 DTYPES = [
     "float64", "float32", "complex128", "complex64", "bool",
     "int8", "uint8", "int16", "uint16", "int32", "uint32", "int64", "uint64",
 ]  # fmt: skip
 
-host_arrays = hnp.arrays(
-    dtype=st.sampled_from(DTYPES), shape=hnp.array_shapes(min_dims=0, max_dims=5, min_side=0, max_side=5)
-)
+
+@st.composite
+def host_arrays_of(draw, shapes):
+    """Few drawn elements, NaNs and extremes among them, in places of chance: many drawn ones would take long."""
+    dtype = numpy.dtype(draw(st.sampled_from(DTYPES)))
+    elements = numpy.array(draw(st.lists(hnp.from_dtype(dtype), min_size=1, max_size=4)), dtype)
+    places = numpy.random.default_rng(draw(st.integers(0, 2**32))).integers(len(elements), size=draw(shapes))
+    return numpy.asarray(elements[places])
+
+
+host_arrays = host_arrays_of(hnp.array_shapes(min_dims=0, max_dims=5, min_side=0, max_side=5))
 
 
 def same_bits(left, right):
@@ -114,12 +123,31 @@ def test_unaligned_arrays_are_copied():
 
 
 @pytest.mark.parametrize(
-    "dtype", ["float16", "longdouble", "clongdouble", "object", "U3", "S3", "datetime64[s]", "timedelta64[s]", "V3", "i4,f8"]
+    "dtype", ["float16", "longdouble", "clongdouble", "U3", "S3", "datetime64[s]", "timedelta64[s]", "V3", "i4,f8"]
 )
 def test_dtypes_without_a_host_form_are_refused_by_name(dtype):
     with pytest.raises(TypeError) as caught:
         _bridge.roundtrip(numpy.zeros(2, dtype))
     assert str(numpy.dtype(dtype)) in str(caught.value)
+
+
+def test_errors_say_where_in_a_value_they_are():
+    rows = numpy.empty((2, 3), object)
+    rows[1, 2] = {"b": numpy.zeros(1, "float16")}
+    for value, error, place in (
+        ({"a": [1, {"b c": {1}}]}, TypeError, "at ['a'][1]['b c']"),
+        ([[], [2**70]], OverflowError, "at [1][0]"),
+        (rows, TypeError, "at [1, 2]['b']"),
+        ([{"a": {"": 1}}], ValueError, "at [0]['a']"),
+        ([{"\ud800": 1}], ValueError, "'\\ud800' was found, at [0]"),
+        ([numpy.ma.masked_array([1], [1])], TypeError, "at [0]"),
+    ):  # fmt: skip
+        with pytest.raises(error) as caught:
+            _bridge.roundtrip(value)
+        assert str(caught.value).endswith(place)
+    with pytest.raises(TypeError) as caught:
+        _bridge.roundtrip({1})
+    assert " at " not in str(caught.value)
 
 
 def test_scalars_of_such_dtypes_are_refused_too():
@@ -153,11 +181,13 @@ scalars = st.one_of(
     st.integers(-(2**63), 2**63 - 1),
     st.floats(allow_nan=False),
     st.complex_numbers(allow_nan=False),
-    st.text(st.characters()),
+    st.text(st.characters(), max_size=4),
 )
-keys = st.text(st.characters(blacklist_categories=["Cs"]), min_size=1)
+keys = st.text(st.characters(blacklist_categories=["Cs"]), min_size=1, max_size=2)
 values = st.recursive(
-    st.one_of(st.none(), scalars), lambda inner: st.one_of(st.lists(inner), st.dictionaries(keys, inner)), max_leaves=20
+    st.one_of(st.none(), scalars),
+    lambda inner: st.one_of(st.lists(inner, max_size=4), st.dictionaries(keys, inner, max_size=4)),
+    max_leaves=10,
 )
 
 
@@ -313,3 +343,51 @@ def test_a_missing_file_is_named():
         _bridge.file_item(pathlib.Path("/no/such/file"))
     assert caught.value.identifier == "parallel:toolbox:CannotReadFile"
     assert "/no/such/file" in str(caught.value)
+
+
+def sent_as_plain(value):
+    with zks.connect() as session:
+        return session.echo(zks.plain(value))[0].bytes()
+
+
+def test_plain_bytes_go_as_they_lie_in_memory():
+    rows = numpy.arange(6, dtype="uint8").reshape(2, 3)
+    columns = numpy.asfortranarray(rows)
+    for value in (rows, columns, rows.astype("int8"), rows.astype("bool"), rows.astype("int16"), rows.view("S1")):
+        if value.itemsize == 1:
+            assert sent_as_plain(value) == value.tobytes("A")
+        assert sent_as_plain(memoryview(value)) == value.tobytes("A")
+    assert sent_as_plain(rows) == bytes(range(6))
+    assert sent_as_plain(columns) == bytes([0, 3, 1, 4, 2, 5])
+
+
+def test_plain_bytes_of_a_view_with_gaps_go_in_row_order():
+    view = numpy.arange(24, dtype="uint8").reshape(4, 6)[::2, ::-2]
+    assert sent_as_plain(view) == sent_as_plain(memoryview(view)) == view.tobytes()
+    assert sent_as_plain(numpy.zeros((0, 3), "uint8")) == b""
+
+
+def test_plain_bytes_are_borrowed():
+    before = _bridge.live_objects()["borrowed"]
+    items = [_bridge.plain_item(value) for value in (b"x", bytearray(b"x"), numpy.zeros((2, 3), "uint8"))]
+    assert _bridge.live_objects()["borrowed"] == before + len(items)
+
+
+def test_masked_arrays_are_no_bytes():
+    with pytest.raises(TypeError, match="masked"):
+        zks._bridge.plain_item(numpy.ma.masked_array([1], [1], dtype="uint8"))
+
+
+@hypothesis.given(data=st.data())
+@hypothesis.settings(deadline=None, max_examples=40)
+def test_copies_have_the_wanted_order_and_the_same_values(data):
+    """Around the sizes at which an array is cut into pieces."""
+    shape = data.draw(hnp.array_shapes(min_dims=1, max_dims=4, max_side=40))
+    value = numpy.arange(numpy.prod(shape), dtype=data.draw(st.sampled_from(["float64", ">i4", "uint8"]))).reshape(shape)
+    view = value.transpose(data.draw(st.permutations(range(value.ndim))))[:: data.draw(st.sampled_from([1, -1, 2]))]
+    order = data.draw(st.sampled_from("CF"))
+    with mock.patch.multiple(_layout, _CACHED_BYTES=64, _CACHED_ROWS=3, _PIECE_BYTES=1024):
+        copy = _layout.copied(view, order)
+    assert copy.dtype.isnative and (copy == view).all()
+    assert copy.flags.c_contiguous if order == "C" else copy.flags.f_contiguous
+    assert not numpy.shares_memory(copy, view)

@@ -24,6 +24,23 @@ def test_addresses_that_lead_nowhere(tmp_path):
     assert caught.value.identifier == "parallel:toolbox:BadAddress"
 
 
+def test_the_environment_names_the_service_where_the_call_does_not(daemon, monkeypatch):
+    monkeypatch.setenv("ZKS_ADDRESS", daemon)
+    with zks.connect(max_reply=1000) as session:
+        assert session.name == daemon
+    with zks.connect_async().result(60) as session:
+        assert session.name == daemon
+    monkeypatch.setenv("ZKS_ADDRESS", "")
+    with zks.connect() as session:
+        assert session.name != daemon
+
+
+def test_an_address_without_a_path_is_the_default_socket(tmp_path, monkeypatch):
+    monkeypatch.setenv("XDG_RUNTIME_DIR", str(tmp_path))
+    with pytest.raises(zks.FrameworkError, match=f"{tmp_path}/zks/zksd.sock"):
+        zks.connect("unix:")
+
+
 @pytest.fixture(params=["silent", "full"])
 def deaf_address(request):
     """Where connections are made but nothing is said, and where they are not even made: the queue is full."""

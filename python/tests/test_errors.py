@@ -100,7 +100,9 @@ def test_an_item_of_another_kind_is_an_error_and_the_session_goes_on(session):
     with pytest.raises(zks.Error) as caught:
         item.array()
     assert caught.value.identifier == "parallel:toolbox:ReplyItemFailed"
-    assert [cause.identifier for cause in caught.value.causes] == ["parallel:cluster:DeserializeQxArrayError"]
+    assert [cause.identifier for cause in caught.value.causes] == [
+        "parallel:cluster:DeserializeQxArrayError", "parallel:toolbox:ItemNotReadable"]
+    assert "its 32 bytes are not a serialised array" in caught.value.causes[-1].text
     assert session.echo(b"x")[0].bytes() == b"x"
 
 

@@ -1,10 +1,14 @@
 """What importing does, and does not do."""
 
 import importlib.util
+import os
+import pathlib
+import subprocess
 import sys
 
 import pytest
 
+import zks
 from conftest import run_python
 
 QUIET = """
@@ -79,6 +83,36 @@ with grpc.insecure_channel(sys.argv[1]) as channel:
 """
     done = run_python(code, daemon)
     assert done.returncode == 0, done.stderr
+
+
+def test_another_python_is_told_in_one_line_which_one_is_wanted():
+    code = """
+import sys
+sys.version_info = (3, 99, 0, "final", 0)
+try:
+    import zks
+except ImportError as error:
+    print(error)
+"""
+    done = run_python(code)
+    ours = "%d.%d" % sys.version_info[:2]
+    told = f"zks was built for Python {ours} ({sys.executable}), and this is Python 3.99 ({sys.executable})\n"
+    assert (done.stdout, done.stderr) == (told, "")
+
+
+def test_the_interpreter_of_the_build_tree_finds_the_package(tmp_path):
+    interpreter = pathlib.Path(os.environ["ZKS_BUILD_DIR"]) / "python" / "python"
+    environment = {name: value for name, value in os.environ.items() if name != "PYTHONPATH"}
+    done = subprocess.run(
+        [interpreter, "-c", "import sys, zks; print(zks.__version__, sys.argv[1])", "an argument"],
+        cwd=tmp_path, env=environment, capture_output=True, text=True, timeout=60,
+    )  # fmt: skip
+    assert (done.stdout, done.stderr) == (f"{zks.__version__} an argument\n", "")
+
+
+def test_the_version_is_the_project_s():
+    cache = (pathlib.Path(os.environ["ZKS_BUILD_DIR"]) / "CMakeCache.txt").read_text()
+    assert f"CMAKE_PROJECT_VERSION:STATIC={zks.__version__}\n" in cache
 
 
 def test_it_is_debian_s_own_python():

@@ -1,6 +1,8 @@
 """Waits that are ended from outside: by Ctrl-C, by other signals' handlers, by cancelling a future."""
 
+import _thread
 import contextlib
+import functools
 import os
 import pathlib
 import signal
@@ -12,6 +14,7 @@ import pytest
 
 import zks
 from conftest import run_python, sleeping_task, start_daemon, stop_daemon, wait_until
+from zks import _bridge, _layout
 
 USES_DAEMON = True
 
@@ -184,3 +187,52 @@ def test_cancelling_a_download_gives_the_rest_of_the_reply_up(stalling):
     assert caught.value.identifier == "parallel:toolbox:ReplyLost"
     go_on()
     assert session.echo_async(b"next").result(60)[0].bytes() == b"next"
+
+
+# --- Conversions ---
+
+
+class Signal:
+    """An element at whose conversion a signal comes. No Python code runs in it, which would look at signals itself."""
+
+    __array__ = functools.partial(max, [numpy.array(int(signal.SIGUSR1))], key=_thread.interrupt_main)
+
+
+MANY = [0.0] * 100_000
+
+CONVERSIONS = {
+    "list": (_bridge.array_item, [Signal(), *MANY]),
+    "dict": (_bridge.array_item, {"signal": Signal(), **{str(number): 0 for number in range(10_000)}}),
+    "array of objects": (_bridge.array_item, numpy.fromiter([Signal(), *MANY], object)),
+    "list that comes back": (_bridge.roundtrip, [*MANY, Signal()]),
+    "array in row order": (_bridge.array_item, [Signal(), numpy.zeros((3000, 300))]),
+    "message": (_bridge.message_item, {"MessageType": "google.protobuf.ListValue", "values": [Signal(), *MANY]}),
+}
+
+
+@pytest.mark.parametrize("convert, value", CONVERSIONS.values(), ids=CONVERSIONS)
+def test_a_signal_ends_a_conversion_and_gives_back_what_was_borrowed(convert, value):
+    class Enough(Exception):
+        pass
+
+    def handler(number, frame):
+        raise Enough
+
+    before = _bridge.live_objects()
+    converted = []
+    earlier = signal.signal(signal.SIGUSR1, handler)
+    try:
+        with pytest.raises(Enough):
+            converted.extend(map(convert, [value]))  # gets what a conversion that goes on to its end returns
+    finally:
+        signal.signal(signal.SIGUSR1, earlier)
+    assert converted == []
+    assert _bridge.live_objects() == before
+
+
+@pytest.mark.parametrize("order", ["C", "F"])
+def test_copies_are_made_in_pieces_between_which_signals_are_looked_at(order):
+    for shape in ((10**9,), (10**5, 10**4), (4, 10**8), (10**8, 4), (1000, 1000, 1000), (2, 10**4, 10**4, 2)):
+        source = numpy.broadcast_to(numpy.zeros(1), shape)
+        piece = next(_layout._pieces(source, order))
+        assert numpy.prod([index.stop for index in piece]) * 8 <= 1 << 25

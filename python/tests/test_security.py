@@ -81,6 +81,7 @@ def test_tcp_without_credentials_says_what_to_do(guarded, tmp_path, monkeypatch)
     with pytest.raises(zks.Error, match=r"tls=DIR.*insecure=True") as caught:
         zks.connect(guarded[0])
     assert caught.value.identifier == "parallel:toolbox:NoCredentials"
+    assert "--" not in str(caught.value)
 
 
 def test_wrong_token_is_refused_without_being_shown(guarded, tmp_path):

@@ -5,6 +5,7 @@ import concurrent.futures
 import inspect
 import os
 import pathlib
+import pickle
 import resource
 import signal
 import threading
@@ -66,6 +67,42 @@ def test_shapes_and_orders_come_back_from_echo_as_sent(session):
         assert received.shape == sent.shape
         assert received.flags.c_contiguous == sent.flags.c_contiguous
         assert received.flags.f_contiguous == sent.flags.f_contiguous
+
+
+def test_arrays_inside_lists_and_dicts_come_back_from_echo_as_sent(session):
+    records = numpy.array([{"a": numpy.arange(2)}, {"a": numpy.zeros((1, 1))}], object)
+    sent = {
+        "vector": numpy.arange(3), "rows": numpy.arange(6.0).reshape(2, 3), "one": numpy.ones(1, "float32"), "number": 2.5,
+        "list": [[numpy.zeros(()), numpy.float32(1)], (numpy.zeros((1, 1, 1)), "x", None)], "records": records,
+        "characters": numpy.array(["a", "b"]), "row": numpy.array([["a", "\ud83d", "\ude00"]]), "nothing": {},
+        "objects": numpy.array([[1, "x", None]], object), "deep": numpy.empty((0, 2), object),
+    }  # fmt: skip
+
+    def check(before, after):
+        if isinstance(before, numpy.ndarray):
+            assert (after.shape, after.dtype) == (before.shape, before.dtype)
+            assert (after.flags.c_contiguous, after.flags.f_contiguous) == (
+                before.flags.c_contiguous, before.flags.f_contiguous,
+            )  # fmt: skip
+            if before.dtype.kind == "O":
+                check(before.ravel().tolist(), after.ravel().tolist())
+            else:
+                assert (after == before).all()
+        elif isinstance(before, dict):
+            assert list(after) == list(before)
+            for key in before:
+                check(before[key], after[key])
+        elif isinstance(before, (list, tuple)):
+            assert type(after) is list and len(after) == len(before)
+            for pair in zip(before, after):
+                check(*pair)
+        else:
+            assert after == before and type(after) is type(before)
+
+    check(sent, session.echo(sent)[0].array())
+    check([sent], session.echo([sent])[0].array())
+    for value in (records, sent["characters"], sent["row"], sent["objects"], numpy.array([[{"a": 1}]], object)):
+        check(value, session.echo(value)[0].array())
 
 
 def test_invoke_gives_host_shapes_and_takes_wishes(session):
@@ -157,6 +194,71 @@ def test_run_says_how_a_task_ended(session, tmp_path):
         session.run("echo")
     with pytest.raises(ValueError, match="two files"):
         session.run(["true"], files=["/a/data", "/b/data"])
+
+
+def test_run_feeds_the_standard_input(any_session, tmp_path):
+    (tmp_path / "words").write_bytes(b"b\na\n")
+    for stdin in (b"b\na\n", "b\na\n", bytearray(b"b\na\n"), memoryview(b"b\na\n"), tmp_path / "words"):
+        assert any_session.run(["sort"], stdin=stdin, files=[tmp_path / "words"]).stdout == b"a\nb\n"
+    assert any_session.run(["cat"], stdin=b"").stdout == any_session.run(["cat"]).stdout == b""
+    with pytest.raises(TypeError, match="stdin is bytes"):
+        any_session.run(["cat"], stdin=["a"])
+
+
+def test_run_gives_text_where_it_is_wanted(session):
+    task = session.run(["sh", "-c", "printf 'ä\\377'; echo err >&2"], text=True)
+    assert (task.stdout, task.stderr) == ("ä\ufffd", "err\n")
+
+
+def test_run_saves_outputs_in_a_directory(any_session, tmp_path):
+    task = any_session.run(["sh", "-c", "echo a >a; echo b >b"], outputs=["a", "b", "c"], to=tmp_path)
+    assert {path.name: path.read_text() for path in tmp_path.iterdir()} == {"a": "a\n", "b": "b\n"}
+    assert task.missing_outputs == ("c",)
+    assert repr(task.outputs["a"]).endswith(": saved>")
+    with pytest.raises(ValueError, match="to is a directory, and .*nowhere' is none"):
+        any_session.run(["true"], to=tmp_path / "nowhere")
+
+
+def test_a_task_is_true_when_all_went_well(session):
+    assert session.run(["true"])
+    assert not session.run(["false"])
+    assert not session.run(["true"], outputs=["never"])
+
+
+@pytest.mark.parametrize(
+    "options, told",
+    [
+        ({"argv": ["sh", "-c", "echo first >&2; echo last >&2; exit 3"]}, "The task 'sh' exited with status 3: last"),
+        ({"argv": ["sh", "-c", "kill -9 $$"]}, "The task 'sh' was ended by SIGKILL"),
+        ({"argv": ["sleep", "1000"], "timeout": 0.05}, "The task 'sleep' was ended when its time was over"),
+        ({"argv": ["/no/such"], "text": True}, "The task '/no/such' could not be started: "),
+        ({"argv": ["true"], "outputs": ["a", "b"]}, "The task 'true' did not make 'a', 'b'"),
+    ],
+)
+def test_check_raises_when_a_task_does_not_go_well(session, options, told):
+    with pytest.raises(zks.TaskFailed) as caught:
+        session.run(check=True, **options)
+    assert str(caught.value).startswith(told)
+    assert isinstance(caught.value, zks.Error)
+    assert not caught.value.task
+    twin = pickle.loads(pickle.dumps(caught.value))
+    assert (str(twin), twin.task.outcome) == (str(caught.value), caught.value.task.outcome)
+    assert session.run(["true"], check=True)
+
+
+def test_results_can_be_pickled_and_unsaved_outputs_stay_behind(session, tmp_path):
+    task = session.run(["sh", "-c", "echo x >out; echo said"], outputs=["out"])
+    twin = pickle.loads(pickle.dumps(task))
+    assert (twin.stdout, twin.ok, twin.wall_time) == (b"said\n", True, task.wall_time)
+    assert repr(twin.outputs["out"]) == repr(task.outputs["out"])
+    with pytest.raises(zks.Error, match="stayed in the process"):
+        twin.outputs["out"].save(tmp_path / "out")
+    with pytest.raises(zks.Error, match="stayed in the process"):
+        twin.outputs["out"].bytes_async().result(60)
+    task.outputs["out"].save(tmp_path / "out")
+    assert (tmp_path / "out").read_text() == "x\n"
+    message = session.echo(zks.message("parallel.zksmessages.TaskLimits", open_files=3))[0].message()
+    assert pickle.loads(pickle.dumps(message)) == message
 
 
 def test_some_outputs_missing_leaves_the_others_readable(session, tmp_path):
@@ -251,6 +353,27 @@ def test_futures_work_under_asyncio(session):
         assert (item.array() == number).all()
 
 
+def test_futures_and_sessions_work_in_async_code(daemon):
+    async def main():
+        async with zks.connect_async(daemon) as session:
+            (item,) = await session.echo_async(b"x")
+            assert await item.bytes_async() == b"x"
+            assert await asyncio.gather(*(asyncio.ensure_future(i.bytes_async()) for i in await session.echo_async(b"y")))
+            with pytest.raises(zks.Error, match="no such method"):
+                await session.invoke_async("no such method")
+            sleeping = session.run_async(["sleep", "1000"])
+            with pytest.raises(asyncio.TimeoutError):
+                await asyncio.wait_for(sleeping, 0.01)
+            with pytest.raises(concurrent.futures.CancelledError):
+                sleeping.result(60)
+        assert session.closed
+        async with await zks.connect_async() as embedded:
+            assert not embedded.closed
+        assert embedded.closed
+
+    asyncio.run(main())
+
+
 def test_an_error_arrives_through_the_future(session):
     future = session.invoke_async("no such method")
     with pytest.raises(zks.Error) as caught:
@@ -274,12 +397,14 @@ def test_a_cancelled_future_frees_its_thread(session):
     assert future.result(60)[0].array().shape == (3, 1)
 
 
-def test_closing_ends_calls_under_way():
-    session = zks.connect()
-    future = session.invoke_async("runTask", sleeping_task())
-    session.close()
-    with pytest.raises(zks.Terminated):
+def test_calls_under_way_when_the_session_is_closed_say_so(any_session, tmp_path):
+    started = tmp_path / "started"
+    future = any_session.invoke_async("runTask", sleeping_task(started))
+    wait_until(started.exists)
+    any_session.close()
+    with pytest.raises(zks.Terminated) as caught:
         future.result(60)
+    assert caught.value.identifier == "parallel:python:SessionClosed"
 
 
 def test_futures_give_back_their_arrays(session):
@@ -306,8 +431,8 @@ def test_futures_give_back_their_arrays(session):
 def test_everything_that_waits_has_a_twin_that_does_not(cls, waiting):
     for name in waiting:
         plain = list(inspect.signature(getattr(cls, name)).parameters)
-        twin = [name for name in inspect.signature(getattr(cls, f"{name}_async")).parameters if name != "limits"]
-        assert twin == plain[: len(twin)]
+        assert list(inspect.signature(getattr(cls, f"{name}_async")).parameters) == plain
+        assert len(plain) > 1 or name in ("message", "bytes")
     public = {name for name in vars(cls) if not name.startswith("_")}
     assert {name.removesuffix("_async") for name in public if name.endswith("_async")} == set(waiting)
 
@@ -334,7 +459,7 @@ def test_the_twins_give_what_the_others_give(any_session, tmp_path):
 
 
 def test_the_twins_tell_wrong_arguments_at_once(session):
-    with pytest.raises(TypeError, match="no limit 'tmieout'"):
+    with pytest.raises(TypeError, match="unexpected keyword argument 'tmieout'"):
         session.run_async(["true"], tmieout=3)
     with pytest.raises(TypeError, match="float16"):
         session.echo_async(numpy.zeros(1, "float16"))
@@ -403,9 +528,39 @@ def test_a_closed_session_says_so():
     session.close()
     assert session.closed
     for call in (lambda: session.echo(b"x"), lambda: session.invoke("echo"), lambda: session.invoke_async("echo")):
-        with pytest.raises(zks.Terminated) as caught:
+        with pytest.raises(zks.Terminated, match="The session with the embedded service was closed") as caught:
             call()
-        assert caught.value.identifier == "parallel:cluster:ZKSUnreachable" or "connection is gone" in str(caught.value)
+        assert caught.value.identifier == "parallel:python:SessionClosed"
+
+
+def test_items_read_after_the_session_s_end_say_that_it_was_closed(any_session):
+    items = any_session.echo(b"one", numpy.zeros(1 << 20), zks.message("parallel.zksmessages.Missing"), b"four")
+    assert items[1].array().shape == (1 << 20,)
+    any_session.close()
+    assert items[0].bytes() == b"one", "it was in memory"
+    for read in (items[2].message, items[3].bytes, lambda: items[3].save("/dev/null"), items[3].bytes_async().result):
+        with pytest.raises(zks.Terminated) as caught:
+            read()
+        assert caught.value.identifier == "parallel:python:SessionClosed"
+        assert any_session.name in str(caught.value)
+
+
+def test_a_download_under_way_when_the_session_is_closed_says_so(tmp_path):
+    process, address = start_daemon(tmp_path)
+    session = zks.connect(address)
+    items = session.echo(bytes(32 << 20), b"after it")
+    process.send_signal(signal.SIGSTOP)
+    os.waitpid(process.pid, os.WUNTRACED)
+    reading = concurrent.futures.ThreadPoolExecutor(1)
+    future = reading.submit(items[0].bytes)
+    wait_until(lambda: future.running())
+    session.close()
+    process.send_signal(signal.SIGCONT)
+    with pytest.raises(zks.Terminated) as caught:
+        future.result(60)
+    assert caught.value.identifier == "parallel:python:SessionClosed"
+    reading.shutdown()
+    stop_daemon(process)
 
 
 @pytest.mark.parametrize("where", ["embedded", "daemon"])

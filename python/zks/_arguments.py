@@ -7,19 +7,19 @@ import operator
 import os
 from typing import Any, Iterable, Mapping
 
-# What the transport counts bytes in.
+# The transport counts bytes in signed numbers of 64 bits.
 _MOST_BYTES = 2**63 - 1
 
-# A longer time, some thirty years, is none.
+# A longer time (thirty years) is no limit.
 _MOST_SECONDS = 1e9
 
 
 def seconds(name: str, value: Any) -> float:
-    """A time from 0 on; infinity is one too."""
+    """A time of 0 or more; it may be infinite."""
     if not isinstance(value, numbers.Real):
         raise TypeError(f"{name} is a number of seconds, not {value!r}")
     if not value >= 0:
-        raise ValueError(f"{name} is a number of seconds from 0 on, not {value!r}")
+        raise ValueError(f"{name} is a number of seconds, 0 or more, not {value!r}")
     return float(min(value, _MOST_SECONDS))
 
 
@@ -56,12 +56,12 @@ def text(name: str, value: Any) -> str:
 
 
 def words(name: str, values: Iterable[Any]) -> list[str]:
-    """Texts, among them paths."""
+    """Texts; paths are texts too."""
     return [text(f"{name}[{at}]", os.fsdecode(value)) for at, value in enumerate(several(name, values))]
 
 
 def several(name: str, values: Any) -> Any:
-    """What may be gone through. One text is not meant letter by letter, and one path not at all."""
+    """A sequence. One text or path is refused: going through it gives its letters, or nothing."""
     if isinstance(values, (str, bytes, os.PathLike)):
         raise TypeError(f"{name} is a sequence, not one text: [{values!r}]")
     return values
@@ -69,6 +69,14 @@ def several(name: str, values: Any) -> Any:
 
 def texts_by_name(name: str, values: Mapping[Any, Any] | None) -> dict[str, str]:
     return {text(f"a name in {name}", key): text(f"{name}[{key!r}]", value) for key, value in (values or {}).items()}
+
+
+def directory(name: str, value: Any) -> str:
+    """The path of a directory that is there."""
+    path = os.fsdecode(value)
+    if not os.path.isdir(path):
+        raise ValueError(f"{name} is a directory, and {path!r} is none")
+    return path
 
 
 def method_name(value: Any) -> str:

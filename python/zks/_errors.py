@@ -55,6 +55,7 @@ _TYPES = {
     "parallel:toolbox:NoAnswer": Timeout,
     "parallel:toolbox:ServiceGone": Terminated,
     "parallel:cluster:ZKSUnreachable": Terminated,
+    "parallel:python:SessionClosed": Terminated,
 }
 
 

@@ -25,7 +25,7 @@ class Message(dict):
 
 @dataclass(frozen=True)
 class Item:
-    """A value and the kind that it is sent as. May be sent any number of times."""
+    """A value and the kind that it is sent as. It can be sent more than once."""
 
     kind: str
     value: Any
@@ -40,7 +40,7 @@ def array(value: Any) -> Item:
 
 
 def plain(value: Any) -> Item:
-    """Bytes without a type: a bytes-like object, or an array whose elements are one byte."""
+    """Bytes without a type, as they lie in memory: a bytes-like object, or an array whose elements are one byte."""
     return Item("bytes", value)
 
 

@@ -4,40 +4,41 @@ from __future__ import annotations
 
 import builtins
 import os
-from concurrent.futures import Future
-from dataclasses import dataclass
+from dataclasses import replace
 from typing import Any, Callable, Sequence
 
 import numpy
 
 from zks import _bridge, _logging
-from zks._calls import Calls, Operation, T
-from zks._items import Item, Message
+from zks._calls import CallFuture, Calls, Operation, T
+from zks._errors import Error
+from zks._items import Message
+from zks._layout import ArrayLayout, Layout, restored
 
 
-@dataclass(frozen=True)
-class Layout:
-    """What the host's arrays do not keep of a NumPy array: fewer than two dimensions, row order."""
+class _LeftBehind:
+    """In place of a reply, in a copy of an item that another process made by pickling."""
 
-    shape: tuple[int, ...]
-    order: str
+    def __init__(self, count: int):
+        self._count = count
 
-    @staticmethod
-    def of(item: Item) -> Layout | None:
-        value = item.value
-        if item.kind != "array" or not isinstance(value, (numpy.ndarray, numpy.generic)):
-            return None
-        return Layout(value.shape, "C" if value.flags.c_contiguous and not value.flags.f_contiguous else "F")
+    def __len__(self) -> int:
+        return self._count
+
+    def _take(self, *_: Any, **__: Any) -> Any:
+        raise Error("The item stayed in the process that has its reply: save or read it there, and pickle what it held.")
+
+    take_array = take_message = take_bytes = take_file = _take
 
 
 class ReplyItem:
-    """One item of a reply, still on its way until it is read. Read it once, as what the method says that it is.
+    """One item of a reply. Its bytes arrive while it is read.
 
-    What kind of item it is does not travel with it. Items may be read in any order; those in front of one that is read
-    are kept in memory until their turn.
+    Read it once, and as the kind that the method says: the kind does not travel with the item. Items may be read in any
+    order; those in front of the one that is read are then kept in memory. Read them before the session is closed.
     """
 
-    def __init__(self, reply: _bridge.Reply, index: int, method: str, calls: Calls, layout: Layout | None = None):
+    def __init__(self, reply: _bridge.Reply, index: int, method: str, calls: Calls, layout: Layout = None):
         self._reply = reply
         self._index = index
         self._method = method
@@ -50,12 +51,12 @@ class ReplyItem:
 
         shape: another shape of as many elements, in the host's (column-major) order of elements; -1 flattens
         order: "C" for an array in row order, which costs a copy; by default what the host has, column-major
-        Items of echo come back in the shape and order in which NumPy arrays were sent.
+        Items of echo come back in the shape and order in which NumPy arrays were sent, inside lists and dicts too.
         Text comes as str, lists as list, structs as dict.
         """
         return self._reading_array(shape, order)(None)
 
-    def array_async(self, shape: Sequence[int] | int | None = None, order: str | None = None) -> Future[Any]:
+    def array_async(self, shape: Sequence[int] | int | None = None, order: str | None = None) -> CallFuture[Any]:
         """array on a thread of the session. Cancelling the future gives the rest of the reply up; so for all of these."""
         return self._calls.submit(self._reading_array(shape, order))
 
@@ -63,7 +64,7 @@ class ReplyItem:
         """The protobuf message as a dict of its fields."""
         return self._reading_message()(None)
 
-    def message_async(self) -> Future[Message]:
+    def message_async(self) -> CallFuture[Message]:
         """message on a thread of the session."""
         return self._calls.submit(self._reading_message())
 
@@ -71,7 +72,7 @@ class ReplyItem:
         """The bytes of a plain item."""
         return self._reading("bytes", self._reply.take_bytes)(None)
 
-    def bytes_async(self) -> Future[builtins.bytes]:
+    def bytes_async(self) -> CallFuture[builtins.bytes]:
         """bytes on a thread of the session."""
         return self._calls.submit(self._reading("bytes", self._reply.take_bytes))
 
@@ -80,11 +81,14 @@ class ReplyItem:
 
         If nothing can be written there, the item can still be read in another way.
         """
-        self._reading("saved", self._reply.take_file, path)(None)
+        self._saving(path)(None)
 
-    def save_async(self, path: str | builtins.bytes | os.PathLike) -> Future[None]:
+    def save_async(self, path: str | builtins.bytes | os.PathLike) -> CallFuture[None]:
         """save on a thread of the session."""
-        return self._calls.submit(self._reading("saved", self._reply.take_file, path))
+        return self._calls.submit(self._saving(path))
+
+    def _saving(self, path: str | builtins.bytes | os.PathLike) -> Operation[None]:
+        return self._reading("saved", self._reply.take_file, path)
 
     def _reading(self, state: str, take: Callable[..., T], *arguments: Any) -> Operation[T]:
         _logging.follow_level()
@@ -104,18 +108,17 @@ class ReplyItem:
 
     def _reading_message(self) -> Operation[Message]:
         read = self._reading("message", self._reply.take_message)
-        return lambda control: Message(read(control))
+        return read
 
     def _laid_out(self, value: Any, shape: Sequence[int] | int | None, order: str | None) -> Any:
-        if not isinstance(value, numpy.ndarray):
-            return value
-        if shape is None and self._layout is not None:
-            shape = self._layout.shape
-        if order is None and self._layout is not None:
-            order = self._layout.order
-        if shape is not None:
-            value = value.reshape(shape, order="F")
-        return numpy.ascontiguousarray(value) if order == "C" and value.ndim > 1 else value
+        layout = self._layout
+        if isinstance(value, numpy.ndarray):
+            known = layout if isinstance(layout, ArrayLayout) else ArrayLayout(value.shape, "F", value.dtype.kind)
+            layout = replace(known, shape=known.shape if shape is None else shape, order=order or known.order)
+        return restored(value, layout)
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return _item_left_behind, (len(self._reply), self._index, self._method, self._state)
 
     def __repr__(self) -> str:
         return f"<zks reply item {self._index + 1} of {len(self._reply)} of {self._method!r}: {self._state}>"
@@ -126,8 +129,14 @@ class ReplyItem:
         return f"<code>{html.escape(repr(self))}</code>"
 
 
+def _item_left_behind(count: int, index: int, method: str, state: str) -> ReplyItem:
+    item = ReplyItem(_LeftBehind(count), index, method, Calls())  # type: ignore[arg-type]
+    item._state = state
+    return item
+
+
 def reply_items(
-    reply: _bridge.Reply, method: str, calls: Calls, layouts: Sequence[Layout | None] | None = None
+    reply: _bridge.Reply, method: str, calls: Calls, layouts: Sequence[Layout] | None = None
 ) -> list[ReplyItem]:
     """`layouts`: of what was sent, where these items are the same."""
     known = layouts if layouts is not None else [None] * len(reply)

@@ -6,82 +6,16 @@ import html
 import os
 import warnings
 import weakref
-from concurrent.futures import Future
-from dataclasses import dataclass
-from typing import Any, Callable, Iterable, Mapping, Sequence
+from typing import Any, Iterable, Mapping, Sequence
 
 from zks import _arguments, _bridge, _logging
-from zks._calls import Calls, Operation, T
-from zks._items import item_of, native_item
-from zks._reply import Layout, ReplyItem, reply_items
-
-# The limits of a task: what they are called natively, and what they are.
-_LIMITS: dict[str, tuple[str, Callable[[str, Any], float]]] = {
-    "timeout": ("wall_time", _arguments.seconds_above_zero),
-    "cpu_time": ("cpu_time", _arguments.seconds_above_zero),
-    "memory_bytes": ("memory_bytes", _arguments.count),
-    "file_bytes": ("file_bytes", _arguments.count),
-    "open_files": ("open_files", _arguments.count),
-}
+from zks._calls import CallFuture, Calls, Operation, T, with_parameters_of
+from zks._items import Item, item_of, native_item
+from zks._layout import Layout, layout_of
+from zks._reply import ReplyItem, reply_items
+from zks._tasks import TaskResult, named, native_limits, raise_unless_ok, standard_input
 
 _open_sessions: weakref.WeakSet[Session] = weakref.WeakSet()
-_attempts: weakref.WeakSet[Future[Session]] = weakref.WeakSet()
-
-
-def _named(files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike]) -> dict[str, str | os.PathLike]:
-    """Paths by the names that they have in the task's directory."""
-    if isinstance(files, Mapping):
-        return {_arguments.text("a name in files", name): path for name, path in files.items()}
-    named: dict[str, str | os.PathLike] = {}
-    for path in _arguments.several("files", files):
-        name = _arguments.text("a name in files", os.path.basename(os.fsdecode(path)))
-        if name in named:
-            raise ValueError(f"two files are named {name!r}; give them names of their own: files={{name: path}}")
-        named[name] = path
-    return named
-
-
-def _native_limits(limits: Mapping[str, float | None]) -> dict[str, float]:
-    unknown = [name for name in limits if name not in _LIMITS]
-    if unknown:
-        raise TypeError(f"a task has no limit {unknown[0]!r}; there are: {', '.join(_LIMITS)}")
-    native: dict[str, float] = {}
-    for name, limit in limits.items():
-        if limit is None:
-            continue
-        native_name, checked = _LIMITS[name]
-        value = checked(name, limit)
-        if checked is _arguments.count or not _arguments.is_endless(value):
-            native[native_name] = value
-    return native
-
-
-@dataclass(frozen=True)
-class TaskResult:
-    """How a task ran, and what it left. Times are in seconds."""
-
-    outcome: str  # "exited", "signalled", "timed_out" or "not_started"
-    exit_status: int | None
-    signal: int | None
-    message: str  # why it was not started
-    stdout: bytes
-    stderr: bytes
-    wall_time: float
-    user_time: float
-    system_time: float
-    queued_time: float
-    peak_memory_bytes: int
-    missing_outputs: tuple[str, ...]
-    outputs: Mapping[str, ReplyItem]  # file items by name; only what the task made
-
-    @property
-    def ok(self) -> bool:
-        """Whether the task exited with status 0 and made all its outputs."""
-        return self.outcome == "exited" and self.exit_status == 0 and not self.missing_outputs
-
-    def __repr__(self) -> str:
-        ended = {"exited": f"status {self.exit_status}", "signalled": f"signal {self.signal}"}.get(self.outcome, "")
-        return f"<zks task: {self.outcome} {ended}".rstrip() + f", {self.wall_time:.3f} s>"
 
 
 class Session:
@@ -117,11 +51,11 @@ class Session:
         """
         return self._invocation(method, items)(None)
 
-    def invoke_async(self, method: str, *items: Any) -> Future[list[ReplyItem]]:
+    def invoke_async(self, method: str, *items: Any) -> CallFuture[list[ReplyItem]]:
         """invoke on a thread of the session. Leave the arrays alone until the future is done.
 
-        The future stays pending until the reply begins; cancelling it until then stops the call, also at the service.
-        asyncio.wrap_future makes it awaitable. All the futures of this package are like that.
+        The future stays pending until the reply begins; cancelling it until then stops the call, also at the service. It
+        is a concurrent.futures.Future that can be awaited too. All the futures of this package are like that.
         """
         return self._submit(self._invocation(method, items))
 
@@ -129,51 +63,9 @@ class Session:
         """Sends items and gets the same ones back, NumPy arrays in the shape and order in which they were sent."""
         return self._echoing(items)(None)
 
-    def echo_async(self, *items: Any) -> Future[list[ReplyItem]]:
+    def echo_async(self, *items: Any) -> CallFuture[list[ReplyItem]]:
         """echo on a thread of the session, as invoke_async is invoke."""
         return self._submit(self._echoing(items))
-
-    def run(
-        self,
-        argv: Sequence[str | os.PathLike],
-        files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike] = (),
-        outputs: Iterable[str] = (),
-        *,
-        environment: Mapping[str, str] | None = None,
-        clear_environment: bool = False,
-        timeout: float | None = None,
-        cpu_time: float | None = None,
-        memory_bytes: int | None = None,
-        file_bytes: int | None = None,
-        open_files: int | None = None,
-    ) -> TaskResult:
-        """Runs a command on the service, in a directory of its own, and waits until it has ended.
-
-        files:   what is put into the directory: paths, under their last parts, or a mapping of names to paths
-        outputs: names of files that are brought back; save them from the result's outputs
-        timeout: seconds after which the command is ended; the others are limits of the command's processes
-        """
-        limits = {
-            "timeout": timeout,
-            "cpu_time": cpu_time,
-            "memory_bytes": memory_bytes,
-            "file_bytes": file_bytes,
-            "open_files": open_files,
-        }
-        return self._task(argv, files, outputs, environment, clear_environment, limits)(None)
-
-    def run_async(
-        self,
-        argv: Sequence[str | os.PathLike],
-        files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike] = (),
-        outputs: Iterable[str] = (),
-        *,
-        environment: Mapping[str, str] | None = None,
-        clear_environment: bool = False,
-        **limits: float | None,
-    ) -> Future[TaskResult]:
-        """run on a thread of the session, with the same limits. Cancelling the future ends the command."""
-        return self._submit(self._task(argv, files, outputs, environment, clear_environment, limits))
 
     def close(self) -> None:
         """Lets go of the connection; calls under way end with zks.Terminated. Again: no effect."""
@@ -187,7 +79,7 @@ class Session:
     def _invocation(self, method: str, items: Sequence[Any]) -> Operation[list[ReplyItem]]:
         _logging.follow_level()
         method = _arguments.method_name(method)
-        native_items = [native_item(item_of(item)) for item in items]
+        native_items = _native_items([item_of(item) for item in items])
 
         def call(control: _bridge.CallControl | None) -> list[ReplyItem]:
             try:
@@ -201,8 +93,8 @@ class Session:
     def _echoing(self, items: Sequence[Any]) -> Operation[list[ReplyItem]]:
         _logging.follow_level()
         sent = [item_of(item) for item in items]
-        layouts = [Layout.of(item) for item in sent]
-        native_items = [native_item(item, in_reply=True) for item in sent]
+        native_items = _native_items(sent, in_reply=True)
+        layouts = [_layout_of_item(item) for item in sent]
         sent.clear()
 
         def call(control: _bridge.CallControl | None) -> list[ReplyItem]:
@@ -217,39 +109,96 @@ class Session:
     def _task(
         self,
         argv: Sequence[str | os.PathLike],
-        files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike],
-        outputs: Iterable[str],
-        environment: Mapping[str, str] | None,
-        clear_environment: bool,
-        limits: Mapping[str, float | None],
+        files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike] = (),
+        outputs: Iterable[str] = (),
+        *,
+        stdin: str | bytes | bytearray | memoryview | os.PathLike | None = None,
+        text: bool = False,
+        check: bool = False,
+        to: str | os.PathLike | None = None,
+        environment: Mapping[str, str] | None = None,
+        clear_environment: bool = False,
+        timeout: float | None = None,
+        cpu_time: float | None = None,
+        memory_bytes: int | None = None,
+        file_bytes: int | None = None,
+        open_files: int | None = None,
     ) -> Operation[TaskResult]:
         _logging.follow_level()
-        native_limits = _native_limits(limits)
-        inputs = _named(files)
+        limits = {
+            "timeout": timeout,
+            "cpu_time": cpu_time,
+            "memory_bytes": memory_bytes,
+            "file_bytes": file_bytes,
+            "open_files": open_files,
+        }
+        words = _arguments.words("argv", argv)
         names = _arguments.words("outputs", outputs)
+        directory = _arguments.directory("to", to) if to is not None else None
+        inputs = named(files)
+        input_items = [_bridge.file_item(os.fspath(path)) for path in inputs.values()]
         request = {
-            "argv": _arguments.words("argv", argv),
+            "argv": words,
             "environment": _arguments.texts_by_name("environment", environment),
-            "clear_environment": clear_environment,
+            "clear_environment": bool(clear_environment),
+            "has_standard_input": stdin is not None,
             "input_names": list(inputs),
             "output_names": names,
-            "limits": native_limits,
-            "inputs": [_bridge.file_item(os.fspath(path)) for path in inputs.values()],
+            "limits": native_limits(limits),
+            "inputs": ([standard_input(stdin)] if stdin is not None else []) + input_items,
         }
 
         def call(control: _bridge.CallControl | None) -> TaskResult:
-            info, stdout, stderr, reply = self._native.run_task(**request, control=control)
+            try:
+                info, stdout, stderr, reply = self._native.run_task(**request, control=control)
+            finally:
+                request.clear()
             missing = tuple(info.pop("missing_outputs"))
             items = reply_items(reply, "runTask", self._calls)
             made = {name: item for name, item in zip(names, items, strict=True) if name not in missing}
-            return TaskResult(stdout=stdout, stderr=stderr, missing_outputs=missing, outputs=made, **info)
+            if text:
+                stdout, stderr = stdout.decode(errors="replace"), stderr.decode(errors="replace")
+            task = TaskResult(stdout=stdout, stderr=stderr, missing_outputs=missing, outputs=made, **info)
+            if directory is not None:
+                for name, item in made.items():
+                    item._saving(os.path.join(directory, name))(control)
+            if check:
+                raise_unless_ok(words[0], task)
+            return task
 
         return call
 
-    def _submit(self, operation: Operation[T]) -> Future[T]:
+    @with_parameters_of(_task)
+    def run(self, *arguments: Any, **options: Any) -> TaskResult:
+        """Runs a command on the service, in a directory of its own, and waits until it has ended.
+
+        files:   what is put into the directory: paths, under their last parts, or a mapping of names to paths
+        outputs: names of files that are brought back; save them from the result's outputs
+        to:      a directory that the outputs are saved in
+        stdin:   what the command reads: bytes, a text (UTF-8), or a pathlib.Path
+        text:    stdout and stderr are str, of UTF-8; what is none becomes U+FFFD
+        check:   zks.TaskFailed is raised when it does not go well
+        timeout: seconds after which the command is ended; the others are limits of the command's processes
+        """
+        return self._task(*arguments, **options)(None)
+
+    @with_parameters_of(_task)
+    def run_async(self, *arguments: Any, **options: Any) -> CallFuture[TaskResult]:
+        """run on a thread of the session. Cancelling the future ends the command."""
+        return self._submit(self._task(*arguments, **options))
+
+    def _submit(self, operation: Operation[T]) -> CallFuture[T]:
         if self._closed or self._process != os.getpid():
             self._native.call("", [])  # which says so
         return self._calls.submit(operation)
+
+    async def __aenter__(self) -> Session:
+        return self
+
+    async def __aexit__(self, *exception: object) -> None:
+        import asyncio
+
+        await asyncio.to_thread(self.close)
 
     def __enter__(self) -> Session:
         return self
@@ -270,63 +219,34 @@ class Session:
         return f"<code>{html.escape(repr(self))}</code>"
 
 
-def connect(
-    address: str | None = None,
-    *,
-    timeout: float = 10.0,
-    tls: str | os.PathLike[str] | None = None,
-    insecure: bool = False,
-    idle_timeout: float | None = 600.0,
-    max_reply: int | None = None,
-) -> Session:
-    """A session with the service at "unix:PATH" or "HOST:PORT"; without an address, with one of its own in this process.
-
-    timeout:  seconds to wait for the connection; then zks.Timeout is raised
-    tls:      the directory with the service's ca.pem and token and a client.pem and client-key.pem; for HOST:PORT it is
-              $ZKS_TLS or ~/.local/state/zks/tls if not given
-    insecure: connect to HOST:PORT in plain text, which others can read and alter
-    idle_timeout: seconds that a reply which has begun may pause while it is read; then zks.Timeout is raised. None: for
-              ever
-    max_reply: bytes of the largest reply that is taken; a larger one fails its call
-    """
-    opening = _opening(address, timeout, tls, insecure, idle_timeout, max_reply)
-    return Session(opening(None), Calls())
-
-
-def connect_async(
-    address: str | None = None,
-    *,
-    timeout: float = 10.0,
-    tls: str | os.PathLike[str] | None = None,
-    insecure: bool = False,
-    idle_timeout: float | None = 600.0,
-    max_reply: int | None = None,
-) -> Future[Session]:
-    """connect on a thread that then belongs to the session. Cancelling the future gives the attempt up."""
-    opening = _opening(address, timeout, tls, insecure, idle_timeout, max_reply)
-    calls = Calls()
-
-    def open_session(control: _bridge.CallControl | None) -> Session:
+def _native_items(items: Sequence[Item], *, in_reply: bool = False) -> list[_bridge.Item]:
+    native = []
+    for number, item in enumerate(items, start=1):
         try:
-            return Session(opening(control), calls)
-        except BaseException:
-            calls.close()
+            native.append(native_item(item, in_reply=in_reply))
+        except Exception as error:
+            if len(items) > 1:
+                error.add_note(f"That is item {number} of the call.")
             raise
+    return native
 
-    attempt = calls.submit(open_session, unwanted=Session.close)
-    _attempts.add(attempt)
-    return attempt
+
+def _layout_of_item(item: Item) -> Layout:
+    return layout_of(item.value) if item.kind == "array" else None
 
 
 def _opening(
-    address: str | None,
-    timeout: float,
-    tls: str | os.PathLike[str] | None,
-    insecure: bool,
-    idle_timeout: float | None,
-    max_reply: int | None,
+    address: str | None = None,
+    *,
+    timeout: float = 10.0,
+    tls: str | os.PathLike[str] | None = None,
+    insecure: bool = False,
+    idle_timeout: float | None = 600.0,
+    max_reply: int | None = None,
 ) -> Operation[_bridge.Session]:
     """The making of a connection, wrong arguments being told at once."""
+    if address is None:
+        address = os.environ.get("ZKS_ADDRESS") or None
     if address is None and (tls is not None or insecure or max_reply is not None):
         raise ValueError("tls, insecure and max_reply are of connections to an address, and there is none")
     if tls is not None and insecure:
@@ -347,9 +267,51 @@ def _opening(
     return connect_now
 
 
+@with_parameters_of(_opening)
+def connect(*arguments: Any, **options: Any) -> Session:
+    """A session with the service at "unix:PATH" or "HOST:PORT"; without an address, with that of $ZKS_ADDRESS, and without
+    that one with a service of its own in this process. "unix:" alone is the default socket of zksd.
+
+    timeout:  seconds to wait for the connection; then zks.Timeout is raised
+    tls:      the directory with the service's ca.pem and token and a client.pem and client-key.pem; for HOST:PORT it is
+              $ZKS_TLS or ~/.local/state/zks/tls if not given
+    insecure: connect to HOST:PORT in plain text, which others can read and alter
+    idle_timeout: seconds that a reply which has begun may pause while it is read; then zks.Timeout is raised. None: for
+              ever
+    max_reply: bytes of the largest reply that is taken; a larger one fails its call
+    """
+    return Session(_opening(*arguments, **options)(None), Calls())
+
+
+class SessionFuture(CallFuture[Session]):
+    """A session that is being opened: `await` it, or use it as `async with zks.connect_async(...) as session`."""
+
+    async def __aenter__(self) -> Session:
+        return await self
+
+    async def __aexit__(self, *exception: object) -> None:
+        await self.result().__aexit__(*exception)
+
+
+@with_parameters_of(_opening)
+def connect_async(*arguments: Any, **options: Any) -> SessionFuture:
+    """connect on a thread that then belongs to the session. Cancelling the future gives the attempt up."""
+    opening = _opening(*arguments, **options)
+    calls = Calls()
+
+    def open_session(control: _bridge.CallControl | None) -> Session:
+        try:
+            return Session(opening(control), calls)
+        except BaseException:
+            calls.close()
+            raise
+
+    attempt = SessionFuture()
+    calls.run(attempt, open_session, unwanted=Session.close)
+    return attempt
+
+
 def close_all() -> None:
-    """Closes what is still open when the interpreter ends, and gives up what is still to be opened."""
-    for attempt in list(_attempts):  # those that it comes too late for have left their sessions below
-        attempt.cancel()
+    """Closes what is still open when the interpreter ends."""
     for session in list(_open_sessions):
         session.close()
