@@ -16,7 +16,7 @@ std::atomic<std::size_t> requested{0};
 std::atomic<int> allocationsBeforeFailure{kNever};
 std::atomic<std::size_t> smallestToFail{0};
 
-// Counts one allocation; false when it is the one that shall fail.
+// Counts one allocation; false when it is the one that must fail.
 bool mayAllocate(std::size_t nbytes) {
   requested += nbytes;
   return allocationsBeforeFailure == kNever || nbytes < smallestToFail || allocationsBeforeFailure.fetch_sub(1) != 0;

@@ -2,8 +2,8 @@
 //
 // Runs the target over every kept input, then over INPUTS mutations of them (20000 unless told), the same ones every
 // time. An input that crashes the target, or keeps it for 20 seconds, is printed and left in the file FOO_fuzz-crash.
-// Under AddressSanitizer an allocation of over 64 MiB fails too: inputs are small, so somebody believed a length in
-// them.
+// Under AddressSanitizer an allocation of over 64 MiB fails too: inputs are small, so the code must have trusted a
+// length in them.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// Keeps protobuf from writing a line for every input that is no message.
+// Keeps protobuf from writing a line for every input that is not a message.
 #pragma once
 
 #include <google/protobuf/stubs/common.h>

@@ -1,0 +1,101 @@
+"""Peers that make the service hold memory: more than it may is refused, or ends their connection, and others go on."""
+
+import struct
+import zlib
+
+import grpc
+import pytest
+from daemon import MIB
+from raw_http2 import CONTINUATION, CONVERSE, END_HEADERS, HEADERS, Peer, frame, header, integer, request_headers
+
+LIMIT = 128 * MIB
+# What the process takes by itself, and what comes in between two looks at its memory.
+MARGIN = 256 * MIB
+
+
+@pytest.fixture
+def daemon(start):
+    daemon = start("--max-memory", str(LIMIT))
+    yield daemon
+    assert daemon.peak() <= LIMIT + MARGIN
+    assert daemon.serves()
+
+
+@pytest.fixture
+def peer(daemon):
+    with Peer(daemon.address) as opened:
+        yield opened
+
+
+@pytest.fixture
+def silent(daemon):
+    """A peer that answers nothing any more, so that nothing comes between its frames."""
+    with Peer(daemon.address, mute=True) as opened:
+        yield opened
+
+
+def message_head(nbytes, compressed=False):
+    return struct.pack(">BI", compressed, nbytes)
+
+
+def test_message_of_gibibytes_is_not_gathered(daemon, peer):
+    peer.open(1)
+    peer.send_data(1, message_head(4000 * MIB))
+    piece = bytes(MIB)
+    for _ in range(600):
+        if not peer.send_data(1, piece):
+            break
+
+
+def test_compressed_message_is_refused_before_it_is_inflated(daemon, peer):
+    inflated = zlib.compressobj(9, zlib.DEFLATED, 31)
+    message = b"".join(inflated.compress(bytes(MIB)) for _ in range(100)) + inflated.flush()
+    peer.send(frame(HEADERS, END_HEADERS, 1, request_headers() + header("grpc-encoding", "gzip")))
+    peer.send_data(1, message_head(len(message), compressed=True) + message)
+    daemon.await_log("Compression algorithm 'gzip' is disabled")
+    assert daemon.growth() < 32 * MIB
+
+
+def test_stock_client_that_compresses_is_told_so(daemon):
+    with daemon.channel() as channel:
+        converse = channel.stream_stream(CONVERSE, bytes, bytes)
+        with pytest.raises(grpc.RpcError) as refusal:
+            next(converse(iter([bytes(MIB)]), compression=grpc.Compression.Gzip))
+    assert refusal.value.code() == grpc.StatusCode.UNIMPLEMENTED
+    assert "gzip" in refusal.value.details()
+
+
+def flood_with_streams(peer, most):
+    headers = request_headers()
+    for first in range(0, most, 200):
+        opened = range(first, first + 200)
+        if not peer.send(b"".join(frame(HEADERS, END_HEADERS, 1 + 2 * number, headers) for number in opened)):
+            return
+
+
+def test_more_streams_than_allowed_end_the_connection(daemon, peer):
+    flood_with_streams(peer, 60_000)
+    peer.await_end()
+    assert daemon.growth() < 64 * MIB
+
+
+def test_streams_of_a_peer_that_ignores_the_settings_end_its_connection(daemon):
+    with Peer(daemon.address, acknowledge=False) as peer:
+        flood_with_streams(peer, 120_000)
+        peer.await_end()
+    daemon.await_log("zksd --max-memory")
+
+
+def test_headers_without_end(daemon, silent):
+    silent.send(frame(HEADERS, 0, 1, request_headers() + b"\0" + integer(1, 7) + b"x" + integer(1 << 31, 7)))
+    piece = frame(CONTINUATION, 0, 1, bytes(16384))
+    for _ in range(640):
+        if not silent.send(piece):
+            break
+
+
+def test_longer_headers_than_any_are_refused(daemon, peer):
+    headers = request_headers() + b"".join(header("x", "y" * 1000) for _ in range(12))
+    peer.send(frame(HEADERS, END_HEADERS, 1, headers))
+    peer.await_frame(1)
+    assert daemon.growth() < 16 * MIB
