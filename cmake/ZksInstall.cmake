@@ -1,21 +1,33 @@
-# What an installation holds besides the programs: the two shared libraries, their public headers, a CMake package
-# (find_package(zks)), and the schemas that clients in other languages are generated from.
+# What an installation holds besides the programs: the two shared libraries and the toolbox, the headers of what they
+# offer, a CMake package (find_package(zks)), and the schemas that clients in other languages are generated from.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zks)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/zks)
 
-foreach(library IN ITEMS zksplatform cvparallelspftransport)
+set(libraries zksplatform cvparallelspftransport toolbox)
+foreach(library IN LISTS libraries)
   target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${header_dir}>)
 endforeach()
-install(TARGETS zksplatform cvparallelspftransport EXPORT zksTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS ${libraries} EXPORT zksTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}/zks)
 set_target_properties(zks zksd cvparallelspftransport PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN")
 
-install(DIRECTORY platform transport DESTINATION ${header_dir}
+# Not those of tests, of a module's inside, and of what the library does not export: its host classes (which a host
+# finds by their names) and the functions behind its builtins.
+install(DIRECTORY platform transport toolbox DESTINATION ${header_dir}
   FILES_MATCHING PATTERN "*.h"
   PATTERN "internal" EXCLUDE
-  PATTERN "testing" EXCLUDE)
-install(DIRECTORY ${PROJECT_BINARY_DIR}/generated/platform DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
+  PATTERN "testing" EXCLUDE
+  PATTERN "*Test.h" EXCLUDE
+  PATTERN "transport/cos" EXCLUDE
+  PATTERN "transport/protobuf/AnyEncoderImpl.h" EXCLUDE
+  PATTERN "transport/protobuf/detail.h" EXCLUDE
+  PATTERN "transport/protobuf/messageNbytes.h" EXCLUDE)
+foreach(module IN ITEMS errors zksmessages)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/generated/platform/${module} DESTINATION ${header_dir}/platform
+    FILES_MATCHING PATTERN "*.h")
+endforeach()
 
 # In one folder, so that generated code has plain names.
 install(FILES platform/spf/grpc/transport.proto platform/zksmessages/zksmessages.proto

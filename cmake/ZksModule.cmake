@@ -1,10 +1,23 @@
 # The few shapes of target that this tree has.
-include(GoogleTest)
+
+# All generated sources: what a linter needs before it can read the others.
+add_custom_target(generated)
+function(zks_is_generated name) # FILE...
+  add_custom_target(${name}_generated DEPENDS ${ARGN})
+  add_dependencies(generated ${name}_generated)
+endfunction()
 
 # zks_add_module(NAME SOURCES file... [LINKS target...] [PRIVATE_LINKS target...])
 # A static library of position-independent code. Shared libraries are made of modules; unit tests link modules directly.
+# A file NAME.cmake in ZKS_HOST_DIR replaces the three lists: it sets SOURCES, LINKS and PRIVATE_LINKS.
 function(zks_add_module name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS;PRIVATE_LINKS")
+  if(ZKS_HOST_DIR AND EXISTS "${ZKS_HOST_DIR}/${name}.cmake")
+    include("${ZKS_HOST_DIR}/${name}.cmake")
+    foreach(list IN ITEMS SOURCES LINKS PRIVATE_LINKS)
+      set(arg_${list} ${${list}})
+    endforeach()
+  endif()
   add_library(${name} STATIC ${arg_SOURCES})
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE ${arg_PRIVATE_LINKS} $<BUILD_INTERFACE:zks_warnings>)
@@ -13,16 +26,21 @@ endfunction()
 # The tests in which several threads meet: what ThreadSanitizer is given.
 add_custom_target(thread_tests)
 
-# zks_add_test(NAME SOURCES file... [LINKS target...] [LABELS label...] [TIMEOUT seconds] [ENVIRONMENT VAR=value...])
-# A GoogleTest program whose cases ctest lists one by one. Put it beside what it tests. Labels: "threads" where several
-# threads meet, "large" for what wants gigabytes and minutes.
+# zks_add_test(NAME SOURCES file... [LINKS target...] [LABELS label...] [TIMEOUT seconds] [ENVIRONMENT VAR=value...]
+#   [EACH_CASE_ALONE])
+# A GoogleTest program whose suites ctest lists one by one (cmake/ZksDiscoverSuites.cmake). Put it beside what it tests.
+# Labels: "threads" where several threads meet, "large" for what wants gigabytes and minutes. The timeout is a suite's.
 function(zks_add_test name)
   if(NOT ZKS_BUILD_TESTS)
     return()
   endif()
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LINKS;LABELS;ENVIRONMENT")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "EACH_CASE_ALONE" "TIMEOUT" "SOURCES;LINKS;LABELS;ENVIRONMENT")
   if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 120)
+    set(arg_TIMEOUT 600)
+  endif()
+  string(REGEX REPLACE "(_allocation|_threads|_large)?_test$" "" module ${name})
+  if(ZKS_HOST_DIR AND EXISTS "${ZKS_HOST_DIR}/${module}.cmake")
+    list(FILTER arg_SOURCES EXCLUDE REGEX "^internal/")  # tests of the inside of the bundled module
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINKS} GTest::gmock GTest::gtest_main zks_warnings)
@@ -38,8 +56,14 @@ function(zks_add_test name)
   if("threads" IN_LIST arg_LABELS)
     add_dependencies(thread_tests ${name})
   endif()
-  gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    PROPERTIES ${properties})
+  set(discovery "${CMAKE_CURRENT_BINARY_DIR}/${name}_suites")
+  list(JOIN properties "]==] [==[" properties)
+  file(GENERATE OUTPUT "${discovery}.cmake" CONTENT
+"include([==[${PROJECT_SOURCE_DIR}/cmake/ZksDiscoverSuites.cmake]==])
+zks_discover_suites([==[$<TARGET_FILE:${name}>]==] ${name} [==[${discovery}.txt]==] [==[${PROJECT_BINARY_DIR}/reports]==]
+  [==[${arg_EACH_CASE_ALONE}]==] [==[${properties}]==])
+")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${discovery}.cmake")
 endfunction()
 
 # zks_add_shared_of_modules(NAME MODULES module... [LINKS target...] [OVER target...])
@@ -62,7 +86,7 @@ function(zks_add_shared_of_modules name)
 endfunction()
 
 # zks_add_benchmark(NAME SOURCES file... [LINKS target...])
-# A Google Benchmark program; it also runs once, briefly, as a test so that it cannot rot.
+# A program that measures one module.
 function(zks_add_benchmark name)
   if(NOT ZKS_BUILD_BENCHMARKS)
     return()
@@ -70,6 +94,16 @@ function(zks_add_benchmark name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINKS} benchmark::benchmark_main zks_warnings)
+  zks_run_benchmark_once(${name} --benchmark_min_time=0)
+endfunction()
+
+# zks_run_benchmark_once(NAME [ARG...])
+# Has the tests run the benchmark with these arguments, each of its contenders once, so that it cannot rot.
+function(zks_run_benchmark_once name)
+  if(ZKS_BUILD_TESTS)
+    add_test(NAME bench.${name} COMMAND ${name} ${ARGN})
+    set_tests_properties(bench.${name} PROPERTIES TIMEOUT 600 ENVIRONMENT ZKS_BENCH_ONCE=1)
+  endif()
 endfunction()
 
 # All fuzz targets: what preset fuzz builds.

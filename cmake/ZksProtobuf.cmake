@@ -1,9 +1,9 @@
-# zks_add_proto_module(NAME PROTOS file.proto... [LINKS target...])
+# zks_add_proto_module(NAME PROTOS file.proto... [LINKS target...] [FOR_TESTS])
 # A static library of the C++ code that protoc makes of schemas of this tree. A schema platform/a/b.proto is included as
 # "platform/a/b.pb.h", and imported by other schemas as "platform/a/b.proto". Generated code is compiled without our
-# warnings.
+# warnings, file by file (two such files in one unit clash), and without optimisation if it is for tests alone.
 function(zks_add_proto_module name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PROTOS;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "FOR_TESTS" "" "PROTOS;LINKS")
   set(out "${PROJECT_BINARY_DIR}/generated")
   file(MAKE_DIRECTORY "${out}")
   set(generated "")
@@ -19,9 +19,14 @@ function(zks_add_proto_module name)
       VERBATIM)
     list(APPEND generated "${out}/${stem}.pb.cc" "${out}/${stem}.pb.h")
   endforeach()
+  zks_is_generated(${name} ${generated})
   add_library(${name} STATIC ${generated})
   target_include_directories(${name} SYSTEM PUBLIC $<BUILD_INTERFACE:${out}>)
   target_link_libraries(${name} PUBLIC protobuf::libprotobuf ${arg_LINKS})
+  set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
+  if(arg_FOR_TESTS)
+    target_compile_options(${name} PRIVATE -O0 -g0)
+  endif()
 endfunction()
 
 # zks_add_descriptor_set(NAME PROTO file.proto OUTPUT file.desc)
