@@ -24,6 +24,14 @@ constexpr std::size_t kStatusTextBytes = 1200;
 // The text of an error in one frame: stock clients take messages of up to 4 MiB.
 constexpr std::size_t kWholeErrorBytes = std::size_t{1} << 20;
 
+// The whole error as its only message. Moved into its place: an initializer list would copy its texts, and with g++ 12
+// leaks what was copied when memory runs out on the way.
+std::vector<v1::ErrorChain> wholeMessage(const core::ErrorChain& chain) {
+  std::vector<v1::ErrorChain> messages;
+  messages.push_back(toMessage(chain));
+  return messages;
+}
+
 constexpr const char* kGivenUp = "The call was given up by its client, or the connection to it was lost.";
 
 void checkVersion(const v1::CallHead& head) {
@@ -217,7 +225,7 @@ void Conversation::replyWithError(const IncomingCall& call, FrameOutlet& outlet,
     const MutexLock lock(mutex_);
     lastStatus_ = statusOf(chain);
   }
-  outlet.finishWithError(inParts ? toParts(chain) : std::vector<v1::ErrorChain>{toMessage(chain)});
+  outlet.finishWithError(inParts ? toParts(chain) : wholeMessage(chain));
 }
 
 void Conversation::halfClosed() {
