@@ -25,6 +25,18 @@
 
 namespace agent::spf::testing {
 
+// The words in which tests of a transport speak of calls.
+using core::ServerCall;
+using core::testing::await;
+using core::testing::call;
+using core::testing::kDeadline;
+using core::testing::openReply;
+using core::testing::patternOf;
+using core::testing::readAll;
+using core::testing::sourceOf;
+using core::testing::start;
+using ::testing::HasSubstr;
+
 // A directory for socket files that goes with the test.
 class TemporaryDirectory {
  public:

@@ -16,30 +16,19 @@
 #include "platform/spf/grpc/transport.grpc.pb.h"
 #include "platform/spf/security/testing/TestAuthority.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
-using core::ServerCall;
-using core::testing::await;
-using core::testing::call;
-using core::testing::readAll;
-using core::testing::sourceOf;
 using grpc_transport::connect;
 using grpc_transport::ConnectOptions;
 using grpc_transport::Server;
 using ::testing::AllOf;
-using testing::awaitEvent;
-using testing::chainThrownBy;
-using testing::echo;
-using ::testing::HasSubstr;
-using testing::TemporaryDirectory;
-using testing::textOfOnly;
 
 using Kind = core::ErrorLevel::Kind;
 
 TEST(Connect, WrongAddressesAreNamedAtOnceWithTheReason) {
   const auto textOf = [](const std::string& address) {
-    return textOfOnly(chainThrownBy([&] { connect(address, testing::plainClient()); }), Kind::framework);
+    return textOfOnly(chainThrownBy([&] { connect(address, plainClient()); }), Kind::framework);
   };
   const TemporaryDirectory directory;
   EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("no such socket file")));
@@ -53,10 +42,10 @@ TEST(Connect, WrongAddressesAreNamedAtOnceWithTheReason) {
 TEST(Connect, NothingListeningIsSaid) {
   std::string address;
   {
-    const Server server(std::make_shared<core::Service>(), testing::plainServer());
+    const Server server(std::make_shared<core::Service>(), plainServer());
     address = server.address();
   }
-  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address, testing::plainClient()); }), Kind::framework),
+  EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(address, plainClient()); }), Kind::framework),
               AllOf(HasSubstr(address), HasSubstr("nothing listens there")));
 }
 
@@ -116,11 +105,11 @@ class SilentListener {
 
 TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
   const SilentListener listener;
-  auto options = testing::plainClient();
+  auto options = plainClient();
   options.connectTimeout = std::chrono::milliseconds(150);
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr(listener.address()));
-  options.connectTimeout = core::testing::kDeadline;
+  options.connectTimeout = kDeadline;
   int asked = 0;
   options.poll = [&] {
     if (++asked == 3)
@@ -131,7 +120,7 @@ TEST(Connect, SilentPeerTimesOutAndTheWaitCanBeInterrupted) {
 
 TEST(Connect, AttemptThatTimedOutGivesItsSocketBack) {
   SilentListener listener;
-  auto options = testing::plainClient();
+  auto options = plainClient();
   options.connectTimeout = std::chrono::milliseconds(150);
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr("150"));
@@ -140,9 +129,9 @@ TEST(Connect, AttemptThatTimedOutGivesItsSocketBack) {
 
 TEST(Connect, AttemptThatEndedWhileItsCallerWasLateIsStillATimeout) {
   SilentListener listener;
-  auto options = testing::plainClient();
+  auto options = plainClient();
   options.connectTimeout = std::chrono::milliseconds(150);
-  options.poll = [&] { EXPECT_TRUE(!listener.hasHeard() || listener.clientLeavesWithin(core::testing::kDeadline)); };
+  options.poll = [&] { EXPECT_TRUE(!listener.hasHeard() || listener.clientLeavesWithin(kDeadline)); };
   EXPECT_THAT(textOfOnly(chainThrownBy([&] { connect(listener.address(), options); }), Kind::timeout),
               HasSubstr("150"));
 }
@@ -151,7 +140,7 @@ TEST(Connect, AttemptThatWasInterruptedInTheHandshakeOfTlsGivesItsSocketBack) {
   SilentListener listener;
   ConnectOptions options;
   options.credentials = security::testing::TestAuthority().client();
-  options.connectTimeout = core::testing::kDeadline;
+  options.connectTimeout = kDeadline;
   options.poll = [&] {
     if (listener.hasHeard())
       throw std::out_of_range("interrupted");
@@ -165,7 +154,7 @@ TEST(Connect, LongestTimeoutOfAllIsAllowed) {
   auto service = std::make_shared<core::Service>();
   service->add("echo", echo);
   const Server server(service, {directory.address(), {}});
-  auto options = testing::plainClient();
+  auto options = plainClient();
   options.connectTimeout = std::chrono::milliseconds::max();
   EXPECT_EQ(call(*connect(server.address(), options), "echo", std::string("x")), "x");
 }
@@ -185,7 +174,7 @@ TEST(Listen, AddressesInUseOrOutOfReachAreNamedWithTheReason) {
   const auto service = std::make_shared<core::Service>();
   const auto textOf = [&](const std::string& address) {
     return textOfOnly(chainThrownBy([&] {
-                        auto options = testing::plainServer();
+                        auto options = plainServer();
                         options.address = address;
                         Server(service, options);
                       }),
@@ -194,7 +183,7 @@ TEST(Listen, AddressesInUseOrOutOfReachAreNamedWithTheReason) {
   const TemporaryDirectory directory;
   const Server local(service, {directory.address(), {}});
   EXPECT_THAT(textOf(directory.address()), AllOf(HasSubstr(directory.address()), HasSubstr("another service listens")));
-  const Server remote(service, testing::plainServer());
+  const Server remote(service, plainServer());
   EXPECT_THAT(textOf(remote.address()), AllOf(HasSubstr(remote.address()), HasSubstr("in use")));
   EXPECT_THAT(textOf("unix:/no-such-directory/socket"), HasSubstr("directory"));
   EXPECT_THAT(textOf("unix:/" + std::string(200, 'x')), HasSubstr("longer than"));
@@ -216,21 +205,21 @@ TEST(Listen, SocketFileOfADeadServiceIsInNobodysWay) {
 }
 
 TEST(Listen, CallsUnderWayMayEndWithinTheGraceTime) {
-  testing::Probe probe;
+  Probe probe;
   auto service = std::make_shared<core::Service>();
   service->add("slow", [&](ServerCall& call) {
     probe.entered.set_value();
     awaitEvent(probe.mayGoOn);
     call.reply() << "done";
   });
-  auto serverOptions = testing::plainServer();
-  serverOptions.grace = core::testing::kDeadline;
+  auto serverOptions = plainServer();
+  serverOptions.grace = kDeadline;
   auto server = std::make_unique<Server>(service, serverOptions);
   std::promise<void> disconnected;
-  auto options = testing::plainClient();
+  auto options = plainClient();
   options.onDisconnect = [&] { disconnected.set_value(); };  // the watch ends first: the service is shutting down
   const auto client = connect(server->address(), options);
-  auto reply = core::testing::start(*client, "slow", sourceOf(""));
+  auto reply = start(*client, "slow", sourceOf(""));
   awaitEvent(probe.entered);
   std::thread stopper([&] { server = nullptr; });
   awaitEvent(disconnected);
@@ -240,4 +229,4 @@ TEST(Listen, CallsUnderWayMayEndWithinTheGraceTime) {
 }
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

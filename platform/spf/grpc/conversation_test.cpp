@@ -16,18 +16,10 @@
 #include "platform/spf/grpc/testing/rawMessages.h"
 #include "platform/spf/grpc/transport.pb.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
 using core::ErrorChain;
-using core::ServerCall;
-using core::testing::call;
-using core::testing::readAll;
-using core::testing::sourceOf;
-using testing::bytesOf;
-using testing::chainThrownBy;
-using testing::messageOf;
-using testing::TemporaryDirectory;
 
 using Kind = core::ErrorLevel::Kind;
 using RawClientStream = grpc::ClientReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
@@ -63,14 +55,14 @@ std::shared_ptr<core::Service> makeService() {
 void makeCalls(core::Invokable& client) {
   EXPECT_EQ(call(client, "echo", std::string("abc")), "abc");
   const auto inPieces = [](std::ostream& out) { out << "ab" << std::flush << "c"; };
-  EXPECT_EQ(readAll(*core::testing::openReply(client, "pieces", sourceOf(inPieces, 3))), "xy");
+  EXPECT_EQ(readAll(*openReply(client, "pieces", sourceOf(inPieces, 3))), "xy");
   EXPECT_EQ(call(client, "echo", std::string()), "");
   EXPECT_EQ(chainThrownBy([&] { call(client, "fail", std::string()); }),
             (ErrorChain{{Kind::framework, "", "", "no \xFF luck"}}));
   EXPECT_EQ(
       chainThrownBy([&] { call(client, "none", std::string()); }),
       (ErrorChain{{Kind::framework, "", "", "The service has no method \"none\"; it has echo, fail, late, pieces."}}));
-  const auto late = core::testing::openReply(client, "late", sourceOf(""));
+  const auto late = openReply(client, "late", sourceOf(""));
   EXPECT_EQ(chainThrownBy([&] { readAll(*late); }),
             (ErrorChain{{Kind::identified, "parallel:test", "Outer", "first"}, {Kind::standard, "", "", "second"}}));
 }
@@ -187,8 +179,8 @@ void relay(RawServerStream& from, const std::string& address, std::string& recor
 TEST_F(Conversation, OfTodayIsTheRecordedOne) {
   std::string record = "\n";
   const RawServer relaying([&](RawServerStream& stream) { relay(stream, serviceAddress(), record); });
-  makeCalls(*grpc_transport::connect(relaying.address(), testing::plainClient()));
-  EXPECT_EQ(record, testing::kConversation);
+  makeCalls(*grpc_transport::connect(relaying.address(), plainClient()));
+  EXPECT_EQ(record, kConversation);
 }
 
 class RecordedConversation : public Conversation, public ::testing::WithParamInterface<const char*> {};
@@ -221,11 +213,11 @@ void replayReplies(RawServerStream& stream, const std::vector<Line>& lines) {
 
 TEST_P(RecordedConversation, IsUnderstoodByTheClientOfToday) {
   const RawServer server([lines = linesOf(GetParam())](RawServerStream& stream) { replayReplies(stream, lines); });
-  makeCalls(*grpc_transport::connect(server.address(), testing::plainClient()));
+  makeCalls(*grpc_transport::connect(server.address(), plainClient()));
 }
 
-INSTANTIATE_TEST_SUITE_P(First, RecordedConversation, ::testing::Values(testing::kFirstConversation));
-INSTANTIATE_TEST_SUITE_P(OfToday, RecordedConversation, ::testing::Values(testing::kConversation));
+INSTANTIATE_TEST_SUITE_P(First, RecordedConversation, ::testing::Values(kFirstConversation));
+INSTANTIATE_TEST_SUITE_P(OfToday, RecordedConversation, ::testing::Values(kConversation));
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

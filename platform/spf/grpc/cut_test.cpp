@@ -2,14 +2,8 @@
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/testing/CuttingRelay.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
-
-using core::testing::call;
-using core::testing::kDeadline;
-using core::testing::patternOf;
-using testing::CuttingRelay;
-using testing::TemporaryDirectory;
 
 class CutConnection : public ::testing::Test {
  protected:
@@ -26,7 +20,7 @@ class CutConnection : public ::testing::Test {
       succeeded = true;
     } catch (const Terminated&) {
     } catch (const FrameworkError& e) {
-      EXPECT_THAT(e.what(), ::testing::HasSubstr(path("relay"))) << "only connecting may fail in this way";
+      EXPECT_THAT(e.what(), HasSubstr(path("relay"))) << "only connecting may fail in this way";
     }
     if (passed != nullptr)
       *passed = {relay.toService(), relay.toClient()};
@@ -49,7 +43,7 @@ class CutConnection : public ::testing::Test {
  private:
   static std::shared_ptr<core::Service> echoService() {
     auto service = std::make_shared<core::Service>();
-    service->add("echo", testing::echo);
+    service->add("echo", echo);
     return service;
   }
 
@@ -66,4 +60,4 @@ TEST_F(CutConnection, AtAnyByteFailsTheCallOrLeavesItWhole) {
 }
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

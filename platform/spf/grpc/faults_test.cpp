@@ -10,30 +10,17 @@
 #include "platform/spf/grpc/testing/NetworkNamespace.h"
 #include "platform/spf/grpc/testing/ServiceProcess.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
 using core::ErrorLevel;
-using core::testing::await;
-using core::testing::call;
-using core::testing::kDeadline;
-using core::testing::openReply;
-using core::testing::patternOf;
-using core::testing::readAll;
-using core::testing::sourceOf;
 using grpc_transport::ConnectOptions;
-using testing::awaitEvent;
-using testing::chainThrownBy;
-using ::testing::HasSubstr;
-using testing::NetworkNamespace;
-using testing::ServiceProcess;
-using testing::TemporaryDirectory;
 
 using Kind = ErrorLevel::Kind;
 
 // Short, so that a test of them is; yet long enough for a service that lives on a busy machine.
 ConnectOptions shortDeadlines() {
-  ConnectOptions options = testing::plainClient();
+  ConnectOptions options = plainClient();
   options.connectTimeout = std::chrono::milliseconds(1000);
   options.keepaliveInterval = std::chrono::milliseconds(300);
   options.keepaliveTimeout = std::chrono::milliseconds(700);
@@ -102,14 +89,14 @@ void expectErrorInUpload(ServiceProcess& process, const Fault& fault, core::Invo
         underWay.set_value();
     }
   };
-  auto uploading = core::testing::start(client, "doNothing", sourceOf(endless, 1L << 40));
+  auto uploading = start(client, "doNothing", sourceOf(endless, 1L << 40));
   awaitEvent(underWay);
   fault.strike(process);
   expectOneLevel(chainThrownBy([&] { await(uploading); }), fault.errorOfCalls, process.address());
 }
 
 void expectErrorInWait(ServiceProcess& process, const Fault& fault, core::Invokable& client) {
-  auto waiting = core::testing::start(client, "doNothing", sourceOf("x"));
+  auto waiting = start(client, "doNothing", sourceOf("x"));
   process.awaitCall();
   fault.strike(process);
   expectOneLevel(chainThrownBy([&] { await(waiting); }), fault.errorOfCalls, process.address());
@@ -241,12 +228,12 @@ TEST_F(OtherHost, SlowLinkIsNotAFault) {
   EXPECT_TRUE(call(*client, "echo", bytes) == bytes);
 }
 
-class Pause : public testing::Transports {};
+class Pause : public Transports {};
 
 TEST_P(Pause, OfAReplyIsATimeoutOfItsReaderAndCancelsTheCall) {
   connectOptions().idleTimeout = std::chrono::milliseconds(50);
-  service().add("echo", testing::echo);
-  serve("pause", [probe = probe()](core::ServerCall& call) {
+  service().add("echo", echo);
+  serve("pause", [probe = probe()](ServerCall& call) {
     call.onCancel([probe] { probe->cancelled.set_value(); });
     call.reply() << "abc" << std::flush;
     awaitEvent(probe->mayGoOn);
@@ -268,11 +255,11 @@ TEST_P(Pause, OfAReplyIsATimeoutOfItsReaderAndCancelsTheCall) {
 
 TEST_P(Pause, BeforeAReplyBeginsHasNoLimit) {
   connectOptions().idleTimeout = std::chrono::milliseconds(1);
-  serve("slow", [probe = probe()](core::ServerCall& call) {
+  serve("slow", [probe = probe()](ServerCall& call) {
     awaitEvent(probe->mayGoOn);
     call.reply() << "x";
   });
-  auto waiting = core::testing::start(client(), "slow", sourceOf(""));
+  auto waiting = start(client(), "slow", sourceOf(""));
   EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout);
   probe()->mayGoOn.set_value();
   EXPECT_EQ(readAll(*await(waiting)->getImportedIstream()), "x");
@@ -280,11 +267,11 @@ TEST_P(Pause, BeforeAReplyBeginsHasNoLimit) {
 
 TEST_P(Pause, OfAServiceThatIsAskedForLifeAndGivesItIsNotAFault) {
   connectOptions().keepaliveInterval = std::chrono::milliseconds(10);
-  serve("slow", [probe = probe()](core::ServerCall& call) {
+  serve("slow", [probe = probe()](ServerCall& call) {
     awaitEvent(probe->mayGoOn);
     call.reply() << "x";
   });
-  auto waiting = core::testing::start(client(), "slow", sourceOf(""));
+  auto waiting = start(client(), "slow", sourceOf(""));
   EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
   probe()->mayGoOn.set_value();
   EXPECT_EQ(readAll(*await(waiting)->getImportedIstream()), "x");
@@ -292,14 +279,14 @@ TEST_P(Pause, OfAServiceThatIsAskedForLifeAndGivesItIsNotAFault) {
 
 TEST_P(Pause, OfARequestIsATimeoutOfItsHandlerAndOfItsCaller) {
   serverOptions().idleTimeout = std::chrono::milliseconds(50);
-  service().add("echo", testing::echo);
-  serve("digest", [](core::ServerCall& call) { readAll(call.request()); });
+  service().add("echo", echo);
+  serve("digest", [](ServerCall& call) { readAll(call.request()); });
   const auto writer = [probe = probe()](std::ostream& out) {
     out << "abc" << std::flush;
     awaitEvent(probe->mayGoOn);
     out << patternOf(99'997);
   };
-  auto waiting = core::testing::start(client(), "digest", sourceOf(writer, 100'000));
+  auto waiting = start(client(), "digest", sourceOf(writer, 100'000));
   const auto chain = chainThrownBy([&] { await(waiting); });
   ASSERT_EQ(chain.size(), 1U);
   EXPECT_EQ(chain[0].kind, Kind::timeout);
@@ -308,7 +295,7 @@ TEST_P(Pause, OfARequestIsATimeoutOfItsHandlerAndOfItsCaller) {
   probe()->mayGoOn.set_value();
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Pause, ::testing::Values("unix", "tcp"), testing::nameOfTransport);
+INSTANTIATE_TEST_SUITE_P(All, Pause, ::testing::Values("unix", "tcp"), nameOfTransport);
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -11,27 +11,15 @@
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/transport.grpc.pb.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
-using core::ServerCall;
-using core::testing::await;
-using core::testing::call;
-using core::testing::openReply;
-using core::testing::patternOf;
-using core::testing::readAll;
-using core::testing::sourceOf;
-using core::testing::start;
 using grpc_transport::Server;
-using testing::awaitEvent;
-using ::testing::HasSubstr;
-using testing::Probe;
-using testing::TemporaryDirectory;
 
 class HandlerLine : public ::testing::Test {
  protected:
   HandlerLine() {
-    service_->add("echo", testing::echo);
+    service_->add("echo", echo);
     service_->add("block", [this](ServerCall&) {
       entered_.set_value();
       awaitEvent(mayGoOn_);
@@ -118,10 +106,10 @@ TEST_F(HandlerLine, WhatNeedsNoHandlerIsAnsweredWhileAllAreBusy) {
   const auto other = grpc_transport::connect(server_->address());
   for (const auto& [method, nbytes, why] :
        {std::tuple("none", 1, "has no method \"none\""), std::tuple("echo", 1001, "daemon --max-request")})
-    EXPECT_THAT(testing::textOfOnly(testing::chainThrownBy([&, m = method, n = nbytes] {
-                                      call(*other, m, patternOf(static_cast<std::size_t>(n)));
-                                    }),
-                                    core::ErrorLevel::Kind::framework),
+    EXPECT_THAT(textOfOnly(chainThrownBy([&, m = method, n = nbytes] {
+                             call(*other, m, patternOf(static_cast<std::size_t>(n)));
+                           }),
+                           core::ErrorLevel::Kind::framework),
                 HasSubstr(why));
   mayGoOn_.set_value();
   await(blocked);
@@ -170,4 +158,4 @@ TEST_F(HandlerLine, CallBehindAViolationNeverRuns) {
 }
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -14,13 +14,10 @@
 #include "platform/spf/grpc/transport.pb.h"
 #include "tests/allocation/allocationHooks.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
 using allocation_testing::FailingAllocation;
-using core::ServerCall;
-using core::testing::patternOf;
-using core::testing::sourceOf;
 
 // gRPC asks for less at a time.
 constexpr std::size_t kLarge = std::size_t{64} << 10;
@@ -37,7 +34,7 @@ void fail(ServerCall& /*call*/) {
 
 // In pieces that are gathered.
 void gathered(ServerCall& call) {
-  const std::string bytes = core::testing::readAll(call.request());
+  const std::string bytes = readAll(call.request());
   for (std::size_t at = 0; at < bytes.size(); at += 1000)
     call.reply().write(bytes.data() + at, static_cast<long>(std::min<std::size_t>(1000, bytes.size() - at)));
 }
@@ -45,7 +42,7 @@ void gathered(ServerCall& call) {
 class LargeAllocations : public ::testing::Test {
  protected:
   LargeAllocations() {
-    service_->add("echo", testing::echo);
+    service_->add("echo", echo);
     service_->add("fail", fail);
     service_->add("gathered", gathered);
     server_ = std::make_unique<grpc_transport::Server>(service_,
@@ -76,7 +73,7 @@ class LargeAllocations : public ::testing::Test {
       }
       EXPECT_TRUE(chain.empty() || isOfMemory(thrown))
           << "allocation " << number << ": " << core::summaryOf(chain, 1000);
-      EXPECT_EQ(core::testing::call(*client_, "echo", std::string("next")), "next") << "allocation " << number;
+      EXPECT_EQ(call(*client_, "echo", std::string("next")), "next") << "allocation " << number;
     }
     ADD_FAILURE() << "the allocations do not end";
     return 0;
@@ -90,7 +87,7 @@ class LargeAllocations : public ::testing::Test {
     });
   }
 
-  testing::TemporaryDirectory directory_;
+  TemporaryDirectory directory_;
   std::shared_ptr<core::Service> service_ = std::make_shared<core::Service>();
   std::unique_ptr<grpc_transport::Server> server_;
   std::shared_ptr<core::Invokable> client_;
@@ -106,7 +103,7 @@ TEST_F(LargeAllocations, LargeCallIsAnsweredWholeOrFails) {
   const auto writer = [bytes](std::ostream& out) { out.write(bytes->data(), static_cast<long>(bytes->size())); };
   for (const char* method : {"echo", "gathered"})
     EXPECT_GT(failEach([&](core::Invokable& client) {
-                if (core::testing::call(client, method, sourceOf(writer, static_cast<long>(bytes->size()))) != *bytes)
+                if (call(client, method, sourceOf(writer, static_cast<long>(bytes->size()))) != *bytes)
                   throw Wrong();
               }),
               4);
@@ -119,7 +116,7 @@ TEST_F(LargeAllocations, RequestInManyPiecesIsSentWholeOrTheCallFails) {
       out << piece;
   };
   EXPECT_GT(failEach([&](core::Invokable& client) {
-              if (core::testing::call(client, "echo", sourceOf(writer, kPayload)).size() != kPayload)
+              if (call(client, "echo", sourceOf(writer, kPayload)).size() != kPayload)
                 throw Wrong();
             }),
             4);
@@ -128,7 +125,7 @@ TEST_F(LargeAllocations, RequestInManyPiecesIsSentWholeOrTheCallFails) {
 TEST_F(LargeAllocations, LongErrorArrivesOrAShortOneInItsPlace) {
   const auto action = [](core::Invokable& client) {
     try {
-      core::testing::call(client, "fail", std::string());
+      call(client, "fail", std::string());
     } catch (const FrameworkError& e) {
       const auto* nested = dynamic_cast<const std::nested_exception*>(&e);
       if (std::string_view(e.what()).size() == kPayload / 2 && nested != nullptr)
@@ -151,7 +148,7 @@ std::string failedCall() {
 
 TEST_F(LargeAllocations, WantOfMemoryForAFrameIsNotBlamedOnTheClient) {
   using Stream = grpc::ClientReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
-  const grpc::ByteBuffer message = testing::messageOf(failedCall());
+  const grpc::ByteBuffer message = messageOf(failedCall());
   const auto channel = grpc::CreateChannel(address(), grpc::InsecureChannelCredentials());
   const grpc::internal::RpcMethod method("/agent.spf.v1.Transport/Converse", grpc::internal::RpcMethod::BIDI_STREAMING);
   int refused = 0;
@@ -176,4 +173,4 @@ TEST_F(LargeAllocations, WantOfMemoryForAFrameIsNotBlamedOnTheClient) {
 }
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -12,14 +12,8 @@
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/testing/ServiceProcess.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
-
-using core::testing::await;
-using core::testing::call;
-using core::testing::patternOf;
-using core::testing::sourceOf;
-using testing::ServiceProcess;
 
 constexpr long kMebibyte = 1L << 20;
 constexpr long kOverhead = 64 * kMebibyte;
@@ -81,9 +75,9 @@ class Memory : public ::testing::TestWithParam<std::string> {
   void sendRequests(std::size_t count, long size);
 
  private:
-  testing::TemporaryDirectory directory_;
+  TemporaryDirectory directory_;
   ServiceProcess process_{GetParam() == "unix" ? directory_.address() : "127.0.0.1:0"};
-  std::shared_ptr<core::Invokable> client_ = grpc_transport::connect(process_.address(), testing::plainClient());
+  std::shared_ptr<core::Invokable> client_ = grpc_transport::connect(process_.address(), plainClient());
   Growth ours_{::getpid()};
   Growth theirs_{process_.pid()};
 };
@@ -92,7 +86,7 @@ class Memory : public ::testing::TestWithParam<std::string> {
 void Memory::readReplies(std::size_t count, long size) {
   std::vector<core::testing::ReplyFuture> futures;
   for (std::size_t i = 0; i < count; ++i)
-    futures.push_back(core::testing::start(client(), "stream", sourceOf(std::to_string(size))));
+    futures.push_back(start(client(), "stream", sourceOf(std::to_string(size))));
   std::vector<std::unique_ptr<std::istream>> replies;
   for (auto& future : futures)
     replies.push_back(await(future)->getImportedIstream());
@@ -122,14 +116,14 @@ void Memory::sendRequests(std::size_t count, long size) {
   };
   std::vector<core::testing::ReplyFuture> futures;
   for (std::size_t i = 0; i < count; ++i)
-    futures.push_back(core::testing::start(client(), "readSlowly", sourceOf(writer, size)));
+    futures.push_back(start(client(), "readSlowly", sourceOf(writer, size)));
   for (int half = 0; half < 2; ++half) {
     awaitStall([&sent] { return std::to_string(sent); });
     for (std::size_t i = 0; i < count; ++i)
       call(client(), "readOn", std::string());
   }
   for (auto& future : futures)
-    EXPECT_EQ(core::testing::readAll(*await(future)->getImportedIstream()), std::to_string(size));
+    EXPECT_EQ(readAll(*await(future)->getImportedIstream()), std::to_string(size));
 }
 
 TEST_P(Memory, SlowReaderOfAReplyCostsNeitherSideMore) {
@@ -146,15 +140,15 @@ TEST_P(Memory, SlowReaderOfARequestCostsNeitherSideMore) {
 TEST_P(Memory, PayloadsThatAreHeldAreThereOnce) {
   constexpr long kSize = 256 * kMebibyte;
   const auto request = std::make_shared<std::string>(patternOf(kSize));
-  const auto reply = core::testing::openReply(
-      client(), "keep", sourceOf([&](std::ostream& out) { out.write(request->data(), kSize); }, kSize));
+  const auto reply =
+      openReply(client(), "keep", sourceOf([&](std::ostream& out) { out.write(request->data(), kSize); }, kSize));
   std::string received(kSize, '\0');
   reply->read(received.data(), kSize);
   EXPECT_TRUE(received == *request);
   expectWithin(2 * kSize + kOverhead, kSize + kOverhead);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Memory, ::testing::Values("unix", "tcp"), testing::nameOfTransport);
+INSTANTIATE_TEST_SUITE_P(All, Memory, ::testing::Values("unix", "tcp"), nameOfTransport);
 
 constexpr std::size_t kMany = 64;
 
@@ -170,7 +164,7 @@ TEST_P(MemoryOfMany, SlowReadersOfRequestsCostTheServiceALittleEach) {
   expectWithin(kOverhead, kMany * kPerCall + kOverhead);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, MemoryOfMany, ::testing::Values("tcp"), testing::nameOfTransport);
+INSTANTIATE_TEST_SUITE_P(All, MemoryOfMany, ::testing::Values("tcp"), nameOfTransport);
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -12,24 +12,13 @@
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/transport.grpc.pb.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
 using core::ErrorLevel;
-using core::ServerCall;
-using core::testing::await;
-using core::testing::call;
-using core::testing::openReply;
-using core::testing::readAll;
-using core::testing::sourceOf;
 using grpc_transport::connect;
 using grpc_transport::Server;
 using ::testing::AllOf;
-using testing::chainThrownBy;
-using testing::echo;
-using ::testing::HasSubstr;
-using testing::TemporaryDirectory;
-using testing::textOfOnly;
 
 using Kind = ErrorLevel::Kind;
 using Stream = grpc::ClientReaderWriter<v1::Frame, v1::Frame>;
@@ -327,7 +316,7 @@ class ScriptedServer : public ::testing::Test, public v1::Transport::Service {
     builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(), &port);
     builder.RegisterService(this);
     server_ = builder.BuildAndStart();
-    client_ = connect("127.0.0.1:" + std::to_string(port), testing::plainClient());
+    client_ = connect("127.0.0.1:" + std::to_string(port), plainClient());
   }
 
   void TearDown() override {
@@ -431,4 +420,4 @@ TEST_F(ScriptedServer, EmptyErrorChainIsStillAnError) {
 }
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -15,15 +15,18 @@
 #include "platform/spf/grpc/transport.grpc.pb.h"
 #include "platform/spf/security/testing/TestAuthority.h"
 
-namespace agent::spf::grpc_transport {
+namespace agent::spf::testing {
 namespace {
 
-using core::testing::call;
+using grpc_transport::connect;
+using grpc_transport::ConnectOptions;
+using grpc_transport::routeGrpcLog;
+using grpc_transport::Server;
+using grpc_transport::ServerOptions;
 using security::Credentials;
 using security::testing::longAgo;
 using security::testing::TestAuthority;
 using ::testing::AllOf;
-using ::testing::HasSubstr;
 using ::testing::Not;
 
 const TestAuthority& authority() {
@@ -35,7 +38,7 @@ class Security : public ::testing::Test {
  protected:
   void serve(ServerOptions options) {
     auto service = std::make_shared<core::Service>();
-    service->add("echo", testing::echo);
+    service->add("echo", echo);
     if (options.address.empty())
       options.address = "127.0.0.1:0";
     server_ = std::make_unique<Server>(service, options);
@@ -59,7 +62,7 @@ class Security : public ::testing::Test {
   // The one line with which a client with these options is refused.
   std::string refusalOf(const ConnectOptions& options) const { return refusalOf(options, address()); }
   static std::string refusalOf(const ConnectOptions& options, const std::string& address) {
-    const auto chain = testing::chainThrownBy([&] { connect(address, options); });
+    const auto chain = chainThrownBy([&] { connect(address, options); });
     EXPECT_EQ(chain.size(), 1U);
     if (chain.empty())
       return "accepted";
@@ -80,7 +83,7 @@ class Security : public ::testing::Test {
     const auto channel =
         grpc::CreateChannel(address(), grpc::SslCredentials({client.authority, client.privateKey, client.certificate}));
     grpc::ClientContext context;
-    context.set_deadline(std::chrono::system_clock::now() + core::testing::kDeadline);
+    context.set_deadline(std::chrono::system_clock::now() + kDeadline);
     for (const std::string& value : authorizations)
       context.AddMetadata("authorization", value);
     const grpc::internal::RpcMethod method(methodPath.c_str(), grpc::internal::RpcMethod::NORMAL_RPC);
@@ -110,7 +113,7 @@ TEST_F(Security, EachNameOfTheCertificateServes) {
 }
 
 TEST_F(Security, SocketFileCanBeGuardedToo) {
-  const testing::TemporaryDirectory directory;
+  const TemporaryDirectory directory;
   serve(authority().server(), directory.address());
   EXPECT_EQ(echoWith(authority().client()), "hello");
   EXPECT_THAT(refusalOf(ConnectOptions{}), HasSubstr("speaks TLS"));
@@ -120,21 +123,21 @@ TEST_F(Security, SocketFileCanBeGuardedToo) {
 // --- The explicit word ---
 
 TEST_F(Security, TcpWithoutCredentialsWantsTheWordAtBothEnds) {
-  const auto chain = testing::chainThrownBy([&] { serve(ServerOptions{}); });
+  const auto chain = chainThrownBy([&] { serve(ServerOptions{}); });
   ASSERT_EQ(chain.size(), 1U);
   EXPECT_EQ(chain[0].kind, core::ErrorLevel::Kind::framework);
   EXPECT_THAT(chain[0].text, AllOf(HasSubstr("Cannot listen at 127.0.0.1:0"), HasSubstr("the option plainText")));
-  serve(testing::plainServer());
+  serve(plainServer());
   EXPECT_THAT(refusalOf(ConnectOptions{}), HasSubstr("the option plainText"));
-  EXPECT_EQ(call(*connect(address(), testing::plainClient()), "echo", std::string("hello")), "hello");
+  EXPECT_EQ(call(*connect(address(), plainClient()), "echo", std::string("hello")), "hello");
 }
 
 TEST_F(Security, CredentialsAndThePlainWordExcludeEachOther) {
   serve(authority().server());
-  ConnectOptions options = testing::plainClient();
+  ConnectOptions options = plainClient();
   options.credentials = authority().client();
   EXPECT_THAT(refusalOf(options), HasSubstr("exclude each other"));
-  ServerOptions both = testing::plainServer();
+  ServerOptions both = plainServer();
   both.credentials = authority().server();
   EXPECT_THROW(serve(both), FrameworkError);
 }
@@ -153,7 +156,7 @@ TEST_F(Security, WrongTokenIsRefused) {
 // Those that tools ask too, and one that is not there; wherever the service listens.
 TEST_F(Security, EveryMethodWantsTheToken) {
   const std::string right = "Bearer " + authority().client().token;
-  const testing::TemporaryDirectory directory;
+  const TemporaryDirectory directory;
   for (const std::string& where : {std::string("127.0.0.1:0"), directory.address()}) {
     serve(authority().server(), where);
     for (const char* method :
@@ -193,7 +196,7 @@ TEST_F(Security, ClientWithoutACertificateIsRefusedBeforeAnythingIsSent) {
   serve(authority().server());
   Credentials client = authority().client();
   client.certificate.clear();
-  const auto chain = testing::chainThrownBy([&] { echoWith(client); });
+  const auto chain = chainThrownBy([&] { echoWith(client); });
   ASSERT_EQ(chain.size(), 1U);
   EXPECT_EQ(chain[0].text, "The credentials cannot be used: they have no certificate, or it is not PEM.");
 }
@@ -203,7 +206,7 @@ TEST_F(Security, StockClientWithoutACertificateGetsNoConnection) {
   const auto channel =
       grpc::CreateChannel(address(), grpc::SslCredentials({authority().identity().certificate, "", ""}));
   grpc_connectivity_state state = channel->GetState(true);
-  const auto deadline = std::chrono::system_clock::now() + core::testing::kDeadline;
+  const auto deadline = std::chrono::system_clock::now() + kDeadline;
   while (state != GRPC_CHANNEL_TRANSIENT_FAILURE && state != GRPC_CHANNEL_READY &&
          channel->WaitForStateChange(state, deadline))
     state = channel->GetState(true);
@@ -251,11 +254,11 @@ TEST_F(Security, ServicesFilesCannotCall) {
 
 TEST_F(Security, PlainClientIsToldThatTheServiceSpeaksTls) {
   serve(authority().server());
-  EXPECT_THAT(refusalOf(testing::plainClient()), AllOf(HasSubstr("speaks TLS"), HasSubstr("--tls DIR")));
+  EXPECT_THAT(refusalOf(plainClient()), AllOf(HasSubstr("speaks TLS"), HasSubstr("--tls DIR")));
 }
 
 TEST_F(Security, TlsClientIsToldThatTheServiceSpeaksPlainText) {
-  serve(testing::plainServer());
+  serve(plainServer());
   EXPECT_THAT(refusalOf(authority().client()), AllOf(HasSubstr("does not speak TLS"), HasSubstr("--insecure")));
 }
 
@@ -264,7 +267,7 @@ TEST_F(Security, RefusedClientsDoNotDisturbOthers) {
   ConnectOptions options;
   options.credentials = authority().client();
   const auto good = connect(address(), options);
-  refusalOf(testing::plainClient());
+  refusalOf(plainClient());
   refusalOf(TestAuthority().client());
   EXPECT_EQ(call(*good, "echo", std::string("still here")), "still here");
 }
@@ -276,7 +279,7 @@ TEST_F(Security, UnusableCredentialsAreNamedWithoutTheirSecrets) {
   const auto refusalOfChanged = [&](std::string Credentials::*part, const std::string& value) {
     Credentials bad = good;
     bad.*part = value;
-    const auto chain = testing::chainThrownBy([&] { echoWith(bad, "127.0.0.1:1"); });
+    const auto chain = chainThrownBy([&] { echoWith(bad, "127.0.0.1:1"); });
     return chain.empty() ? "accepted" : chain[0].text;
   };
   EXPECT_THAT(refusalOfChanged(&Credentials::authority, ""), HasSubstr("ca.pem"));
@@ -331,4 +334,4 @@ TEST(Credentials, PrintAsNothingButWhoseTheyAre) {
 }
 
 }  // namespace
-}  // namespace agent::spf::grpc_transport
+}  // namespace agent::spf::testing

@@ -7,27 +7,19 @@
 #include "platform/spf/core/Closable.h"
 #include "platform/spf/grpc/TransportsTest.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
-using core::testing::await;
-using core::testing::call;
-using core::testing::kDeadline;
-using core::testing::patternOf;
-using core::testing::readAll;
-using core::testing::sourceOf;
-using testing::nameOfTransport;
-
-class Stress : public testing::Transports {
+class Stress : public Transports {
  protected:
   void serveEverything() {
-    service().add("echo", testing::echo);
-    service().add("wait", [](core::ServerCall& call) {
+    service().add("echo", echo);
+    service().add("wait", [](ServerCall& call) {
       std::promise<void> cancelled;
       call.onCancel([&] { cancelled.set_value(); });
       cancelled.get_future().wait();
     });
-    service().add("fail", [](core::ServerCall& call) {
+    service().add("fail", [](ServerCall& call) {
       call.reply() << "abc";
       throw std::runtime_error("it failed");
     });
@@ -47,14 +39,14 @@ void echoWhole(core::Invokable& client, Random& random) {
 }
 
 void dropHalfRead(core::Invokable& client, Random& random) {
-  auto reply = core::testing::start(client, "echo", sourceOf(patternOf(randomSize(random))));
+  auto reply = start(client, "echo", sourceOf(patternOf(randomSize(random))));
   const auto stream = await(reply)->getImportedIstream();
   stream->ignore(static_cast<std::streamsize>(randomSize(random) / 2));
 }
 
 void giveUpWaiting(core::Invokable& client, Random& random) {
   std::stop_source giveUp;
-  auto reply = core::testing::start(client, "wait", sourceOf(patternOf(randomSize(random))), {giveUp.get_token()});
+  auto reply = start(client, "wait", sourceOf(patternOf(randomSize(random))), {giveUp.get_token()});
   if (random() % 2U == 0)
     std::this_thread::yield();
   giveUp.request_stop();
@@ -62,7 +54,7 @@ void giveUpWaiting(core::Invokable& client, Random& random) {
 }
 
 void seeItFail(core::Invokable& client, Random& /*random*/) {
-  auto reply = core::testing::start(client, "fail", sourceOf(""));
+  auto reply = start(client, "fail", sourceOf(""));
   EXPECT_THROW(readAll(*await(reply)->getImportedIstream()), std::runtime_error);
 }
 
@@ -107,4 +99,4 @@ TEST_P(Stress, ConnectionThatIsClosedInTheMiddleOfItAllEndsEveryCall) {
 INSTANTIATE_TRANSPORTS(Stress);
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -11,16 +11,8 @@
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/testing/ServiceProcess.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
-
-using core::testing::await;
-using core::testing::call;
-using core::testing::patternOf;
-using core::testing::sourceOf;
-using core::testing::start;
-using ::testing::HasSubstr;
-using testing::ServiceProcess;
 
 // Only root can set a limit that counts that process alone.
 class ThreadLimit : public ::testing::Test {
@@ -37,7 +29,7 @@ TEST_F(ThreadLimit, ServiceStartsAndServesOrSaysThatItHasNoThread) {
   for (unsigned threads = 1; threads < 100; ++threads) {
     try {
       ServiceProcess service(address(), threads);
-      const auto client = grpc_transport::connect(service.address(), testing::plainClient());
+      const auto client = grpc_transport::connect(service.address(), plainClient());
       EXPECT_EQ(call(*client, "echo", std::string("abc")), "abc");
       EXPECT_EQ(service.end(), 0);
       EXPECT_GT(threads, 4U);
@@ -53,12 +45,12 @@ TEST_F(ThreadLimit, CrowdIsServedInLineAndNobodyIsShutOut) {
   constexpr unsigned kThreads = 24;
   constexpr int kCalls = 120;
   ServiceProcess service(address(), kThreads);
-  const auto client = grpc_transport::connect(service.address(), testing::plainClient());
+  const auto client = grpc_transport::connect(service.address(), plainClient());
   const std::string bytes = patternOf(std::size_t{2} << 20);
   std::vector<std::future<bool>> echoes;
   for (int i = 0; i < kCalls; ++i)
     echoes.push_back(std::async(std::launch::async, [&] { return call(*client, "echo", bytes) == bytes; }));
-  const auto newcomer = grpc_transport::connect(service.address(), testing::plainClient());
+  const auto newcomer = grpc_transport::connect(service.address(), plainClient());
   EXPECT_EQ(call(*newcomer, "echo", std::string("abc")), "abc");
   for (auto& echo : echoes)
     EXPECT_TRUE(await(echo));
@@ -69,7 +61,7 @@ TEST_F(ThreadLimit, CrowdIsServedInLineAndNobodyIsShutOut) {
 TEST_F(ThreadLimit, ServiceEndsWhileAllItsThreadsWait) {
   constexpr unsigned kThreads = 24;
   ServiceProcess service(address(), kThreads);
-  const auto client = grpc_transport::connect(service.address(), testing::plainClient());
+  const auto client = grpc_transport::connect(service.address(), plainClient());
   std::vector<core::testing::ReplyFuture> waiting;
   for (unsigned i = 0; i < 2 * kThreads; ++i)
     waiting.push_back(start(*client, "doNothing", sourceOf("")));
@@ -80,4 +72,4 @@ TEST_F(ThreadLimit, ServiceEndsWhileAllItsThreadsWait) {
 }
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -4,21 +4,10 @@
 #include "platform/spf/core/Closable.h"
 #include "platform/spf/grpc/TransportsTest.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
-using core::ServerCall;
-using core::testing::await;
-using core::testing::call;
-using core::testing::openReply;
-using core::testing::patternOf;
-using core::testing::readAll;
-using core::testing::sourceOf;
-using testing::awaitEvent;
-using testing::echo;
-using testing::nameOfTransport;
-
-class TransportsClose : public testing::Transports {
+class TransportsClose : public Transports {
  protected:
   // Writes for ever, and tells when the call's end has reached it.
   void addProduce() {
@@ -52,7 +41,7 @@ class TransportsClose : public testing::Transports {
 TEST_P(TransportsClose, EndsACallThatWaits) {
   addSilent();
   connect();
-  auto waiting = core::testing::start(client(), "silent", sourceOf("request"));
+  auto waiting = start(client(), "silent", sourceOf("request"));
   awaitEvent(probe()->entered);
   close();
   EXPECT_THROW(await(waiting), Terminated);
@@ -86,7 +75,7 @@ TEST_P(TransportsClose, EndsACallThatUploads) {
       throw;
     }
   };
-  auto uploading = core::testing::start(client(), "silent", sourceOf(writer, 1L << 50));
+  auto uploading = start(client(), "silent", sourceOf(writer, 1L << 50));
   awaitEvent(probe()->entered);
   close();
   EXPECT_THROW(await(uploading), Terminated);
@@ -224,4 +213,4 @@ TEST_P(TransportsClose, AmidCallsThatStartEndsThemAll) {
 INSTANTIATE_TRANSPORTS(TransportsClose);
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

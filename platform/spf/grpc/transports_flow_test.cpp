@@ -7,22 +7,8 @@
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/grpc/TransportsTest.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
-
-using core::ServerCall;
-using core::testing::await;
-using core::testing::call;
-using core::testing::kDeadline;
-using core::testing::openReply;
-using core::testing::patternOf;
-using core::testing::readAll;
-using core::testing::sourceOf;
-using testing::awaitEvent;
-using testing::echo;
-using ::testing::HasSubstr;
-using testing::nameOfTransport;
-using testing::Probe;
 
 constexpr long kMebibyte = 1L << 20;
 // What a writer may be ahead of a reader that does nothing: the kernel's buffers, gRPC's window, which over TLS is
@@ -30,7 +16,7 @@ constexpr long kMebibyte = 1L << 20;
 constexpr long kMostAhead = 24 * kMebibyte;
 constexpr long kMostAheadOverTls = 48 * kMebibyte;
 
-class TransportsFlow : public testing::Transports {
+class TransportsFlow : public Transports {
  protected:
   static long mostAhead() { return GetParam() == "tls" ? kMostAheadOverTls : kMostAhead; }
 };
@@ -61,7 +47,7 @@ TEST_P(TransportsFlow, SixtyFourCallsAtOnceAllEndWell) {
   });
   std::vector<core::testing::ReplyFuture> futures;
   for (std::size_t i = 0; i < 64; ++i)
-    futures.push_back(core::testing::start(client(), "meet", sourceOf(patternOf(1000 * i, i))));
+    futures.push_back(start(client(), "meet", sourceOf(patternOf(1000 * i, i))));
   for (std::size_t i = 0; i < 64; ++i)
     EXPECT_TRUE(readAll(*await(futures[i])->getImportedIstream()) == patternOf(1000 * i, i)) << i;
 }
@@ -113,7 +99,7 @@ TEST_P(TransportsFlow, QuickMethodThatOnceWaitsForAnotherCallDoesNotHoldItUp) {
     call(client(), "quick", "");
   std::vector<core::testing::ReplyFuture> waiting;
   for (int i = 0; i < 3; ++i)
-    waiting.push_back(core::testing::start(client(), "quick", sourceOf("wait")));
+    waiting.push_back(start(client(), "quick", sourceOf("wait")));
   call(client(), "open", "");
   for (auto& reply : waiting)
     EXPECT_EQ(readAll(*await(reply)->getImportedIstream()), "");
@@ -177,7 +163,7 @@ TEST_P(TransportsFlow, SlowHandlerStallsTheWriterOfTheRequest) {
       probe->bytes += kMebibyte;
     }
   };
-  auto future = core::testing::start(client(), "slow", sourceOf(writer, kSize));
+  auto future = start(client(), "slow", sourceOf(writer, kSize));
   EXPECT_LE(stalledAt(client(), probe()->bytes), mostAhead());
   probe()->mayGoOn.set_value();
   EXPECT_EQ(readAll(*await(future)->getImportedIstream()), "");
@@ -208,7 +194,7 @@ TEST_P(TransportsFlow, ReplyGivenUpHalfwayCancelsItsHandlerAndTheNextCallSucceed
 TEST_P(TransportsFlow, ReplyWhoseStreamIsNeverTakenCancelsItsHandler) {
   service().add("echo", echo);
   serve("produce", [probe = probe()](ServerCall& call) { produce(call, *probe); });
-  auto future = core::testing::start(client(), "produce", sourceOf(""));
+  auto future = start(client(), "produce", sourceOf(""));
   await(future);
   awaitEvent(probe()->left);
   EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
@@ -224,10 +210,10 @@ TEST_P(TransportsFlow, WaiterThatGivesUpCancelsItsHandlerAndTheNextCallSucceeds)
     probe->left.set_value();
   });
   std::stop_source giveUp;
-  auto waiting = core::testing::start(client(), "silent", sourceOf("x"), {giveUp.get_token()});
+  auto waiting = start(client(), "silent", sourceOf("x"), {giveUp.get_token()});
   awaitEvent(probe()->entered);
   giveUp.request_stop();
-  const auto chain = testing::chainThrownBy([&] { await(waiting); });
+  const auto chain = chainThrownBy([&] { await(waiting); });
   ASSERT_EQ(chain.size(), 1U);
   EXPECT_EQ(chain[0].kind, core::ErrorLevel::Kind::terminated);
   EXPECT_EQ(chain[0].text, "Call \"silent\" was given up by its caller.");
@@ -251,7 +237,7 @@ TEST_P(TransportsFlow, UploadThatIsGivenUpEndsAndTheNextCallSucceeds) {
       throw;
     }
   };
-  auto waiting = core::testing::start(client(), "deaf", sourceOf(endless, 1L << 40), {giveUp.get_token()});
+  auto waiting = start(client(), "deaf", sourceOf(endless, 1L << 40), {giveUp.get_token()});
   giveUp.request_stop();
   EXPECT_THROW(await(waiting), Terminated);
   awaitEvent(ended);
@@ -263,7 +249,7 @@ TEST_P(TransportsFlow, CallThatIsGivenUpBeforeItBeginsIsNotHeldUp) {
   serve("echo", echo);
   std::stop_source giveUp;
   giveUp.request_stop();
-  auto waiting = core::testing::start(client(), "echo", sourceOf("x"), {giveUp.get_token()});
+  auto waiting = start(client(), "echo", sourceOf("x"), {giveUp.get_token()});
   EXPECT_THROW(await(waiting), Terminated);
   EXPECT_EQ(call(client(), "echo", std::string("next")), "next");
 }
@@ -272,7 +258,7 @@ TEST_P(TransportsFlow, GivingUpAfterTheReplyHasBegunHasNoEffect) {
   serve("echo", echo);
   std::stop_source giveUp;
   const std::string bytes = patternOf(5'000'000);
-  auto waiting = core::testing::start(client(), "echo", sourceOf(bytes), {giveUp.get_token()});
+  auto waiting = start(client(), "echo", sourceOf(bytes), {giveUp.get_token()});
   const auto reply = await(waiting)->getImportedIstream();
   giveUp.request_stop();
   EXPECT_TRUE(readAll(*reply) == bytes);
@@ -344,7 +330,7 @@ TEST_P(TransportsFlow, ClosingTheConnectionTerminatesWaitersAndReaders) {
     probe->entered.set_value();
     awaitEvent(probe->cancelled);
   });
-  auto waiting = core::testing::start(client(), "silent", sourceOf(""));
+  auto waiting = start(client(), "silent", sourceOf(""));
   awaitEvent(probe()->entered);
   const auto reading = openReply(client(), "produce", sourceOf(""));
   disconnect();
@@ -371,7 +357,7 @@ TEST_P(TransportsFlow, ConnectionMayBeLetGoInsideACompletionHandler) {
 INSTANTIATE_TRANSPORTS(TransportsFlow);
 
 // The rest needs a server of its own.
-class TransportsServer : public testing::Transports {};
+class TransportsServer : public Transports {};
 
 TEST_P(TransportsServer, StoppingTheServiceTerminatesCallsUnderWayAndLaterOnes) {
   std::promise<void> disconnected;
@@ -382,12 +368,12 @@ TEST_P(TransportsServer, StoppingTheServiceTerminatesCallsUnderWayAndLaterOnes) 
     probe->entered.set_value();
     awaitEvent(probe->cancelled);
   });
-  auto waiting = core::testing::start(client(), "silent", sourceOf(""));
+  auto waiting = start(client(), "silent", sourceOf(""));
   awaitEvent(probe()->entered);
   const auto reading = openReply(client(), "produce", sourceOf(""));
   const std::string where = address();
   stopServer();
-  const auto chain = testing::chainThrownBy([&] { await(waiting); });
+  const auto chain = chainThrownBy([&] { await(waiting); });
   ASSERT_EQ(chain.size(), 1U);
   EXPECT_EQ(chain[0].kind, core::ErrorLevel::Kind::terminated);
   EXPECT_THAT(chain[0].text, HasSubstr(where));
@@ -411,4 +397,4 @@ TEST_P(TransportsServer, IdleConnectionLearnsThatTheServiceEnded) {
 INSTANTIATE_TEST_SUITE_P(All, TransportsServer, ::testing::Values("unix", "tcp"), nameOfTransport);
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

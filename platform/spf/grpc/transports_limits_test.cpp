@@ -1,23 +1,14 @@
 // What every transport must do: hold requests and replies to the limits that are set for them.
 #include "platform/spf/grpc/TransportsTest.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
 using core::ByteLimit;
-using core::ServerCall;
-using core::testing::await;
-using core::testing::call;
-using core::testing::openReply;
-using core::testing::patternOf;
-using core::testing::readAll;
-using core::testing::sourceOf;
-using testing::chainThrownBy;
-using testing::nameOfTransport;
 
 using Kind = core::ErrorLevel::Kind;
 
-class TransportsLimits : public testing::Transports {};
+class TransportsLimits : public Transports {};
 
 core::ErrorChain refusal(const std::string& text) {
   return {{Kind::framework, "", "", text}};
@@ -40,8 +31,8 @@ TEST_P(TransportsLimits, RequestAboveTheServicesLimitIsRefusedBeforeItsHandlerIs
 
 TEST_P(TransportsLimits, LimitOfAMethodComesBeforeThatOfTheService) {
   service().limitRequests({10, "the service's"});
-  service().add("large", testing::echo, ByteLimit{20, "its own"});
-  serve("small", testing::echo);
+  service().add("large", echo, ByteLimit{20, "its own"});
+  serve("small", echo);
   EXPECT_EQ(call(client(), "large", patternOf(20)), patternOf(20));
   EXPECT_EQ(chainThrownBy([&] { call(client(), "large", patternOf(21)); }),
             refusal("The request of call \"large\" has 21 bytes, and at most 20 are allowed: see its own."));
@@ -51,7 +42,7 @@ TEST_P(TransportsLimits, LimitOfAMethodComesBeforeThatOfTheService) {
 
 INSTANTIATE_TRANSPORTS(TransportsLimits);
 
-class ReplyLimit : public testing::Transports {};
+class ReplyLimit : public Transports {};
 
 TEST_P(ReplyLimit, ReplyThatIsAnnouncedTooLargeFailsItsCallAndCancelsIt) {
   connectOptions().replyLimit = ByteLimit{1'000'000, "--max-reply"};
@@ -61,7 +52,7 @@ TEST_P(ReplyLimit, ReplyThatIsAnnouncedTooLargeFailsItsCallAndCancelsIt) {
   });
   EXPECT_TRUE(call(client(), "echo", patternOf(1'000'000)) == patternOf(1'000'000));
   for (const std::size_t size : {1'000'001UL, 30'000'000UL}) {
-    auto waiting = core::testing::start(client(), "echo", sourceOf(patternOf(size)));
+    auto waiting = start(client(), "echo", sourceOf(patternOf(size)));
     EXPECT_EQ(chainThrownBy([&] { await(waiting); }),
               refusal("The reply of call \"echo\" has " + std::to_string(size) +
                       " bytes, and at most 1000000 are allowed: see --max-reply."));
@@ -91,4 +82,4 @@ TEST_P(ReplyLimit, ReplyOfUnknownSizeIsCountedAsItIsRead) {
 INSTANTIATE_TEST_SUITE_P(All, ReplyLimit, ::testing::Values("unix", "tcp"), nameOfTransport);
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -6,30 +6,17 @@
 #include "platform/errors/RemoteException.h"
 #include "platform/spf/grpc/TransportsTest.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
 using core::ErrorChain;
 using core::ErrorLevel;
-using core::ServerCall;
-using core::testing::await;
-using core::testing::call;
 using core::testing::callWithBytes;
 using core::testing::digestOf;
-using core::testing::openReply;
-using core::testing::patternOf;
-using core::testing::readAll;
-using core::testing::sourceOf;
 using ::testing::AllOf;
-using testing::awaitEvent;
-using testing::chainThrownBy;
-using testing::echo;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
-using testing::nameOfTransport;
 using ::testing::SizeIs;
-using testing::Transports;
 
 using Kind = ErrorLevel::Kind;
 
@@ -287,7 +274,7 @@ TEST_P(Transports, FailedReadFailsAgainWhenReadOn) {
 
 TEST_P(Transports, StreamOfAReplyIsGivenOnce) {
   serve("echo", echo);
-  auto future = core::testing::start(client(), "echo", sourceOf("x"));
+  auto future = start(client(), "echo", sourceOf("x"));
   const auto source = await(future);
   EXPECT_EQ(readAll(*source->getImportedIstream()), "x");
   EXPECT_THROW(source->getImportedIstream(), FrameworkError);
@@ -413,4 +400,4 @@ TEST_P(Transports, FlushSendsTheHeadBeforeAnyByte) {
 INSTANTIATE_TRANSPORTS(Transports);
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing

@@ -14,13 +14,9 @@
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/transport.grpc.pb.h"
 
-namespace agent::spf {
+namespace agent::spf::testing {
 namespace {
 
-using core::ServerCall;
-using core::testing::await;
-using core::testing::readAll;
-using core::testing::sourceOf;
 using grpc::health::v1::Health;
 using grpc::health::v1::HealthCheckRequest;
 using grpc::health::v1::HealthCheckResponse;
@@ -28,17 +24,16 @@ using grpc::reflection::v1alpha::ServerReflection;
 using grpc::reflection::v1alpha::ServerReflectionRequest;
 using grpc::reflection::v1alpha::ServerReflectionResponse;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 constexpr const char* kTransport = "agent.spf.v1.Transport";
 
 class StandardServices : public ::testing::Test {
  protected:
   void SetUp() override {
-    service_->add("echo", testing::echo);
+    service_->add("echo", echo);
     service_->add("slow", [this](ServerCall& call) {
       probe_.entered.set_value();
-      testing::awaitEvent(probe_.mayGoOn);
+      awaitEvent(probe_.mayGoOn);
       call.reply() << "done";
     });
     listen(std::chrono::milliseconds(0));
@@ -67,7 +62,7 @@ class StandardServices : public ::testing::Test {
 
   static grpc::Status check(Health::Stub& stub, const std::string& name, HealthCheckResponse& response) {
     grpc::ClientContext context;
-    context.set_deadline(std::chrono::system_clock::now() + core::testing::kDeadline);
+    context.set_deadline(std::chrono::system_clock::now() + kDeadline);
     return stub.Check(&context, requestFor(name), &response);
   }
 
@@ -78,8 +73,8 @@ class StandardServices : public ::testing::Test {
     return response.status();
   }
 
-  testing::TemporaryDirectory directory_;
-  testing::Probe probe_;
+  TemporaryDirectory directory_;
+  Probe probe_;
   std::shared_ptr<core::Service> service_ = std::make_shared<core::Service>();
   std::unique_ptr<grpc_transport::Server> server_;
   std::shared_ptr<grpc::Channel> channel_;
@@ -138,8 +133,8 @@ TEST_F(StandardServices, DrainingServerSaysThatItDoesNotServe) {
   EXPECT_EQ(response.status(), HealthCheckResponse::SERVING);
 
   const auto client = grpc_transport::connect(server_->address());
-  auto reply = core::testing::start(*client, "slow", sourceOf(""));
-  testing::awaitEvent(probe_.entered);
+  auto reply = start(*client, "slow", sourceOf(""));
+  awaitEvent(probe_.entered);
   const auto fresh = Health::NewStub(newChannel());
   const auto transport = v1::Transport::NewStub(newChannel());
   std::thread stopper([this] { server_ = nullptr; });
@@ -336,4 +331,4 @@ TEST_F(Reflection, ManyRequestsAtOnceAreAnsweredInOrder) {
 }
 
 }  // namespace
-}  // namespace agent::spf
+}  // namespace agent::spf::testing
