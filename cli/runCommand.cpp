@@ -16,13 +16,15 @@
 #include "platform/errors/visibleText.h"
 #include "scheduler/durations.h"
 #include "toolbox/AtomicFile.h"
+#include "toolbox/TaskInputs.h"
 #include "transport/streams/FunctionalByteSink.h"
 
 namespace zks {
 namespace {
 
 using parallel::spf::transport::FunctionalByteSink;
-using parallel::toolbox::Item;
+using parallel::toolbox::FileKind;
+using parallel::toolbox::TaskInputs;
 using parallel::toolbox::TaskResult;
 using parallel::zksmessages::TaskDescription;
 using parallel::zksmessages::TaskLimits;
@@ -46,30 +48,27 @@ void setLimits(const TaskLimitOptions& options, TaskLimits& limits) {
     limits.set_open_files(*options.openFiles);
 }
 
-TaskDescription describeTask(const RunOptions& options) {
+TaskDescription describeTask(const RunOptions& options, const TaskInputs& inputs) {
   TaskDescription task;
   for (const std::string& word : options.command)
     task.add_argv(word);
   for (const auto& [name, value] : options.environment)
     (*task.mutable_environment())[name] = value;
   task.set_clear_environment(options.clearEnvironment);
-  task.set_standard_input(options.standardInput.has_value());
-  for (const InputArgument& input : options.inputs)
-    task.add_input_files(input.name);
+  inputs.describe(task);
   for (const std::string& name : options.outputs)
     task.add_output_files(name);
   setLimits(options.limits, *task.mutable_limits());
   return task;
 }
 
-// In the order in which the service reads them.
-std::vector<Item> inputItems(const RunOptions& options) {
-  std::vector<Item> items;
+TaskInputs inputsOf(const RunOptions& options) {
+  TaskInputs inputs;
   if (options.standardInput)
-    items.push_back(standardInputItem(*options.standardInput));
+    inputs.setStandardInput(standardInputItem(*options.standardInput));
   for (const InputArgument& input : options.inputs)
-    items.push_back(parallel::toolbox::fileItem(input.path));
-  return items;
+    inputs.add(input.name, input.path);
+  return inputs;
 }
 
 std::string_view viewOf(const tova::factory::qxArrayProxy& bytes) {
@@ -106,9 +105,8 @@ int exitCodeOf(const TesselTaskExecutionInfo& info, const RunOptions& options) {
   }
 }
 
-bool isMissing(const TesselTaskExecutionInfo& info, const std::string& name) {
-  const auto& missing = info.missing_outputs();
-  return std::find(missing.begin(), missing.end(), name) != missing.end();
+bool isAmong(const google::protobuf::RepeatedPtrField<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 // Returns why it cannot be said, if so: a reader who has gone is no reason to lose the outputs.
@@ -126,7 +124,7 @@ std::exception_ptr sayWhatItSaid(const TaskResult& result) {
 std::vector<std::string> fetchOutputs(TaskResult& result, const RunOptions& options) {
   std::vector<std::string> missing;
   for (const std::string& name : options.outputs) {
-    if (isMissing(result.info, name)) {
+    if (isAmong(result.info.missing_outputs(), name)) {
       const auto problem = result.info.unusable_outputs().find(name);
       if (problem != result.info.unusable_outputs().end())
         say("the output \"" + name + "\" cannot be fetched: " + problem->second);
@@ -134,7 +132,8 @@ std::vector<std::string> fetchOutputs(TaskResult& result, const RunOptions& opti
       FunctionalByteSink nowhere([](const std::byte*, std::size_t) {});
       result.outputs.takeBytes(nowhere);
     } else {
-      result.outputs.takeFile(options.directory + "/" + name);
+      const bool isProgram = isAmong(result.info.executable_outputs(), name);
+      result.outputs.takeFile(options.directory + "/" + name, isProgram ? FileKind::Program : FileKind::Data);
     }
   }
   return missing;
@@ -156,14 +155,14 @@ int exitCodeWithMissing(int taskCode, const TesselTaskExecutionInfo& info, const
 }  // namespace
 
 int runCommand(const GlobalOptions& global, const RunOptions& options) {
-  const std::vector<Item> inputs = inputItems(options);
+  const TaskInputs inputs = inputsOf(options);
   for (const std::string& name : options.outputs)
     parallel::toolbox::checkWritablePlace(options.directory + "/" + name);  // before the task runs for nothing
   const Session session(global);
   std::optional<ProgressBar> bar;
   if (!options.standardInput || !isTyped(*options.standardInput))
     bar.emplace(session.progress());
-  TaskResult result = session.client().runTask(describeTask(options), inputs);
+  TaskResult result = session.client().runTask(describeTask(options, inputs), inputs.items());
   const std::exception_ptr unsaid = sayWhatItSaid(result);
   const std::vector<std::string> missing = fetchOutputs(result, options);
   if (unsaid != nullptr)

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -240,6 +241,20 @@ TEST_P(ZksEndToEnd, RunReplacesAnOutputThatIsThere) {
   writeFile(path("out/o"), "old and longer");
   EXPECT_EQ(zks({"run", "--output", "o", "--to", "out", "--", "sh", "-c", "printf new > o"}).exitCode, 0);
   EXPECT_EQ(readFile(path("out/o")), "new");
+}
+
+TEST_P(ZksEndToEnd, RunFetchesProgramsThatCanBeRun) {
+  writeFile(path("data"), "x");
+  writeFile(path("tool"), "#!/bin/sh\n");
+  std::filesystem::permissions(path("tool"), std::filesystem::perms(0755));
+  const auto outcome =
+      zks({"run", "--file", "data", "--file", "tool", "--output", "data", "--output", "tool", "--output", "prog",
+           "--to", "out", "--", "sh", "-c", R"(printf '#!/bin/sh\necho ran\n' > prog; chmod +x prog)"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+  const auto mayRun = [&](const char* name) { return ::access(path(std::string("out/") + name).c_str(), X_OK) == 0; };
+  EXPECT_FALSE(mayRun("data"));
+  EXPECT_TRUE(mayRun("tool"));
+  EXPECT_EQ(runProgram({path("out/prog")}, directory()).output, "ran\n");
 }
 
 TEST_P(ZksEndToEnd, ExitCodeIsTheTasksOwn) {

@@ -1,6 +1,7 @@
 #include "scheduler/RunTaskMethod.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <limits>
@@ -134,6 +135,24 @@ zksmessages::ResultPayload resultPayload(const TesselTaskExecutionInfo& info) {
   return payload;
 }
 
+// Which outputs are programs. An input may be run whatever it was where it came from: that is handed back as it came,
+// unless the task changed its permissions.
+class ProgramOutputs {
+ public:
+  explicit ProgramOutputs(const TaskDescription& task)
+      : inputs_(task.input_files().begin(), task.input_files().end()),
+        programs_(task.executable_inputs().begin(), task.executable_inputs().end()) {}
+
+  bool contains(std::string_view name, mode_t permissions) const {
+    const bool asItCame = permissions == TaskScratch::kInputPermissions && inputs_.contains(name);
+    return (permissions & S_IXUSR) != 0 && (!asItCame || programs_.contains(name));
+  }
+
+ private:
+  const std::set<std::string_view> inputs_;
+  const std::set<std::string_view> programs_;
+};
+
 // What the task left behind, as the reply will hold it. Looks at everything before the first byte of the reply is
 // written, and tells the sizes beforehand; what cannot be returned is empty, and said.
 class TaskReply {
@@ -142,8 +161,9 @@ class TaskReply {
       : pool_(files) {
     addCapture(scratch.standardOutput(), "the standard output", info);
     addCapture(scratch.standardError(), "the standard error", info);
+    const ProgramOutputs programs(task);
     for (const std::string& name : task.output_files())
-      addOutput(scratch.output(name), name, info);
+      addOutput(scratch.output(name), name, programs, info);
     result_ = resultPayload(info);
   }
 
@@ -183,14 +203,18 @@ class TaskReply {
     add({std::move(path), std::move(what), status.nbytes}, ReplyWriter::framedPlainBytes(status.nbytes));
   }
 
-  void addOutput(std::filesystem::path path, const std::string& name, TesselTaskExecutionInfo& info) {
+  void addOutput(std::filesystem::path path, const std::string& name, const ProgramOutputs& programs,
+                 TesselTaskExecutionInfo& info) {
     OutputStatus status = fileStatus(path);
     if (status.nbytes > kMostBytes - dataBytes_ || framedBytes(status.nbytes) > kMostBytes - dataBytes_)
       status = {.isThere = false,
                 .nbytes = 0,
+                .permissions = 0,
                 .problem = "no reply can hold its " + std::to_string(status.nbytes) + " bytes"};
     if (!status.isThere)
       info.add_missing_outputs(name);
+    else if (programs.contains(name, status.permissions))
+      info.add_executable_outputs(name);
     if (!status.problem.empty())
       (*info.mutable_unusable_outputs())[name] = status.problem;
     add({std::move(path), "the output file " + inQuotes(name), status.nbytes}, framedBytes(status.nbytes));

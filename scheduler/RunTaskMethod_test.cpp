@@ -240,6 +240,24 @@ TEST_F(RunTask, OutputThatCannotBeReturnedIsToldAndTheRestArrives) {
   EXPECT_EQ(reply.info.unusable_outputs().at("d"), "it is a directory, and only regular files can be returned");
 }
 
+TEST_F(RunTask, OutputsThatAreProgramsAreTold) {
+  TaskDescription task = shellTask("printf x > data; printf x > tool; chmod 0750 tool; mkdir d");
+  for (const char* name : {"data", "tool", "d", "none"})
+    task.add_output_files(name);
+  EXPECT_THAT(run(task).info.executable_outputs(), ElementsAre("tool"));
+}
+
+TEST_F(RunTask, InputsThatComeBackAreProgramsIfTheyWereOrTheTaskMadeThemSo) {
+  TaskDescription task = shellTask("chmod +x made; rm new; printf x > new");
+  for (const char* name : {"data", "tool", "made", "new"}) {
+    task.add_input_files(name);
+    task.add_output_files(name);
+  }
+  task.add_executable_inputs("tool");
+  task.add_executable_inputs("new");
+  EXPECT_THAT(run(task, {"1", "2", "3", "4"}).info.executable_outputs(), ElementsAre("tool", "made"));
+}
+
 // In memory, where files may be as large as any.
 TEST(RunTaskInMemory, SizeOfTheReplyStaysOneThatCanBeSaid) {
   constexpr long kHuge = long{1} << 62;

@@ -75,7 +75,7 @@ fs::path TaskScratch::createStandardInput() const {
 
 fs::path TaskScratch::createInput(const std::string& name) const {
   fs::path path = workDirectory() / name;
-  const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRWXU));
+  const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kInputPermissions));
   if (!file)
     throwSystemError("Making the input file " + errors::inQuotes(name));
   return path;
@@ -104,6 +104,7 @@ OutputStatus fileStatus(const fs::path& path) {
   else if (::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0)
     result.problem = "it cannot be read: " + systemErrorText(errno);
   result.isThere = result.problem.empty();
+  result.permissions = status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
   result.nbytes = result.isThere ? static_cast<std::uint64_t>(status.st_size) : 0;
   return result;
 }

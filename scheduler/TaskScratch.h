@@ -4,6 +4,8 @@
 // (checkTaskDescription.h).
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -25,6 +27,9 @@ struct TaskDescriptors {
 // Threads: one at a time.
 class TaskScratch {
  public:
+  // An input file's permissions let the task run it as a program.
+  static constexpr mode_t kInputPermissions = 0700;
+
   // The area must outlive it.
   explicit TaskScratch(ScratchArea& area);
   // Removes everything; logs when that fails.
@@ -34,8 +39,7 @@ class TaskScratch {
 
   const std::filesystem::path& path() const noexcept { return path_; }
 
-  // Make an empty file for what the task is to read, once, and return its path. An input file's mode lets the task run
-  // it as a program.
+  // Make an empty file for what the task is to read, once, and return its path.
   std::filesystem::path createStandardInput() const;
   std::filesystem::path createInput(const std::string& name) const;
 
@@ -58,6 +62,7 @@ class TaskScratch {
 struct OutputStatus {
   bool isThere = false;
   std::uint64_t nbytes = 0;
+  mode_t permissions = 0;
   std::string problem;  // why it cannot be returned: "it is a symbolic link, ..."
 };
 

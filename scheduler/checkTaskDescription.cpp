@@ -77,6 +77,14 @@ void checkNames(const char* field, const Names& names) {
   }
 }
 
+void checkPrograms(const TaskDescription& task) {
+  const std::set<std::string_view> inputs(task.input_files().begin(), task.input_files().end());
+  for (int i = 0; i < task.executable_inputs_size(); ++i) {
+    if (!inputs.contains(task.executable_inputs(i)))
+      refuse(element("executable_inputs", i), inQuotes(task.executable_inputs(i)) + " is not among input_files");
+  }
+}
+
 void checkDuration(const char* field, const google::protobuf::Duration& duration) {
   if (!isPositiveDuration(duration))
     refuse(field, std::to_string(duration.seconds()) + " s and " + std::to_string(duration.nanos()) +
@@ -103,6 +111,7 @@ void checkTaskDescription(const TaskDescription& task) {
   checkEnvironment(task);
   checkNames("input_files", task.input_files());
   checkNames("output_files", task.output_files());
+  checkPrograms(task);
   checkLimits(task.limits());
 }
 

@@ -23,6 +23,7 @@ TaskDescription goodTask() {
   (*task.mutable_environment())["EMPTY"] = "";
   task.add_input_files("data.txt");
   task.add_input_files("..data");
+  task.add_executable_inputs("..data");
   task.add_output_files("data.txt");
   task.add_output_files(std::string(255, 'n'));
   auto& limits = *task.mutable_limits();
@@ -82,6 +83,11 @@ TEST(CheckTaskDescription, NamesOccurOnceInEachList) {
   expectRefused([](auto& task) { task.set_input_files(1, "data.txt"); }, "input_files[1]: \"data.txt\" is there twice");
   expectRefused([](auto& task) { task.set_output_files(1, "data.txt"); },
                 "output_files[1]: \"data.txt\" is there twice");
+}
+
+TEST(CheckTaskDescription, ProgramsAreAmongTheInputs) {
+  expectRefused([](auto& task) { task.add_executable_inputs("else"); },
+                "executable_inputs[1]: \"else\" is not among input_files");
 }
 
 TEST(CheckTaskDescription, LimitsAreAboveZero) {

@@ -333,12 +333,14 @@ void AtomicFile::commit() {
   putInPlace();
 }
 
-void writeFile(const std::string& path, const std::function<void(ByteSink&)>& writer) {
+void writeFile(const std::string& path, const std::function<void(ByteSink&)>& writer, FileKind kind) {
   if (isDevice(path)) {
     DeviceSink device(path);
     return writer(device);
   }
   AtomicFile file(path);
+  if (kind == FileKind::Program)
+    file.makeExecutable();
   writer(file);
   file.commit();
 }

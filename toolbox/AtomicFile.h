@@ -24,6 +24,8 @@
 
 namespace parallel::toolbox {
 
+enum class FileKind { Data, Program };
+
 class AtomicFile final : public spf::transport::ByteSink {
  public:
   // Creates the file, so that what cannot be written is found out here.
@@ -58,8 +60,10 @@ class AtomicFile final : public spf::transport::ByteSink {
   std::uint64_t writtenOut_ = 0;  // of these, bytes on their way to the disk
 };
 
-// Has the writer fill the file at the path by way of an AtomicFile. What is a device or a pipe is written to as it is.
-void writeFile(const std::string& path, const std::function<void(spf::transport::ByteSink&)>& writer);
+// Has the writer fill the file at the path by way of an AtomicFile; a program becomes executable. What is a device or a
+// pipe is written to as it is.
+void writeFile(const std::string& path, const std::function<void(spf::transport::ByteSink&)>& writer,
+               FileKind kind = FileKind::Data);
 
 // Throws unless an AtomicFile could be made for the path, as far as that can be told without making one.
 void checkWritablePlace(const std::string& path);

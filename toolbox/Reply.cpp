@@ -6,7 +6,6 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/interrupt/utInterruptState.h"
-#include "toolbox/AtomicFile.h"
 #include "transport/streams/BlockedDataByteStream.h"
 
 namespace parallel::toolbox {
@@ -75,8 +74,9 @@ void Reply::takeBytes(ByteSink& sink) {
   });
 }
 
-void Reply::takeFile(const std::string& path) {
-  writeFile(path, [this](ByteSink& file) { takeBytes(file); });
+void Reply::takeFile(const std::string& path, FileKind kind) {
+  writeFile(
+      path, [this](ByteSink& file) { takeBytes(file); }, kind);
 }
 
 }  // namespace parallel::toolbox

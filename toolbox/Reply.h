@@ -15,6 +15,7 @@
 #include <string>
 
 #include "platform/tova/qxArrayProxy.h"
+#include "toolbox/AtomicFile.h"
 #include "toolbox/ErrorForm.h"
 #include "toolbox/ReplyItem.h"
 #include "transport/streams/ByteSink.h"
@@ -41,7 +42,7 @@ class Reply {
   void takeBytes(spf::transport::ByteSink& sink);
   // The bytes into a file, which appears when it is whole (AtomicFile.h, writeFile). What is wrong with its place is an
   // error that leaves the item untaken.
-  void takeFile(const std::string& path);
+  void takeFile(const std::string& path, FileKind kind = FileKind::Data);
 
  private:
   using Operation = std::function<tova::factory::qxArrayProxy(ReplyItem&)>;

@@ -114,9 +114,9 @@ qxArrayPtr OrderedReply::takePlain(std::size_t index) {
   return take(index, [](auto& source) { return source.takePlain().release(); });
 }
 
-void OrderedReply::takeFile(std::size_t index, const std::string& path) {
-  parallel::toolbox::writeFile(path,
-                               [&](ByteSink& file) { take(index, [&file](auto& source) { source.takeBytes(file); }); });
+void OrderedReply::takeFile(std::size_t index, const std::string& path, parallel::toolbox::FileKind kind) {
+  const auto writer = [&](ByteSink& file) { take(index, [&file](auto& source) { source.takeBytes(file); }); };
+  parallel::toolbox::writeFile(path, writer, kind);
 }
 
 }  // namespace zks::bridge

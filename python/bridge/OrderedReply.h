@@ -34,7 +34,7 @@ class OrderedReply {
   qxArrayPtr takePlain(std::size_t index);
   // The file appears when it is whole; what is no file, a device or a pipe, is written to. `CannotWriteFile` and
   // `CannotWriteIntoDirectory` leave the item untaken when they come before its first byte.
-  void takeFile(std::size_t index, const std::string& path);
+  void takeFile(std::size_t index, const std::string& path, parallel::toolbox::FileKind kind);
 
   // Lets go of the stream, at once or when the item that is being read ends. Items that are in memory already stay.
   void abandon() noexcept;

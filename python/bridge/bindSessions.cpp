@@ -16,6 +16,7 @@
 #include "python/bridge/interpreterLock.h"
 #include "python/bridge/messageToPython.h"
 #include "python/bridge/toPython.h"
+#include "toolbox/TaskInputs.h"
 
 namespace zks::bridge {
 
@@ -24,7 +25,9 @@ using namespace py::literals;
 
 namespace {
 
+using parallel::toolbox::FileKind;
 using parallel::toolbox::Item;
+using parallel::toolbox::TaskInputs;
 using parallel::zksmessages::TaskDescription;
 using parallel::zksmessages::TaskLimits;
 using parallel::zksmessages::TesselTaskExecutionInfo;
@@ -76,6 +79,10 @@ const char* outcomeName(const TesselTaskExecutionInfo& info) {
   }
 }
 
+py::tuple tupleOf(const google::protobuf::RepeatedPtrField<std::string>& texts) {
+  return py::tuple(py::cast(std::vector<std::string>(texts.begin(), texts.end())));
+}
+
 py::dict pythonInfo(const TesselTaskExecutionInfo& info) {
   py::dict fields;
   fields["outcome"] = outcomeName(info);
@@ -87,8 +94,8 @@ py::dict pythonInfo(const TesselTaskExecutionInfo& info) {
   fields["system_time"] = secondsOf(info.system_time());
   fields["queued_time"] = secondsOf(info.queued_time());
   fields["peak_memory_bytes"] = info.peak_memory_bytes();
-  fields["missing_outputs"] =
-      py::cast(std::vector<std::string>(info.missing_outputs().begin(), info.missing_outputs().end()));
+  fields["missing_outputs"] = tupleOf(info.missing_outputs());
+  fields["executable_outputs"] = tupleOf(info.executable_outputs());
   return fields;
 }
 
@@ -135,27 +142,26 @@ std::shared_ptr<OrderedReply> pythonReply(std::shared_ptr<OrderedReply> reply) {
 
 TaskDescription describeTask(const std::vector<std::string>& argv,
                              const std::map<std::string, std::string>& environment, bool clearEnvironment,
-                             bool hasStandardInput, const std::vector<std::string>& inputNames,
-                             const std::vector<std::string>& outputNames, const std::map<std::string, double>& limits) {
+                             const TaskInputs& inputs, const std::vector<std::string>& outputNames,
+                             const std::map<std::string, double>& limits) {
   TaskDescription task;
   task.mutable_argv()->Assign(argv.begin(), argv.end());
   for (const auto& [name, value] : environment)
     (*task.mutable_environment())[name] = value;
   task.set_clear_environment(clearEnvironment);
-  task.set_standard_input(hasStandardInput);
-  task.mutable_input_files()->Assign(inputNames.begin(), inputNames.end());
+  inputs.describe(task);
   task.mutable_output_files()->Assign(outputNames.begin(), outputNames.end());
   setLimits(task, limits);
   return task;
 }
 
 py::tuple runTask(const NativeSession& session, const std::vector<std::string>& argv,
-                  const std::map<std::string, std::string>& environment, bool clearEnvironment, bool hasStandardInput,
-                  const std::vector<std::string>& inputNames, const std::vector<std::string>& outputNames,
-                  const std::map<std::string, double>& limits, const Items& inputs, const Control& control) {
-  const TaskDescription task =
-      describeTask(argv, environment, clearEnvironment, hasStandardInput, inputNames, outputNames, limits);
-  const TaskOutcome outcome = withoutLock(control, session.closing(), [&] { return session.runTask(task, inputs); });
+                  const std::map<std::string, std::string>& environment, bool clearEnvironment,
+                  const TaskInputs& inputs, const std::vector<std::string>& outputNames,
+                  const std::map<std::string, double>& limits, const Control& control) {
+  const TaskDescription task = describeTask(argv, environment, clearEnvironment, inputs, outputNames, limits);
+  const Items items = inputs.items();
+  const TaskOutcome outcome = withoutLock(control, session.closing(), [&] { return session.runTask(task, items); });
   return py::make_tuple(pythonInfo(outcome.info), toBytes(outcome.standardOutput.get()),
                         toBytes(outcome.standardError.get()), pythonReply(outcome.outputs));
 }
@@ -175,6 +181,13 @@ void bindItems(py::module_& module) {
   module.def(
       "message_item", [](py::handle fields) { return messageItem(fromPython(fields, Memory::Borrow).get()); },
       "fields"_a, "The protobuf message that a dict describes; its key MessageType names the type");
+  const auto add = [](TaskInputs& inputs, const std::string& name, py::handle path) {
+    inputs.add(name, pathFromPython(path));
+  };
+  py::class_<TaskInputs>(module, "TaskInputs", "What goes along with a task")
+      .def(py::init<>())
+      .def("add", add, "name"_a, "path"_a)
+      .def("set_standard_input", &TaskInputs::setStandardInput, "item"_a);
   module.def(
       "result_item", [](py::handle fields) { return resultItem(fromPython(fields, Memory::Borrow).get()); }, "fields"_a,
       "The same message in the form that messages have in replies");
@@ -191,16 +204,18 @@ void bindReplies(py::module_& module) {
     const qxArrayPtr bytes = withoutLock(control, nullptr, [&] { return reply.takePlain(index); });
     return toBytes(bytes.get());
   };
-  const auto file = [](OrderedReply& reply, std::size_t index, py::handle path, const Control& control) {
+  const auto file = [](OrderedReply& reply, std::size_t index, py::handle path, bool executable,
+                       const Control& control) {
     const std::string native = pathFromPython(path);
-    withoutLock(control, nullptr, [&] { reply.takeFile(index, native); });
+    const FileKind kind = executable ? FileKind::Program : FileKind::Data;
+    withoutLock(control, nullptr, [&] { reply.takeFile(index, native, kind); });
   };
   py::class_<OrderedReply, std::shared_ptr<OrderedReply>>(module, "Reply", "The items of a reply, each taken once")
       .def("__len__", &OrderedReply::itemCount)
       .def("take_array", array, "index"_a, "control"_a = Control())
       .def("take_message", message, "index"_a, "control"_a = Control())
       .def("take_bytes", plain, "index"_a, "control"_a = Control())
-      .def("take_file", file, "index"_a, "path"_a, "control"_a = Control());
+      .def("take_file", file, "index"_a, "path"_a, "executable"_a, "control"_a = Control());
 }
 
 }  // namespace
@@ -226,8 +241,8 @@ void bindSessions(py::module_& module) {
       .def_property_readonly("is_open", &NativeSession::isOpen)
       .def("call", call, "method"_a, "items"_a, "control"_a = Control())
       .def("echo", echo, "items"_a, "control"_a = Control())
-      .def("run_task", &runTask, "argv"_a, "environment"_a, "clear_environment"_a, "has_standard_input"_a,
-           "input_names"_a, "output_names"_a, "limits"_a, "inputs"_a, "control"_a = Control())
+      .def("run_task", &runTask, "argv"_a, "environment"_a, "clear_environment"_a, "inputs"_a, "output_names"_a,
+           "limits"_a, "control"_a = Control())
       .def("close", close);
 }
 

@@ -8,6 +8,7 @@ import pathlib
 import pickle
 import resource
 import signal
+import subprocess
 import threading
 
 import hypothesis
@@ -217,6 +218,15 @@ def test_run_saves_outputs_in_a_directory(any_session, tmp_path):
     assert repr(task.outputs["a"]).endswith(": saved>")
     with pytest.raises(ValueError, match="to is a directory, and .*nowhere' is none"):
         any_session.run(["true"], to=tmp_path / "nowhere")
+
+
+def test_programs_that_a_task_makes_can_be_run(any_session, tmp_path):
+    task = any_session.run(
+        ["sh", "-c", "printf '#!/bin/sh\\necho ran\\n' >prog; echo x >data; chmod +x prog"], outputs=["data", "prog"], to=tmp_path
+    )
+    assert task.executable_outputs == ("prog",)
+    assert not os.access(tmp_path / "data", os.X_OK)
+    assert subprocess.run([tmp_path / "prog"], capture_output=True).stdout == b"ran\n"
 
 
 def test_a_task_is_true_when_all_went_well(session):

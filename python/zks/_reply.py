@@ -38,12 +38,13 @@ class ReplyItem:
     order; those in front of the one that is read are then kept in memory. Read them before the session is closed.
     """
 
-    def __init__(self, reply: _bridge.Reply, index: int, method: str, calls: Calls, layout: Layout = None):
+    def __init__(self, reply: _bridge.Reply, index: int, method: str, calls: Calls, layout: Layout = None, is_program: bool = False):
         self._reply = reply
         self._index = index
         self._method = method
         self._calls = calls
         self._layout = layout
+        self._is_program = is_program
         self._state = "not read"
 
     def array(self, shape: Sequence[int] | int | None = None, order: str | None = None) -> Any:
@@ -79,7 +80,8 @@ class ReplyItem:
     def save(self, path: str | builtins.bytes | os.PathLike) -> None:
         """Writes a file item to a file, which is created or replaced when all of the item has arrived.
 
-        If nothing can be written there, the item can still be read in another way.
+        A task's output that is a program stays one: whoever may read the file may run it. If nothing can be written there,
+        the item can still be read in another way.
         """
         self._saving(path)(None)
 
@@ -88,7 +90,7 @@ class ReplyItem:
         return self._calls.submit(self._saving(path))
 
     def _saving(self, path: str | builtins.bytes | os.PathLike) -> Operation[None]:
-        return self._reading("saved", self._reply.take_file, path)
+        return self._reading("saved", self._reply.take_file, path, self._is_program)
 
     def _reading(self, state: str, take: Callable[..., T], *arguments: Any) -> Operation[T]:
         _logging.follow_level()
@@ -136,8 +138,13 @@ def _item_left_behind(count: int, index: int, method: str, state: str) -> ReplyI
 
 
 def reply_items(
-    reply: _bridge.Reply, method: str, calls: Calls, layouts: Sequence[Layout] | None = None
+    reply: _bridge.Reply,
+    method: str,
+    calls: Calls,
+    layouts: Sequence[Layout] | None = None,
+    programs: Sequence[bool] | None = None,
 ) -> list[ReplyItem]:
-    """`layouts`: of what was sent, where these items are the same."""
+    """`layouts`: of what was sent, where these items are the same. `programs`: which files are to be executable."""
     known = layouts if layouts is not None else [None] * len(reply)
-    return [ReplyItem(reply, index, method, calls, known[index]) for index in range(len(reply))]
+    executable = programs if programs is not None else [False] * len(reply)
+    return [ReplyItem(reply, index, method, calls, known[index], executable[index]) for index in range(len(reply))]

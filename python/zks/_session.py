@@ -13,7 +13,7 @@ from zks._calls import CallFuture, Calls, Operation, T, with_parameters_of
 from zks._items import Item, item_of, native_item
 from zks._layout import Layout, layout_of
 from zks._reply import ReplyItem, reply_items
-from zks._tasks import TaskResult, named, native_limits, raise_unless_ok, standard_input
+from zks._tasks import TaskResult, native_limits, raise_unless_ok, task_inputs
 
 _open_sessions: weakref.WeakSet[Session] = weakref.WeakSet()
 
@@ -135,17 +135,13 @@ class Session:
         words = _arguments.words("argv", argv)
         names = _arguments.words("outputs", outputs)
         directory = _arguments.directory("to", to) if to is not None else None
-        inputs = named(files)
-        input_items = [_bridge.file_item(os.fspath(path)) for path in inputs.values()]
         request = {
             "argv": words,
             "environment": _arguments.texts_by_name("environment", environment),
             "clear_environment": bool(clear_environment),
-            "has_standard_input": stdin is not None,
-            "input_names": list(inputs),
+            "inputs": task_inputs(files, stdin),
             "output_names": names,
             "limits": native_limits(limits),
-            "inputs": ([standard_input(stdin)] if stdin is not None else []) + input_items,
         }
 
         def call(control: _bridge.CallControl | None) -> TaskResult:
@@ -153,12 +149,12 @@ class Session:
                 info, stdout, stderr, reply = self._native.run_task(**request, control=control)
             finally:
                 request.clear()
-            missing = tuple(info.pop("missing_outputs"))
-            items = reply_items(reply, "runTask", self._calls)
-            made = {name: item for name, item in zip(names, items, strict=True) if name not in missing}
+            programs = [name in info["executable_outputs"] for name in names]
+            items = reply_items(reply, "runTask", self._calls, programs=programs)
+            made = {name: item for name, item in zip(names, items, strict=True) if name not in info["missing_outputs"]}
             if text:
                 stdout, stderr = stdout.decode(errors="replace"), stderr.decode(errors="replace")
-            task = TaskResult(stdout=stdout, stderr=stderr, missing_outputs=missing, outputs=made, **info)
+            task = TaskResult(stdout=stdout, stderr=stderr, outputs=made, **info)
             if directory is not None:
                 for name, item in made.items():
                     item._saving(os.path.join(directory, name))(control)

@@ -40,6 +40,7 @@ class TaskResult:
     queued_time: float
     peak_memory_bytes: int
     missing_outputs: tuple[str, ...]
+    executable_outputs: tuple[str, ...]  # those that are programs
     outputs: Mapping[str, ReplyItem]  # file items by name; only what the task made
 
     @property
@@ -103,6 +104,18 @@ def named(files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike]) 
             raise ValueError(f"two files are named {name!r}; give them names of their own: files={{name: path}}")
         names[name] = path
     return names
+
+
+def task_inputs(
+    files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike],
+    stdin: str | bytes | bytearray | memoryview | os.PathLike | None,
+) -> _bridge.TaskInputs:
+    inputs = _bridge.TaskInputs()
+    if stdin is not None:
+        inputs.set_standard_input(standard_input(stdin))
+    for name, path in named(files).items():
+        inputs.add(name, os.fspath(path))
+    return inputs
 
 
 def native_limits(limits: Mapping[str, float | None]) -> dict[str, float]:
