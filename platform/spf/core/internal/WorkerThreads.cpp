@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/errors/systemError.h"
 #include "platform/threads/Mutex.h"
 
 namespace agent::spf::core::internal {
@@ -48,7 +49,7 @@ struct WorkerThreads::State {
   // `self`: this, for the thread to share. std::system_error when no more can be had.
   void addThread(const std::shared_ptr<State>& self) ZKS_REQUIRES(mutex) {
     if (threads.size() >= options.most)
-      throw std::system_error(EAGAIN, std::generic_category(), "all threads are busy");
+      errors::throwSystemError("all threads are busy", EAGAIN);
     threads.reserve(threads.size() + 1);  // a thread that could not be kept would end the process
     ended.reserve(ended.size() + threads.size() + 1);
     threads.push_back(std::thread([self] { self->work(); }));

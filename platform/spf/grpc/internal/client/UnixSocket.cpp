@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -37,35 +36,25 @@ void connectUntil(int fd, const sockaddr_un& to, std::chrono::system_clock::time
 }  // namespace
 
 UnixSocket::UnixSocket(const std::string& path, std::chrono::system_clock::time_point deadline,
-                       const std::function<void()>& poll)
-    : fd_(-1) {
+                       const std::function<void()>& poll) {
   sockaddr_un to{};
   if (!fillAddress(path, to))
     fail(ENAMETOOLONG);
-  fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (fd_ < 0)
+  fd_ = files::UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!fd_)
     fail(errno);
-  try {
-    connectUntil(fd_, to, deadline, poll);
-  } catch (...) {
-    ::close(fd_);
-    throw;
-  }
-}
-
-UnixSocket::~UnixSocket() {
-  ::close(fd_);
+  connectUntil(fd_.get(), to, deadline, poll);
 }
 
 int UnixSocket::share() const {
-  const int shared = ::fcntl(fd_, F_DUPFD_CLOEXEC, 0);
+  const int shared = ::fcntl(fd_.get(), F_DUPFD_CLOEXEC, 0);
   if (shared < 0)
     fail(errno);
   return shared;
 }
 
 void UnixSocket::cutOff() noexcept {
-  ::shutdown(fd_, SHUT_RDWR);
+  ::shutdown(fd_.get(), SHUT_RDWR);
 }
 
 }  // namespace agent::spf::grpc_transport::internal

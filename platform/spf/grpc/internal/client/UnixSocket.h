@@ -5,6 +5,8 @@
 #include <functional>
 #include <string>
 
+#include "platform/files/UniqueFd.h"
+
 namespace agent::spf::grpc_transport::internal {
 
 // Ownership: owns one file descriptor of the socket; gRPC gets one of its own. Threads: any.
@@ -14,9 +16,6 @@ class UnixSocket {
   // nobody in until the deadline. `poll` is asked about every 50 ms, and may throw to give up; may be empty.
   UnixSocket(const std::string& path, std::chrono::system_clock::time_point deadline,
              const std::function<void()>& poll);
-  ~UnixSocket();
-  UnixSocket(const UnixSocket&) = delete;
-  UnixSocket& operator=(const UnixSocket&) = delete;
 
   // Another descriptor of the same socket, for a new owner.
   int share() const;
@@ -24,7 +23,7 @@ class UnixSocket {
   void cutOff() noexcept;
 
  private:
-  int fd_;
+  files::UniqueFd fd_;
 };
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -5,14 +5,14 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string_view>
-#include <system_error>
 
+#include "platform/errors/systemError.h"
+#include "platform/files/UniqueFd.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/security/diagnoseTls.h"
 
@@ -25,43 +25,28 @@ constexpr int kProbeMilliseconds = 250;
 // For a peer that has accepted the connection to say what it thinks of ours.
 constexpr std::chrono::milliseconds kDiagnosisLimit{2000};
 
-class Socket {
- public:
-  explicit Socket(int family) : fd_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
-  ~Socket() {
-    if (fd_ >= 0)
-      ::close(fd_);
-  }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  int fd() const noexcept { return fd_; }
-
- private:
-  int fd_;
-};
-
-std::string textOf(int error) {
-  return std::generic_category().message(error);
+files::UniqueFd makeSocket(int family) {
+  return files::UniqueFd(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 // The error of one attempt to connect; 0 when it succeeds.
-int tryConnect(const Socket& socket, const sockaddr* to, socklen_t size) {
-  if (socket.fd() < 0)
+int tryConnect(const files::UniqueFd& socket, const sockaddr* to, socklen_t size) {
+  if (!socket)
     return errno;
-  if (::connect(socket.fd(), to, size) == 0)
+  if (::connect(socket.get(), to, size) == 0)
     return 0;
   if (errno != EINPROGRESS)
     return errno;
-  pollfd waiting{socket.fd(), POLLOUT, 0};
+  pollfd waiting{socket.get(), POLLOUT, 0};
   if (::poll(&waiting, 1, kProbeMilliseconds) <= 0)
     return ETIMEDOUT;
   int error = 0;
   socklen_t length = sizeof error;
-  ::getsockopt(socket.fd(), SOL_SOCKET, SO_ERROR, &error, &length);
+  ::getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &length);
   return error;
 }
 
-int tryConnectUnix(const Socket& socket, const std::string& path) {
+int tryConnectUnix(const files::UniqueFd& socket, const std::string& path) {
   sockaddr_un to{};
   if (!fillAddress(path, to))
     return ENAMETOOLONG;
@@ -77,34 +62,35 @@ std::string withoutBrackets(const std::string& host) {
 }
 
 // Of what listens there and has accepted the connection.
-std::string whyNoConversation(const Socket& socket, const std::string& host, const ConnectOptions& options) {
+std::string whyNoConversation(const files::UniqueFd& socket, const std::string& host, const ConnectOptions& options) {
   const security::Patience patience{kDiagnosisLimit, options.poll};
   std::string why;
   if (options.credentials)
-    why = security::whyTlsFails(socket.fd(), host, *options.credentials, patience);
-  else if (security::speaksTls(socket.fd(), patience))
+    why = security::whyTlsFails(socket.get(), host, *options.credentials, patience);
+  else if (security::speaksTls(socket.get(), patience))
     why = "the service speaks TLS; connect with its credentials (--tls DIR) and not in plain text";
   return why.empty() ? "something listens there, but it does not speak this protocol" : why;
 }
 
 std::string refusal(int error) {
   if (error == ECONNREFUSED)
-    return "nothing listens there (" + textOf(error) + ")";
-  return textOf(error);
+    return "nothing listens there (" + errors::systemErrorText(error) + ")";
+  return errors::systemErrorText(error);
 }
 
 std::string whyUnixUnreachable(const std::string& path, const ConnectOptions& options) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0)
-    return errno == ENOENT ? "there is no such socket file" : "the socket file cannot be seen (" + textOf(errno) + ")";
+    return errno == ENOENT ? "there is no such socket file"
+                           : "the socket file cannot be seen (" + errors::systemErrorText(errno) + ")";
   if (!S_ISSOCK(status.st_mode))
     return "that file is not a socket";
-  const Socket socket(AF_UNIX);
+  const files::UniqueFd socket = makeSocket(AF_UNIX);
   const int error = tryConnectUnix(socket, path);
   if (error == 0)
     return whyNoConversation(socket, "localhost", options);  // as gRPC calls the host of every socket file
   if (error == EACCES)
-    return "the socket file is not open to this user (" + textOf(error) + ")";
+    return "the socket file is not open to this user (" + errors::systemErrorText(error) + ")";
   return refusal(error);
 }
 
@@ -115,7 +101,7 @@ std::string whyTcpUnreachable(const std::string& address, const ConnectOptions& 
     return "the host name cannot be resolved (" + std::string(::gai_strerror(error)) + ")";
   int refused = ECONNREFUSED;
   for (const addrinfo* to = found.get(); to != nullptr; to = to->ai_next) {
-    const Socket socket(to->ai_family);
+    const files::UniqueFd socket = makeSocket(to->ai_family);
     refused = tryConnect(socket, to->ai_addr, to->ai_addrlen);
     if (refused == 0)
       return whyNoConversation(socket, withoutBrackets(hostOf(address)), options);
@@ -173,13 +159,13 @@ std::string whyFileNotListening(const std::string& path) {
   if (::lstat(path.c_str(), &status) == 0) {
     if (!S_ISSOCK(status.st_mode))
       return "that file exists and is not a socket";
-    if (tryConnectUnix(Socket(AF_UNIX), path) == 0)
+    if (tryConnectUnix(makeSocket(AF_UNIX), path) == 0)
       return "another service listens there";
     return {};
   }
   const std::string directory = path.substr(0, path.rfind('/') + 1);
   if (::access(directory.c_str(), W_OK | X_OK) != 0)
-    return "no file can be made in its directory (" + textOf(errno) + ")";
+    return "no file can be made in its directory (" + errors::systemErrorText(errno) + ")";
   return {};
 }
 
