@@ -3,13 +3,13 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
 
 #include "platform/spf/core/Service.h"
+#include "platform/threads/Mutex.h"
 
 namespace parallel::scheduler::testing {
 
@@ -30,7 +30,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   void setReplySize(long size) override { replySize_ = size; }
   bool isCancelled() const noexcept override { return cancelled_; }
   void onCancel(std::function<void()> callback) override {
-    const std::scoped_lock lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     callback_ = std::move(callback);
     if (cancelled_ && callback_)
       callback_();
@@ -43,7 +43,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   }
 
   void cancel() {
-    const std::scoped_lock lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     cancelled_ = true;
     if (callback_)
       callback_();
@@ -61,9 +61,9 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   std::uint64_t sentBytes_;
   std::istringstream request_;
   std::ostringstream reply_;
-  std::mutex mutex_;
+  threads::Mutex mutex_;
   std::atomic<bool> cancelled_{false};
-  std::function<void()> callback_;  // guarded by mutex_
+  std::function<void()> callback_ ZKS_GUARDED_BY(mutex_);
 };
 
 }  // namespace parallel::scheduler::testing

@@ -2,17 +2,16 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <future>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "platform/interrupt/interpreterContext.h"
 #include "platform/interrupt/utInterruptState.h"
+#include "platform/threads/Mutex.h"
 #include "transport/client/TransportClient.h"
 #include "transport/client/testing/FakeInvokable.h"
 #include "transport/data/testing/framing.h"
@@ -32,9 +31,9 @@ class PollCounter {
  public:
   PollCounter() {
     utInterruptState::setSource([this] {
-      const std::lock_guard lock(mutex_);
+      const threads::MutexLock lock(mutex_);
       ++polls_[std::this_thread::get_id()];
-      changed_.notify_all();
+      changed_.notifyAll();
       return false;
     });
   }
@@ -43,20 +42,21 @@ class PollCounter {
   PollCounter& operator=(const PollCounter&) = delete;
 
   void waitFor(std::thread::id thread, int polls) {
-    std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, std::chrono::seconds(30), [&] { return polls_[thread] >= polls; }))
+    threads::MutexLock lock(mutex_);
+    if (!changed_.waitFor(lock, std::chrono::seconds(30),
+                          [&]() ZKS_REQUIRES(mutex_) { return polls_[thread] >= polls; }))
       throw std::runtime_error("the thread does not poll");
   }
 
   int pollsOf(std::thread::id thread) {
-    const std::lock_guard lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     return polls_[thread];
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::map<std::thread::id, int> polls_;  // guarded by mutex_
+  threads::Mutex mutex_;
+  threads::ConditionVariable changed_;
+  std::map<std::thread::id, int> polls_ ZKS_GUARDED_BY(mutex_);
 };
 
 // One call on a thread of its own.

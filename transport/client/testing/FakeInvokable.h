@@ -2,12 +2,10 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <istream>
 #include <memory>
-#include <mutex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -17,6 +15,7 @@
 #include "platform/spf/core/ExportedDataSource.h"
 #include "platform/spf/core/ImportedDataSource.h"
 #include "platform/spf/core/Invokable.h"
+#include "platform/threads/Mutex.h"
 #include "transport/data/testing/RecordingByteSink.h"
 
 namespace parallel::spf::transport::testing {
@@ -68,15 +67,15 @@ class FakeInvokable : public agent::spf::core::Invokable {
     ReceivedCall call{tag, method, std::move(handler), std::move(request), flags};
     if (onInvoke_)
       onInvoke_(call);
-    const std::lock_guard lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     calls_.push_back(std::move(call));
-    arrived_.notify_all();
+    arrived_.notifyAll();
   }
 
   // The next call, waiting for it.
   ReceivedCall take() {
-    std::unique_lock lock(mutex_);
-    if (!arrived_.wait_for(lock, std::chrono::seconds(30), [&] { return !calls_.empty(); }))
+    threads::MutexLock lock(mutex_);
+    if (!arrived_.waitFor(lock, std::chrono::seconds(30), [this]() ZKS_REQUIRES(mutex_) { return !calls_.empty(); }))
       throw std::runtime_error("no call arrived");
     ReceivedCall call = std::move(calls_.front());
     calls_.erase(calls_.begin());
@@ -84,15 +83,15 @@ class FakeInvokable : public agent::spf::core::Invokable {
   }
 
   std::size_t waiting() const {
-    const std::lock_guard lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     return calls_.size();
   }
 
  private:
   const std::function<void(ReceivedCall&)> onInvoke_;
-  mutable std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::vector<ReceivedCall> calls_;  // guarded by mutex_
+  mutable threads::Mutex mutex_;
+  threads::ConditionVariable arrived_;
+  std::vector<ReceivedCall> calls_ ZKS_GUARDED_BY(mutex_);
 };
 
 }  // namespace parallel::spf::transport::testing

@@ -1,11 +1,11 @@
 // Collects the library's log records while it lives, of the levels given; the levels are off again afterwards.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "platform/logging/sinks.h"
+#include "platform/threads/Mutex.h"
 
 namespace parallel::spf::transport::testing {
 
@@ -20,7 +20,7 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
 
   std::vector<logging::LogRecord> records() const {
-    const std::lock_guard lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     return records_;
   }
 
@@ -37,14 +37,14 @@ class LogCapture {
   static constexpr const char* kLoggerName = "parallel::spf::transport";
 
   void add(const logging::LogRecord& record) {
-    const std::lock_guard lock(mutex_);
+    const threads::MutexLock lock(mutex_);
     if (record.logger == kLoggerName)
       records_.push_back(record);
   }
 
-  mutable std::mutex mutex_;
-  std::vector<logging::LogRecord> records_;  // guarded by mutex_
-  logging::SinkHandle sink_;                 // last: it must not outlive the records
+  mutable threads::Mutex mutex_;
+  std::vector<logging::LogRecord> records_ ZKS_GUARDED_BY(mutex_);
+  logging::SinkHandle sink_;  // last: it must not outlive the records
 };
 
 }  // namespace parallel::spf::transport::testing
