@@ -44,10 +44,8 @@ function(zks_add_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINKS} GTest::gmock GTest::gtest_main zks_warnings)
-  if(NOT ZKS_SANITIZE)
-    # Compiling the tests is most of the time of a build, and their own code need not be fast.
-    target_compile_options(${name} PRIVATE -O0)
-  endif()
+  # Compiling the tests is most of the time of a build, and their own code need not be fast.
+  target_compile_options(${name} PRIVATE -O0)
   set(properties TIMEOUT ${arg_TIMEOUT})
   if(arg_LABELS)
     list(APPEND properties LABELS "${arg_LABELS}")
