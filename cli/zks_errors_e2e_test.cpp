@@ -12,9 +12,9 @@
 
 #include "cli/testing/TestService.h"
 #include "cli/testing/ZksFixture.h"
+#include "execution/testing/waiting.h"
 #include "platform/spf/core/errors.h"
 #include "platform/zksmessages/zksmessages.pb.h"
-#include "scheduler/testing/waiting.h"
 
 namespace zks {
 namespace {
@@ -135,7 +135,7 @@ TEST_F(ZksErrors, ServiceThatEndsDuringACallHasGoneAway) {
   const auto running = startZks(
       {"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo > " + path("started") + "; exec sleep 1000"});
   const files::UniqueFd started(::open(path("started").c_str(), O_RDONLY));
-  parallel::scheduler::testing::readLine(started.get());
+  parallel::execution::testing::readLine(started.get());
   daemon().send(SIGKILL);
   expectFailure(running->wait(), 125, {"went away while runTask was under way", path("daemon/s")});
 }

@@ -15,7 +15,7 @@
 
 #include "cli/testing/TestService.h"
 #include "cli/testing/ZksFixture.h"
-#include "scheduler/testing/waiting.h"
+#include "execution/testing/waiting.h"
 #include "toolbox/testing/SilentListener.h"
 
 namespace zks {
@@ -23,9 +23,9 @@ namespace {
 
 using agent::spf::core::ServerCall;
 using files::UniqueFd;
-using parallel::scheduler::testing::eventually;
-using parallel::scheduler::testing::isReadable;
-using parallel::scheduler::testing::readLine;
+using parallel::execution::testing::eventually;
+using parallel::execution::testing::isReadable;
+using parallel::execution::testing::readLine;
 using parallel::toolbox::SilentListener;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -13,13 +13,13 @@
 
 #include "cli/testing/TestService.h"
 #include "cli/testing/ZksFixture.h"
-#include "scheduler/testing/waiting.h"
+#include "execution/testing/waiting.h"
 
 namespace zks {
 namespace {
 
 using agent::spf::core::ServerCall;
-using parallel::scheduler::testing::eventually;
+using parallel::execution::testing::eventually;
 using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;

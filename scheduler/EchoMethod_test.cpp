@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "execution/PeakMemory.h"
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/zksmessages/zksmessages.pb.h"
-#include "scheduler/PeakMemory.h"
 #include "scheduler/ReplyWriter.h"
 #include "scheduler/testing/FakeServerCall.h"
 #include "scheduler/testing/containers.h"
@@ -234,10 +234,10 @@ TEST(Echo, MemoryDoesNotGrowWithTheItem) {
   Repeating request(head, block, static_cast<int>(kBlocks), endMark);
   Counting reply;
   StreamedCall call(request, reply);
-  const std::uint64_t before = residentHighWaterMark(::getpid());
+  const std::uint64_t before = execution::residentHighWaterMark(::getpid());
   echo(call);
   EXPECT_EQ(reply.nbytes, ReplyWriter::kHeadBytes + kBlocks * block.size() + endMark.size());
-  EXPECT_LT(residentHighWaterMark(::getpid()) - before, kMemoryBound);
+  EXPECT_LT(execution::residentHighWaterMark(::getpid()) - before, kMemoryBound);
 }
 
 TEST(Echo, SizeThatNoReplyCanSayIsNotAnnounced) {

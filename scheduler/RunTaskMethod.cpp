@@ -9,15 +9,15 @@
 #include <string_view>
 #include <utility>
 
+#include "execution/FileTransfer.h"
+#include "execution/TaskScratch.h"
 #include "platform/errors/systemError.h"
 #include "platform/errors/visibleText.h"
 #include "platform/logging/sinks.h"
 #include "platform/spf/core/errors.h"
 #include "scheduler/CallCancellation.h"
-#include "scheduler/FileTransfer.h"
 #include "scheduler/ReplyWriter.h"
 #include "scheduler/RequestReader.h"
-#include "scheduler/TaskScratch.h"
 #include "scheduler/checkTaskDescription.h"
 #include "scheduler/durations.h"
 
@@ -25,6 +25,15 @@ namespace parallel::scheduler {
 
 using agent::spf::core::ServerCall;
 using errors::inQuotes;
+using execution::FilePool;
+using execution::fileStatus;
+using execution::OutputStatus;
+using execution::ProcessLimits;
+using execution::ProcessResult;
+using execution::ProcessSpec;
+using execution::ScratchArea;
+using execution::TaskDescriptors;
+using execution::TaskScratch;
 using spf::transport::ByteSink;
 using spf::transport::block_format::framedBytes;
 using std::chrono::nanoseconds;
@@ -52,7 +61,7 @@ std::uint64_t requestItems(const TaskDescription& task) {
 
 void receiveInto(const std::filesystem::path& path, std::string what, RequestReader& request, FilePool& files) {
   FilePool::File file(files, path, O_WRONLY | O_APPEND, std::move(what));
-  FileSink sink(file);
+  execution::FileSink sink(file);
   request.readItem(sink);
 }
 
@@ -228,7 +237,7 @@ class TaskReply {
   void copyOut(const File& file, ByteSink& sink) const {
     // Not blocking: what was a file a moment ago may be a pipe by now.
     FilePool::File opened(pool_, file.path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, file.what);
-    copyFile(opened, file.nbytes, sink);
+    execution::copyFile(opened, file.nbytes, sink);
   }
 
   FilePool& pool_;
@@ -278,8 +287,8 @@ void RunTaskMethod::serve(ServerCall& call, CallRecord& record) {
 // With a word for what the task itself cannot say: that there was no room for what it wrote.
 ProcessResult RunTaskMethod::run(const TaskDescription& task, const TaskScratch& scratch, const std::stop_token& stop) {
   const TaskDescriptors opened = scratch.open(task.standard_input());
-  ProcessResult result = runProcess(processSpec(task, opened), stop);
-  if (const int error = spaceError(opened.error.get()); error != 0) {
+  ProcessResult result = execution::runProcess(processSpec(task, opened), stop);
+  if (const int error = execution::spaceError(opened.error.get()); error != 0) {
     const std::string reason = errors::systemErrorText(error);
     FOUNDATION_LOG(logger_, logging::kWarning)
         << "The scratch directory \"" << area_.path().string() << "\" is full: " << reason;

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "execution/FilePool.h"
+#include "execution/ProcessRunner.h"
+#include "execution/ScratchArea.h"
+#include "execution/TaskScratch.h"
 #include "platform/spf/core/Service.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "scheduler/CallLog.h"
-#include "scheduler/FilePool.h"
-#include "scheduler/ProcessRunner.h"
-#include "scheduler/ScratchArea.h"
-#include "scheduler/TaskScratch.h"
 #include "scheduler/TaskSlots.h"
 
 namespace parallel::scheduler {
@@ -29,20 +29,22 @@ class RunTaskMethod {
   };
 
   // Makes the scratch area; std::system_error when it cannot.
-  RunTaskMethod(Settings settings, ScratchArea::Logger& logger);
+  RunTaskMethod(Settings settings, execution::ScratchArea::Logger& logger);
 
   // Puts into `record` what ran and how it ended. Errors: those of RequestReader, `BadTaskField`, std::system_error for
   // files, Terminated when the call was given up. Whatever happens, the task's processes and files are gone afterwards.
   void serve(agent::spf::core::ServerCall& call, CallRecord& record);
 
  private:
-  ProcessResult run(const zksmessages::TaskDescription& task, const TaskScratch& scratch, const std::stop_token& stop);
-  ProcessSpec processSpec(const zksmessages::TaskDescription& task, const TaskDescriptors& opened) const;
+  execution::ProcessResult run(const zksmessages::TaskDescription& task, const execution::TaskScratch& scratch,
+                               const std::stop_token& stop);
+  execution::ProcessSpec processSpec(const zksmessages::TaskDescription& task,
+                                     const execution::TaskDescriptors& opened) const;
 
   Settings settings_;
-  ScratchArea::Logger& logger_;
-  ScratchArea area_;
-  FilePool files_;
+  execution::ScratchArea::Logger& logger_;
+  execution::ScratchArea area_;
+  execution::FilePool files_;
   TaskSlots slots_;
 };
 

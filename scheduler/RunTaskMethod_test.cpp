@@ -10,6 +10,7 @@
 #include <future>
 #include <thread>
 
+#include "execution/testing/waiting.h"
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/logging/createQLVLogger.h"
@@ -17,7 +18,6 @@
 #include "scheduler/testing/FakeServerCall.h"
 #include "scheduler/testing/containers.h"
 #include "scheduler/testing/expectError.h"
-#include "scheduler/testing/waiting.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 
 namespace parallel::scheduler {
@@ -25,10 +25,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using execution::testing::hasEnded;
 using spf::transport::testing::TemporaryDirectory;
 using ::testing::ElementsAre;
 using testing::FakeServerCall;
-using testing::hasEnded;
 using testing::itemsOf;
 using testing::raw;
 using testing::requestOf;
@@ -103,7 +103,7 @@ class RunTask : public ::testing::Test {
   // Waits until a task has made that file, and gives its first word.
   std::string wordFrom(const char* name) {
     std::string word;
-    EXPECT_TRUE(testing::eventually([&] {
+    EXPECT_TRUE(execution::testing::eventually([&] {
       for (const fs::path& directory : taskDirectories()) {
         std::ifstream file(directory / "work" / name);
         std::string line;
@@ -381,7 +381,7 @@ TEST_F(RunTaskOneAtATime, NextWaitsItsTurnAndIsTold) {
 
   FakeServerCall second(requestOf(shellTask("true")), "runTask");
   auto secondServing = std::async(std::launch::async, [&] { serve(second); });
-  EXPECT_TRUE(testing::eventually([&] { return taskDirectories().size() == 2; }));
+  EXPECT_TRUE(execution::testing::eventually([&] { return taskDirectories().size() == 2; }));
   EXPECT_EQ(secondServing.wait_for(50ms), std::future_status::timeout);
 
   std::ofstream(firstDirectory / "work" / "go") << "go";
@@ -398,7 +398,7 @@ TEST_F(RunTaskOneAtATime, CancelTakesAWaitingTaskOut) {
   wordFrom("up");
   FakeServerCall second(requestOf(shellTask("true")), "runTask");
   auto secondServing = std::async(std::launch::async, [&] { serve(second); });
-  EXPECT_TRUE(testing::eventually([&] { return taskDirectories().size() == 2; }));
+  EXPECT_TRUE(execution::testing::eventually([&] { return taskDirectories().size() == 2; }));
   second.cancel();
   EXPECT_THROW(secondServing.get(), agent::spf::Terminated);
   first.cancel();

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <future>
 
+#include "execution/testing/waiting.h"
 #include "platform/array/qxArray.h"
 #include "platform/errors/IException.h"
 #include "platform/spf/core/ImportedDataSource.h"
@@ -15,7 +16,6 @@
 #include "platform/spf/inprocess/connectInProcess.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "scheduler/testing/containers.h"
-#include "scheduler/testing/waiting.h"
 #include "transport/client/TransportClient.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 #include "transport/data/testing/arrays.h"
@@ -91,9 +91,9 @@ class SchedulerService : public ::testing::Test {
     auto reply = promise->get_future();
     TransportClient(record_).invokeMethodAsync(method, InputPayload(std::move(items)),
                                                agent::spf::core::promiseCompletingHandler(promise));
-    ASSERT_TRUE(testing::eventually(begun));
+    ASSERT_TRUE(execution::testing::eventually(begun));
     record_->invokable.reset();
-    ASSERT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
+    ASSERT_EQ(reply.wait_for(execution::testing::kDeadline), std::future_status::ready);
     EXPECT_THROW(reply.get(), agent::spf::Terminated);
   }
 
@@ -173,7 +173,7 @@ TEST_F(SchedulerService, DroppedConnectionEndsTheTask) {
     task.add_argv(argument);
   callAndDrop("runTask", {itemOf(task)},
               [this] { return fs::exists(file("pid")) && contentOf(file("pid")).ends_with('\n'); });
-  EXPECT_TRUE(testing::hasEnded(std::stoi(contentOf(file("pid")))));
+  EXPECT_TRUE(execution::testing::hasEnded(std::stoi(contentOf(file("pid")))));
   EXPECT_EQ(counter_->underWay(), 0U);
   EXPECT_EQ(counter_->finished(), 1U);
 }
@@ -181,7 +181,8 @@ TEST_F(SchedulerService, DroppedConnectionEndsTheTask) {
 TEST_F(SchedulerService, CallsAreCounted) {
   EXPECT_EQ(counter_->finished(), 0U);
   call("echo", {itemOf(zksmessages::EchoRequest())});
-  EXPECT_TRUE(testing::eventually([this] { return counter_->finished() == 1 && counter_->underWay() == 0; }));
+  EXPECT_TRUE(
+      execution::testing::eventually([this] { return counter_->finished() == 1 && counter_->underWay() == 0; }));
 }
 
 TEST(AvailableCores, IsAtLeastOne) {

@@ -8,13 +8,13 @@
 #include <thread>
 #include <vector>
 
-#include "scheduler/testing/waiting.h"
+#include "execution/testing/waiting.h"
 
 namespace parallel::scheduler {
 namespace {
 
-using testing::eventually;
-using testing::kDeadline;
+using execution::testing::eventually;
+using execution::testing::kDeadline;
 
 // Waits for a slot on a thread of its own.
 class Contender {

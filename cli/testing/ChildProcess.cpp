@@ -9,14 +9,14 @@
 #include <csignal>
 #include <stdexcept>
 
+#include "execution/testing/waiting.h"
 #include "platform/errors/systemError.h"
-#include "scheduler/testing/waiting.h"
 
 namespace zks {
 namespace {
 
 using files::UniqueFd;
-using parallel::scheduler::testing::TestPipe;
+using parallel::execution::testing::TestPipe;
 
 // The tests' own time limits are shorter, but for those that move several GiB.
 constexpr int kSilenceMilliseconds = 900'000;
@@ -109,7 +109,7 @@ void ChildProcess::send(int signal) const {
 }
 
 std::string ChildProcess::readLine() const {
-  return parallel::scheduler::testing::readLine(output_.get());
+  return parallel::execution::testing::readLine(output_.get());
 }
 
 ProcessOutcome ChildProcess::wait() {

@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 std::string readSources() {
   const fs::path root = ZKS_SOURCE_DIR;
   std::ostringstream all;
-  for (const char* module : {"platform", "transport", "toolbox", "scheduler", "worker", "cli", "python"}) {
+  for (const char* module : {"platform", "transport", "toolbox", "execution", "scheduler", "worker", "cli", "python"}) {
     if (!fs::exists(root / module))
       continue;
     for (const auto& file : fs::recursive_directory_iterator(root / module)) {

@@ -12,6 +12,7 @@
 #include <future>
 #include <optional>
 
+#include "execution/testing/waiting.h"
 #include "platform/spf/core/ExportedDataSource.h"
 #include "platform/spf/core/ImportedDataSource.h"
 #include "platform/spf/core/promiseCompletingHandler.h"
@@ -19,7 +20,6 @@
 #include "platform/spf/security/CredentialsDirectory.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "scheduler/testing/containers.h"
-#include "scheduler/testing/waiting.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 
 namespace parallel::scheduler {
@@ -27,17 +27,17 @@ namespace {
 
 namespace fs = std::filesystem;
 namespace core = agent::spf::core;
+using execution::testing::TestPipe;
 using spf::transport::testing::TemporaryDirectory;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
-using testing::TestPipe;
 using ::testing::ThrowsMessage;
 
 std::string restOf(int fd) {
   std::string text;
   char buffer[4096];
-  for (ssize_t got = 0; testing::isReadable(fd) && (got = ::read(fd, buffer, sizeof buffer)) > 0;)
+  for (ssize_t got = 0; execution::testing::isReadable(fd) && (got = ::read(fd, buffer, sizeof buffer)) > 0;)
     text.append(buffer, static_cast<std::size_t>(got));
   return text;
 }
@@ -77,7 +77,7 @@ class Daemon {
 
   // Waits until it listens; its address.
   std::string address() {
-    const std::string line = testing::readLine(output_.reading.get());
+    const std::string line = execution::testing::readLine(output_.reading.get());
     EXPECT_THAT(line, StartsWith("zksd: listening on "));
     return line.substr(std::string("zksd: listening on ").size());
   }
@@ -86,7 +86,7 @@ class Daemon {
   // Waits for its end. Negative: the signal that ended it.
   int exitCode() {
     if (!status_) {
-      EXPECT_TRUE(testing::hasEnded(pid_));
+      EXPECT_TRUE(execution::testing::hasEnded(pid_));
       ::kill(pid_, SIGKILL);  // no more than a zombie, unless the deadline came first
       int status = 0;
       EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
@@ -140,7 +140,7 @@ std::string call(const std::string& address, const std::string& method, const st
                  const ConnectOptions& options = {}) {
   const auto service = agent::spf::grpc_transport::connect(address, options);
   auto reply = start(*service, method, request);
-  EXPECT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
+  EXPECT_EQ(reply.wait_for(execution::testing::kDeadline), std::future_status::ready);
   return contentOf(reply.get());
 }
 
@@ -177,7 +177,7 @@ class Zksd : public ::testing::Test {
   std::pair<std::future<Reply>, pid_t> startEndlessTask(core::Invokable& service) const {
     auto reply = start(service, "runTask", taskRequest("echo $$ > '" + file("pid").string() + "'; exec sleep 1000"));
     std::string line;
-    EXPECT_TRUE(testing::eventually([&] {
+    EXPECT_TRUE(execution::testing::eventually([&] {
       std::ifstream pid(file("pid"));
       return std::getline(pid, line) && !pid.eof();
     }));
@@ -257,9 +257,9 @@ TEST_F(Zksd, AfterAKillTheNextTakesOverSocketAndScratch) {
     task = pid;
     killed.signal(SIGKILL);
     EXPECT_EQ(killed.exitCode(), -SIGKILL);
-    EXPECT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
+    EXPECT_EQ(reply.wait_for(execution::testing::kDeadline), std::future_status::ready);
   }
-  EXPECT_TRUE(testing::hasEnded(task));
+  EXPECT_TRUE(execution::testing::hasEnded(task));
   EXPECT_TRUE(fs::exists(socket()));
   EXPECT_FALSE(fs::is_empty(scratch()));
   Daemon next(onSocket());
@@ -274,8 +274,8 @@ TEST_F(Zksd, ShutdownEndsTasksUnderWay) {
   auto [reply, task] = startEndlessTask(*service);
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.exitCode(), 0);
-  EXPECT_TRUE(testing::hasEnded(task));
-  ASSERT_EQ(reply.wait_for(testing::kDeadline), std::future_status::ready);
+  EXPECT_TRUE(execution::testing::hasEnded(task));
+  ASSERT_EQ(reply.wait_for(execution::testing::kDeadline), std::future_status::ready);
   EXPECT_ANY_THROW(reply.get());
 }
 
@@ -284,7 +284,7 @@ TEST_F(Zksd, ClientThatGoesAwayEndsItsTask) {
   auto service = agent::spf::grpc_transport::connect(daemon.address());
   auto [reply, task] = startEndlessTask(*service);
   service.reset();
-  EXPECT_TRUE(testing::hasEnded(task));
+  EXPECT_TRUE(execution::testing::hasEnded(task));
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.exitCode(), 0);
 }
@@ -305,7 +305,7 @@ TEST_F(Zksd, TcpIsGuardedByCredentialsMadeAtFirstStart) {
   const fs::path tls = file("state/tls");
   Daemon daemon(arguments({"--listen", "127.0.0.1:0", "--tls", tls}));
   const std::string address = daemon.address();
-  EXPECT_EQ(testing::readLine(daemon.outputFd()),
+  EXPECT_EQ(execution::testing::readLine(daemon.outputFd()),
             "zksd: a client needs ca.pem, client.pem, client-key.pem and token of " + tls.string());
   ConnectOptions options;
   options.credentials = agent::spf::security::readClientCredentials(tls);
@@ -357,7 +357,7 @@ TEST_F(Zksd, HundredsOfTasksWaitTheirTurnWithFewDescriptors) {
   for (const char* word : {"cat", "data"})
     task.add_argv(word);
   task.add_input_files("data");
-  const auto deadline = std::chrono::steady_clock::now() + 5 * testing::kDeadline;
+  const auto deadline = std::chrono::steady_clock::now() + 5 * execution::testing::kDeadline;
   std::vector<std::future<Reply>> replies;
   for (int i = 0; i < kTasks; ++i)
     replies.push_back(start(*service, "runTask", testing::requestOf(task, {std::to_string(i)})));

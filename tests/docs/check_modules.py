@@ -13,7 +13,7 @@ SVG = "{http://www.w3.org/2000/svg}"
 TESTS = re.compile(r"_(test|bench|fuzz)\.cpp$|Test\.h$|/testing/|/conformance/|/bench/|/tests/")
 # Stands above the module in whose folder it is: it takes a payload.
 EXCEPT = {"transport/streams/createByteStream.h", "transport/streams/createByteStream.cpp"}
-TOPS = ("cli", "platform", "programs", "python", "scheduler", "toolbox", "transport")
+TOPS = ("cli", "execution", "platform", "programs", "python", "scheduler", "toolbox", "transport")
 
 
 def modules_of(figure):

@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "execution/testing/waiting.h"
 #include "platform/errors/systemError.h"
 #include "platform/files/UniqueFd.h"
-#include "scheduler/testing/waiting.h"
 
 namespace parallel::toolbox {
 
@@ -26,7 +26,7 @@ class SilentListener {
 
   // The next client's connection; throws at the deadline.
   files::UniqueFd accept() const {
-    if (!scheduler::testing::isReadable(listening_.get()))
+    if (!execution::testing::isReadable(listening_.get()))
       throw std::runtime_error("nobody connected");
     return files::UniqueFd(::accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC));
   }

@@ -1,4 +1,4 @@
-#include "scheduler/removeTree.h"
+#include "execution/removeTree.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 
 #include "platform/files/UniqueFd.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using files::UniqueFd;
 namespace fs = std::filesystem;
@@ -182,4 +182,4 @@ std::error_code removeTree(const fs::path& path) noexcept try {
   return std::make_error_code(std::errc::not_enough_memory);
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -13,7 +13,7 @@
 #include "platform/files/UniqueFd.h"
 #include "platform/threads/Mutex.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 // Threads: any.
 class FilePool {
@@ -59,4 +59,4 @@ class FilePool {
   std::list<File*> idle_ ZKS_GUARDED_BY(mutex_);  // open and not in use, the one that waits longest in front
 };
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 // Absent: no limit. A limit beyond what the service itself may use has no effect.
 struct ProcessLimits {
@@ -50,4 +50,4 @@ struct ProcessResult {
 // Throws only when the system fails the runner itself (std::system_error), never for what the command does.
 ProcessResult runProcess(const ProcessSpec& spec, const std::stop_token& stop);
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -3,10 +3,10 @@
 
 #include <cstdint>
 
-#include "scheduler/FilePool.h"
+#include "execution/FilePool.h"
 #include "transport/streams/ByteSink.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 // Writes into a file, which is to be opened for appending. std::system_error names the file.
 class FileSink : public spf::transport::ByteSink {
@@ -23,4 +23,4 @@ class FileSink : public spf::transport::ByteSink {
 // file is shorter. The file is not in use while the sink is.
 void copyFile(FilePool::File& file, std::uint64_t nbytes, spf::transport::ByteSink& sink);
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

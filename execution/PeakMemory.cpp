@@ -1,4 +1,4 @@
-#include "scheduler/PeakMemory.h"
+#include "execution/PeakMemory.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,7 +11,7 @@
 
 #include "platform/files/UniqueFd.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using files::UniqueFd;
 
@@ -44,4 +44,4 @@ std::uint64_t PeakMemory::resolve(std::uint64_t kernelFigure) const noexcept {
   return kernelFigure > residentHighWaterMark(::getpid()) ? kernelFigure : sampled_;
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -1,4 +1,4 @@
-#include "scheduler/removeTree.h"
+#include "execution/removeTree.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,11 +9,11 @@
 #include <string>
 #include <system_error>
 
+#include "execution/testing/DescriptorLimit.h"
 #include "platform/files/UniqueFd.h"
-#include "scheduler/testing/DescriptorLimit.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 namespace {
 
 namespace fs = std::filesystem;
@@ -108,4 +108,4 @@ TEST(RemoveTree, WhatCannotBeRemovedIsSaid) {
 }
 
 }  // namespace
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

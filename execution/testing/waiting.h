@@ -16,7 +16,7 @@
 #include "platform/errors/systemError.h"
 #include "platform/files/UniqueFd.h"
 
-namespace parallel::scheduler::testing {
+namespace parallel::execution::testing {
 
 inline constexpr std::chrono::seconds kDeadline{30};
 
@@ -69,4 +69,4 @@ struct TestPipe {
   files::UniqueFd writing;
 };
 
-}  // namespace parallel::scheduler::testing
+}  // namespace parallel::execution::testing

@@ -1,4 +1,4 @@
-#include "scheduler/ScratchArea.h"
+#include "execution/ScratchArea.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -11,14 +11,14 @@
 #include <system_error>
 #include <vector>
 
+#include "execution/FileTransfer.h"
+#include "execution/TaskScratch.h"
+#include "execution/testing/DescriptorLimit.h"
 #include "platform/logging/createQLVLogger.h"
-#include "scheduler/FileTransfer.h"
-#include "scheduler/TaskScratch.h"
-#include "scheduler/testing/DescriptorLimit.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 #include "transport/streams/FunctionalByteSink.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 namespace {
 
 namespace fs = std::filesystem;
@@ -27,7 +27,7 @@ using spf::transport::testing::TemporaryDirectory;
 using ::testing::ThrowsMessage;
 
 ScratchArea::Logger& logger() {
-  return logging::createQLVLogger("zks.scheduler.test");
+  return logging::createQLVLogger("zks.execution.test");
 }
 
 mode_t permissionsOf(const fs::path& path) {
@@ -203,4 +203,4 @@ TEST(FileTransfer, FullDiskNamesTheFile) {
 }
 
 }  // namespace
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

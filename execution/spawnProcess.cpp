@@ -1,4 +1,4 @@
-#include "scheduler/spawnProcess.h"
+#include "execution/spawnProcess.h"
 
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -13,10 +13,10 @@
 #include <cerrno>
 #include <csignal>
 
+#include "execution/findProgram.h"
 #include "platform/errors/systemError.h"
-#include "scheduler/findProgram.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using errors::systemErrorText;
 using files::UniqueFd;
@@ -262,4 +262,4 @@ SpawnedProcess spawnProcess(const SpawnRequest& request) {
   return process;
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -7,7 +7,7 @@
 #include "platform/errors/systemError.h"
 #include "platform/files/UniqueFd.h"
 
-namespace parallel::scheduler::testing {
+namespace parallel::execution::testing {
 
 // While it lives the process can open `free` descriptors more. No other thread may open or close one meanwhile.
 class DescriptorLimit {
@@ -31,4 +31,4 @@ class DescriptorLimit {
   struct rlimit previous_ {};
 };
 
-}  // namespace parallel::scheduler::testing
+}  // namespace parallel::execution::testing

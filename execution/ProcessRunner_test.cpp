@@ -1,5 +1,5 @@
 // Real processes: /bin/sh and the system's small tools.
-#include "scheduler/ProcessRunner.h"
+#include "execution/ProcessRunner.h"
 #include "platform/files/UniqueFd.h"
 
 #include <fcntl.h>
@@ -17,11 +17,11 @@
 #include <sstream>
 #include <thread>
 
-#include "scheduler/PeakMemory.h"
-#include "scheduler/testing/waiting.h"
+#include "execution/PeakMemory.h"
+#include "execution/testing/waiting.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 namespace {
 
 using files::UniqueFd;
@@ -371,4 +371,4 @@ TEST_F(ProcessRunner, WallTimeBoundsTheSearchForTheProgramToo) {
 }
 
 }  // namespace
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -1,4 +1,4 @@
-#include "scheduler/ProcessRunner.h"
+#include "execution/ProcessRunner.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -12,13 +12,13 @@
 #include <csignal>
 #include <string_view>
 
+#include "execution/PeakMemory.h"
+#include "execution/findProgram.h"
+#include "execution/spawnProcess.h"
 #include "platform/errors/systemError.h"
 #include "platform/files/UniqueFd.h"
-#include "scheduler/PeakMemory.h"
-#include "scheduler/findProgram.h"
-#include "scheduler/spawnProcess.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using errors::throwSystemError;
 using files::UniqueFd;
@@ -270,4 +270,4 @@ ProcessResult runProcess(const ProcessSpec& spec, const std::stop_token& stop) {
   }
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 // A process could not be started; the text is for the user.
 class StartFailure : public std::runtime_error {
@@ -21,4 +21,4 @@ class StartFailure : public std::runtime_error {
 std::optional<std::string> findProgram(const std::string& name, std::string_view searchPath, int directory,
                                        const std::function<bool()>& giveUp);
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

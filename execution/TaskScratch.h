@@ -1,7 +1,7 @@
 // The files of one task: a directory of its own to work in, and beside it, out of its sight, its standard streams.
 //
-// Holds no descriptor: a task that waits for its turn costs none. Names given here are single names, checked before
-// (checkTaskDescription.h).
+// Holds no descriptor: a task that waits for its turn costs none. Names given here are single names; the caller has
+// checked them.
 #pragma once
 
 #include <sys/types.h>
@@ -10,10 +10,10 @@
 #include <filesystem>
 #include <string>
 
+#include "execution/ScratchArea.h"
 #include "platform/files/UniqueFd.h"
-#include "scheduler/ScratchArea.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 // What a task runs with, opened when its turn has come.
 struct TaskDescriptors {
@@ -72,4 +72,4 @@ OutputStatus fileStatus(const std::filesystem::path& path);
 // 0, or the error with which the file system of an open file takes no more bytes. The file stays as it is.
 int spaceError(int fd) noexcept;
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

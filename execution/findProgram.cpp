@@ -1,4 +1,4 @@
-#include "scheduler/findProgram.h"
+#include "execution/findProgram.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 
 #include "platform/errors/visibleText.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using errors::inQuotes;
 
@@ -62,4 +62,4 @@ std::optional<std::string> findProgram(const std::string& name, std::string_view
   throw StartFailure(text);
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -1,4 +1,4 @@
-#include "scheduler/ScratchArea.h"
+#include "execution/ScratchArea.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
+#include "execution/removeTree.h"
 #include "platform/errors/systemError.h"
 #include "platform/logging/sinks.h"
-#include "scheduler/removeTree.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using errors::throwSystemError;
 using files::UniqueFd;
@@ -113,4 +113,4 @@ void ScratchArea::removeStale() const {
   }
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -1,4 +1,4 @@
-#include "scheduler/FilePool.h"
+#include "execution/FilePool.h"
 
 #include <fcntl.h>
 
@@ -6,7 +6,7 @@
 
 #include "platform/errors/systemError.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using files::UniqueFd;
 using threads::MutexLock;
@@ -63,4 +63,4 @@ void FilePool::giveBack(File& file) noexcept {
   changed_.notifyOne();
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -1,4 +1,4 @@
-#include "scheduler/FilePool.h"
+#include "execution/FilePool.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -15,10 +15,10 @@
 #include <thread>
 #include <vector>
 
-#include "scheduler/testing/DescriptorLimit.h"
+#include "execution/testing/DescriptorLimit.h"
 #include "transport/data/testing/TemporaryDirectory.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 namespace {
 
 using spf::transport::testing::TemporaryDirectory;
@@ -110,4 +110,4 @@ TEST_F(FilePoolTest, NoMoreThanItsCapacityAreInUseAtOnce) {
 }
 
 }  // namespace
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 class PeakMemory {
  public:
@@ -28,4 +28,4 @@ class PeakMemory {
 // The resident high-water mark of a process; 0 if it cannot be read.
 std::uint64_t residentHighWaterMark(pid_t pid) noexcept;
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

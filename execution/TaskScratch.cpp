@@ -1,4 +1,4 @@
-#include "scheduler/TaskScratch.h"
+#include "execution/TaskScratch.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,12 +7,12 @@
 #include <array>
 #include <cerrno>
 
+#include "execution/removeTree.h"
 #include "platform/errors/systemError.h"
 #include "platform/errors/visibleText.h"
 #include "platform/logging/sinks.h"
-#include "scheduler/removeTree.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using errors::systemErrorText;
 using errors::throwSystemError;
@@ -127,4 +127,4 @@ int spaceError(int fd) noexcept {
   return error;
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

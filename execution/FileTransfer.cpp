@@ -1,4 +1,4 @@
-#include "scheduler/FileTransfer.h"
+#include "execution/FileTransfer.h"
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 
 #include "platform/errors/systemError.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 using errors::throwSystemError;
 using spf::transport::ByteSink;
@@ -60,4 +60,4 @@ void copyFile(FilePool::File& file, std::uint64_t nbytes, ByteSink& sink) {
   }
 }
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -1,4 +1,4 @@
-#include "scheduler/findProgram.h"
+#include "execution/findProgram.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,7 +9,7 @@
 
 #include "transport/data/testing/TemporaryDirectory.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 namespace {
 
 namespace fs = std::filesystem;
@@ -70,4 +70,4 @@ TEST(FindProgram, TextsShowNamesOnOneLineAndCut) {
 }
 
 }  // namespace
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

@@ -13,7 +13,7 @@
 
 #include "platform/files/UniqueFd.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 struct ResourceLimit {
   int resource = 0;  // RLIMIT_...
@@ -40,4 +40,4 @@ struct SpawnedProcess {
 // StartFailure (findProgram.h) says what did not work.
 SpawnedProcess spawnProcess(const SpawnRequest& request);
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution

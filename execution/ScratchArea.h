@@ -11,7 +11,7 @@
 #include "platform/logging/basic_diagnostic_logger.h"
 #include "platform/threads/Mutex.h"
 
-namespace parallel::scheduler {
+namespace parallel::execution {
 
 // Threads: any.
 class ScratchArea {
@@ -41,4 +41,4 @@ class ScratchArea {
   files::UniqueFd lock_ ZKS_GUARDED_BY(mutex_);
 };
 
-}  // namespace parallel::scheduler
+}  // namespace parallel::execution
