@@ -12,6 +12,9 @@
 #include <csignal>
 #include <string_view>
 
+#include "execution/AttemptMark.h"
+#include "execution/Children.h"
+#include "execution/Leftovers.h"
 #include "execution/PeakMemory.h"
 #include "execution/findProgram.h"
 #include "execution/spawnProcess.h"
@@ -81,7 +84,7 @@ std::string searchPathOf(const std::vector<std::string>& environment) {
   return "/usr/local/bin:/usr/bin:/bin";
 }
 
-SpawnedProcess start(const ProcessSpec& spec, std::string program) {
+SpawnedProcess start(const ProcessSpec& spec, std::string program, const AttemptMark& mark) {
   SpawnRequest request;
   request.program = std::move(program);
   request.argv = spec.argv;
@@ -91,6 +94,7 @@ SpawnedProcess start(const ProcessSpec& spec, std::string program) {
   request.standardOutput = spec.standardOutput;
   request.standardError = spec.standardError;
   request.limits = resourceLimitsOf(spec);
+  request.mark = mark;
   return spawnProcess(request);
 }
 
@@ -114,8 +118,8 @@ nanoseconds toNanoseconds(const struct timeval& time) {
 // One started process, watched until it has ended and been waited for.
 class Watch {
  public:
-  Watch(const ProcessSpec& spec, SpawnedProcess process)
-      : spec_(spec), process_(std::move(process)), peak_(process_.pid), began_(Clock::now()) {
+  Watch(const ProcessSpec& spec, SpawnedProcess process, AttemptMark mark)
+      : spec_(spec), process_(std::move(process)), mark_(std::move(mark)), peak_(process_.pid), began_(Clock::now()) {
     if (spec.limits.wallTime)
       deadline_ = began_ + std::min<nanoseconds>(*spec.limits.wallTime, kLongest);
   }
@@ -152,8 +156,8 @@ class Watch {
 
   ProcessResult finish() {
     struct rusage usage {};
-    const int status = killAndReap(usage).value_or(-1);
-    if (status < 0)
+    const std::optional<int> status = killAndReap(usage);
+    if (!status)
       throwSystemError("Waiting for a task's process");
     ProcessResult result;
     result.wallTime = wallTime_;
@@ -161,7 +165,7 @@ class Watch {
     result.systemTime = toNanoseconds(usage.ru_stime);
     constexpr std::uint64_t kKibibyte = 1024;
     result.peakMemoryBytes = peak_.resolve(static_cast<std::uint64_t>(usage.ru_maxrss) * kKibibyte);
-    describeEnd(status, result);
+    describeEnd(*status, result);
     if (ending_)
       result.outcome = *ending_;
     if (result.outcome == Outcome::TimedOut)
@@ -171,16 +175,13 @@ class Watch {
 
  private:
   // Kills what is left of the group, then takes the main process's result. In this order: until it is waited for, its
-  // process number, which is the group's, cannot be given to anybody else.
+  // process number, which is the group's, cannot be given to anybody else. Then what has left the group.
   std::optional<int> killAndReap(struct rusage& usage) noexcept {
     signalGroup(SIGKILL);
-    int status = 0;
-    pid_t got = 0;
-    do {
-      got = ::wait4(process_.pid, &status, 0, &usage);
-    } while (got < 0 && errno == EINTR);
+    const std::optional<int> status = Children::ofThisProcess().waitFor(process_.pid, usage);
     waitedFor_ = true;
-    return got < 0 ? std::nullopt : std::optional<int>(status);
+    killLeftovers(mark_);
+    return status;
   }
 
   static constexpr nanoseconds kLongest = std::chrono::hours(24 * 365 * 10);
@@ -230,6 +231,7 @@ class Watch {
 
   const ProcessSpec& spec_;
   SpawnedProcess process_;
+  AttemptMark mark_;
   PeakMemory peak_;
   Clock::time_point began_;
   std::optional<Clock::time_point> deadline_;
@@ -261,7 +263,8 @@ ProcessResult runProcess(const ProcessSpec& spec, const std::stop_token& stop) {
       notRun.message = timedOutText(spec);
       return notRun;
     }
-    Watch watch(spec, start(spec, std::move(*program)));
+    const AttemptMark mark = AttemptMark::make();
+    Watch watch(spec, start(spec, std::move(*program), mark), mark);
     watch.wait(stopEvent);
     return watch.finish();
   } catch (const StartFailure& failure) {

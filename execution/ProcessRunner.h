@@ -1,7 +1,8 @@
 // Runs one command to its end, with limits, and tells how it went.
 //
-// When its main process has ended, whatever is left of its process group is killed; so is the whole group when its time
-// is over or stop is requested: SIGTERM first, and SIGKILL after a grace time.
+// When its main process has ended, whatever is left of its process group is killed, and of what has left the group
+// (Leftovers.h); so is the whole group when its time is over or stop is requested: SIGTERM first, and SIGKILL after a
+// grace time. The environment gets one more variable, ZKS_ATTEMPT (AttemptMark.h).
 // Threads: any number of runs at once, each blocks its thread.
 #pragma once
 

@@ -5,7 +5,6 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include "execution/Children.h"
 #include "execution/findProgram.h"
 #include "platform/errors/systemError.h"
 
@@ -192,6 +192,16 @@ Pipe makePipe(const std::string& program) {
   return {aboveStandard(reading.get(), program), aboveStandard(writing.get(), program)};
 }
 
+std::vector<std::string> environmentOf(const SpawnRequest& request) {
+  std::vector<std::string> entries = request.environment;
+  if (!request.mark)
+    return entries;
+  const std::string name = std::string(AttemptMark::kVariable) + "=";
+  std::erase_if(entries, [&](const std::string& entry) { return entry.starts_with(name); });
+  entries.push_back(name + request.mark->text());
+  return entries;
+}
+
 std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
   pointers.reserve(texts.size() + 1);
@@ -211,8 +221,8 @@ bool readReport(const UniqueFd& pipe, Report& report) {
 }
 
 void reap(pid_t pid) {
-  while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  struct rusage ignored {};
+  Children::ofThisProcess().waitFor(pid, ignored);
 }
 
 }  // namespace
@@ -225,7 +235,8 @@ SpawnedProcess spawnProcess(const SpawnRequest& request) {
   const UniqueFd directory = aboveStandard(request.directory, name);
   Pipe pipe = makePipe(name);
   const std::vector<char*> argv = pointersTo(request.argv);
-  const std::vector<char*> environment = pointersTo(request.environment);
+  const std::vector<std::string> entries = environmentOf(request);
+  const std::vector<char*> environment = pointersTo(entries);
   const ChildPlan plan{name.c_str(),
                        argv.data(),
                        environment.data(),
@@ -236,6 +247,7 @@ SpawnedProcess spawnProcess(const SpawnRequest& request) {
                        request.limits.size(),
                        ::getpid()};
   SpawnedProcess process;
+  Children::Start start(Children::ofThisProcess());
   int startError = 0;
   {
     const AllSignalsBlocked blocked;
@@ -244,6 +256,7 @@ SpawnedProcess spawnProcess(const SpawnRequest& request) {
   }
   if (process.pid < 0)
     failToStart(name, "making a process: ", startError);
+  start.succeeded(process.pid, request.mark);
   pipe.writing.reset();
   Report report{};
   if (readReport(pipe.reading, report)) {

@@ -8,9 +8,11 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "execution/AttemptMark.h"
 #include "platform/files/UniqueFd.h"
 
 namespace parallel::execution {
@@ -30,10 +32,11 @@ struct SpawnRequest {
   int standardOutput = -1;
   int standardError = -1;
   std::vector<ResourceLimit> limits;
+  std::optional<AttemptMark> mark;  // goes into the environment, in the place of one that may be there
 };
 
 struct SpawnedProcess {
-  pid_t pid = -1;         // also its group; the caller waits for it
+  pid_t pid = -1;         // also its group; the caller waits for it, with Children
   files::UniqueFd pidfd;  // readable when it has ended
 };
 

@@ -30,6 +30,7 @@ using spf::transport::testing::TemporaryDirectory;
 using ::testing::ElementsAre;
 using testing::FakeServerCall;
 using testing::itemsOf;
+using ::testing::MatchesRegex;
 using testing::raw;
 using testing::requestOf;
 using zksmessages::TaskDescription;
@@ -292,12 +293,12 @@ TEST_F(RunTask, ProgramThatIsNotThereIsNotStarted) {
 TEST_F(RunTask, EnvironmentIsAddedToTheServicesOwnOrReplacesIt) {
   TaskDescription task = taskOf({"env"});
   (*task.mutable_environment())["OWN"] = "task";
-  EXPECT_EQ(run(task).output, "PATH=/usr/bin:/bin\nOWN=task\n");
+  EXPECT_THAT(run(task).output, MatchesRegex("PATH=/usr/bin:/bin\nOWN=task\nZKS_ATTEMPT=[0-9.]+\n"));
   task.set_clear_environment(true);
-  EXPECT_EQ(run(task).output, "OWN=task\n");
+  EXPECT_THAT(run(task).output, MatchesRegex("OWN=task\nZKS_ATTEMPT=[0-9.]+\n"));
   task.clear_environment();
   task.set_clear_environment(false);
-  EXPECT_EQ(run(task).output, "PATH=/usr/bin:/bin\nOWN=service\n");
+  EXPECT_THAT(run(task).output, MatchesRegex("PATH=/usr/bin:/bin\nOWN=service\nZKS_ATTEMPT=[0-9.]+\n"));
 }
 
 TEST_F(RunTask, WallTimeIsALimit) {

@@ -11,7 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "execution/Leftovers.h"
 #include "platform/logging/createQLVLogger.h"
+#include "platform/logging/sinks.h"
 #include "scheduler/CallLog.h"
 #include "scheduler/EchoMethod.h"
 #include "scheduler/RunTaskMethod.h"
@@ -56,6 +58,9 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
   settings.killGrace = options.killGrace;
   settings.environment = currentEnvironment();
   settings.openFiles = options.taskOpenFiles;
+  if (const std::size_t count = execution::killLeftoversOfTheDead(); count > 0)
+    FOUNDATION_LOG(logger, logging::kWarning)
+        << "Killed processes that tasks of a service that died had left: " << count;
   const auto runTask = std::make_shared<RunTaskMethod>(std::move(settings), logger);
 
   const CallLog log(logger);

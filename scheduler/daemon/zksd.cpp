@@ -11,6 +11,7 @@
 #include <optional>
 #include <utility>
 
+#include "execution/Leftovers.h"
 #include "platform/logging/consoleSink.h"
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
@@ -89,6 +90,7 @@ void serveUntilSignal(const EndSignals& signals, const CallCounter& counter, Mem
   IdleRelease idle(counter);
   while (!signals.waitFor(kLook)) {
     idle.look();
+    execution::tendOrphans();
     endConnectionWhereMemoryIsShort(memory, server);
   }
 }
@@ -131,6 +133,7 @@ void announce(const DaemonOptions& options, const Server& server) {
 void run(const DaemonOptions& options) {
   const EndSignals signals;
   const DescriptorLimit descriptors = raiseDescriptorLimit();
+  execution::adoptOrphans();
   keepFreedMemory();
   const logging::SinkHandle log = logging::consoleSink(STDERR_FILENO, "zksd");
   logging::setEnabledLevels("", options.logLevels);

@@ -268,6 +268,41 @@ TEST_F(Zksd, AfterAKillTheNextTakesOverSocketAndScratch) {
   EXPECT_EQ(next.exitCode(), 0);
 }
 
+TEST_F(Zksd, WhatATaskLeftInASessionOfItsOwnIsGoneWithTheReply) {
+  Daemon daemon(onSocket());
+  const std::string escape = "setsid sh -c 'echo $$; : > ready; exec sleep 1000' & while [ ! -e ready ]; do :; done";
+  const auto items = testing::itemsOf(call(daemon.address(), "runTask", taskRequest(escape)));
+  EXPECT_NE(::kill(std::stoi(testing::plainOf(items.at(1))), 0), 0);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, WhatTasksOfAKilledOneLeftIsKilledByTheNext) {
+  pid_t left = 0;
+  {
+    Daemon killed(onSocket());
+    const auto service = agent::spf::grpc_transport::connect(killed.address());
+    auto reply =
+        start(*service, "runTask",
+              taskRequest("setsid sh -c 'echo $$ > \"" + file("left").string() + "\"; exec sleep 1000' & wait"));
+    std::string line;
+    EXPECT_TRUE(execution::testing::eventually([&] {
+      std::ifstream number(file("left"));
+      return std::getline(number, line) && !number.eof();
+    }));
+    left = std::stoi(line);
+    killed.signal(SIGKILL);
+    EXPECT_EQ(killed.exitCode(), -SIGKILL);
+  }
+  EXPECT_EQ(::kill(left, 0), 0);
+  Daemon next(onSocket());
+  expectServes(next.address());
+  EXPECT_TRUE(execution::testing::hasEnded(left));
+  next.signal(SIGTERM);
+  EXPECT_EQ(next.exitCode(), 0);
+  EXPECT_THAT(next.error(), HasSubstr("Killed processes that tasks of a service that died had left: "));
+}
+
 TEST_F(Zksd, ShutdownEndsTasksUnderWay) {
   Daemon daemon(onSocket());
   const auto service = agent::spf::grpc_transport::connect(daemon.address());
