@@ -53,7 +53,8 @@ Items go out in the order in which they are given:
 
 constexpr const char* kRunExits = R"(
 Files lie in the task's scratch directory under their own names, or that before the "="; a path that holds an "=" and no
-slash before it is written with one, as in ./a=b. Outputs are fetched from there. Sizes may be written as 512M, 2G.
+slash before it is written with one, as in ./a=b. Outputs are fetched from there; NAME/ is a folder and may go into one
+that is there already. Sizes may be written as 512M, 2G.
 Exit code: the task's own; 128 + N when signal N ended it; 124 when its time was over; 127 when it could not be started;
 125 when zks itself failed or an output is missing; 130 after Ctrl-C.
 )";
@@ -175,6 +176,7 @@ struct Grammar {
   CallOptions call;
   CLI::Option* address = nullptr;
   std::vector<std::string> inputs;
+  std::vector<std::string> outputs;
   std::vector<std::string> environment;
   std::vector<std::string> replyLists;
   CLI::App* runCommand = nullptr;
@@ -243,12 +245,12 @@ struct Grammar {
 
   void addRun() {
     runCommand = addCommand("run", "Run a command on the service: zks run [OPTIONS] -- COMMAND ARG...", kRunExits);
-    addRepeated(*runCommand, "--file", inputs, "[NAME=]PATH", "A file to send along");
+    addRepeated(*runCommand, "--file", inputs, "[NAME=]PATH", "A file or folder to send along");
     runCommand
         ->add_option("--stdin", run.standardInput, "The file that the task reads as its standard input; -: that of zks")
         ->type_name("PATH")
         ->check(asValidator(notEmpty()));
-    addRepeated(*runCommand, "--output", run.outputs, "NAME", "A file that the task makes, to fetch");
+    addRepeated(*runCommand, "--output", outputs, "NAME", "A file or folder that the task makes, to fetch");
     runCommand->add_option("--to", run.directory, "Where outputs go")
         ->type_name("DIR")
         ->check(asValidator(notEmpty()))
@@ -308,6 +310,8 @@ struct Grammar {
       run.command = std::move(command);
       for (const std::string& input : inputs)
         run.inputs.push_back(parseInput(input));
+      for (const std::string& output : outputs)
+        run.outputs.push_back(parseOutput(output));
       run.environment = splitEnvironment(environment);
       checkRun(run);
       line.command = run;

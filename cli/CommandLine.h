@@ -47,6 +47,14 @@ struct InputArgument {
   bool operator==(const InputArgument&) const = default;
 };
 
+// What the task makes, to be fetched.
+struct OutputArgument {
+  std::string name;
+  bool isFolder = false;  // it is to be one; else it may be
+
+  bool operator==(const OutputArgument&) const = default;
+};
+
 // Absent: no limit.
 struct TaskLimitOptions {
   std::optional<double> timeoutSeconds;
@@ -59,7 +67,7 @@ struct TaskLimitOptions {
 struct RunOptions {
   std::vector<InputArgument> inputs;
   std::optional<std::string> standardInput;  // a path, or "-" for that of zks; none: it is empty
-  std::vector<std::string> outputs;
+  std::vector<OutputArgument> outputs;
   std::string directory = ".";
   std::vector<std::pair<std::string, std::string>> environment;
   bool clearEnvironment = false;

@@ -72,7 +72,7 @@ TEST(CommandLine, RunTakesItsOptionsInAnyNumber) {
                                        "o1",
                                        "--file=c",
                                        "--output",
-                                       "o2",
+                                       "o2/",
                                        "--to",
                                        "dir",
                                        "--env",
@@ -87,7 +87,7 @@ TEST(CommandLine, RunTakesItsOptionsInAnyNumber) {
                                        "--",
                                        "true"});
   EXPECT_THAT(run.inputs, ElementsAre(InputArgument{"b", "a/b"}, InputArgument{"c", "c"}));
-  EXPECT_THAT(run.outputs, ElementsAre("o1", "o2"));
+  EXPECT_THAT(run.outputs, ElementsAre(OutputArgument{"o1", false}, OutputArgument{"o2", true}));
   EXPECT_EQ(run.directory, "dir");
   EXPECT_THAT(run.environment, ElementsAre(Pair("A", "1"), Pair("B", "x=y"), Pair("C", "")));
   EXPECT_TRUE(run.clearEnvironment);
@@ -141,8 +141,9 @@ TEST(CommandLine, RunRefusesMeaninglessOptions) {
   for (const char* file : {"", ".", "..", "a/..", "/", "x=", "..=x"})
     expectUsageError({"run", "--file", file, "--", "c"}, "does not name a file");
   expectUsageError({"run", "--stdin", "", "--", "c"}, "its value is empty");
-  expectUsageError({"run", "--output", "o", "--output", "o", "--", "c"}, "\"o\" is given twice");
-  for (const char* name : {"a/b", ".", "..", "/x"})
+  for (const char* other : {"o", "o/"})
+    expectUsageError({"run", "--output", "o", "--output", other, "--", "c"}, "\"o\" is given twice");
+  for (const char* name : {"a/b", ".", "..", "/x", "", "/", "./", "../", "o//", "a/b/"})
     expectUsageError({"run", "--output", name, "--", "c"}, "is not a plain file name");
   expectUsageError({"run", "--env", "A", "--", "c"}, "NAME=VALUE");
   expectUsageError({"run", "--env", "=1", "--", "c"}, "NAME=VALUE");

@@ -10,6 +10,7 @@
 
 #include "cli/CliError.h"
 #include "platform/errors/systemError.h"
+#include "platform/errors/visibleText.h"
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/threads/Mutex.h"
 
@@ -91,6 +92,12 @@ void writeError(std::string_view text) noexcept {
   const MutexLock lock(status.mutex);
   wipe(status);
   writeQuietly(text);
+}
+
+void say(std::string_view text) noexcept try {
+  writeError("zks: " + errors::visibleText(text) + "\n");
+} catch (const std::bad_alloc&) {
+  writeError("zks: there is no memory left\n");
 }
 
 bool isStatusLineVisible() noexcept {

@@ -18,6 +18,9 @@ void writeErrorOutput(std::string_view bytes);
 // The same to standard error for messages: nothing can be done about a failure there.
 void writeError(std::string_view text) noexcept;
 
+// "zks: TEXT", a line of zks's own on standard error.
+void say(std::string_view text) noexcept;
+
 bool isStatusLineVisible() noexcept;  // whether there is a terminal to show one on
 std::size_t statusLineColumns();      // how much of a text it shows
 void showStatusLine(std::string_view text);

@@ -1,6 +1,5 @@
 #include "cli/runArguments.h"
 
-#include <algorithm>
 #include <set>
 
 #include "cli/CliError.h"
@@ -25,11 +24,6 @@ bool isPlainName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
 }
 
-void checkOutputName(const std::string& name) {
-  if (!isPlainName(name))
-    refuse("--output \"" + name + "\" is not a plain file name");
-}
-
 // Messages carry texts, and the task is described in one.
 void requireUtf8(const std::string& text, const std::string& what) {
   if (!fl::i18n::isWellFormed(text))
@@ -50,8 +44,17 @@ InputArgument parseInput(const std::string& text) {
   InputArgument input =
       isNamed ? InputArgument{text.substr(0, equals), text.substr(equals + 1)} : InputArgument{lastPart(text), text};
   if (input.path.empty() || !isPlainName(input.name))
-    refuse("--file \"" + text + "\" does not name a file; give PATH, or NAME=PATH for another name");
+    refuse("--file \"" + text + "\" does not name a file or folder; give PATH, or NAME=PATH for another name");
   return input;
+}
+
+OutputArgument parseOutput(const std::string& text) {
+  OutputArgument output{text, text.ends_with('/')};
+  if (output.isFolder)
+    output.name.pop_back();
+  if (!isPlainName(output.name))
+    refuse("--output \"" + text + "\" is not a plain file name");
+  return output;
 }
 
 std::vector<std::pair<std::string, std::string>> splitEnvironment(const std::vector<std::string>& settings) {
@@ -80,10 +83,12 @@ void checkRun(const RunOptions& run) {
     names.push_back(input.name);
   }
   refuseRepeats(names, "the input file", "; NAME=PATH gives one another name");
-  for (const std::string& output : run.outputs)
-    requireUtf8(output, "--output");
-  std::for_each(run.outputs.begin(), run.outputs.end(), checkOutputName);
-  refuseRepeats(run.outputs, "--output");
+  names.clear();
+  for (const OutputArgument& output : run.outputs) {
+    requireUtf8(output.name, "--output");
+    names.push_back(output.name);
+  }
+  refuseRepeats(names, "--output");
   for (const auto& [name, value] : run.environment)
     requireUtf8(std::string(name).append("=").append(value), "--env");
 }

@@ -14,6 +14,9 @@ namespace zks {
 // "PATH", or "NAME=PATH" where the name holds no slash.
 InputArgument parseInput(const std::string& text);
 
+// "NAME", or "NAME/" for a folder.
+OutputArgument parseOutput(const std::string& text);
+
 // "NAME=VALUE"s, each name once.
 std::vector<std::pair<std::string, std::string>> splitEnvironment(const std::vector<std::string>& settings);
 

@@ -1,11 +1,9 @@
-#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "cli/CliError.h"
 #include "cli/ProgressBar.h"
@@ -13,17 +11,13 @@
 #include "cli/StandardStreams.h"
 #include "cli/commands.h"
 #include "cli/standardInput.h"
-#include "platform/errors/visibleText.h"
+#include "cli/taskOutputs.h"
 #include "scheduler/durations.h"
-#include "toolbox/AtomicFile.h"
 #include "toolbox/TaskInputs.h"
-#include "transport/streams/FunctionalByteSink.h"
 
 namespace zks {
 namespace {
 
-using parallel::spf::transport::FunctionalByteSink;
-using parallel::toolbox::FileKind;
 using parallel::toolbox::TaskInputs;
 using parallel::toolbox::TaskResult;
 using parallel::zksmessages::TaskDescription;
@@ -56,8 +50,9 @@ TaskDescription describeTask(const RunOptions& options, const TaskInputs& inputs
     (*task.mutable_environment())[name] = value;
   task.set_clear_environment(options.clearEnvironment);
   inputs.describe(task);
-  for (const std::string& name : options.outputs)
-    task.add_output_files(name);
+  for (const OutputArgument& output : options.outputs)
+    task.add_output_files(output.name);
+  task.set_return_folders(true);
   setLimits(options.limits, *task.mutable_limits());
   return task;
 }
@@ -73,10 +68,6 @@ TaskInputs inputsOf(const RunOptions& options) {
 
 std::string_view viewOf(const tova::factory::qxArrayProxy& bytes) {
   return {static_cast<const char*>(qxGetData(bytes.get())), qxGetNumberOfElements(bytes.get())};
-}
-
-void say(const std::string& text) {
-  writeError("zks: " + errors::visibleText(text) + "\n");
 }
 
 void sayMessage(const TesselTaskExecutionInfo& info) {
@@ -105,10 +96,6 @@ int exitCodeOf(const TesselTaskExecutionInfo& info, const RunOptions& options) {
   }
 }
 
-bool isAmong(const google::protobuf::RepeatedPtrField<std::string>& names, const std::string& name) {
-  return std::find(names.begin(), names.end(), name) != names.end();
-}
-
 // Returns why it cannot be said, if so: a reader who has gone is no reason to lose the outputs.
 std::exception_ptr sayWhatItSaid(const TaskResult& result) {
   try {
@@ -120,33 +107,12 @@ std::exception_ptr sayWhatItSaid(const TaskResult& result) {
   }
 }
 
-// Returns the names that the task did not make, and says why others cannot be fetched.
-std::vector<std::string> fetchOutputs(TaskResult& result, const RunOptions& options) {
-  std::vector<std::string> missing;
-  for (const std::string& name : options.outputs) {
-    if (isAmong(result.info.missing_outputs(), name)) {
-      const auto problem = result.info.unusable_outputs().find(name);
-      if (problem != result.info.unusable_outputs().end())
-        say("the output \"" + name + "\" cannot be fetched: " + problem->second);
-      missing.push_back(name);
-      FunctionalByteSink nowhere([](const std::byte*, std::size_t) {});
-      result.outputs.takeBytes(nowhere);
-    } else {
-      const bool isProgram = isAmong(result.info.executable_outputs(), name);
-      result.outputs.takeFile(options.directory + "/" + name, isProgram ? FileKind::Program : FileKind::Data);
-    }
-  }
-  return missing;
-}
-
-int exitCodeWithMissing(int taskCode, const TesselTaskExecutionInfo& info, const std::vector<std::string>& missing) {
-  if (missing.empty() || taskCode != 0)
+int exitCodeWithOutputs(int taskCode, const FetchedOutputs& outputs) {
+  if (outputs.complete || taskCode != 0)
     return taskCode;
   std::string names;
-  for (const std::string& name : missing) {
-    if (!info.unusable_outputs().contains(name))
-      names += (names.empty() ? "\"" : ", \"") + name + "\"";
-  }
+  for (const std::string& name : outputs.notMade)
+    names += (names.empty() ? "\"" : ", \"") + name + "\"";
   if (!names.empty())
     say("the task did not make " + names);
   return kRunFailureExit;
@@ -156,18 +122,17 @@ int exitCodeWithMissing(int taskCode, const TesselTaskExecutionInfo& info, const
 
 int runCommand(const GlobalOptions& global, const RunOptions& options) {
   const TaskInputs inputs = inputsOf(options);
-  for (const std::string& name : options.outputs)
-    parallel::toolbox::checkWritablePlace(options.directory + "/" + name);  // before the task runs for nothing
+  checkOutputPlaces(options);  // before the task runs for nothing
   const Session session(global);
   std::optional<ProgressBar> bar;
   if (!options.standardInput || !isTyped(*options.standardInput))
     bar.emplace(session.progress());
   TaskResult result = session.client().runTask(describeTask(options, inputs), inputs.items());
   const std::exception_ptr unsaid = sayWhatItSaid(result);
-  const std::vector<std::string> missing = fetchOutputs(result, options);
+  const FetchedOutputs outputs = fetchOutputs(result, options);
   if (unsaid != nullptr)
     std::rethrow_exception(unsaid);
-  return exitCodeWithMissing(exitCodeOf(result.info, options), result.info, missing);
+  return exitCodeWithOutputs(exitCodeOf(result.info, options), outputs);
 }
 
 }  // namespace zks

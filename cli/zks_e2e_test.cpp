@@ -257,6 +257,38 @@ TEST_P(ZksEndToEnd, RunFetchesProgramsThatCanBeRun) {
   EXPECT_EQ(runProgram({path("out/prog")}, directory()).output, "ran\n");
 }
 
+TEST_P(ZksEndToEnd, RunSendsAndFetchesFolders) {
+  std::filesystem::create_directories(path("in/sub/empty"));
+  writeFile(path("in/data"), "data");
+  writeFile(path("in/sub/tool"), "#!/bin/sh\necho ran\n");
+  std::filesystem::permissions(path("in/sub/tool"), std::filesystem::perms(0755));
+  const Words run{
+      "run",      "--file", "in",       "--file", "other=in/sub",
+      "--output", "in/",    "--output", "other",  "--to",
+      "out",      "--",     "sh",       "-c",     "in/sub/tool; test -d other/empty && rm other/tool; echo > in/new"};
+  const auto outcome = zks(run);
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+  EXPECT_EQ(outcome.output, "ran\n");
+  EXPECT_THAT(namesIn("out"), ElementsAre("in", "other"));
+  EXPECT_THAT(namesIn("out/in"), ElementsAre("data", "new", "sub"));
+  EXPECT_THAT(namesIn("out/in/sub"), ElementsAre("empty", "tool"));
+  EXPECT_THAT(namesIn("out/other"), ElementsAre("empty"));
+  EXPECT_EQ(readFile(path("out/in/data")), "data");
+  EXPECT_NE(::access(path("out/in/data").c_str(), X_OK), 0);
+  EXPECT_EQ(runProgram({path("out/in/sub/tool")}, directory()).output, "ran\n");
+}
+
+TEST_P(ZksEndToEnd, FetchedFolderGoesIntoOneThatIsThere) {
+  std::filesystem::create_directories(path("out/d"));
+  writeFile(path("out/d/kept"), "kept");
+  writeFile(path("out/d/replaced"), "old and longer");
+  const auto outcome =
+      zks({"run", "--output", "d/", "--to", "out", "--", "sh", "-c", "mkdir d; printf new > d/replaced; touch d/more"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+  EXPECT_THAT(namesIn("out/d"), ElementsAre("kept", "more", "replaced"));
+  EXPECT_EQ(readFile(path("out/d/kept")) + readFile(path("out/d/replaced")), "keptnew");
+}
+
 TEST_P(ZksEndToEnd, ExitCodeIsTheTasksOwn) {
   for (const int code : {0, 1, 2, 7, 255}) {
     const auto outcome = zks({"run", "--", "sh", "-c", "exit " + std::to_string(code)});

@@ -326,8 +326,36 @@ TEST_F(ZksErrors, DirectoryThatRefusesNewFilesIsNamed) {
 TEST_F(ZksErrors, OutputWhosePlaceIsADirectoryLeavesNothing) {
   std::filesystem::create_directories(path("to/o"));
   const auto outcome = zks({"run", "--output", "o", "--to", "to", "--", "touch", "o"});
-  expectFailure(outcome, 125, {"\"to/o\"", "it is a directory"});
+  expectFailure(outcome, 125, {"\"to/o\"", "it is a directory; --output o/ fetches a folder into it"});
   EXPECT_THAT(namesIn("to"), ElementsAre("o"));
+}
+
+TEST_F(ZksErrors, FolderWhosePlaceIsAFileIsNamed) {
+  std::filesystem::create_directories(path("to"));
+  writeFile(path("to/o"), "what was there");
+  const Words before{"run", "--output", "o/", "--to", "to", "--", "touch", path("ran")};
+  expectFailure(zks(before), 125, {"\"to/o\"", "it is not a directory"});
+  EXPECT_FALSE(std::filesystem::exists(path("ran")));
+  expectFailure(zks({"run", "--output", "o", "--to", "to", "--", "mkdir", "o"}), 125, {"\"to/o\"", "Not a directory"});
+  EXPECT_EQ(readFile(path("to/o")), "what was there");
+}
+
+TEST_F(ZksErrors, OutputThatIsNoFolderOrInOneThatIsNoFileIsSaid) {
+  const auto file = zks({"run", "--output", "o/", "--", "touch", "o"});
+  EXPECT_EQ(file.exitCode, 125);
+  EXPECT_EQ(file.error, "zks: the output \"o/\" cannot be fetched: it is a file and no folder\n");
+  const auto link = zks({"run", "--output", "o", "--", "sh", "-c", "mkdir o; ln -s / o/root; touch o/x"});
+  EXPECT_EQ(link.exitCode, 125);
+  EXPECT_EQ(link.error,
+            "zks: the output \"o/root\" cannot be fetched: it is a symbolic link, and only regular files can "
+            "be returned\n");
+  EXPECT_THAT(namesIn("o"), ElementsAre("x"));
+}
+
+TEST_F(ZksErrors, FolderThatCannotBeSentWholeIsNamed) {
+  std::filesystem::create_directories(path("d"));
+  std::filesystem::create_directory_symlink("/", path("d/root"));
+  expectFailure(zks({"run", "--file", "d", "--", "true"}), 125, {"\"d/root\" cannot be sent", "a link to a folder"});
 }
 
 TEST_F(ZksErrors, OutputThatDoesNotFitIsNamedAndLeavesNothing) {

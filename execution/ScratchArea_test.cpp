@@ -134,9 +134,9 @@ TEST(TaskScratch, WaitingTaskHoldsNoDescriptor) {
   const TaskScratch first(area);
   const TaskScratch second(area);
   const TaskScratch third(area);
-  first.createInput("a");
-  first.createInput("b");
-  first.createInput("c");
+  first.createInput("a", 0700);
+  first.createInput("b", 0700);
+  first.createInput("c", 0700);
   EXPECT_THROW(third.open(false), std::system_error);  // the limit holds
 }
 
@@ -144,8 +144,9 @@ TEST(TaskScratch, InputFilesCanBeRunAndAreMadeOnce) {
   const TemporaryDirectory parent;
   ScratchArea area(parent.file(""), logger());
   const TaskScratch scratch(area);
-  EXPECT_EQ(permissionsOf(scratch.createInput("tool")), 0700U);
-  EXPECT_THROW(scratch.createInput("tool"), std::system_error);
+  EXPECT_EQ(permissionsOf(scratch.createInput("tool", 0700)), 0700U);
+  EXPECT_THROW(scratch.createInput("tool", 0700), std::system_error);
+  EXPECT_THROW(scratch.createInput("tool/x", 0700), std::system_error);
 }
 
 void expectUnusable(const fs::path& path, const std::string& problem) {

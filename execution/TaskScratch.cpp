@@ -73,12 +73,28 @@ fs::path TaskScratch::createStandardInput() const {
   return standardInput();
 }
 
-fs::path TaskScratch::createInput(const std::string& name) const {
+fs::path TaskScratch::createInput(const std::string& name, mode_t permissions) const {
   fs::path path = workDirectory() / name;
-  const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kInputPermissions));
+  const auto create = [&] {
+    return UniqueFd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, permissions));
+  };
+  UniqueFd file = create();
+  if (!file && errno == ENOENT) {
+    createFolder(fs::path(name).parent_path());
+    file = create();
+  }
   if (!file)
     throwSystemError("Making the input file " + errors::inQuotes(name));
   return path;
+}
+
+void TaskScratch::createFolder(const std::string& name) const {
+  fs::path path = workDirectory();
+  for (const fs::path& part : fs::path(name)) {
+    path /= part;
+    if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST)
+      throwSystemError("Making the input folder " + errors::inQuotes(name));
+  }
 }
 
 TaskDescriptors TaskScratch::open(bool hasInput) const {
@@ -99,12 +115,12 @@ OutputStatus fileStatus(const fs::path& path) {
       result.problem = "it cannot be looked at: " + systemErrorText(errno);
     return result;
   }
+  result.mode = status.st_mode;
   if (!S_ISREG(status.st_mode))
     result.problem = "it is a " + kindOfFile(status.st_mode) + ", and only regular files can be returned";
   else if (::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0)
     result.problem = "it cannot be read: " + systemErrorText(errno);
   result.isThere = result.problem.empty();
-  result.permissions = status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
   result.nbytes = result.isThere ? static_cast<std::uint64_t>(status.st_size) : 0;
   return result;
 }

@@ -1,7 +1,7 @@
 // The files of one task: a directory of its own to work in, and beside it, out of its sight, its standard streams.
 //
-// Holds no descriptor: a task that waits for its turn costs none. Names given here are single names; the caller has
-// checked them.
+// Holds no descriptor: a task that waits for its turn costs none. Names given here lead out of no directory; the caller
+// has checked them.
 #pragma once
 
 #include <sys/types.h>
@@ -27,9 +27,6 @@ struct TaskDescriptors {
 // Threads: one at a time.
 class TaskScratch {
  public:
-  // An input file's permissions let the task run it as a program.
-  static constexpr mode_t kInputPermissions = 0700;
-
   // The area must outlive it.
   explicit TaskScratch(ScratchArea& area);
   // Removes everything; logs when that fails.
@@ -39,9 +36,12 @@ class TaskScratch {
 
   const std::filesystem::path& path() const noexcept { return path_; }
 
-  // Make an empty file for what the task is to read, once, and return its path.
+  // Make an empty file for what the task is to read, once, and return its path. An input's name may be a path; the
+  // folders on its way are made. Before the task runs, so that there are no links.
   std::filesystem::path createStandardInput() const;
-  std::filesystem::path createInput(const std::string& name) const;
+  std::filesystem::path createInput(const std::string& name, mode_t permissions) const;
+  // Makes a folder, unless it is there.
+  void createFolder(const std::string& name) const;
 
   // Makes the files that capture the output, once, and opens what the task runs with.
   TaskDescriptors open(bool hasInput) const;
@@ -49,9 +49,9 @@ class TaskScratch {
   std::filesystem::path standardOutput() const { return path_ / "stdout"; }
   std::filesystem::path standardError() const { return path_ / "stderr"; }
   std::filesystem::path output(const std::string& name) const { return workDirectory() / name; }
+  std::filesystem::path workDirectory() const { return path_ / "work"; }
 
  private:
-  std::filesystem::path workDirectory() const { return path_ / "work"; }
   std::filesystem::path standardInput() const { return path_ / "stdin"; }
 
   ScratchArea& area_;
@@ -61,8 +61,8 @@ class TaskScratch {
 // A file that a task was to leave. Without a problem and not there, it has not been made.
 struct OutputStatus {
   bool isThere = false;
+  mode_t mode = 0;  // as of stat(), of whatever is there
   std::uint64_t nbytes = 0;
-  mode_t permissions = 0;
   std::string problem;  // why it cannot be returned: "it is a symbolic link, ..."
 };
 

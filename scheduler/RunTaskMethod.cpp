@@ -11,6 +11,7 @@
 
 #include "execution/FileTransfer.h"
 #include "execution/TaskScratch.h"
+#include "execution/listFolder.h"
 #include "platform/errors/systemError.h"
 #include "platform/errors/visibleText.h"
 #include "platform/logging/sinks.h"
@@ -27,6 +28,8 @@ using agent::spf::core::ServerCall;
 using errors::inQuotes;
 using execution::FilePool;
 using execution::fileStatus;
+using execution::FolderContents;
+using execution::listFolder;
 using execution::OutputStatus;
 using execution::ProcessLimits;
 using execution::ProcessResult;
@@ -59,6 +62,35 @@ std::uint64_t requestItems(const TaskDescription& task) {
   return 1 + (task.standard_input() ? 1 : 0) + static_cast<std::uint64_t>(task.input_files_size());
 }
 
+// Which inputs and outputs are programs.
+class Programs {
+ public:
+  explicit Programs(const TaskDescription& task)
+      : inputs_(task.input_files().begin(), task.input_files().end()),
+        programs_(task.executable_inputs().begin(), task.executable_inputs().end()) {}
+
+  // An input in a folder may be run if it could be where it came from, any other one whatever it was.
+  mode_t permissions(std::string_view input) const {
+    return isInFolder(input) && !programs_.contains(input) ? S_IRUSR | S_IWUSR : S_IRWXU;
+  }
+
+  // An input of which the task left the permissions alone is what it was where it came from.
+  bool isProgram(std::string_view output, mode_t mode) const {
+    if ((mode & S_IXUSR) == 0)
+      return false;
+    const bool asItCame = inputs_.contains(output) && (mode & kPermissions) == permissions(output);
+    return !asItCame || programs_.contains(output);
+  }
+
+ private:
+  static constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
+
+  static bool isInFolder(std::string_view path) { return path.find('/') != std::string_view::npos; }
+
+  const std::set<std::string_view> inputs_;
+  const std::set<std::string_view> programs_;
+};
+
 void receiveInto(const std::filesystem::path& path, std::string what, RequestReader& request, FilePool& files) {
   FilePool::File file(files, path, O_WRONLY | O_APPEND, std::move(what));
   execution::FileSink sink(file);
@@ -66,10 +98,14 @@ void receiveInto(const std::filesystem::path& path, std::string what, RequestRea
 }
 
 void receiveInputs(RequestReader& request, const TaskDescription& task, const TaskScratch& scratch, FilePool& files) {
+  const Programs programs(task);
   if (task.standard_input())
     receiveInto(scratch.createStandardInput(), "the standard input", request, files);
+  for (const std::string& name : task.input_folders())
+    scratch.createFolder(name);
   for (const std::string& name : task.input_files())
-    receiveInto(scratch.createInput(name), "the input file " + inQuotes(name), request, files);
+    receiveInto(scratch.createInput(name, programs.permissions(name)), "the input file " + inQuotes(name), request,
+                files);
   request.expectEnd();
 }
 
@@ -144,36 +180,30 @@ zksmessages::ResultPayload resultPayload(const TesselTaskExecutionInfo& info) {
   return payload;
 }
 
-// Which outputs are programs. An input may be run whatever it was where it came from: that is handed back as it came,
-// unless the task changed its permissions.
-class ProgramOutputs {
- public:
-  explicit ProgramOutputs(const TaskDescription& task)
-      : inputs_(task.input_files().begin(), task.input_files().end()),
-        programs_(task.executable_inputs().begin(), task.executable_inputs().end()) {}
-
-  bool contains(std::string_view name, mode_t permissions) const {
-    const bool asItCame = permissions == TaskScratch::kInputPermissions && inputs_.contains(name);
-    return (permissions & S_IXUSR) != 0 && (!asItCame || programs_.contains(name));
-  }
-
- private:
-  const std::set<std::string_view> inputs_;
-  const std::set<std::string_view> programs_;
-};
-
 // What the task left behind, as the reply will hold it. Looks at everything before the first byte of the reply is
 // written, and tells the sizes beforehand; what cannot be returned is empty, and said.
 class TaskReply {
  public:
-  TaskReply(const TaskDescription& task, const TaskScratch& scratch, FilePool& files, TesselTaskExecutionInfo info)
-      : pool_(files) {
-    addCapture(scratch.standardOutput(), "the standard output", info);
-    addCapture(scratch.standardError(), "the standard error", info);
-    const ProgramOutputs programs(task);
-    for (const std::string& name : task.output_files())
-      addOutput(scratch.output(name), name, programs, info);
-    result_ = resultPayload(info);
+  TaskReply(const TaskDescription& task, const TaskScratch& scratch, FilePool& files, std::size_t mostFolderEntries,
+            TesselTaskExecutionInfo info)
+      : pool_(files),
+        scratch_(scratch),
+        mostFolderEntries_(mostFolderEntries),
+        programs_(task),
+        info_(std::move(info)) {
+    addCapture(scratch.standardOutput(), "the standard output");
+    addCapture(scratch.standardError(), "the standard error");
+    std::vector<std::string> inFolders;
+    for (const std::string& name : task.output_files()) {
+      const OutputStatus status = fileStatus(scratch.output(name));
+      if (task.return_folders() && S_ISDIR(status.mode))
+        addFolder(name, inFolders);
+      else
+        addOutput(name, status);
+    }
+    for (const std::string& path : inFolders)
+      addFolderFile(path);
+    result_ = resultPayload(info_);
   }
 
   std::uint64_t nbytes() const { return dataBytes_ + framedBytes(result_.ByteSizeLong()); }
@@ -203,30 +233,64 @@ class TaskReply {
     std::uint64_t nbytes = 0;
   };
 
-  void addCapture(std::filesystem::path path, std::string what, TesselTaskExecutionInfo& info) {
-    OutputStatus status = fileStatus(path);
+  void addCapture(std::filesystem::path path, std::string what) {
+    const OutputStatus status = fileStatus(path);
     if (!status.isThere) {
       const std::string problem = status.problem.empty() ? "its file is gone" : status.problem;
-      addSentence(*info.mutable_message(), "What it wrote to " + what + " is lost: " + problem + ".");
+      addSentence(*info_.mutable_message(), "What it wrote to " + what + " is lost: " + problem + ".");
     }
     add({std::move(path), std::move(what), status.nbytes}, ReplyWriter::framedPlainBytes(status.nbytes));
   }
 
-  void addOutput(std::filesystem::path path, const std::string& name, const ProgramOutputs& programs,
-                 TesselTaskExecutionInfo& info) {
-    OutputStatus status = fileStatus(path);
-    if (status.nbytes > kMostBytes - dataBytes_ || framedBytes(status.nbytes) > kMostBytes - dataBytes_)
-      status = {.isThere = false,
-                .nbytes = 0,
-                .permissions = 0,
-                .problem = "no reply can hold its " + std::to_string(status.nbytes) + " bytes"};
+  void addOutput(const std::string& name, const OutputStatus& status) {
+    const bool usable = tell(name, status);
+    addFile(name, usable ? status.nbytes : 0);
+  }
+
+  // A folder has an empty item in its place. Its files come after all outputs.
+  void addFolder(const std::string& name, std::vector<std::string>& inFolders) {
+    const std::size_t most = mostFolderEntries_ - folderEntries_;
+    const FolderContents contents = listFolder(scratch_.workDirectory(), name, most);
+    addFile(name, 0);
+    if (contents.entries() > most)
+      return tellMissing(name, "a task's folders can be returned with " + std::to_string(mostFolderEntries_) +
+                                   " files at most, and it has more");
+    folderEntries_ += contents.entries();
+    info_.mutable_output_folders()->Add(contents.folders.begin(), contents.folders.end());
+    inFolders.insert(inFolders.end(), contents.files.begin(), contents.files.end());
+    for (const auto& [path, problem] : contents.unusable)
+      tellMissing(path, problem);
+  }
+
+  void addFolderFile(const std::string& path) {
+    const OutputStatus status = fileStatus(scratch_.output(path));
+    if (!tell(path, status))
+      return;
+    info_.add_folder_files(path);
+    addFile(path, status.nbytes);
+  }
+
+  // Says in the result what there is to say of a file. False when it cannot be returned.
+  bool tell(const std::string& name, const OutputStatus& status) {
+    const bool fits = status.nbytes <= kMostBytes - dataBytes_ && framedBytes(status.nbytes) <= kMostBytes - dataBytes_;
     if (!status.isThere)
-      info.add_missing_outputs(name);
-    else if (programs.contains(name, status.permissions))
-      info.add_executable_outputs(name);
-    if (!status.problem.empty())
-      (*info.mutable_unusable_outputs())[name] = status.problem;
-    add({std::move(path), "the output file " + inQuotes(name), status.nbytes}, framedBytes(status.nbytes));
+      tellMissing(name, status.problem);
+    else if (!fits)
+      tellMissing(name, "no reply can hold its " + std::to_string(status.nbytes) + " bytes");
+    else if (programs_.isProgram(name, status.mode))
+      info_.add_executable_outputs(name);
+    return status.isThere && fits;
+  }
+
+  // Without a problem the task has not made it.
+  void tellMissing(const std::string& name, const std::string& problem) {
+    info_.add_missing_outputs(name);
+    if (!problem.empty())
+      (*info_.mutable_unusable_outputs())[name] = problem;
+  }
+
+  void addFile(const std::string& name, std::uint64_t nbytes) {
+    add({scratch_.output(name), "the output file " + inQuotes(name), nbytes}, framedBytes(nbytes));
   }
 
   void add(File file, std::uint64_t inReply) {
@@ -241,7 +305,12 @@ class TaskReply {
   }
 
   FilePool& pool_;
-  std::vector<File> files_;  // standard output and error, then the outputs
+  const TaskScratch& scratch_;
+  const std::size_t mostFolderEntries_;
+  const Programs programs_;
+  TesselTaskExecutionInfo info_;
+  std::size_t folderEntries_ = 0;
+  std::vector<File> files_;  // standard output and error, the outputs, the files of folders
   std::uint64_t dataBytes_ = ReplyWriter::kHeadBytes;
   zksmessages::ResultPayload result_;
 };
@@ -279,7 +348,7 @@ void RunTaskMethod::serve(ServerCall& call, CallRecord& record) {
   record.outcome = outcomeText(result);
   slot.release();  // a slow reader of the reply keeps nobody from running
 
-  const TaskReply reply(task, scratch, files_, executionInfo(result, queuedTime));
+  const TaskReply reply(task, scratch, files_, settings_.mostFolderEntries, executionInfo(result, queuedTime));
   call.setReplySize(static_cast<long>(reply.nbytes()));
   reply.write(call.reply());
 }

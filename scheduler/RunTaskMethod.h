@@ -26,6 +26,8 @@ class RunTaskMethod {
     std::chrono::nanoseconds killGrace{0};
     std::vector<std::string> environment;                   // the service's own, "NAME=value"
     std::optional<std::uint64_t> openFiles = std::nullopt;  // a task's soft limit unless it says otherwise
+    // What a task's folders may hold that are returned; more files are better off in one.
+    std::size_t mostFolderEntries = 100'000;
   };
 
   // Makes the scratch area; std::system_error when it cannot.

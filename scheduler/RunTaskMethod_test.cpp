@@ -74,7 +74,8 @@ class RunTask : public ::testing::Test {
       : method_({.slots = slots,
                  .scratchParent = parent_.file(""),
                  .killGrace = 100ms,
-                 .environment = {"PATH=/usr/bin:/bin", "OWN=service"}},
+                 .environment = {"PATH=/usr/bin:/bin", "OWN=service"},
+                 .mostFolderEntries = 6},
                 logging::createQLVLogger("zks.scheduler.test")) {}
 
   ~RunTask() override { EXPECT_TRUE(taskDirectories().empty()) << "a task's directory is left"; }
@@ -257,6 +258,68 @@ TEST_F(RunTask, InputsThatComeBackAreProgramsIfTheyWereOrTheTaskMadeThemSo) {
   task.add_executable_inputs("tool");
   task.add_executable_inputs("new");
   EXPECT_THAT(run(task, {"1", "2", "3", "4"}).info.executable_outputs(), ElementsAre("tool", "made"));
+}
+
+// --- Folders ---
+
+TEST_F(RunTask, InputsLieInFoldersAndCanBeRunIfTheyWerePrograms) {
+  TaskDescription task = shellTask("find . -mindepth 1 -printf '%P %m\\n' | sort; cat in/sub/data; in/tool");
+  for (const char* name : {"in/sub/data", "in/tool", "top"})
+    task.add_input_files(name);
+  task.add_executable_inputs("in/tool");
+  for (const char* name : {"in", "in/empty/deeper", "in/sub"})
+    task.add_input_folders(name);
+  EXPECT_EQ(
+      run(task, {"data\n", "#!/bin/sh\necho ran\n", "x"}).output,
+      "in 700\nin/empty 700\nin/empty/deeper 700\nin/sub 700\nin/sub/data 600\nin/tool 700\ntop 700\ndata\nran\n");
+}
+
+TEST_F(RunTask, FolderComesBackWithAllThatIsInItAfterTheOtherOutputs) {
+  TaskDescription task = shellTask(
+      "mkdir -p d/sub/empty; printf 1 > d/one; printf 22 > d/sub/two; printf x > last;"
+      "chmod +x d/sub/two");
+  task.set_return_folders(true);
+  for (const char* name : {"d", "none", "last"})
+    task.add_output_files(name);
+  const Reply reply = run(task);
+  EXPECT_EQ(reply.files, (std::vector<std::string>{"", "", "x", "1", "22"}));
+  EXPECT_THAT(reply.info.output_folders(), ElementsAre("d", "d/sub", "d/sub/empty"));
+  EXPECT_THAT(reply.info.folder_files(), ElementsAre("d/one", "d/sub/two"));
+  EXPECT_THAT(reply.info.executable_outputs(), ElementsAre("d/sub/two"));
+  EXPECT_THAT(reply.info.missing_outputs(), ElementsAre("none"));
+}
+
+TEST_F(RunTask, WhatAFolderHoldsThatCannotBeReturnedIsTold) {
+  TaskDescription task =
+      shellTask("mkdir d; ln -s /etc/passwd d/link; ln -s / d/root; mkfifo d/pipe; printf x > d/file");
+  task.set_return_folders(true);
+  task.add_output_files("d");
+  const Reply reply = run(task);
+  EXPECT_EQ(reply.files, (std::vector<std::string>{"", "x"}));
+  EXPECT_THAT(reply.info.folder_files(), ElementsAre("d/file"));
+  EXPECT_THAT(reply.info.missing_outputs(), ElementsAre("d/link", "d/pipe", "d/root"));
+  EXPECT_EQ(reply.info.unusable_outputs().at("d/root"),
+            "it is a symbolic link, and only regular files can be returned");
+}
+
+TEST_F(RunTask, LinkToAFolderIsNoFolder) {
+  TaskDescription task = shellTask("ln -s / d");
+  task.set_return_folders(true);
+  task.add_output_files("d");
+  EXPECT_THAT(run(task).info.missing_outputs(), ElementsAre("d"));
+}
+
+TEST_F(RunTask, FoldersWithTooManyFilesAreToldAndTheRestArrives) {
+  TaskDescription task = shellTask("mkdir a b c; touch a/1 a/2 b/1 b/2 b/3 c/1");  // with six entries at most
+  task.set_return_folders(true);
+  for (const char* name : {"a", "b", "c"})
+    task.add_output_files(name);
+  const Reply reply = run(task);
+  EXPECT_THAT(reply.info.output_folders(), ElementsAre("a", "c"));
+  EXPECT_THAT(reply.info.folder_files(), ElementsAre("a/1", "a/2", "c/1"));
+  EXPECT_THAT(reply.info.missing_outputs(), ElementsAre("b"));
+  EXPECT_EQ(reply.info.unusable_outputs().at("b"),
+            "a task's folders can be returned with 6 files at most, and it has more");
 }
 
 // In memory, where files may be as large as any.

@@ -7,6 +7,7 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/errors/visibleText.h"
+#include "platform/files/relativePath.h"
 #include "scheduler/durations.h"
 
 namespace parallel::scheduler {
@@ -53,9 +54,10 @@ void checkEnvironment(const TaskDescription& task) {
   }
 }
 
+constexpr std::size_t kMaxNameBytes = 255;
+
 // Empty when the name is a good one.
 std::string problemOfName(const std::string& name) {
-  constexpr std::size_t kMaxNameBytes = 255;
   if (name.empty() || name == "." || name == "..")
     return " is not the name of a file";
   if (name.find('/') != std::string::npos)
@@ -67,14 +69,55 @@ std::string problemOfName(const std::string& name) {
   return "";
 }
 
-void checkNames(const char* field, const Names& names) {
+void checkNames(const char* field, const Names& names, std::string (*problemOf)(const std::string&)) {
   std::set<std::string_view> seen;
   for (int i = 0; i < names.size(); ++i) {
-    if (const std::string problem = problemOfName(names[i]); !problem.empty())
+    if (const std::string problem = problemOf(names[i]); !problem.empty())
       refuse(element(field, i), inQuotes(names[i]) + problem);
     if (!seen.insert(names[i]).second)
       refuse(element(field, i), inQuotes(names[i]) + " is there twice");
   }
+}
+
+// Empty when the path is a good one.
+std::string problemOfPath(const std::string& path) {
+  constexpr std::size_t kMaxPathBytes = 2048;
+  if (hasNul(path))
+    return " holds a NUL";
+  if (!files::isRelativePath(path))
+    return " is not the path of a file in the task's directory";
+  if (path.size() > kMaxPathBytes)
+    return " is longer than " + std::to_string(kMaxPathBytes) + " bytes";
+  for (std::string_view rest = path;; rest.remove_prefix(files::firstPart(rest).size() + 1)) {
+    const std::string_view part = files::firstPart(rest);
+    if (part.size() > kMaxNameBytes)
+      return " has a name longer than " + std::to_string(kMaxNameBytes) + " bytes";
+    if (part.size() == rest.size())
+      return "";
+  }
+}
+
+// That no file is a folder too, or is to have something inside.
+void checkNesting(const char* field, const Names& paths, const std::set<std::string_view>& files) {
+  for (int i = 0; i < paths.size(); ++i) {
+    const std::string_view path = paths[i];
+    for (std::size_t at = path.find('/'); at != std::string_view::npos; at = path.find('/', at + 1)) {
+      if (files.contains(path.substr(0, at)))
+        refuse(element(field, i), inQuotes(path) + " is in " + inQuotes(path.substr(0, at)) + ", which is a file");
+    }
+  }
+}
+
+void checkInputs(const TaskDescription& task) {
+  checkNames("input_files", task.input_files(), problemOfPath);
+  checkNames("input_folders", task.input_folders(), problemOfPath);
+  const std::set<std::string_view> files(task.input_files().begin(), task.input_files().end());
+  for (int i = 0; i < task.input_folders_size(); ++i) {
+    if (files.contains(task.input_folders(i)))
+      refuse(element("input_folders", i), inQuotes(task.input_folders(i)) + " is a file too");
+  }
+  checkNesting("input_files", task.input_files(), files);
+  checkNesting("input_folders", task.input_folders(), files);
 }
 
 void checkPrograms(const TaskDescription& task) {
@@ -109,8 +152,8 @@ void checkLimits(const TaskLimits& limits) {
 void checkTaskDescription(const TaskDescription& task) {
   checkArguments(task.argv());
   checkEnvironment(task);
-  checkNames("input_files", task.input_files());
-  checkNames("output_files", task.output_files());
+  checkInputs(task);
+  checkNames("output_files", task.output_files(), problemOfName);
   checkPrograms(task);
   checkLimits(task.limits());
 }

@@ -6,6 +6,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/errors/visibleText.h"
 #include "scheduler/testing/containers.h"
 #include "scheduler/testing/expectError.h"
 
@@ -43,6 +44,11 @@ void expectRefused(const std::function<void(TaskDescription&)>& spoil, const std
 
 TEST(CheckTaskDescription, GoodOnePasses) {
   EXPECT_NO_THROW(checkTaskDescription(goodTask()));
+  TaskDescription task = goodTask();
+  task.add_input_files("in/deeper/file");
+  task.add_input_folders("in");
+  task.add_input_folders("in/empty");
+  EXPECT_NO_THROW(checkTaskDescription(task));
 }
 
 TEST(CheckTaskDescription, ArgumentsNeedAProgramAndNoNul) {
@@ -61,7 +67,7 @@ TEST(CheckTaskDescription, EnvironmentNamesAndValuesAreChecked) {
   expectRefused(with("A", raw("x\0")), "environment[\"A\"]: its value holds a NUL");
 }
 
-TEST(CheckTaskDescription, FileNamesAreSingleNames) {
+TEST(CheckTaskDescription, NamesOfOutputsAreSingleNames) {
   const std::string longName(256, 'n');
   const std::pair<std::string, std::string> problems[] = {
       {"", "\"\" is not the name of a file"},
@@ -73,16 +79,49 @@ TEST(CheckTaskDescription, FileNamesAreSingleNames) {
       {raw("a\0b"), "\"a\\x00b\" holds a NUL"},
       {longName, "\"" + longName + "\" is longer than 255 bytes"},
   };
-  for (const auto& [name, problem] : problems) {
-    expectRefused([&, n = name](auto& task) { task.set_input_files(1, n); }, "input_files[1]: " + problem);
+  for (const auto& [name, problem] : problems)
     expectRefused([&, n = name](auto& task) { task.set_output_files(0, n); }, "output_files[0]: " + problem);
+}
+
+TEST(CheckTaskDescription, PathsOfInputsStayInTheTasksDirectory) {
+  const std::string longName = "d/" + std::string(256, 'n');
+  std::string longPath = "d";
+  while (longPath.size() <= 2048)
+    longPath += "/d";
+  std::vector<std::pair<std::string, std::string>> problems = {
+      {raw("a\0b"), "\"a\\x00b\" holds a NUL"},
+      {longName, errors::inQuotes(longName) + " has a name longer than 255 bytes"},
+      {longPath, errors::inQuotes(longPath) + " is longer than 2048 bytes"},
+  };
+  for (const std::string path : {"", ".", "..", "../x", "a/../../x", "/etc/passwd", "a/", "a//b", "./a"})
+    problems.emplace_back(path, "\"" + path + "\" is not the path of a file in the task's directory");
+  for (const auto& [path, problem] : problems) {
+    expectRefused([&, p = path](auto& task) { task.set_input_files(0, p); }, "input_files[0]: " + problem);
+    expectRefused([&, p = path](auto& task) { task.add_input_folders(p); }, "input_folders[0]: " + problem);
   }
+}
+
+TEST(CheckTaskDescription, NothingIsFileAndFolderAtOnce) {
+  expectRefused([](auto& task) { task.add_input_files("data.txt/a/b"); },
+                "input_files[2]: \"data.txt/a/b\" is in \"data.txt\", which is a file");
+  expectRefused([](auto& task) { task.add_input_folders("data.txt/a"); },
+                "input_folders[0]: \"data.txt/a\" is in \"data.txt\", which is a file");
+  expectRefused([](auto& task) { task.add_input_folders("data.txt"); }, "input_folders[0]: \"data.txt\" is a file too");
 }
 
 TEST(CheckTaskDescription, NamesOccurOnceInEachList) {
   expectRefused([](auto& task) { task.set_input_files(1, "data.txt"); }, "input_files[1]: \"data.txt\" is there twice");
   expectRefused([](auto& task) { task.set_output_files(1, "data.txt"); },
                 "output_files[1]: \"data.txt\" is there twice");
+}
+
+TEST(CheckTaskDescription, FoldersOccurOnce) {
+  expectRefused(
+      [](auto& task) {
+        task.add_input_folders("d");
+        task.add_input_folders("d");
+      },
+      "input_folders[1]: \"d\" is there twice");
 }
 
 TEST(CheckTaskDescription, ProgramsAreAmongTheInputs) {

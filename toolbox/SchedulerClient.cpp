@@ -1,10 +1,14 @@
 #include "toolbox/SchedulerClient.h"
 
 #include <exception>
+#include <set>
+#include <string_view>
 #include <utility>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/errors/visibleText.h"
+#include "platform/files/relativePath.h"
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/core/errors.h"
 #include "toolbox/hostMessage.h"
@@ -64,6 +68,23 @@ zksmessages::EchoRequest describe(const std::vector<Item>& items) {
   return request;
 }
 
+[[noreturn]] void throwMalformed(const std::string& problem) {
+  throw Exception<MalformedReply>("runTask", problem);
+}
+
+// The service names places on this machine: none is outside of a folder that was asked for.
+void checkFolders(const zksmessages::TesselTaskExecutionInfo& info, const zksmessages::TaskDescription& description) {
+  std::set<std::string_view> wanted;
+  if (description.return_folders())
+    wanted.insert(description.output_files().begin(), description.output_files().end());
+  for (const auto* const paths : {&info.output_folders(), &info.folder_files()}) {
+    for (const std::string& path : *paths) {
+      if (!files::isRelativePath(path) || !wanted.contains(files::firstPart(path)))
+        throwMalformed("it has " + errors::inQuotes(path) + ", which is in no folder that was asked for");
+    }
+  }
+}
+
 }  // namespace
 
 SchedulerClient::SchedulerClient(const Connection& connection, std::shared_ptr<TransferProgress> progress,
@@ -107,11 +128,15 @@ TaskResult SchedulerClient::runTask(const zksmessages::TaskDescription& descript
   request.push_back(messageItem(description));
   request.insert(request.end(), inputs.begin(), inputs.end());
   Reply reply = call("runTask", request);
-  reply.expectItems(kItemsBeforeOutputs + static_cast<std::size_t>(description.output_files_size()),
-                    "the execution record, standard output, standard error, output files");
+  const std::size_t fewest = kItemsBeforeOutputs + static_cast<std::size_t>(description.output_files_size());
+  if (!description.return_folders() || reply.itemCount() < fewest)
+    reply.expectItems(fewest, "the execution record, standard output, standard error, output files");
   zksmessages::TesselTaskExecutionInfo info;
   if (!tryMessageFromHost(reply.takeMessage().get(), info))
-    throw Exception<MalformedReply>("runTask", "its first item is not an execution record");
+    throwMalformed("its first item is not an execution record");
+  checkFolders(info, description);
+  reply.expectItems(fewest + static_cast<std::size_t>(info.folder_files_size()),
+                    "the execution record, standard output, standard error, output files, files of folders");
   auto standardOutput = reply.takePlain();
   auto standardError = reply.takePlain();
   return {std::move(info), std::move(standardOutput), std::move(standardError), std::move(reply)};

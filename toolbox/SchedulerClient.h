@@ -21,7 +21,9 @@
 namespace parallel::toolbox {
 
 // How a task ran and what it left. The output files, in the order of the description, are still to be taken from
-// `outputs`; one that the task did not make is empty and named in info.missing_outputs().
+// `outputs`; one that the task did not make is empty and named in info.missing_outputs(). An output that is a folder is
+// empty too, and named in info.output_folders(); after all outputs come info.folder_files(), paths that stay in the folders
+// asked for.
 struct TaskResult {
   zksmessages::TesselTaskExecutionInfo info;
   tova::factory::qxArrayProxy standardOutput;  // uint8 columns

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <numeric>
@@ -14,7 +15,9 @@
 #include "platform/interrupt/utInterruptState.h"
 #include "platform/spf/core/errors.h"
 #include "platform/spf/inprocess/connectInProcess.h"
+#include "scheduler/ReplyWriter.h"
 #include "scheduler/SchedulerService.h"
+#include "toolbox/TaskInputs.h"
 #include "toolbox/hostMessage.h"
 #include "toolbox/testing/FakeInvokable.h"
 #include "toolbox/testing/SocketDirectory.h"
@@ -111,6 +114,25 @@ TEST_F(SchedulerClientTest, RunTaskTellsHowItRanAndLeavesOutputsToTake) {
   EXPECT_EQ(textOf(result.standardError), "err\n");
   result.outputs.takeFile(files_.directory() + "/c");
   EXPECT_EQ(read("c"), "12");
+}
+
+TEST_F(SchedulerClientTest, FoldersGoThereAndComeBack) {
+  std::filesystem::create_directories(files_.directory() + "/in/sub");
+  write("in/sub/data", "12");
+  TaskInputs inputs;
+  inputs.add("d", files_.directory() + "/in");
+  zksmessages::TaskDescription description;
+  for (const char* word : {"sh", "-c", "echo 3 > d/new"})
+    description.add_argv(word);
+  inputs.describe(description);
+  description.add_output_files("d");
+  description.set_return_folders(true);
+  TaskResult result = client_.runTask(description, inputs.items());
+  EXPECT_THAT(result.info.output_folders(), ElementsAre("d", "d/sub"));
+  ASSERT_THAT(result.info.folder_files(), ElementsAre("d/new", "d/sub/data"));
+  for (const char* name : {"none", "new", "data"})
+    result.outputs.takeFile(files_.directory() + "/" + name);
+  EXPECT_EQ(read("none") + read("new") + read("data"), "3\n12");
 }
 
 TEST_F(SchedulerClientTest, UnknownMethodIsAFrameworkErrorThatNamesCallAndCause) {
@@ -273,6 +295,60 @@ TEST(SchedulerClientOfOddServices, WrongNumberOfItemsIsAMalformedReply) {
   const SchedulerClient client(connection);
   EXPECT_THAT(messageOf([&] { client.echo({plainItem(bytesOf("x").get())}); }), HasSubstr("has 0 items, not 1"));
   EXPECT_THAT(messageOf([&] { client.runTask({}, {}); }), HasSubstr("has 0 items, not 3"));
+}
+
+// A reply to runTask whose folders are those, without a byte in its other items.
+Connection connectionWithFolders(const zksmessages::TesselTaskExecutionInfo& info, int items) {
+  return connectionTo([info, items](ServerCall& call) {
+    scheduler::ReplyWriter writer(call.reply(), items);
+    zksmessages::ResultPayload payload;
+    payload.mutable_result()->set_type_url("type.googleapis.com/" + info.GetTypeName());
+    payload.mutable_result()->set_value(info.SerializeAsString());
+    writer.writeMessage(payload);
+    const auto nothing = [](spf::transport::ByteSink&) {};
+    writer.writePlain(0, nothing);
+    writer.writePlain(0, nothing);
+    for (int i = 3; i < items; ++i)
+      writer.writeItem(nothing);
+  });
+}
+
+TEST(SchedulerClientOfOddServices, FoldersThatWereNotAskedForAreAMalformedReply) {
+  zksmessages::TaskDescription task;
+  task.add_output_files("d");
+  for (const bool wanted : {true, false}) {
+    task.set_return_folders(wanted);
+    for (const char* path : {"../x", "/etc", "d/../../x", "e/x", "d//x", "d/", "", "d", "d/x"}) {
+      const bool good = wanted && (std::string_view(path) == "d" || std::string_view(path) == "d/x");
+      zksmessages::TesselTaskExecutionInfo folder;
+      folder.add_output_folders(path);
+      const std::string ofFolder =
+          messageOf([&] { SchedulerClient(connectionWithFolders(folder, 4)).runTask(task, {}); });
+      zksmessages::TesselTaskExecutionInfo file;
+      file.add_folder_files(path);
+      const std::string ofFile =
+          messageOf([&] { SchedulerClient(connectionWithFolders(file, wanted ? 5 : 4)).runTask(task, {}); });
+      for (const std::string& message : {ofFolder, ofFile})
+        EXPECT_THAT(message, good ? HasSubstr("no error") : HasSubstr("which is in no folder that was asked for"))
+            << path;
+    }
+  }
+}
+
+TEST(SchedulerClientOfOddServices, FilesOfFoldersAreCounted) {
+  zksmessages::TaskDescription task;
+  task.add_output_files("d");
+  task.set_return_folders(true);
+  zksmessages::TesselTaskExecutionInfo info;
+  info.add_output_folders("d");
+  info.add_folder_files("d/x");
+  const auto outcome = [&](int items) {
+    return messageOf([&] { SchedulerClient(connectionWithFolders(info, items)).runTask(task, {}); });
+  };
+  EXPECT_THAT(outcome(3), HasSubstr("has 3 items, not 4"));
+  EXPECT_THAT(outcome(4), HasSubstr("has 4 items, not 5"));
+  EXPECT_EQ(outcome(5), "no error");
+  EXPECT_THAT(outcome(6), HasSubstr("has 6 items, not 5"));
 }
 
 TEST(HostMessage, TypedMessageAndStructAreEachOthersImage) {

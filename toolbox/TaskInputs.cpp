@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include "toolbox/folders.h"
+
 namespace parallel::toolbox {
 namespace {
 
@@ -10,9 +12,25 @@ bool isProgram(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && (status.st_mode & S_IXUSR) != 0;
 }
 
+bool isFolder(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 }  // namespace
 
 void TaskInputs::add(const std::string& name, const std::string& path) {
+  if (!isFolder(path))
+    return addFile(name, path);
+  const FolderContents contents = contentsOfFolder(path);
+  described_.add_input_folders(name);
+  for (const std::string& inside : contents.folders)
+    described_.add_input_folders(std::string(name).append("/").append(inside));
+  for (const std::string& inside : contents.files)
+    addFile(std::string(name).append("/").append(inside), std::string(path).append("/").append(inside));
+}
+
+void TaskInputs::addFile(const std::string& name, const std::string& path) {
   files_.push_back(fileItem(path));
   described_.add_input_files(name);
   if (isProgram(path))

@@ -1,4 +1,4 @@
-// What goes along with a task: its standard input and its files, as its description tells them and as items.
+// What goes along with a task: its standard input, its files and folders, as its description tells them and as items.
 //
 // Threads: one at a time.
 // Errors:  `CannotReadFile` for what cannot be sent.
@@ -19,7 +19,7 @@ class TaskInputs {
   // What the task reads from its standard input: plain bytes or a file.
   void setStandardInput(Item item) { standardInput_ = std::move(item); }
 
-  // The file at the path, which the task finds under the name. A program is told as one.
+  // The file or folder at the path, which the task finds under the name. Programs are told as such.
   void add(const std::string& name, const std::string& path);
 
   void describe(zksmessages::TaskDescription& task) const;
@@ -27,6 +27,8 @@ class TaskInputs {
   std::vector<Item> items() const;
 
  private:
+  void addFile(const std::string& name, const std::string& path);
+
   zksmessages::TaskDescription described_;  // its fields for inputs
   std::optional<Item> standardInput_;
   std::vector<Item> files_;

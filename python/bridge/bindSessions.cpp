@@ -96,6 +96,8 @@ py::dict pythonInfo(const TesselTaskExecutionInfo& info) {
   fields["peak_memory_bytes"] = info.peak_memory_bytes();
   fields["missing_outputs"] = tupleOf(info.missing_outputs());
   fields["executable_outputs"] = tupleOf(info.executable_outputs());
+  fields["output_folders"] = tupleOf(info.output_folders());
+  fields["folder_files"] = tupleOf(info.folder_files());
   return fields;
 }
 
@@ -151,6 +153,7 @@ TaskDescription describeTask(const std::vector<std::string>& argv,
   task.set_clear_environment(clearEnvironment);
   inputs.describe(task);
   task.mutable_output_files()->Assign(outputNames.begin(), outputNames.end());
+  task.set_return_folders(true);
   setLimits(task, limits);
   return task;
 }

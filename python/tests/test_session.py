@@ -229,6 +229,31 @@ def test_programs_that_a_task_makes_can_be_run(any_session, tmp_path):
     assert subprocess.run([tmp_path / "prog"], capture_output=True).stdout == b"ran\n"
 
 
+def test_folders_go_there_and_come_back(any_session, tmp_path):
+    (tmp_path / "in" / "sub" / "empty").mkdir(parents=True)
+    (tmp_path / "in" / "sub" / "tool").write_text("#!/bin/sh\nmkdir made; cp -r in made\n")
+    (tmp_path / "in" / "sub" / "tool").chmod(0o755)
+    (tmp_path / "in" / "data").write_text("x")
+    task = any_session.run(["in/sub/tool"], files=[f"{tmp_path}/in/"], outputs=["made"])
+    assert task.ok, task.stderr
+    assert task.output_folders == ("made", "made/in", "made/in/sub", "made/in/sub/empty")
+    assert list(task.outputs) == ["made/in/data", "made/in/sub/tool"]
+    task.outputs["made/in/sub/tool"].save(tmp_path / "tool")
+    assert os.access(tmp_path / "tool", os.X_OK)
+    (tmp_path / "made").mkdir()
+    (tmp_path / "made" / "kept").write_text("kept")
+    any_session.run(["in/sub/tool"], files={"in": tmp_path / "in"}, outputs=["made"], to=tmp_path, check=True)
+    found = {str(path.relative_to(tmp_path / "made")) for path in (tmp_path / "made").rglob("*")}
+    assert found == {"kept", "in", "in/data", "in/sub", "in/sub/tool", "in/sub/empty"}
+    assert not os.access(tmp_path / "made" / "in" / "data", os.X_OK)
+
+
+def test_a_folder_that_cannot_be_sent_is_named(session, tmp_path):
+    (tmp_path / "link").symlink_to("/")
+    with pytest.raises(zks.Error, match="link.* cannot be sent: it is a link to a folder"):
+        session.run(["true"], files={"d": tmp_path})
+
+
 def test_a_task_is_true_when_all_went_well(session):
     assert session.run(["true"])
     assert not session.run(["false"])

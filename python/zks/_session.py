@@ -149,15 +149,20 @@ class Session:
                 info, stdout, stderr, reply = self._native.run_task(**request, control=control)
             finally:
                 request.clear()
-            programs = [name in info["executable_outputs"] for name in names]
-            items = reply_items(reply, "runTask", self._calls, programs=programs)
-            made = {name: item for name, item in zip(names, items, strict=True) if name not in info["missing_outputs"]}
+            paths = [*names, *info.pop("folder_files")]
+            programs = set(info["executable_outputs"])
+            items = reply_items(reply, "runTask", self._calls, programs=[path in programs for path in paths])
+            folders = info["output_folders"]
+            no_files = {*info["missing_outputs"], *folders}
+            made = {path: item for path, item in zip(paths, items, strict=True) if path not in no_files}
             if text:
                 stdout, stderr = stdout.decode(errors="replace"), stderr.decode(errors="replace")
             task = TaskResult(stdout=stdout, stderr=stderr, outputs=made, **info)
             if directory is not None:
-                for name, item in made.items():
-                    item._saving(os.path.join(directory, name))(control)
+                for folder in folders:
+                    os.makedirs(os.path.join(directory, folder), exist_ok=True)
+                for path, item in made.items():
+                    item._saving(os.path.join(directory, path))(control)
             if check:
                 raise_unless_ok(words[0], task)
             return task
@@ -168,9 +173,10 @@ class Session:
     def run(self, *arguments: Any, **options: Any) -> TaskResult:
         """Runs a command on the service, in a directory of its own, and waits until it has ended.
 
-        files:   what is put into the directory: paths, under their last parts, or a mapping of names to paths
-        outputs: names of files that are brought back; save them from the result's outputs
-        to:      a directory that the outputs are saved in
+        files:   what is put into the directory, folders with all that is in them: paths, under their last parts, or a
+                 mapping of names to paths
+        outputs: names of files and folders that are brought back; save them from the result's outputs
+        to:      a directory that the outputs are saved in; a folder that is there already keeps what else it has
         stdin:   what the command reads: bytes, a text (UTF-8), or a pathlib.Path
         text:    stdout and stderr are str, of UTF-8; what is none becomes U+FFFD
         check:   zks.TaskFailed is raised when it does not go well

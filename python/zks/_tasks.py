@@ -41,7 +41,8 @@ class TaskResult:
     peak_memory_bytes: int
     missing_outputs: tuple[str, ...]
     executable_outputs: tuple[str, ...]  # those that are programs
-    outputs: Mapping[str, ReplyItem]  # file items by name; only what the task made
+    output_folders: tuple[str, ...]  # those that are folders, and the folders in them: "made", "made/inside"
+    outputs: Mapping[str, ReplyItem]  # file items by name, "made/inside/file" in folders; only what the task made
 
     @property
     def ok(self) -> bool:
@@ -99,7 +100,7 @@ def named(files: Iterable[str | os.PathLike] | Mapping[str, str | os.PathLike]) 
         return {_arguments.text("a name in files", name): path for name, path in files.items()}
     names: dict[str, str | os.PathLike] = {}
     for path in _arguments.several("files", files):
-        name = _arguments.text("a name in files", os.path.basename(os.fsdecode(path)))
+        name = _arguments.text("a name in files", os.path.basename(os.path.normpath(os.fsdecode(path))))
         if name in names:
             raise ValueError(f"two files are named {name!r}; give them names of their own: files={{name: path}}")
         names[name] = path
