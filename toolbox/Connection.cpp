@@ -91,6 +91,8 @@ Connection Connection::connect(std::string_view address, const ConnectionOptions
   agent::spf::grpc_transport::ConnectOptions options;
   options.connectTimeout = wanted.timeout;
   options.plainText = wanted.insecure;
+  options.credentialsAdvice = wanted.tlsAdvice;
+  options.plainTextAdvice = wanted.insecureAdvice;
   options.idleTimeout = wanted.idleTimeout;
   options.replyLimit = wanted.replyLimit;
   options.poll = throwIfInterrupted;

@@ -37,6 +37,9 @@ struct ConnectOptions {
   std::optional<security::Credentials> credentials = std::nullopt;
   // ... the caller asks for no encryption and no check of who answers.
   bool plainText = false;
+  // How the caller's own users ask for the one and the other, where an error tells them to. May be empty.
+  std::string credentialsAdvice = {};
+  std::string plainTextAdvice = {};
 };
 
 // `address`: "unix:/absolute/path" or "HOST:PORT". FrameworkError names the address and what was wrong (nothing

@@ -254,12 +254,19 @@ TEST_F(Security, ServicesFilesCannotCall) {
 
 TEST_F(Security, PlainClientIsToldThatTheServiceSpeaksTls) {
   serve(authority().server());
-  EXPECT_THAT(refusalOf(plainClient()), AllOf(HasSubstr("speaks TLS"), HasSubstr("--tls DIR")));
+  ConnectOptions client = plainClient();
+  EXPECT_THAT(refusalOf(client), HasSubstr("speaks TLS; connect with its credentials and not in plain text"));
+  client.credentialsAdvice = "like so";
+  EXPECT_THAT(refusalOf(client), HasSubstr("connect with its credentials (like so) and not in plain text"));
 }
 
 TEST_F(Security, TlsClientIsToldThatTheServiceSpeaksPlainText) {
   serve(plainServer());
-  EXPECT_THAT(refusalOf(authority().client()), AllOf(HasSubstr("does not speak TLS"), HasSubstr("--insecure")));
+  ConnectOptions client;
+  client.credentials = authority().client();
+  EXPECT_THAT(refusalOf(client), HasSubstr("does not speak TLS; connect in plain text if that is"));
+  client.plainTextAdvice = "like so";
+  EXPECT_THAT(refusalOf(client), HasSubstr("connect in plain text (like so) if that is"));
 }
 
 TEST_F(Security, RefusedClientsDoNotDisturbOthers) {

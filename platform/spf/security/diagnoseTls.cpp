@@ -71,7 +71,12 @@ bool isAboutClientCertificate(int reason) {
 
 }  // namespace
 
-std::string whyTlsFails(int socket, const std::string& host, const Credentials& credentials, const Patience& patience) {
+std::string inBrackets(const std::string& advice) {
+  return advice.empty() ? "" : " (" + advice + ")";
+}
+
+std::string whyTlsFails(int socket, const std::string& host, const Credentials& credentials, const Patience& patience,
+                        const std::string& plainTextAdvice) {
   TlsConversation conversation(socket, host, &credentials, patience);
   Outcome outcome = conversation.handshake();
   if (conversation.refusal() != X509_V_OK)
@@ -79,8 +84,8 @@ std::string whyTlsFails(int socket, const std::string& host, const Credentials& 
   if (!conversation.sawCertificate())
     return outcome == Outcome::timedOut
                ? "it does not answer a TLS client"
-               : "it does not speak TLS; connect in plain text if that is what the service was told to speak "
-                 "(--insecure), or start the service with TLS";
+               : "it does not speak TLS; connect in plain text" + inBrackets(plainTextAdvice) +
+                     " if that is what the service was told to speak, or start the service with TLS";
   // The client has accepted the service. Under TLS 1.3 it only learns afterwards whether the service accepts it.
   if (outcome == Outcome::done)
     outcome = conversation.exchange();

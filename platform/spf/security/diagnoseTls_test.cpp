@@ -35,7 +35,7 @@ class DiagnoseTls : public ::testing::Test {
   }
   std::string diagnosis(const Patience& patience) const {
     static const Credentials client = testing::TestAuthority().client();
-    return whyTlsFails(ends_[0], "localhost", client, patience);
+    return whyTlsFails(ends_[0], "localhost", client, patience, "");
   }
   bool peerSpeaksTls(const Patience& patience) const { return speaksTls(ends_[0], patience); }
 

@@ -66,9 +66,10 @@ std::string whyNoConversation(const files::UniqueFd& socket, const std::string& 
   const security::Patience patience{kDiagnosisLimit, options.poll};
   std::string why;
   if (options.credentials)
-    why = security::whyTlsFails(socket.get(), host, *options.credentials, patience);
+    why = security::whyTlsFails(socket.get(), host, *options.credentials, patience, options.plainTextAdvice);
   else if (security::speaksTls(socket.get(), patience))
-    why = "the service speaks TLS; connect with its credentials (--tls DIR) and not in plain text";
+    why = "the service speaks TLS; connect with its credentials" + security::inBrackets(options.credentialsAdvice) +
+          " and not in plain text";
   return why.empty() ? "something listens there, but it does not speak this protocol" : why;
 }
 
