@@ -67,6 +67,13 @@ qxArrayProxy Reply::takePlain() {
   return take([](ReplyItem& item) { return item.takePlain(); });
 }
 
+void Reply::takePlainInto(const PlainMemory& memory) {
+  take([&memory](ReplyItem& item) {
+    item.takePlainInto(memory);
+    return qxArrayProxy();
+  });
+}
+
 void Reply::takeBytes(ByteSink& sink) {
   take([&sink](ReplyItem& item) {
     item.takeBytes(sink);

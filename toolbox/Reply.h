@@ -39,6 +39,7 @@ class Reply {
   tova::factory::qxArrayProxy takeMessage();
   tova::factory::qxArrayProxy takeArray();
   tova::factory::qxArrayProxy takePlain();
+  void takePlainInto(const PlainMemory& memory);
   void takeBytes(spf::transport::ByteSink& sink);
   // The bytes into a file, which appears when it is whole (AtomicFile.h, writeFile). What is wrong with its place is an
   // error that leaves the item untaken.

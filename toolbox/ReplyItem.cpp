@@ -1,13 +1,19 @@
 #include "toolbox/ReplyItem.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/interrupt/utInterruptState.h"
+#include "transport/streams/FunctionalByteSink.h"
+#include "transport/streams/readBigEndian.h"
 
 namespace parallel::toolbox {
 namespace {
@@ -15,6 +21,7 @@ namespace {
 using spf::transport::ByteSink;
 using spf::transport::ByteStream;
 using spf::transport::DeserializableData;
+using spf::transport::FunctionalByteSink;
 using tova::factory::qxArrayProxy;
 
 std::string countOf(std::uint64_t nbytes) {
@@ -41,6 +48,25 @@ std::string whatIsWrong<cluster::DeserializeQxArrayError>(std::uint64_t nbytes) 
 template <>
 std::string whatIsWrong<cluster::DeserializeProtobufError>(std::uint64_t nbytes) {
   return "its " + countOf(nbytes) + " cannot be decoded";
+}
+
+// What is too much is dropped, and what was announced and does not come is zero, as in an array.
+void readPlain(ByteStream& content, const PlainMemory& memory) {
+  const std::int64_t length = spf::transport::readBigEndianInt64(content);
+  if (length < 0)
+    throw std::bad_alloc();
+  const auto nbytes = static_cast<std::size_t>(length);
+  std::byte* next = memory(nbytes);
+  std::size_t room = nbytes;
+  FunctionalByteSink into([&](const std::byte* data, std::size_t n) {
+    const std::size_t taken = std::min(n, room);
+    next = std::copy_n(data, taken, next);
+    room -= taken;
+  });
+  content.read(into, nbytes);
+  std::fill_n(next, room, std::byte{0});
+  FunctionalByteSink nowhere([](const std::byte*, std::size_t) {});
+  content.read(nowhere);
 }
 
 // The message that stands in the payload.
@@ -110,6 +136,19 @@ qxArrayProxy ReplyItem::takeArray() {
 qxArrayProxy ReplyItem::takePlain() {
   return take<cluster::DeserializePlainError>("plain bytes",
                                               [](DeserializableData& data) { return data.deserializePlain(); });
+}
+
+void ReplyItem::takePlainInto(const PlainMemory& memory) {
+  take<cluster::DeserializePlainError>("plain bytes", [&](DeserializableData&) {
+    try {
+      readPlain(*content_, memory);
+    } catch (const Corvane::System::InterruptException&) {
+      throw;
+    } catch (...) {
+      throw Exception<cluster::DeserializePlainError>();
+    }
+    return qxArrayProxy();
+  });
 }
 
 void ReplyItem::takeBytes(ByteSink& sink) {

@@ -7,6 +7,8 @@
 //            then.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 
 #include "platform/tova/qxArrayProxy.h"
@@ -15,6 +17,9 @@
 #include "transport/streams/ByteStream.h"
 
 namespace parallel::toolbox {
+
+// Gives memory for so many bytes, or throws std::bad_alloc.
+using PlainMemory = std::function<std::byte*(std::size_t nbytes)>;
 
 class ReplyItem {
  public:
@@ -26,6 +31,9 @@ class ReplyItem {
   tova::factory::qxArrayProxy takeArray();
   // A uint8 column.
   tova::factory::qxArrayProxy takePlain();
+  // The same bytes into memory of the caller's, who is told once how many there are to be. What the service announced and
+  // did not send is zero.
+  void takePlainInto(const PlainMemory& memory);
   // The bytes as they are, of an item of any kind: the content of a file.
   void takeBytes(spf::transport::ByteSink& sink);
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <new>
 #include <numeric>
 
 #include "platform/errors/IException.h"
@@ -288,6 +289,40 @@ TEST(SchedulerClientOfOddServices, AfterAnItemThatFailedTheRestOfTheReplyIsLost)
   EXPECT_THAT(messageOf([&] { reply.takeArray(); }), HasSubstr("Item 1 of 2"));
   EXPECT_THAT(messageOf([&] { reply.takePlain(); }), HasSubstr("The rest of the reply to any is lost"));
   EXPECT_THAT(messageOf([&] { reply.takePlain(); }), HasSubstr("ends after 2 items"));
+}
+
+// What a plain item of those bytes gives.
+std::string plainInto(const std::string& content) {
+  const Connection connection = connectionTo([&](ServerCall& call) {
+    scheduler::ReplyWriter writer(call.reply(), 1);
+    writer.writeItem([&](spf::transport::ByteSink& item) {
+      for (const char& byte : content)  // in pieces of one byte
+        item.write(reinterpret_cast<const std::byte*>(&byte), 1);
+    });
+  });
+  Reply reply = SchedulerClient(connection).call("any", {});
+  std::string bytes = "no memory was asked for";
+  const std::string message = messageOf([&] {
+    reply.takePlainInto([&](std::size_t nbytes) {
+      if (nbytes > 1000)
+        throw std::bad_alloc();
+      bytes.assign(nbytes, '?');
+      return reinterpret_cast<std::byte*>(bytes.data());
+    });
+  });
+  return message == "no error" ? bytes : message;
+}
+
+TEST(SchedulerClientOfOddServices, PlainBytesComeIntoMemoryOfTheCaller) {
+  const std::string length("\0\0\0\0\0\0\0\3", 8);
+  EXPECT_EQ(plainInto(length + "abc"), "abc");
+  EXPECT_EQ(plainInto(length + "abcd"), "abc") << "what is too much is dropped";
+  EXPECT_EQ(plainInto(length + "a"), std::string("a\0\0", 3)) << "what was announced and did not come is zero";
+  EXPECT_EQ(plainInto(std::string(8, '\0')), "");
+  EXPECT_THAT(plainInto("abc"), HasSubstr("it has 3 bytes, and plain bytes begin with the 8 of their length"));
+  EXPECT_THAT(plainInto(""), HasSubstr("it has 0 bytes"));
+  for (const char first : {'\1', '\x80', '\xFF'})
+    EXPECT_THAT(plainInto(first + length), HasSubstr("are more than memory can hold"));
 }
 
 TEST(SchedulerClientOfOddServices, WrongNumberOfItemsIsAMalformedReply) {

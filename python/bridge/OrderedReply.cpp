@@ -19,6 +19,20 @@ using parallel::spf::transport::FunctionalByteSink;
 using parallel::toolbox::Reply;
 using parallel::toolbox::ReplyItem;
 
+namespace {
+
+// Of a Reply's next item, or of a ReplyItem.
+template <class Source>
+std::vector<std::byte> contentOf(Source& source) {
+  std::vector<std::byte> bytes;
+  FunctionalByteSink sink(
+      [&bytes](const std::byte* data, std::size_t nbytes) { bytes.insert(bytes.end(), data, data + nbytes); });
+  source.takeBytes(sink);
+  return bytes;
+}
+
+}  // namespace
+
 OrderedReply::OrderedReply(Reply reply, std::string service)
     : service_(std::move(service)),
       first_(reply.itemsTaken()),
@@ -38,10 +52,7 @@ Reply& OrderedReply::stream() {
 void OrderedReply::bufferNext() {
   const std::size_t index = stream().itemsTaken() - first_;
   states_[index].taken = true;  // if it fails half-way it cannot be read again
-  std::vector<std::byte> bytes;
-  FunctionalByteSink sink(
-      [&bytes](const std::byte* data, std::size_t nbytes) { bytes.insert(bytes.end(), data, data + nbytes); });
-  stream().takeBytes(sink);
+  std::vector<std::byte> bytes = contentOf(stream());
   states_[index].taken = false;
   states_[index].buffered = std::make_unique<ReplyItem>(std::make_shared<ByteVectorByteStream>(std::move(bytes)));
 }
@@ -110,8 +121,12 @@ qxArrayPtr OrderedReply::takeMessage(std::size_t index) {
   return take(index, [](auto& source) { return source.takeMessage().release(); });
 }
 
-qxArrayPtr OrderedReply::takePlain(std::size_t index) {
-  return take(index, [](auto& source) { return source.takePlain().release(); });
+void OrderedReply::takePlain(std::size_t index, const parallel::toolbox::PlainMemory& memory) {
+  take(index, [&memory](auto& source) { source.takePlainInto(memory); });
+}
+
+std::vector<std::byte> OrderedReply::takeContent(std::size_t index) {
+  return take(index, [](auto& source) { return contentOf(source); });
 }
 
 void OrderedReply::takeFile(std::size_t index, const std::string& path, parallel::toolbox::FileKind kind) {

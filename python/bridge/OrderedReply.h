@@ -31,7 +31,9 @@ class OrderedReply {
   // `index` counts from 0 among the items that were left when this was made.
   qxArrayPtr takeArray(std::size_t index);
   qxArrayPtr takeMessage(std::size_t index);
-  qxArrayPtr takePlain(std::size_t index);
+  void takePlain(std::size_t index, const parallel::toolbox::PlainMemory& memory);
+  // The bytes of an item of any kind, as they are: the content of a file.
+  std::vector<std::byte> takeContent(std::size_t index);
   // The file appears when it is whole; what is no file, a device or a pipe, is written to. `CannotWriteFile` and
   // `CannotWriteIntoDirectory` leave the item untaken when they come before its first byte.
   void takeFile(std::size_t index, const std::string& path, parallel::toolbox::FileKind kind);

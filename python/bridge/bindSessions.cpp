@@ -5,6 +5,7 @@
 #include <cmath>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -95,6 +96,8 @@ py::dict pythonInfo(const TesselTaskExecutionInfo& info) {
   fields["queued_time"] = secondsOf(info.queued_time());
   fields["peak_memory_bytes"] = info.peak_memory_bytes();
   fields["missing_outputs"] = tupleOf(info.missing_outputs());
+  fields["unusable_outputs"] =
+      py::cast(std::map<std::string, std::string>(info.unusable_outputs().begin(), info.unusable_outputs().end()));
   fields["executable_outputs"] = tupleOf(info.executable_outputs());
   fields["output_folders"] = tupleOf(info.output_folders());
   fields["folder_files"] = tupleOf(info.folder_files());
@@ -196,6 +199,20 @@ void bindItems(py::module_& module) {
       "The same message in the form that messages have in replies");
 }
 
+// A bytes object in the middle of an operation, to be filled without the interpreter's lock: nobody else has it yet.
+std::byte* makeBytes(std::size_t nbytes, py::object& made) {
+  withLockAgain([&] {
+    made = py::reinterpret_steal<py::object>(nbytes <= static_cast<std::size_t>(PY_SSIZE_T_MAX)
+                                                 ? PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(nbytes))
+                                                 : nullptr);
+    if (!made)
+      PyErr_Clear();
+  });
+  if (!made)
+    throw std::bad_alloc();
+  return reinterpret_cast<std::byte*>(PyBytes_AS_STRING(made.ptr()));
+}
+
 void bindReplies(py::module_& module) {
   const auto array = [](OrderedReply& reply, std::size_t index, const Control& control) {
     return toPython(withoutLock(control, nullptr, [&] { return reply.takeArray(index); }), Scalars::AsArrays);
@@ -204,8 +221,14 @@ void bindReplies(py::module_& module) {
     return messageToPython(withoutLock(control, nullptr, [&] { return reply.takeMessage(index); }));
   };
   const auto plain = [](OrderedReply& reply, std::size_t index, const Control& control) {
-    const qxArrayPtr bytes = withoutLock(control, nullptr, [&] { return reply.takePlain(index); });
-    return toBytes(bytes.get());
+    py::object bytes;
+    const auto memory = [&bytes](std::size_t nbytes) { return makeBytes(nbytes, bytes); };
+    withoutLock(control, nullptr, [&] { reply.takePlain(index, memory); });
+    return bytes;
+  };
+  const auto content = [](OrderedReply& reply, std::size_t index, const Control& control) {
+    const std::vector<std::byte> bytes = withoutLock(control, nullptr, [&] { return reply.takeContent(index); });
+    return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   };
   const auto file = [](OrderedReply& reply, std::size_t index, py::handle path, bool executable,
                        const Control& control) {
@@ -218,6 +241,7 @@ void bindReplies(py::module_& module) {
       .def("take_array", array, "index"_a, "control"_a = Control())
       .def("take_message", message, "index"_a, "control"_a = Control())
       .def("take_bytes", plain, "index"_a, "control"_a = Control())
+      .def("take_content", content, "index"_a, "control"_a = Control())
       .def("take_file", file, "index"_a, "path"_a, "executable"_a, "control"_a = Control());
 }
 

@@ -33,7 +33,7 @@ thread_local bool cancelled = false;
 std::atomic<int> threadsInside{0};
 std::atomic<bool> interpreterEnds{false};
 
-// The main thread's lock, taken again while an operation goes on.
+// The interpreter's lock, taken again while an operation goes on.
 class LockedAgain {
  public:
   explicit LockedAgain(PyThreadState*& released) : released_(released) {
@@ -120,6 +120,12 @@ BlockingCall::~BlockingCall() {
   callPython([this] { PyEval_RestoreThread(state_->released); });
   current = state_->outer;
   runDeferred();
+}
+
+void withLockAgain(const std::function<void()>& action) {
+  utInterruptState::ThrowIfInterruptPending();  // as at the interpreter's end, when nobody gets the lock any more
+  const LockedAgain lock(current->released);
+  callPython(action);
 }
 
 void endOtherThreads() noexcept {

@@ -11,6 +11,7 @@
 #include <pybind11/pybind11.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -56,6 +57,9 @@ template <class Operation>
 auto withoutLock(Operation&& operation) {
   return withoutLock(nullptr, nullptr, std::forward<Operation>(operation));
 }
+
+// Runs a part of an operation with the interpreter's lock.
+void withLockAgain(const std::function<void()>& action);
 
 // Makes the interpreter's signal check the platform's source of interrupts, or takes it away.
 void connectInterrupts();

@@ -268,6 +268,7 @@ def test_a_task_is_true_when_all_went_well(session):
         ({"argv": ["sleep", "1000"], "timeout": 0.05}, "The task 'sleep' was ended when its time was over"),
         ({"argv": ["/no/such"], "text": True}, "The task '/no/such' could not be started: "),
         ({"argv": ["true"], "outputs": ["a", "b"]}, "The task 'true' did not make 'a', 'b'"),
+        ({"argv": ["ln", "-s", "/", "a"], "outputs": ["a"]}, "The task 'ln' left 'a', which cannot be brought back: it is a "),
     ],
 )
 def test_check_raises_when_a_task_does_not_go_well(session, options, told):
@@ -294,6 +295,34 @@ def test_results_can_be_pickled_and_unsaved_outputs_stay_behind(session, tmp_pat
     assert (tmp_path / "out").read_text() == "x\n"
     message = session.echo(zks.message("parallel.zksmessages.TaskLimits", open_files=3))[0].message()
     assert pickle.loads(pickle.dumps(message)) == message
+
+
+def test_outputs_that_cannot_be_brought_back_are_told(session):
+    task = session.run(["sh", "-c", "ln -s / link; mkdir d; ln -s / d/inside; echo x >d/x"], outputs=["link", "none", "d"])
+    assert task.missing_outputs == ("link", "none", "d/inside")
+    told = "it is a symbolic link, and only regular files can be returned"
+    assert dict(task.unusable_outputs) == {"link": told, "d/inside": told}
+    assert task.outputs["d/x"].bytes() == b"x\n"
+
+
+def test_files_that_are_known_to_be_such_can_be_read_as_bytes(any_session, tmp_path):
+    content = os.urandom(200_000)
+    (tmp_path / "sent").write_bytes(content)
+    first, file, last = any_session.echo(b"first", tmp_path / "sent", zks.file(tmp_path / "sent"))
+    assert last.bytes() == content, "read before its turn"
+    assert file.bytes() == content
+    assert first.bytes() == b"first"
+    task = any_session.run(["cp", "sent", "made"], files=[tmp_path / "sent"], outputs=["made", "sent"])
+    assert task.outputs["sent"].bytes() == content
+    assert task.outputs["made"].bytes_async().result(60) == content
+
+
+def test_plain_bytes_of_border_sizes_come_back(any_session):
+    for nbytes in (0, 1, 32758, 32759, 32760, 32767, 70_000, 3_000_000):
+        sent = os.urandom(nbytes)
+        early, late = any_session.echo(sent, sent)
+        assert late.bytes() == sent
+        assert early.bytes() == sent
 
 
 def test_some_outputs_missing_leaves_the_others_readable(session, tmp_path):

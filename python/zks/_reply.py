@@ -28,7 +28,7 @@ class _LeftBehind:
     def _take(self, *_: Any, **__: Any) -> Any:
         raise Error("The item stayed in the process that has its reply: save or read it there, and pickle what it held.")
 
-    take_array = take_message = take_bytes = take_file = _take
+    take_array = take_message = take_bytes = take_content = take_file = _take
 
 
 class ReplyItem:
@@ -38,13 +38,13 @@ class ReplyItem:
     order; those in front of the one that is read are then kept in memory. Read them before the session is closed.
     """
 
-    def __init__(self, reply: _bridge.Reply, index: int, method: str, calls: Calls, layout: Layout = None, is_program: bool = False):
+    def __init__(self, reply: _bridge.Reply, index: int, method: str, calls: Calls, sent: Layout = None, file: str | None = None):
         self._reply = reply
         self._index = index
         self._method = method
         self._calls = calls
-        self._layout = layout
-        self._is_program = is_program
+        self._layout = sent
+        self._file = file
         self._state = "not read"
 
     def array(self, shape: Sequence[int] | int | None = None, order: str | None = None) -> Any:
@@ -70,12 +70,12 @@ class ReplyItem:
         return self._calls.submit(self._reading_message())
 
     def bytes(self) -> bytes:
-        """The bytes of a plain item."""
-        return self._reading("bytes", self._reply.take_bytes)(None)
+        """The bytes of a plain item, or of a file: a task's output, or a file that echo gives back."""
+        return self._reading_bytes()(None)
 
     def bytes_async(self) -> CallFuture[builtins.bytes]:
         """bytes on a thread of the session."""
-        return self._calls.submit(self._reading("bytes", self._reply.take_bytes))
+        return self._calls.submit(self._reading_bytes())
 
     def save(self, path: str | builtins.bytes | os.PathLike) -> None:
         """Writes a file item to a file, which is created or replaced when all of the item has arrived.
@@ -90,7 +90,7 @@ class ReplyItem:
         return self._calls.submit(self._saving(path))
 
     def _saving(self, path: str | builtins.bytes | os.PathLike) -> Operation[None]:
-        return self._reading("saved", self._reply.take_file, path, self._is_program)
+        return self._reading("saved", self._reply.take_file, path, self._file == "program")
 
     def _reading(self, state: str, take: Callable[..., T], *arguments: Any) -> Operation[T]:
         _logging.follow_level()
@@ -101,6 +101,9 @@ class ReplyItem:
             return result
 
         return read
+
+    def _reading_bytes(self) -> Operation[builtins.bytes]:
+        return self._reading("bytes", self._reply.take_bytes if self._file is None else self._reply.take_content)
 
     def _reading_array(self, shape: Sequence[int] | int | None, order: str | None) -> Operation[Any]:
         if order not in (None, "C", "F"):
@@ -142,9 +145,9 @@ def reply_items(
     method: str,
     calls: Calls,
     layouts: Sequence[Layout] | None = None,
-    programs: Sequence[bool] | None = None,
+    files: Sequence[str | None] | None = None,
 ) -> list[ReplyItem]:
-    """`layouts`: of what was sent, where these items are the same. `programs`: which files are to be executable."""
-    known = layouts if layouts is not None else [None] * len(reply)
-    executable = programs if programs is not None else [False] * len(reply)
-    return [ReplyItem(reply, index, method, calls, known[index], executable[index]) for index in range(len(reply))]
+    """`layouts`: of what was sent, where these items are the same. `files`: "file" or "program" for each known to be one."""
+    nothing = [None] * len(reply)
+    known = zip(layouts or nothing, files or nothing, strict=True)
+    return [ReplyItem(reply, index, method, calls, sent, file) for index, (sent, file) in enumerate(known)]

@@ -95,6 +95,7 @@ class Session:
         sent = [item_of(item) for item in items]
         native_items = _native_items(sent, in_reply=True)
         layouts = [_layout_of_item(item) for item in sent]
+        files = ["file" if item.kind == "file" else None for item in sent]
         sent.clear()
 
         def call(control: _bridge.CallControl | None) -> list[ReplyItem]:
@@ -102,7 +103,7 @@ class Session:
                 reply = self._native.echo(native_items, control)
             finally:
                 native_items.clear()
-            return reply_items(reply, "echo", self._calls, layouts)
+            return reply_items(reply, "echo", self._calls, layouts, files)
 
         return call
 
@@ -151,7 +152,8 @@ class Session:
                 request.clear()
             paths = [*names, *info.pop("folder_files")]
             programs = set(info["executable_outputs"])
-            items = reply_items(reply, "runTask", self._calls, programs=[path in programs for path in paths])
+            kinds = ["program" if path in programs else "file" for path in paths]
+            items = reply_items(reply, "runTask", self._calls, files=kinds)
             folders = info["output_folders"]
             no_files = {*info["missing_outputs"], *folders}
             made = {path: item for path, item in zip(paths, items, strict=True) if path not in no_files}

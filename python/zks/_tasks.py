@@ -40,6 +40,7 @@ class TaskResult:
     queued_time: float
     peak_memory_bytes: int
     missing_outputs: tuple[str, ...]
+    unusable_outputs: Mapping[str, str]  # those of them that are there, and why they cannot be brought back
     executable_outputs: tuple[str, ...]  # those that are programs
     output_folders: tuple[str, ...]  # those that are folders, and the folders in them: "made", "made/inside"
     outputs: Mapping[str, ReplyItem]  # file items by name, "made/inside/file" in folders; only what the task made
@@ -84,7 +85,10 @@ def _failure(task: TaskResult) -> str:
         return f"could not be started: {task.message}"
     if task.exit_status != 0:
         return f"exited with status {task.exit_status}"
-    return "did not make " + ", ".join(map(repr, task.missing_outputs))
+    not_made = [name for name in task.missing_outputs if name not in task.unusable_outputs]
+    if not_made:
+        return "did not make " + ", ".join(map(repr, not_made))
+    return "; ".join(f"left {name!r}, which cannot be brought back: {why}" for name, why in task.unusable_outputs.items())
 
 
 def _last_line(stderr: bytes | str) -> str:
