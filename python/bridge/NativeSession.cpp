@@ -101,7 +101,7 @@ auto NativeSession::unlessClosed(Operation operation) const {
 std::shared_ptr<OrderedReply> NativeSession::opened(parallel::toolbox::Reply reply) const {
   auto ordered = std::make_shared<OrderedReply>(std::move(reply), name());
   {
-    const std::lock_guard lock(mutex_);
+    const parallel::threads::MutexLock lock(mutex_);
     std::erase_if(replies_, [](const auto& weak) { return weak.expired(); });
     replies_.push_back(ordered);
   }
@@ -113,7 +113,7 @@ std::shared_ptr<OrderedReply> NativeSession::opened(parallel::toolbox::Reply rep
 void NativeSession::abandonReplies() noexcept {
   std::vector<std::weak_ptr<OrderedReply>> replies;
   {
-    const std::lock_guard lock(mutex_);
+    const parallel::threads::MutexLock lock(mutex_);
     replies.swap(replies_);
   }
   for (const auto& weak : replies)

@@ -10,11 +10,11 @@
 #include <sys/types.h>
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/threads/Mutex.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "python/bridge/OrderedReply.h"
 #include "python/bridge/blockingCall.h"
@@ -64,8 +64,8 @@ class NativeSession {
 
   const pid_t process_;
   std::unique_ptr<parallel::toolbox::Connection> connection_;
-  mutable std::mutex mutex_;
-  mutable std::vector<std::weak_ptr<OrderedReply>> replies_;  // guarded by mutex_
+  mutable parallel::threads::Mutex mutex_;
+  mutable std::vector<std::weak_ptr<OrderedReply>> replies_ ZKS_GUARDED_BY(mutex_);
   const std::shared_ptr<CallControl> closing_ = std::make_shared<CallControl>();
 };
 

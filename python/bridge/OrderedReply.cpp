@@ -1,6 +1,5 @@
 #include "python/bridge/OrderedReply.h"
 
-#include <chrono>
 #include <cstddef>
 #include <utility>
 
@@ -36,8 +35,9 @@ std::vector<std::byte> contentOf(Source& source) {
 OrderedReply::OrderedReply(Reply reply, std::string service)
     : service_(std::move(service)),
       first_(reply.itemsTaken()),
+      count_(reply.itemCount() - first_),
       reply_(std::move(reply)),
-      states_(reply_->itemCount() - first_) {}
+      states_(count_) {}
 
 void OrderedReply::throwClosed() const {
   throw Exception<parallel::python::SessionClosed>(service_);
@@ -57,18 +57,9 @@ void OrderedReply::bufferNext() {
   states_[index].buffered = std::make_unique<ReplyItem>(std::make_shared<ByteVectorByteStream>(std::move(bytes)));
 }
 
-// Whoever has the lock may be waiting for the service.
-std::unique_lock<std::timed_mutex> OrderedReply::lockInterruptibly() {
-  constexpr std::chrono::milliseconds kPollInterval{50};
-  std::unique_lock lock(mutex_, std::defer_lock);
-  while (!lock.try_lock_for(kPollInterval))
-    utInterruptState::ThrowIfInterruptPending();
-  return lock;
-}
-
 template <class Operation>
 auto OrderedReply::takeLocked(std::size_t index, Operation operation) {
-  const auto lock = lockInterruptibly();
+  const InterruptibleLock lock(mutex_);
   Item& item = states_.at(index);
   if (item.taken)
     throw Exception<parallel::python::ItemAlreadyRead>(first_ + index + 1);
@@ -103,9 +94,10 @@ auto OrderedReply::take(std::size_t index, Operation operation) {
 void OrderedReply::dropIfAbandoned() noexcept {
   if (!abandoned_.load())
     return;
-  const std::unique_lock lock(mutex_, std::try_to_lock);
-  if (lock.owns_lock())
-    reply_.reset();
+  if (!mutex_.try_lock())
+    return;
+  reply_.reset();
+  mutex_.unlock();
 }
 
 void OrderedReply::abandon() noexcept {

@@ -10,11 +10,11 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "python/bridge/InterruptibleMutex.h"
 #include "python/bridge/counters.h"
 #include "toolbox/Reply.h"
 #include "toolbox/ReplyItem.h"
@@ -26,7 +26,7 @@ class OrderedReply {
   // `service`: the other end of the session, for messages.
   OrderedReply(parallel::toolbox::Reply reply, std::string service);
 
-  std::size_t itemCount() const noexcept { return states_.size(); }
+  std::size_t itemCount() const noexcept { return count_; }
 
   // `index` counts from 0 among the items that were left when this was made.
   qxArrayPtr takeArray(std::size_t index);
@@ -52,18 +52,18 @@ class OrderedReply {
   auto take(std::size_t index, Operation operation);
   template <class Operation>
   auto takeLocked(std::size_t index, Operation operation);
-  std::unique_lock<std::timed_mutex> lockInterruptibly();
-  void bufferNext();
-  parallel::toolbox::Reply& stream();
+  void bufferNext() ZKS_REQUIRES(mutex_);
+  parallel::toolbox::Reply& stream() ZKS_REQUIRES(mutex_);
   [[noreturn]] void throwClosed() const;
   void dropIfAbandoned() noexcept;
 
   const std::string service_;
   const std::size_t first_;  // how many of the call's items had been taken before
+  const std::size_t count_;  // and how many are left
   std::atomic<bool> abandoned_{false};
-  std::timed_mutex mutex_;
-  std::optional<parallel::toolbox::Reply> reply_;  // guarded by mutex_; nothing once it is abandoned
-  std::vector<Item> states_;                       // the items guarded by mutex_
+  InterruptibleMutex mutex_;
+  std::optional<parallel::toolbox::Reply> reply_ ZKS_GUARDED_BY(mutex_);  // nothing once it is abandoned
+  std::vector<Item> states_ ZKS_GUARDED_BY(mutex_);
   Counted counted_{counters().replies};
 };
 

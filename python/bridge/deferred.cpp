@@ -2,11 +2,11 @@
 
 #include <pthread.h>
 
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "platform/errors/visibleText.h"
+#include "platform/threads/Mutex.h"
 #include "python/bridge/interpreterLock.h"
 
 namespace zks::bridge {
@@ -16,15 +16,17 @@ namespace py = pybind11;
 namespace {
 
 using parallel::logging::LogRecord;
+using parallel::threads::Mutex;
+using parallel::threads::MutexLock;
 
 struct Deferred {
-  std::mutex mutex;
-  bool open = false;                  // guarded by mutex
-  bool scheduled = false;             // guarded by mutex; the interpreter has been asked to call runDeferred
-  std::vector<PyObject*> references;  // guarded by mutex
-  std::vector<LogRecord> records;     // guarded by mutex
-  PyObject* receiver = nullptr;       // guarded by the interpreter's lock
-  bool running = false;               // guarded by the interpreter's lock
+  Mutex mutex;
+  bool open ZKS_GUARDED_BY(mutex) = false;
+  bool scheduled ZKS_GUARDED_BY(mutex) = false;  // the interpreter has been asked to call runDeferred
+  std::vector<PyObject*> references ZKS_GUARDED_BY(mutex);
+  std::vector<LogRecord> records ZKS_GUARDED_BY(mutex);
+  PyObject* receiver = nullptr;  // guarded by the interpreter's lock
+  bool running = false;          // guarded by the interpreter's lock
 };
 
 // Never destroyed: threads of the framework may outlive static objects.
@@ -38,7 +40,7 @@ constexpr std::size_t kMostRecords = 10'000;
 
 // Asks the interpreter's main thread to call runDeferred when it next can. A full queue is no loss: every call of the
 // bridge runs what is left as well.
-void schedule(Deferred& work) {
+void schedule(Deferred& work) ZKS_REQUIRES(work.mutex) {
   if (work.scheduled)
     return;
   const auto run = [](void*) {
@@ -79,7 +81,7 @@ void releaseLater(PyObject* reference) noexcept {
   Deferred& work = deferred();
   const bool holdsLock = Py_IsInitialized() != 0 && PyGILState_Check() != 0;
   {
-    const std::lock_guard lock(work.mutex);
+    const MutexLock lock(work.mutex);
     if (!work.open)
       return;
     if (!holdsLock) {
@@ -96,7 +98,7 @@ void releaseLater(PyObject* reference) noexcept {
 
 void logLater(const LogRecord& record) {
   Deferred& work = deferred();
-  const std::lock_guard lock(work.mutex);
+  const MutexLock lock(work.mutex);
   if (!work.open || work.records.size() >= kMostRecords)
     return;
   work.records.push_back(record);
@@ -116,7 +118,7 @@ bool runBatch(Deferred& work) {
   std::vector<PyObject*> references;
   std::vector<LogRecord> records;
   {
-    const std::lock_guard lock(work.mutex);
+    const MutexLock lock(work.mutex);
     work.scheduled = false;
     if (!work.open || (work.references.empty() && work.records.empty()))
       return false;
@@ -153,15 +155,27 @@ void runDeferred() noexcept {
   work.running = false;
 }
 
+namespace {
+
+// One takes what the other gives back, which no analysis of a single function follows.
+void lockForFork() ZKS_NO_THREAD_SAFETY_ANALYSIS {
+  deferred().mutex.lock();
+}
+
+void unlockAfterFork() ZKS_NO_THREAD_SAFETY_ANALYSIS {
+  deferred().mutex.unlock();
+}
+
+}  // namespace
+
 void openDeferred() {
   Deferred& work = deferred();
   {
-    const std::lock_guard lock(work.mutex);
+    const MutexLock lock(work.mutex);
     work.open = true;
   }
   // A thread may be inside the lock when another forks.
-  static const int registered = ::pthread_atfork([] { deferred().mutex.lock(); }, [] { deferred().mutex.unlock(); },
-                                                 [] { deferred().mutex.unlock(); });
+  static const int registered = ::pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
   static_cast<void>(registered);
 }
 
@@ -169,7 +183,7 @@ void closeDeferred() noexcept {
   runDeferred();
   Deferred& work = deferred();
   {
-    const std::lock_guard lock(work.mutex);
+    const MutexLock lock(work.mutex);
     work.open = false;
   }
   Py_XDECREF(std::exchange(work.receiver, nullptr));
