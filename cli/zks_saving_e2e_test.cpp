@@ -87,6 +87,54 @@ TEST_F(ZksSaving, FailureToPutTheFileInItsPlaceIsNamedAndLeavesWhatWasThere) {
   EXPECT_EQ(failAtEachStep("rename", EACCES, Names::Temporary, "a few bytes", ""), 1);
 }
 
+// The first attempt asks for a file without a name, and the next is for one with a name.
+TEST_F(ZksSaving, FailureToOpenTheFileIsNamedAndLeavesWhatWasThere) {
+  writeFile(path("in"), "a few bytes");
+  const auto save = [&](int step, Names names) {
+    writeFile(path("out/in"), "before");
+    return runProgram(withFault("open", step, EMFILE, names, {"echo", "--file", "in", "--save", "out"}), directory());
+  };
+  EXPECT_EQ(save(1, Names::None).exitCode, 0);
+  EXPECT_EQ(readFile(path("out/in")), "a few bytes");
+  for (const auto& [step, names] : {std::pair{2, Names::None}, std::pair{1, Names::Temporary}}) {
+    const auto outcome = save(step, names);
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_THAT(outcome.error, AnyOf(HasSubstr("out/in\" cannot be written: Too many open files"),
+                                     HasSubstr("out\": Too many open files")));
+    EXPECT_EQ(readFile(path("out/in")), "before");
+    EXPECT_THAT(namesIn("out"), ElementsAre("in"));
+  }
+}
+
+TEST_F(ZksSaving, ProgramThatCannotBecomeOneIsNamedAndLeavesWhatWasThere) {
+  const Words run{"run", "--output", "o", "--to", "out", "--", "sh", "-c", "echo x > o; chmod +x o"};
+  for (const Names names : {Names::None, Names::Temporary}) {
+    const auto alone = runProgram(withFault("fchmod", 1, EPERM, names, run), directory());
+    EXPECT_EQ(alone.exitCode, 125);
+    EXPECT_THAT(alone.error, HasSubstr("out/o\" cannot be written: Operation not permitted"));
+    EXPECT_THAT(namesIn("out"), IsEmpty());
+    writeFile(path("out/o"), "before");
+    // The first call takes over what the file had, which is not always allowed.
+    const auto replacing = runProgram(withFault("fchmod", 2, EPERM, names, run), directory());
+    EXPECT_EQ(replacing.exitCode, 125);
+    EXPECT_EQ(readFile(path("out/o")), "before");
+    EXPECT_THAT(namesIn("out"), ElementsAre("o"));
+    std::filesystem::remove(path("out/o"));
+  }
+}
+
+TEST_F(ZksSaving, PermissionsThatCannotBeTakenOverAreThoseOfTheOwnerAlone) {
+  writeFile(path("in"), "new");
+  writeFile(path("out/in"), "before");
+  const auto outcome =
+      runProgram(withFault("fchmod", 1, EPERM, Names::None, {"echo", "--file", "in", "--save", "out"}), directory());
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+  EXPECT_EQ(readFile(path("out/in")), "new");
+  struct stat status {};
+  ASSERT_EQ(::stat(path("out/in").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
 TEST_F(ZksSaving, FailureAtAnyStepOfALargeFileIsNamedAndLeavesNothing) {
   const std::string content = someBytes(9 << 20);
   EXPECT_GE(failAtEachStep("sync_file_range", EIO, Names::None, content, ""), 2);

@@ -16,8 +16,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace {
+
+constexpr std::string_view kOpenFiles = "/proc/self/fd/";
 
 const char* setting(const char* name) {
   const char* value = std::getenv(name);
@@ -45,10 +48,11 @@ bool isInDirectory(int file) {
   return isInDirectory(path);
 }
 
+std::atomic<long> calls{0};
+
 // Counts the calls that are meant. Sets errno for the one that fails.
 template <class Place>
 bool fails(const char* call, Place place) {
-  static std::atomic<long> calls{0};
   if (std::strcmp(setting("FAULTY_CALL"), call) != 0 || !isInDirectory(place))
     return false;
   if (++calls != std::atol(setting("FAULTY_STEP")))
@@ -102,6 +106,10 @@ int rename(const char* from, const char* to) noexcept {
   return fails("rename", to) ? failure() : static_cast<int>(::syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
 }
 
+int fchmod(int file, mode_t mode) noexcept {
+  return fails("fchmod", file) ? failure() : static_cast<int>(::syscall(SYS_fchmod, file, mode));
+}
+
 int open(const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
@@ -112,7 +120,10 @@ int open(const char* path, int flags, ...) {
     errno = EOPNOTSUPP;
     return -1;
   }
-  return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+  const std::string_view place(path);
+  const bool failing =
+      place.starts_with(kOpenFiles) ? fails("open", std::atoi(path + kOpenFiles.size())) : fails("open", path);
+  return failing ? failure() : static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
 }  // extern "C"
