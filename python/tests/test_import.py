@@ -5,6 +5,7 @@ import os
 import pathlib
 import subprocess
 import sys
+import venv
 
 import pytest
 
@@ -98,6 +99,24 @@ except ImportError as error:
     ours = "%d.%d" % sys.version_info[:2]
     told = f"zks was built for Python {ours} ({sys.executable}), and this is Python 3.99 ({sys.executable})\n"
     assert (done.stdout, done.stderr) == (told, "")
+
+
+IMPORT = "try:\n import zks\nexcept ImportError as error:\n print(error)"
+
+
+def test_a_python_without_numpy_is_told_in_one_line_which_one_is_wanted(tmp_path):
+    venv.create(tmp_path, with_pip=False, symlinks=True)
+    python = tmp_path / "bin" / "python3"
+    done = subprocess.run([python, "-c", IMPORT], capture_output=True, text=True, timeout=60)
+    told = f"zks needs NumPy, and this Python ({python}) has none; zks was built for {sys.executable}\n"
+    assert (done.stdout, done.stderr) == (told, "")
+
+
+def test_a_python_that_cannot_load_the_package_is_told_in_one_line_which_one_is_wanted():
+    done = run_python("import sys\nsys.modules['zks._bridge'] = None\n" + IMPORT)
+    told = f"zks was built for {sys.executable}, and this Python ({sys.executable}) cannot load it: "
+    assert done.stdout.startswith(told) and done.stdout.count("\n") == 1
+    assert done.stderr == ""
 
 
 def test_the_interpreter_of_the_build_tree_finds_the_package(tmp_path):

@@ -14,11 +14,16 @@ import sys
 from zks._built import PYTHON, PYTHON_VERSION
 from zks._built import VERSION as __version__
 
+# A Python of any version understands this file, so that it can say this.
 if sys.version_info[:2] != PYTHON_VERSION:
     raise ImportError(
         "zks was built for Python %d.%d (%s), and this is Python %d.%d (%s)"
-        % (*PYTHON_VERSION, PYTHON, *sys.version_info[:2], sys.executable)
+        % (PYTHON_VERSION + (PYTHON,) + sys.version_info[:2] + (sys.executable,))
     )
+
+from zks import _needs
+
+_needs.check()
 
 from zks import _start, host
 from zks._errors import Error, FrameworkError, Terminated, Timeout
