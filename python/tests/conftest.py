@@ -97,6 +97,13 @@ def session():
         yield opened
 
 
+@pytest.fixture(params=["embedded", "daemon"])
+def any_session(request):
+    address = None if request.param == "embedded" else request.getfixturevalue("daemon")
+    with zks.connect(address) as opened:
+        yield opened
+
+
 def start_daemon(directory):
     """A daemon on a socket of its own, and its address; waits until it says that it listens."""
     path = pathlib.Path(directory) / "socket"
@@ -139,6 +146,10 @@ def sleeping_task(marker=None):
     """A task that runs until it is ended; it makes the marker file when it has started."""
     script = "sleep 1000" if marker is None else f"touch {marker}; sleep 1000"
     return zks.message("parallel.zksmessages.TaskDescription", argv=["sh", "-c", script])
+
+
+# A request to echo one array with Session.invoke.
+ARRAY_REQUEST = zks.message("parallel.zksmessages.EchoRequest", items=[{"kind": "ITEM_KIND_ARRAY"}])
 
 
 def run_python(code, *arguments, timeout=60, **options):
