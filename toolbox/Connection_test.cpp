@@ -6,6 +6,7 @@
 #include <future>
 #include <memory>
 
+#include "execution/testing/waiting.h"
 #include "platform/errors/Exception.h"
 #include "platform/errors/IException.h"
 #include "platform/errors/catalogue.h"
@@ -84,7 +85,7 @@ TEST(Connection, ToAServerIsOpenUntilTheServerGoes) {
   EXPECT_TRUE(connection.isOpen());
   EXPECT_EQ(connection.name(), directory.address());
   server.reset();
-  EXPECT_TRUE(scheduler::testing::eventually([&] { return !connection.isOpen(); }));
+  EXPECT_TRUE(execution::testing::eventually([&] { return !connection.isOpen(); }));
   EXPECT_EQ(identifierOf([&] { connection.client().getInvokable(); }), "parallel:cluster:ZKSUnreachable");
 }
 
