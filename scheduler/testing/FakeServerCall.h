@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -35,6 +36,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
     if (cancelled_ && callback_)
       callback_();
   }
+  std::shared_ptr<agent::spf::core::DeferredReply> defer() override { return std::make_shared<Deferred>(*this); }
   std::istream& request() override { return request_; }
   std::ostream& reply() override { return reply_; }
   std::uint64_t requestBytes() const noexcept override { return sentBytes_; }
@@ -54,6 +56,16 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   std::string replyText() const { return reply_.str(); }
 
  private:
+  // Goes on at once, on the thread that resumes it.
+  class Deferred : public agent::spf::core::DeferredReply {
+   public:
+    explicit Deferred(FakeServerCall& call) : call_(call) {}
+    void resume(std::function<void(agent::spf::core::ServerCall&)> rest) override { rest(call_); }
+
+   private:
+    FakeServerCall& call_;
+  };
+
   std::string method_;
   std::string peer_ = "somewhere:1";
   std::optional<long> requestSize_;

@@ -17,6 +17,21 @@
 
 namespace agent::spf::core {
 
+class ServerCall;
+
+// A call whose handler has returned without an answer: see ServerCall::defer(). Threads: any.
+class DeferredReply {
+ public:
+  DeferredReply() = default;
+  DeferredReply(const DeferredReply&) = delete;
+  DeferredReply& operator=(const DeferredReply&) = delete;
+  virtual ~DeferredReply() = default;
+
+  // Goes on with the call: `rest` runs as a handler does, on a thread of the framework, once the handler has returned.
+  // The first resume counts. When the call was cancelled before, `rest` is not run.
+  virtual void resume(std::function<void(ServerCall&)> rest) = 0;
+};
+
 // What a handler may ask of the call that it serves.
 class ServerCall {
  public:
@@ -38,6 +53,11 @@ class ServerCall {
   // it throws is dropped.
   virtual void onCancel(std::function<void()> callback) = 0;
 
+  // Lets the handler return without ending the reply. The call then waits, and holds no thread, until its reply is
+  // resumed; this object is valid as long. It ends with an error when it is cancelled, and when the DeferredReply is
+  // destroyed without having been resumed. Read the request before: what is left of it keeps its sender waiting.
+  virtual std::shared_ptr<DeferredReply> defer() = 0;
+
   // Valid during the handler. Both raise (exception mask badbit) when the call is cancelled or the connection is lost.
   virtual std::istream& request() = 0;
   virtual std::ostream& reply() = 0;
@@ -49,7 +69,7 @@ class ServerCall {
 // Threads: handlers run on threads of the framework, several at once; the table is complete before serving starts.
 class Service {
  public:
-  // Returning ends the reply. An exception ends it with that error, its whole nested chain, whatever was written
+  // Returning ends the reply, unless it was deferred. An exception ends it with that error, its whole nested chain, whatever was written
   // before.
   using Handler = std::function<void(ServerCall&)>;
 

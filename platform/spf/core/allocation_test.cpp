@@ -234,9 +234,14 @@ void serve(const Service& service, const std::string& method, std::shared_ptr<Co
            GatheringOutlet& reply) {
   CancelNotice notice;
   request = std::make_shared<CopyingInlet>(patternOf(1000));
-  ServedCall call(service, {.method = method, .peer = "somebody", .requestSize = {}}, request, reply, notice);
-  if (const std::exception_ptr error = call.serve())
-    std::rethrow_exception(error);
+  std::exception_ptr outcome;
+  const ServedCall::Hooks hooks{.runInLine = [](const std::function<void()>& task) { task(); },
+                                .done = [&outcome](const std::exception_ptr& error) { outcome = error; }};
+  std::make_shared<ServedCall>(service, CallFacts{.method = method, .peer = "somebody", .requestSize = {}}, request,
+                               reply, notice, hooks)
+      ->serve();
+  if (outcome != nullptr)
+    std::rethrow_exception(outcome);
 }
 
 TEST(OutOfMemory, ServingACallAnswersItWholeOrWithAnError) {

@@ -15,10 +15,30 @@ void CancelNotice::setCallback(std::function<void()> callback) {
     if (!isCancelled() || runner_ == self)
       return;
   }
-  run();
+  runCallback();
+}
+
+void CancelNotice::setFollowUp(std::function<void()> followUp) {
+  {
+    const MutexLock lock(mutex_);
+    followUp_ = followUp;
+  }
+  if (followUp && isCancelled())
+    followUp();
 }
 
 void CancelNotice::run() {
+  runCallback();
+  std::function<void()> followUp;
+  {
+    const MutexLock lock(mutex_);
+    followUp = followUp_;
+  }
+  if (followUp)
+    followUp();
+}
+
+void CancelNotice::runCallback() {
   const std::function<void()> callback = takeCallback();
   if (!callback)
     return;

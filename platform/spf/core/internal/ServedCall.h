@@ -1,6 +1,7 @@
 // One call as its handler sees it, over the pipes of a transport.
 #pragma once
 
+#include <functional>
 #include <istream>
 #include <memory>
 #include <optional>
@@ -30,11 +31,20 @@ struct CallFacts {
   std::optional<long> requestSize;
 };
 
-class ServedCall : public ServerCall {
+// Threads: one at a time, in the order in which the handler and what resumes it run.
+class ServedCall : public ServerCall, public std::enable_shared_from_this<ServedCall> {
  public:
-  // Ownership: borrows the service, the outlet and the notice.
+  // What the transport does for the call.
+  struct Hooks {
+    // Runs a task where handlers run, when its turn comes. May throw.
+    std::function<void(std::function<void()>)> runInLine;
+    // Nothing of the call runs any more: its reply has ended, or must end with this error. Called once; does not throw.
+    std::function<void(const std::exception_ptr&)> done;
+  };
+
+  // Ownership: borrows the service, the outlet and the notice; `hooks` may hold what owns them.
   ServedCall(const Service& service, CallFacts facts, std::shared_ptr<ByteInlet> request, ReplyOutlet& reply,
-             CancelNotice& notice);
+             CancelNotice& notice, Hooks hooks);
   ~ServedCall() override;
 
   const std::string& method() const noexcept override { return facts_.method; }
@@ -43,15 +53,21 @@ class ServedCall : public ServerCall {
   void setReplySize(long size) override;
   bool isCancelled() const noexcept override { return notice_.isCancelled(); }
   void onCancel(std::function<void()> callback) override { notice_.setCallback(std::move(callback)); }
+  std::shared_ptr<DeferredReply> defer() override;
   std::uint64_t requestBytes() const noexcept override { return requestBuffer_.taken(); }
   std::uint64_t replyBytes() const noexcept override { return replyBuffer_.written(); }
   std::istream& request() override { return request_; }
   std::ostream& reply() override { return reply_; }
 
-  // Runs the handler of the method and ends the reply. Returns the error that the reply must end with, null for none.
-  std::exception_ptr serve() noexcept;
+  // Runs the handler of the method. The call is done when this returns, unless the handler has deferred its reply.
+  void serve() noexcept;
 
  private:
+  class Deferral;
+
+  void run(const std::function<void(ServerCall&)>& handler) noexcept;
+  void goOn(std::function<void(ServerCall&)> rest) noexcept;
+  void end(const std::exception_ptr& error) noexcept;
   std::string nameOfRequest() const { return "request of call " + errors::inQuotes(facts_.method); }
   std::shared_ptr<ByteInlet> withinLimit(std::shared_ptr<ByteInlet> request) const;
 
@@ -59,6 +75,8 @@ class ServedCall : public ServerCall {
   CallFacts facts_;
   ReplyOutlet& outlet_;
   CancelNotice& notice_;
+  const Hooks hooks_;
+  std::shared_ptr<Deferral> deferral_;  // made by the handler that runs now
   InputStreambuf requestBuffer_;
   OutputStreambuf replyBuffer_;
   std::istream request_;

@@ -17,7 +17,7 @@ class WorkerThreads {
   struct Options {
     std::size_t least = 0;  // made by the constructor, and kept until join()
     std::size_t most = std::numeric_limits<std::size_t>::max();
-    std::chrono::milliseconds idleTime{10'000};  // after which a thread ends
+    std::chrono::milliseconds idleTime{2'000};  // after which a thread ends
   };
 
   WorkerThreads() : WorkerThreads(Options()) {}

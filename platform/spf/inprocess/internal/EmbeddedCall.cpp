@@ -118,24 +118,33 @@ void EmbeddedCall::upload() noexcept {
 }
 
 void EmbeddedCall::serve(const core::Service& service) noexcept {
-  if (const std::exception_ptr error = runHandler(service))
+  try {
+    runHandler(service);
+  } catch (...) {
+    stopUpload();  // there is nobody yet to do it
+    done(std::current_exception());
+  }
+}
+
+// What it throws comes before the handler.
+void EmbeddedCall::runHandler(const core::Service& service) {
+  const auto self = shared_from_this();
+  const auto outlet = std::make_shared<Outlet>(replyPipe_, [this] { beginReply(); });
+  const auto request = std::make_shared<Inlet>(self, requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
+  core::internal::ServedCall::Hooks hooks;
+  hooks.runInLine = [self](std::function<void()> task) { self->workers_->runInLine(std::move(task)); };
+  hooks.done = [self, outlet](const std::exception_ptr& error) { self->done(error); };
+  std::make_shared<core::internal::ServedCall>(service,
+                                               core::internal::CallFacts{method_, "in-process", request_.size()},
+                                               request, *outlet, notice_, std::move(hooks))
+      ->serve();
+}
+
+void EmbeddedCall::done(const std::exception_ptr& error) noexcept {
+  if (error != nullptr)
     failReply(asSent(error));
   else if (request_.isBytes() && takeAnswer())
     handler_.succeed({});
-}
-
-// Null, or the error that the reply must end with.
-std::exception_ptr EmbeddedCall::runHandler(const core::Service& service) noexcept {
-  Outlet outlet(replyPipe_, [this] { beginReply(); });
-  try {
-    const auto request =
-        std::make_shared<Inlet>(shared_from_this(), requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
-    core::internal::ServedCall served(service, {method_, "in-process", request_.size()}, request, outlet, notice_);
-    return served.serve();
-  } catch (...) {
-    stopUpload();  // there may have been nobody yet to do it
-    return std::current_exception();
-  }
 }
 
 std::exception_ptr EmbeddedCall::endedEarly() const noexcept {

@@ -17,7 +17,7 @@
 
 namespace agent::spf::inprocess::internal {
 
-// Threads: upload() and serve() each on a thread of their own, cancel() on any. Errors: what goes wrong, a lack of
+// Threads: upload() and serve() each on a thread of their own, cancel() on any; a deferred reply goes on on another one. Errors: what goes wrong, a lack of
 // memory included, ends the call with that error.
 class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
  public:
@@ -37,7 +37,8 @@ class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
   class Outlet;
   class Inlet;
 
-  std::exception_ptr runHandler(const core::Service& service) noexcept;
+  void runHandler(const core::Service& service);
+  void done(const std::exception_ptr& error) noexcept;
   void giveUp() noexcept;
   std::exception_ptr endedEarly() const noexcept;
   void stopUpload() noexcept;

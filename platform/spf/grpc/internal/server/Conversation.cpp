@@ -179,43 +179,57 @@ std::exception_ptr Conversation::refusalOf(const v1::CallHead& head) const {
   }
 }
 
-// What a reply needs besides its bytes or its error.
-template <class Reply>
-void Conversation::answer(IncomingCall& call, Reply reply) {
+FrameOutlet::Options Conversation::outletOptions(const IncomingCall& call) {
   FrameOutlet::Options options;
   options.head = [&call](std::optional<long> size) { return encodeHeadOf(call.head, size); };
   options.beforeEnd = [this] { advance([](ConversationState& state) { state.endReply(); }); };
   options.brokenOffText = [] { return kGivenUp; };
-  FrameOutlet outlet(stream_.sender(), buffers_, std::move(options));
-  reply(outlet);
-  call.request->close();  // what is still to come of it is dropped
-  advance([](ConversationState& state) { state.endHandler(); });
-  endIfDone();
+  return options;
 }
 
 void Conversation::refuse(const CallPointer& call, const std::exception_ptr& refusal) {
-  answer(*call, [&](FrameOutlet& outlet) { replyWithError(*call, outlet, refusal); });
+  {
+    FrameOutlet outlet(stream_.sender(), buffers_, outletOptions(*call));
+    replyWithErrorOrLess(*call, outlet, refusal);
+  }
+  finish(*call);
 }
 
 void Conversation::serve(const CallPointer& call) noexcept {
-  answer(*call, [&](FrameOutlet& outlet) {
-    const auto begin = std::chrono::steady_clock::now();
-    runHandler(*call, outlet);
-    server_.quickMethods().note(call->head.method(), std::chrono::steady_clock::now() - begin);
-  });
+  const auto begin = std::chrono::steady_clock::now();
+  if (const std::exception_ptr refusal = runHandler(call))
+    refuse(call, refusal);
+  server_.quickMethods().note(call->head.method(), std::chrono::steady_clock::now() - begin);
 }
 
-void Conversation::runHandler(IncomingCall& call, FrameOutlet& outlet) {
+// Null, or why the handler was not called.
+std::exception_ptr Conversation::runHandler(const CallPointer& call) noexcept {
   try {
-    if (call.notice.isCancelled())  // while it waited in line
+    if (call->notice.isCancelled())  // while it waited in line
       throw Terminated(kGivenUp);
-    core::internal::ServedCall served(server_.service(), {call.head.method(), peer_, sizeIn(call.head)}, call.request,
-                                      outlet, call.notice);
-    if (const std::exception_ptr error = served.serve())
-      replyWithError(call, outlet, error);
+    const auto outlet = std::make_shared<FrameOutlet>(stream_.sender(), buffers_, outletOptions(*call));
+    core::internal::ServedCall::Hooks hooks;
+    hooks.runInLine = [this](std::function<void()> task) { server_.runInLine(std::move(task)); };
+    hooks.done = [this, stream = stream_.shared_from_this(), call, outlet](const std::exception_ptr& error) {
+      if (error != nullptr)
+        replyWithErrorOrLess(*call, *outlet, error);
+      finish(*call);
+    };
+    std::make_shared<core::internal::ServedCall>(
+        server_.service(), core::internal::CallFacts{call->head.method(), peer_, sizeIn(call->head)}, call->request,
+        *outlet, call->notice, std::move(hooks))
+        ->serve();
+    return nullptr;
   } catch (...) {
-    replyWithError(call, outlet, std::current_exception());
+    return std::current_exception();
   }
+}
+
+// Nothing of the service works on the call any more.
+void Conversation::finish(IncomingCall& call) {
+  call.request->close();  // what is still to come of it is dropped
+  advance([](ConversationState& state) { state.endHandler(); });
+  endIfDone();
 }
 
 void Conversation::replyWithError(const IncomingCall& call, FrameOutlet& outlet, const std::exception_ptr& error) {
@@ -226,6 +240,16 @@ void Conversation::replyWithError(const IncomingCall& call, FrameOutlet& outlet,
     lastStatus_ = statusOf(chain);
   }
   outlet.finishWithError(inParts ? toParts(chain) : wholeMessage(chain));
+}
+
+// With the want of memory in its place where there is none for the error.
+void Conversation::replyWithErrorOrLess(const IncomingCall& call, FrameOutlet& outlet,
+                                        const std::exception_ptr& error) {
+  try {
+    replyWithError(call, outlet, error);
+  } catch (...) {
+    replyWithError(call, outlet, std::current_exception());
+  }
 }
 
 void Conversation::halfClosed() {

@@ -51,10 +51,11 @@ class Conversation final : public StreamUser {
   std::exception_ptr refusalOf(const v1::CallHead& head) const;
   void refuse(const CallPointer& call, const std::exception_ptr& refusal);
   void serve(const CallPointer& call) noexcept;
-  template <class Reply>
-  void answer(IncomingCall& call, Reply reply);
-  void runHandler(IncomingCall& call, FrameOutlet& outlet);
+  FrameOutlet::Options outletOptions(const IncomingCall& call);
+  std::exception_ptr runHandler(const CallPointer& call) noexcept;
+  void finish(IncomingCall& call);
   void replyWithError(const IncomingCall& call, FrameOutlet& outlet, const std::exception_ptr& error);
+  void replyWithErrorOrLess(const IncomingCall& call, FrameOutlet& outlet, const std::exception_ptr& error);
   template <class Event>
   void advance(Event event);
   void endIfDone();
