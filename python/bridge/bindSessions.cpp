@@ -188,7 +188,8 @@ void bindItems(py::module_& module) {
       "message_item", [](py::handle fields) { return messageItem(fromPython(fields, Memory::Borrow).get()); },
       "fields"_a, "The protobuf message that a dict describes; its key MessageType names the type");
   const auto add = [](TaskInputs& inputs, const std::string& name, py::handle path) {
-    inputs.add(name, pathFromPython(path));
+    const std::string native = pathFromPython(path);
+    withoutLock([&] { inputs.add(name, native); });  // a folder may be large
   };
   py::class_<TaskInputs>(module, "TaskInputs", "What goes along with a task")
       .def(py::init<>())
