@@ -271,8 +271,10 @@ qxArrayPtr bytesFromPython(py::handle value, Memory memory) {
 }
 
 std::string pathFromPython(py::handle value) {
-  const py::object bytes = py::module_::import("os").attr("fsencode")(value);
-  return bytes.cast<std::string>();
+  PyObject* bytes = nullptr;
+  if (PyUnicode_FSConverter(value.ptr(), &bytes) == 0)
+    throw py::error_already_set();
+  return py::reinterpret_steal<py::bytes>(bytes);
 }
 
 }  // namespace zks::bridge

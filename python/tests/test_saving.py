@@ -51,6 +51,16 @@ def test_what_is_no_file_is_written_to_and_stays(session, tmp_path):
     assert (tmp_path / "pipe").is_fifo()
 
 
+def test_a_path_with_a_nul_is_refused_and_names_no_other_file(session, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    (item,) = session.echo(b"x")
+    for use in (item.save, lambda path: session.echo(zks.file(path)), lambda path: session.run(["true"], [path])):
+        with pytest.raises(ValueError, match="embedded null byte"):
+            use("a\0b")
+    assert list(tmp_path.iterdir()) == []
+    assert item.bytes() == b"x"
+
+
 def test_a_file_that_the_host_cannot_name_is_refused(session, tmp_path):
     path = tmp_path / os.fsdecode(b"caf\xe9")
     path.write_text("x")
