@@ -8,6 +8,9 @@ DATA, HEADERS, RST_STREAM, SETTINGS, PING, GOAWAY, WINDOW_UPDATE, CONTINUATION =
 END_STREAM, ACK, END_HEADERS = 1, 1, 4
 PREFACE = b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n"
 CONVERSE = "/agent.spf.v1.Transport/Converse"
+PATIENCE = 60
+# How long a service that takes no more is waited for. A busy machine makes a test see less by it, and fail never.
+STALL = 3
 
 
 def frame(kind, flags, stream, payload=b""):
@@ -48,6 +51,10 @@ def request_headers(path=CONVERSE):
     )
 
 
+def reply_headers():
+    return header(":status", "200") + header("content-type", "application/grpc")
+
+
 def connect_to(address, source=None):
     """`source`: the address of this end, for TCP."""
     if address.startswith("unix:"):
@@ -59,24 +66,29 @@ def connect_to(address, source=None):
 
 
 class Peer:
-    """One connection. A thread of its own takes what comes, and keeps the sums of the windows."""
+    """One connection, by default as its client. A thread of its own takes what comes, and keeps the sums of the windows."""
 
-    def __init__(self, address, acknowledge=True, mute=False, connection=None):
+    def __init__(self, address, acknowledge=True, mute=False, connection=None, is_service=False):
         self._socket = connection or connect_to(address)
         self._acknowledge = acknowledge
+        self._is_service = is_service
         self._changed = threading.Condition()
         self._window = 65535
         self._stream_windows = {}
         self._initial = 65535
-        self.frames = []  # kind, flags and stream of all that came
+        self._reset = set()
+        self._rest = b""
+        self.frames = []  # kind, flags and stream of what came, the first 10,000
+        self.received = 0  # bytes of data
         self.reason = b""  # of the service, for ending the connection
         self.ended = False
-        self.send(PREFACE + frame(SETTINGS, 0, 0))
+        self.data = {}  # of a service: what has come, by stream
+        self.send((b"" if is_service else PREFACE) + frame(SETTINGS, 0, 0))
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
         with self._changed:
             greeted = lambda: self.ended or any(kind == SETTINGS and flags & ACK for kind, flags, _ in self.frames)  # noqa: E731
-            assert self._changed.wait_for(greeted, 60)
+            assert self._changed.wait_for(greeted, PATIENCE)
         if mute:
             self._acknowledge = False
 
@@ -93,21 +105,44 @@ class Peer:
 
     def send_data(self, stream, data):
         """Within the windows that the service gives. False once it has ended the stream or the connection."""
+        return self._send_within(stream, data, PATIENCE) == len(data)
+
+    def send_until_stalled(self, stream, pieces):
+        """Of an iterable of bytes, until the service gives no more room. How many were sent. What is left of the piece
+        in hand goes first next time."""
+        total = 0
+        for piece in pieces:
+            piece = self._rest + piece
+            nbytes = self._send_within(stream, piece, STALL, may_stall=True)
+            self._rest = piece[nbytes:]
+            total += nbytes
+            if self._rest:
+                break
+        return total
+
+    def give_window(self, stream, nbytes):
+        """Lets the service send so much more, on the stream and on the connection."""
+        for of in (0, stream):
+            self.send(frame(WINDOW_UPDATE, 0, of, struct.pack(">I", nbytes)))
+
+    def _send_within(self, stream, data, patience, may_stall=False):
+        """How many bytes were sent before the service ended the stream or the connection, or stalled it."""
         view = memoryview(data)
         while view:
             with self._changed:
                 room = lambda: min(self._window, self._stream_windows.get(stream, 0) + self._initial)  # noqa: E731
-                over = lambda: self.ended or any(kind == RST_STREAM and of == stream for kind, _, of in self.frames)  # noqa: E731
-                assert self._changed.wait_for(lambda: over() or room() > 0, 60)
-                if over():
-                    return False
+                over = lambda: self.ended or stream in self._reset  # noqa: E731
+                in_time = self._changed.wait_for(lambda: over() or room() > 0, patience)
+                assert in_time or may_stall
+                if over() or not in_time:
+                    break
                 nbytes = min(room(), 16384, len(view))
                 self._window -= nbytes
                 self._stream_windows[stream] = self._stream_windows.get(stream, 0) - nbytes
             if not self.send(frame(DATA, 0, stream, bytes(view[:nbytes]))):
-                return False
+                break
             view = view[nbytes:]
-        return True
+        return len(data) - len(view)
 
     def _exactly(self, nbytes):
         data = bytearray()
@@ -120,6 +155,8 @@ class Peer:
 
     def _read(self):
         try:
+            if self._is_service:
+                self._exactly(len(PREFACE))
             while True:
                 head = self._exactly(9)
                 payload = self._exactly(int.from_bytes(head[:3], "big"))
@@ -140,6 +177,12 @@ class Peer:
                     self._window += more
                 else:
                     self._stream_windows[stream] = self._stream_windows.get(stream, 0) + more
+            if kind == DATA:
+                self.received += len(payload)
+                if self._is_service:
+                    self.data[stream] = self.data.get(stream, b"") + payload
+            if kind == RST_STREAM:
+                self._reset.add(stream)
             if kind == GOAWAY:
                 self.reason = payload[8:]
             if kind == SETTINGS and not flags & ACK:
@@ -156,12 +199,23 @@ class Peer:
     def await_end(self):
         """Until the service has ended the connection."""
         with self._changed:
-            assert self._changed.wait_for(lambda: self.ended, 60)
+            assert self._changed.wait_for(lambda: self.ended, PATIENCE)
 
     def await_frame(self, stream):
         """Until the service has said something on the stream, or ended the connection."""
         with self._changed:
-            assert self._changed.wait_for(lambda: self.ended or any(frame[2] == stream for frame in self.frames), 60)
+            assert self._changed.wait_for(lambda: self.ended or any(frame[2] == stream for frame in self.frames), PATIENCE)
+
+    def await_change(self, find):
+        """What `find` gives as soon as that is something."""
+        with self._changed:
+            assert self._changed.wait_for(lambda: self.ended or find() is not None, PATIENCE)
+            return find()
+
+    def await_data(self, nbytes):
+        """Until so many bytes of data have come, of all streams."""
+        with self._changed:
+            assert self._changed.wait_for(lambda: self.received >= nbytes, PATIENCE)
 
     def __enter__(self):
         return self

@@ -5,7 +5,10 @@ import zlib
 
 import grpc
 import pytest
+import transport_pb2 as wire
+import zksmessages_pb2 as messages
 from daemon import MIB
+from foreign_wire import echo_request
 from raw_http2 import CONTINUATION, CONVERSE, END_HEADERS, HEADERS, Peer, frame, header, integer, request_headers
 
 LIMIT = 128 * MIB
@@ -99,3 +102,46 @@ def test_longer_headers_than_any_are_refused(daemon, peer):
     peer.send(frame(HEADERS, END_HEADERS, 1, headers))
     peer.await_frame(1)
     assert daemon.growth() < 16 * MIB
+
+
+def message(frame_bytes):
+    return message_head(len(frame_bytes)) + frame_bytes
+
+
+def call_head(method):
+    return wire.Frame(call=wire.CallHead(protocol_version=1, method=method)).SerializeToString()
+
+
+def unknown_field(nbytes):
+    return b"\xc2\x3e" + integer_of_protobuf(nbytes) + bytes(nbytes)
+
+
+def integer_of_protobuf(value):
+    out = bytearray()
+    while value >= 128:
+        out.append(value % 128 | 128)
+        value //= 128
+    out.append(value)
+    return bytes(out)
+
+
+@pytest.fixture
+def roomy(start):
+    """A daemon whose limit of memory is not what holds a peer back."""
+    daemon = start("--max-memory", "2G")
+    yield daemon
+    assert daemon.serves()
+
+
+def test_little_data_beside_large_unknown_fields_waits_within_bounds(roomy):
+    with Peer(roomy.address) as peer:
+        peer.open(1)
+        # The reply is not read, so the handler stops reading soon.
+        bulk = echo_request((messages.ITEM_KIND_FILE, bytes(3 * MIB)))[: 2 * MIB]
+        peer.send_data(1, message(call_head("echo") + wire.Frame(data=bulk).SerializeToString()))
+        stuffed = message(wire.Frame(data=bytes(24)).SerializeToString() + unknown_field(60_000))
+        most = 300 * MIB // len(stuffed)
+        sent = peer.send_until_stalled(1, (stuffed for _ in range(most)))
+        assert sent < most * len(stuffed), "the service took all"
+        assert roomy.growth() < 48 * MIB
+        assert roomy.serves()

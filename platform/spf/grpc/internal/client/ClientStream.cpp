@@ -245,7 +245,7 @@ void ClientStream::receiveReply(const std::shared_ptr<ClientCall>& call, Frame& 
     if (frame.reply->has_size())
       call->reply->announce(frame.reply->size());
   }
-  if (frame.dataBytes > 0 && !call->reply->push(std::move(frame.data), frame.dataBytes))
+  if (frame.dataBytes > 0 && !call->reply->push(std::move(frame.data), frame.dataBytes, frame.heldBytes))
     std::rethrow_exception(call->reply->failure());
   if (frame.errorPart)
     call->error.add(std::move(*frame.errorPart));

@@ -147,7 +147,7 @@ void Conversation::beginCall(const v1::CallHead& head) {
 
 void Conversation::receiveRequest(const CallPointer& call, Frame& frame) {
   if (frame.dataBytes > 0)  // too many: the transfer has failed, its reader sees it
-    call->request->push(std::move(frame.data), frame.dataBytes);
+    call->request->push(std::move(frame.data), frame.dataBytes, frame.heldBytes);
   if (frame.errorPart)
     call->error.add(std::move(*frame.errorPart));
   if (frame.error)

@@ -157,7 +157,9 @@ Frame decodeFrame(const grpc::ByteBuffer& message) {
   std::vector<grpc::Slice> slices;
   if (!message.Dump(&slices).ok())
     SliceCursor::malformed("its bytes cannot be read");
-  return Decoder(slices).decode();
+  Frame frame = Decoder(slices).decode();
+  frame.heldBytes = message.Length() + slices.size() * sizeof(grpc::Slice);
+  return frame;
 }
 
 }  // namespace agent::spf::grpc_transport::internal

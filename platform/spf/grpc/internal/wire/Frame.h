@@ -30,6 +30,8 @@ struct Frame {
   std::optional<v1::ReplyHead> reply;
   std::vector<grpc::Slice> data;  // the pieces of the one data field, in order; none of them empty
   std::size_t dataBytes = 0;
+  // What the data keeps in memory: its slices share that of the whole message, whatever else is in it.
+  std::size_t heldBytes = 0;
   bool end = false;
   std::optional<ReceivedError> error;
   std::optional<ReceivedError> errorPart;

@@ -18,7 +18,7 @@ void FrameInlet::announce(std::optional<long> size) {
   announced_ = size;
 }
 
-bool FrameInlet::push(std::vector<grpc::Slice> slices, std::size_t nbytes) {
+bool FrameInlet::push(std::vector<grpc::Slice> slices, std::size_t nbytes, std::size_t heldBytes) {
   const MutexLock lock(mutex_);
   received_ += static_cast<long>(nbytes);
   if (announced_ && received_ > *announced_) {
@@ -29,8 +29,8 @@ bool FrameInlet::push(std::vector<grpc::Slice> slices, std::size_t nbytes) {
   }
   if (closed_)
     return true;
-  waitingBytes_ += nbytes;
-  frames_.push_back({std::move(slices), nbytes});
+  frames_.push_back({std::move(slices), heldBytes + kFrameBytes});
+  heldBytes_ += frames_.back().heldBytes;
   arrived_.notifyOne();
   return true;
 }
@@ -94,7 +94,7 @@ bool FrameInlet::takeFrame() {
   Frame frame = std::move(frames_.front());
   frames_.pop_front();
   const bool hadRoom = hasRoomLocked();
-  waitingBytes_ -= frame.nbytes;
+  heldBytes_ -= frame.heldBytes;
   const bool roomAgain = !hadRoom && hasRoomLocked();
   lock.unlock();
   current_ = std::move(frame.slices);
@@ -132,7 +132,7 @@ void FrameInlet::close() noexcept {
     wasOpen = !std::exchange(closed_, true);
     whole = ended_ || failure_ != nullptr;
     dropped.swap(frames_);
-    waitingBytes_ = 0;
+    heldBytes_ = 0;
   }
   if (wasOpen && !whole && callbacks_.givenUp)
     callbacks_.givenUp();

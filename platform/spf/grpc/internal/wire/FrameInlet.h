@@ -19,8 +19,10 @@ namespace agent::spf::grpc_transport::internal {
 // What is read ahead is bounded: hasRoom() says when to fetch no more, and `roomAgain` is called when it may go on.
 class FrameInlet : public core::internal::ByteInlet {
  public:
-  // Bytes that wait unread at most, one frame more or less.
+  // What the frames that wait unread may hold in memory, one frame more or less.
   static constexpr std::size_t kReadAheadBytes = std::size_t{2} << 20;
+  // What a frame holds besides its message: its place here.
+  static constexpr std::size_t kFrameBytes = 128;
 
   struct Callbacks {
     std::function<void()> roomAgain;
@@ -32,8 +34,8 @@ class FrameInlet : public core::internal::ByteInlet {
   FrameInlet(std::string what, Callbacks callbacks, std::chrono::milliseconds idleTimeout);
 
   void announce(std::optional<long> size);
-  // False when there are more bytes than announced: the transfer has then failed.
-  bool push(std::vector<grpc::Slice> slices, std::size_t nbytes);
+  // The data of a frame. False when there are more bytes than announced: the transfer has then failed.
+  bool push(std::vector<grpc::Slice> slices, std::size_t nbytes, std::size_t heldBytes);
   void end();
   // Does nothing after an end or an earlier failure.
   void fail(std::exception_ptr error);
@@ -49,7 +51,7 @@ class FrameInlet : public core::internal::ByteInlet {
   void failLocked(std::exception_ptr error) ZKS_REQUIRES(mutex_);
   bool waitForFrame();
   bool takeFrame();
-  bool hasRoomLocked() const noexcept ZKS_REQUIRES(mutex_) { return closed_ || waitingBytes_ < kReadAheadBytes; }
+  bool hasRoomLocked() const noexcept ZKS_REQUIRES(mutex_) { return closed_ || heldBytes_ < kReadAheadBytes; }
 
   const std::string what_;
   const Callbacks callbacks_;
@@ -61,12 +63,12 @@ class FrameInlet : public core::internal::ByteInlet {
 
   struct Frame {
     std::vector<grpc::Slice> slices;
-    std::size_t nbytes;
+    std::size_t heldBytes;
   };
   mutable parallel::threads::Mutex mutex_;
   parallel::threads::ConditionVariable arrived_;
   std::deque<Frame> frames_ ZKS_GUARDED_BY(mutex_);
-  std::size_t waitingBytes_ ZKS_GUARDED_BY(mutex_) = 0;
+  std::size_t heldBytes_ ZKS_GUARDED_BY(mutex_) = 0;
   long received_ ZKS_GUARDED_BY(mutex_) = 0;
   long given_ ZKS_GUARDED_BY(mutex_) = 0;  // bytes that next() has handed out
   std::optional<long> announced_ ZKS_GUARDED_BY(mutex_);
