@@ -145,3 +145,18 @@ def test_little_data_beside_large_unknown_fields_waits_within_bounds(roomy):
         assert sent < most * len(stuffed), "the service took all"
         assert roomy.growth() < 48 * MIB
         assert roomy.serves()
+
+
+def test_replies_that_nobody_reads_keep_further_calls_waiting(roomy):
+    # Each is answered with an error that has four bytes for each of these.
+    refused = message(call_head("\x01" * 200) + wire.Frame(end=True).SerializeToString())
+    most = 64 * MIB // len(refused)
+    with Peer(roomy.address) as peer:
+        peer.open(1)
+        sent = peer.send_until_stalled(1, (refused for _ in range(most)))
+        assert sent < most * len(refused), "the service took all"
+        assert roomy.growth() < 32 * MIB
+        peer.give_window(1, 1 << 30)
+        # All calls that were sent whole are answered now, and the service goes on to read.
+        peer.await_data(sent // len(refused) * 800)
+        assert peer.send_until_stalled(1, (refused for _ in range(10_000))) >= 10_000 * len(refused)

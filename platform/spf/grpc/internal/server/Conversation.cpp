@@ -94,9 +94,10 @@ Conversation::CallPointer Conversation::current() {
   return call_;
 }
 
+// Between calls: not before the client has read enough of its replies, or those would wait without bound.
 bool Conversation::wantsMessage() {
   const CallPointer call = current();
-  return call == nullptr || call->request->hasRoom();
+  return call == nullptr ? !stream_.sender().isFull() : call->request->hasRoom();
 }
 
 void Conversation::receive(const grpc::ByteBuffer& message) {

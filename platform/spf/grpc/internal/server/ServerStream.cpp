@@ -121,6 +121,7 @@ bool ServerStream::write(const grpc::ByteBuffer& message) {
 
 void ServerStream::onWritten(bool ok) {
   sender_.written(ok);
+  readNext();  // the user may have waited for its messages to go out
   gate_.done();
 }
 

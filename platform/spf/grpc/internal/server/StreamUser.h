@@ -15,8 +15,8 @@ class StreamUser {
   StreamUser(const StreamUser&) = delete;
   StreamUser& operator=(const StreamUser&) = delete;
 
-  // Whether there is room for another message. Whoever makes room calls ServerStream::readNext(). Called with a lock of
-  // the stream held.
+  // Whether there is room for another message. Asked again when a message of the stream has gone out; whoever makes room
+  // otherwise calls ServerStream::readNext(). Called with a lock of the stream held.
   virtual bool wantsMessage() = 0;
   virtual void receive(const grpc::ByteBuffer& message) = 0;
   // The client sends no more: it has half-closed the stream, or it is gone.

@@ -52,8 +52,6 @@ void StandardStream::answer(const std::function<StandardAnswer(StandardCall&)>& 
   }
   if (answer.status)
     stream_.end(*answer.status);
-  else
-    stream_.sender().whenIdle([stream = stream_.shared_from_this()] { stream->readNext(); });
 }
 
 }  // namespace agent::spf::grpc_transport::internal

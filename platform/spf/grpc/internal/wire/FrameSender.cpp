@@ -12,6 +12,7 @@ FrameSender::Place FrameSender::takePlace(const grpc::ByteBuffer& message) {
   if (!std::exchange(writing_, true))
     return Place::underWay;
   waiting_.push_back(message);
+  waitingBytes_ += message.Length();
   return Place::waiting;
 }
 
@@ -51,6 +52,7 @@ void FrameSender::written(bool ok) {
     if (!waiting_.empty()) {
       const grpc::ByteBuffer next = waiting_.front();
       waiting_.pop_front();
+      waitingBytes_ -= next.Length();
       if (waiting_.size() == kLowWater)
         room_.notifyOne();
       lock.unlock();
@@ -69,6 +71,7 @@ void FrameSender::breakOff() {
   const MutexLock lock(mutex_);
   brokenOff_ = true;
   dropped.swap(waiting_);
+  waitingBytes_ = 0;
   room_.notifyAll();
 }
 
@@ -80,6 +83,11 @@ bool FrameSender::isBrokenOff() const {
 bool FrameSender::isIdle() const {
   const MutexLock lock(mutex_);
   return !writing_;
+}
+
+bool FrameSender::isFull() const {
+  const MutexLock lock(mutex_);
+  return waiting_.size() >= kHighWater || waitingBytes_ >= kFullBytes;
 }
 
 void FrameSender::whenIdle(std::function<void()> action) {

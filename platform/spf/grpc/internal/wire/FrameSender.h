@@ -18,6 +18,8 @@ class FrameSender {
   // How many messages wait at most before a sender of bulk data is made to wait, and how few before it may go on.
   static constexpr std::size_t kHighWater = 12;
   static constexpr std::size_t kLowWater = 4;
+  // How many bytes wait before nothing is to be begun that adds to them. For small messages; bulk data waits by itself.
+  static constexpr std::size_t kFullBytes = std::size_t{64} << 10;
 
   // False when the stream takes no more.
   using StartWrite = std::function<bool(const grpc::ByteBuffer&)>;
@@ -35,6 +37,8 @@ class FrameSender {
   bool isBrokenOff() const;
   // No write is under way, and none waits.
   bool isIdle() const;
+  // Its peer reads too little of what it is sent: nothing is to be begun that adds to it. written() may change that.
+  bool isFull() const;
   // Runs `action` once that is so: now, or in written().
   void whenIdle(std::function<void()> action);
 
@@ -49,6 +53,7 @@ class FrameSender {
   mutable parallel::threads::Mutex mutex_;
   parallel::threads::ConditionVariable room_;
   std::deque<grpc::ByteBuffer> waiting_ ZKS_GUARDED_BY(mutex_);
+  std::size_t waitingBytes_ ZKS_GUARDED_BY(mutex_) = 0;
   bool writing_ ZKS_GUARDED_BY(mutex_) = false;
   bool brokenOff_ ZKS_GUARDED_BY(mutex_) = false;
   std::vector<std::function<void()>> whenIdle_ ZKS_GUARDED_BY(mutex_);
