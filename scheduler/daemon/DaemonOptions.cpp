@@ -88,6 +88,11 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
                  "(default: half of --max-connections)")
       ->type_name("N")
       ->check(asValidator(wholeNumber(1, 1'000'000)));
+  app.add_option("--max-calls", options.maxCalls,
+                 "Calls that are served at once, each on a thread of its own; further ones wait in line")
+      ->type_name("N")
+      ->check(asValidator(wholeNumber(1, 1'000'000)))
+      ->capture_default_str();
   app.add_option("--max-memory", options.maxMemoryBytes,
                  "What this process may hold before it ends connections; in bytes or as 512M, 2G "
                  "(default: half of what this machine, or its control group, has)")

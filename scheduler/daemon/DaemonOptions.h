@@ -29,7 +29,8 @@ struct DaemonOptions {
   std::optional<std::size_t> maxConnections;
   std::optional<std::size_t> maxPeerConnections;
   double handshakeSeconds = 20;
-  std::optional<std::uint64_t> maxMemoryBytes;  // nothing: half of what the machine has
+  std::size_t maxCalls = 1000;                        // that are served at once
+  std::optional<std::uint64_t> maxMemoryBytes;        // nothing: half of what the machine has
   std::filesystem::path scratch;
   foundation::log::level_t logLevels = 0;
 };

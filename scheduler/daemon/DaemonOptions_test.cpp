@@ -45,6 +45,7 @@ TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
   EXPECT_FALSE(options->maxConnections);
   EXPECT_FALSE(options->maxPeerConnections);
   EXPECT_EQ(options->handshakeSeconds, 20);
+  EXPECT_EQ(options->maxCalls, 1000U);
   EXPECT_EQ(options->scratch, "");
   EXPECT_EQ(options->logLevels, logging::levelsFromWord("info"));
 }
@@ -62,12 +63,13 @@ TEST(DaemonOptions, EachOptionIsTaken) {
   EXPECT_EQ(limited->maxRequestBytes, std::uint64_t{2} << 30);
   EXPECT_EQ(limited->idleSeconds, 1.5);
   const auto bounded = parse({"--max-connections", "7", "--max-peer-connections", "3", "--handshake-timeout", "0.5",
-                              "--max-memory", "200M"})
+                              "--max-memory", "200M", "--max-calls", "9"})
                            .parsed.options;
   ASSERT_TRUE(bounded);
   EXPECT_EQ(bounded->maxConnections, 7U);
   EXPECT_EQ(bounded->maxPeerConnections, 3U);
   EXPECT_EQ(bounded->handshakeSeconds, 0.5);
+  EXPECT_EQ(bounded->maxCalls, 9U);
   EXPECT_EQ(bounded->maxMemoryBytes, std::uint64_t{200} << 20);
   const auto open = parse({"--listen", "localhost:0", "--insecure"}).parsed.options;
   ASSERT_TRUE(open);
@@ -98,6 +100,7 @@ TEST(DaemonOptions, UsageErrorsNameTheOption) {
   expectUsageError({"--idle-timeout", "-1"}, "--idle-timeout");
   expectUsageError({"--max-connections", "0"}, "--max-connections");
   expectUsageError({"--max-peer-connections", "0"}, "--max-peer-connections");
+  expectUsageError({"--max-calls", "0"}, "--max-calls");
   expectUsageError({"--max-memory", "1M"}, "--max-memory");
   expectUsageError({"--handshake-timeout", "0"}, "--handshake-timeout");
   expectUsageError({"--slots", "many"}, "--slots");

@@ -114,6 +114,7 @@ ServerOptions serverOptions(const DaemonOptions& options, const std::optional<So
   server.plainText = options.insecure;
   server.idleTimeout = millisecondsOf(options.idleSeconds);
   server.handshakeTimeout = millisecondsOf(options.handshakeSeconds);
+  server.handlersAtOnce = options.maxCalls;
   server.maxMessageMemory = static_cast<std::size_t>(memory.limitBytes() / 2);
   server.maxConnections = options.maxConnections.value_or(connectionsWithin(descriptors));
   server.maxConnectionsPerPeer =
