@@ -61,11 +61,11 @@ void echoPlain(RequestReader& request, ReplyWriter& reply, std::uint64_t nbytes,
 
 }  // namespace
 
-void echo(agent::spf::core::ServerCall& call) {
+void echo(agent::spf::core::ServerCall& call, const DescriptionLimit& limit) {
   RequestReader request(call.request(), call.method());
   request.expectItemsAtLeast(1);
   EchoRequest description;
-  request.readMessage(description);
+  request.readMessage(description, limit);
   request.expectItems(1 + static_cast<std::uint64_t>(description.items_size()));
   for (int i = 0; i < description.items_size(); ++i)
     checkItem(description.items(i), i);

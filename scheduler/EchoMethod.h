@@ -5,10 +5,11 @@
 #pragma once
 
 #include "platform/spf/core/Service.h"
+#include "scheduler/DescriptionLimit.h"
 
 namespace parallel::scheduler {
 
 // Errors: those of RequestReader, `BadEchoItem`, `PlainSizeMismatch`.
-void echo(agent::spf::core::ServerCall& call);
+void echo(agent::spf::core::ServerCall& call, const DescriptionLimit& limit);
 
 }  // namespace parallel::scheduler

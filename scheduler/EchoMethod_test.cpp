@@ -41,7 +41,7 @@ void addItem(EchoRequest& request, ItemKind kind, std::size_t nbytes) {
 
 std::string echoed(const std::string& request) {
   FakeServerCall call(request, "echo");
-  echo(call);
+  echo(call, {});
   EXPECT_EQ(call.replySize(), static_cast<long>(call.replyText().size()));
   return call.replyText();
 }
@@ -94,7 +94,7 @@ TEST(Echo, UnknownRequestSizeAnnouncesNone) {
   addItem(description, zksmessages::ITEM_KIND_FILE, 0);
   FakeServerCall call(requestOf(description, {"abc"}), "echo");
   call.forgetRequestSize();
-  echo(call);
+  echo(call, {});
   EXPECT_FALSE(call.replySize().has_value());
   EXPECT_EQ(itemsOf(call.replyText()).at(0), "abc");
 }
@@ -235,7 +235,7 @@ TEST(Echo, MemoryDoesNotGrowWithTheItem) {
   Counting reply;
   StreamedCall call(request, reply);
   const std::uint64_t before = execution::residentHighWaterMark(::getpid());
-  echo(call);
+  echo(call, {});
   EXPECT_EQ(reply.nbytes, ReplyWriter::kHeadBytes + kBlocks * block.size() + endMark.size());
   EXPECT_LT(execution::residentHighWaterMark(::getpid()) - before, kMemoryBound);
 }
@@ -246,11 +246,11 @@ TEST(Echo, SizeThatNoReplyCanSayIsNotAnnounced) {
     addItem(description, zksmessages::ITEM_KIND_PLAIN, 1);
   const std::string request = requestOf(description, std::vector<std::string>(100, "x"));
   FakeServerCall exact(request, "echo");
-  echo(exact);
+  echo(exact, {});
   EXPECT_EQ(exact.replySize(), static_cast<long>(exact.replyText().size()));
   FakeServerCall liar(request, "echo");
   liar.setRequestSize(std::numeric_limits<long>::max());
-  echo(liar);
+  echo(liar, {});
   EXPECT_EQ(liar.replySize(), std::nullopt);
   EXPECT_EQ(liar.replyText(), exact.replyText());
 }

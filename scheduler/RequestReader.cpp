@@ -7,6 +7,7 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/protobufencoding/countFields.h"
 #include "platform/protobufencoding/parseQuietly.h"
 #include "transport/streams/BlockedDataByteStream.h"
 #include "transport/streams/ByteStream.h"
@@ -71,7 +72,7 @@ void RequestReader::expectItemsAtLeast(std::uint64_t expected) const {
     throwWrongCount("at least " + std::to_string(expected));
 }
 
-void RequestReader::readMessage(google::protobuf::Message& message) {
+void RequestReader::readMessage(google::protobuf::Message& message, const DescriptionLimit& limit) {
   std::string bytes;
   const auto refuse = [&](const std::string& reason) {
     throw Exception<parallel::scheduler::UnreadableDescription>(method_, current_, message.GetTypeName(), reason);
@@ -82,6 +83,8 @@ void RequestReader::readMessage(google::protobuf::Message& message) {
     bytes.append(reinterpret_cast<const char*>(data), n);
   });
   readItem(sink);
+  if (protobufencoding::countFields(*message.GetDescriptor(), bytes, limit.fields) > limit.fields)
+    refuse("it has more than " + std::to_string(limit.fields) + " fields (" + limit.option + ")");
   if (!protobufencoding::parseQuietly(message, bytes))
     refuse("its " + std::to_string(bytes.size()) + " bytes do not parse");
 }

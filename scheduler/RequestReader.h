@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 
+#include "scheduler/DescriptionLimit.h"
 #include "transport/streams/ByteSink.h"
 
 namespace parallel::scheduler {
@@ -35,8 +36,8 @@ class RequestReader {
   void expectItems(std::uint64_t expected) const;
   void expectItemsAtLeast(std::uint64_t expected) const;
 
-  // The next item as a message.
-  void readMessage(google::protobuf::Message& message);
+  // The next item as a message that describes the call.
+  void readMessage(google::protobuf::Message& message, const DescriptionLimit& limit);
   // The next item's data. Returns its bytes.
   std::uint64_t readItem(spf::transport::ByteSink& sink);
   // The next item as it is framed: block headers, blocks and end mark. Returns its data bytes, the framing not counted.

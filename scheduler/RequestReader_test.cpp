@@ -163,7 +163,7 @@ TEST(RequestReader, MessageIsParsed) {
   sent.add_items()->set_kind(zksmessages::ITEM_KIND_FILE);
   Request request(testing::requestOf(sent));
   zksmessages::EchoRequest got;
-  request.reader().readMessage(got);
+  request.reader().readMessage(got, {});
   EXPECT_EQ(got.SerializeAsString(), sent.SerializeAsString());
 }
 
@@ -175,14 +175,14 @@ TEST(RequestReader, UnparseableMessageNamesItemAndType) {
       UnreadableDescription,
       "Item 2 of the request to weigh cannot be read as a parallel.zksmessages.EchoRequest message: its 3 "
       "bytes do not parse.",
-      request.reader().readMessage(message));
+      request.reader().readMessage(message, {}));
 }
 
 TEST(RequestReader, MessageWithTextThatIsNotUtf8IsRefusedWithoutAWordOnStandardError) {
   Request request(containerOf({raw("\x0A\x02\xFF\xFE")}));
   zksmessages::TaskDescription message;
   ::testing::internal::CaptureStderr();
-  EXPECT_THROW(request.reader().readMessage(message), Exception<parallel::scheduler::UnreadableDescription>);
+  EXPECT_THROW(request.reader().readMessage(message, {}), Exception<parallel::scheduler::UnreadableDescription>);
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
@@ -193,7 +193,26 @@ TEST(RequestReader, MessageOverTheLimitIsRefused) {
       UnreadableDescription,
       "Item 1 of the request to weigh cannot be read as a parallel.zksmessages.EchoRequest message: it is "
       "larger than 67108864 bytes.",
-      request.reader().readMessage(message));
+      request.reader().readMessage(message, {}));
+}
+
+TEST(RequestReader, MessageWithTooManyFieldsIsRefused) {
+  constexpr std::size_t kFields = 10;
+  const auto readWith = [](std::size_t mostFields) {
+    zksmessages::EchoRequest sent;
+    for (std::size_t i = 0; i < kFields; ++i)
+      sent.add_items();
+    Request request(testing::requestOf(sent));
+    zksmessages::EchoRequest message;
+    request.reader().readMessage(message, {mostFields, "an option"});
+    return static_cast<std::size_t>(message.items_size());
+  };
+  EXPECT_EQ(readWith(kFields), kFields);
+  EXPECT_IDENTIFIED(
+      UnreadableDescription,
+      "Item 1 of the request to weigh cannot be read as a parallel.zksmessages.EchoRequest message: it has "
+      "more than 9 fields (an option).",
+      readWith(kFields - 1));
 }
 
 TEST(RequestReader, FailureOfTheSinkPassesUnchanged) {

@@ -329,7 +329,7 @@ void RunTaskMethod::serve(ServerCall& call, CallRecord& record) {
   RequestReader request(call.request(), call.method());
   request.expectItemsAtLeast(1);
   TaskDescription task;
-  request.readMessage(task);
+  request.readMessage(task, settings_.descriptionLimit);
   checkTaskDescription(task);
   record.program = task.argv(0);
   request.expectItems(requestItems(task));

@@ -13,6 +13,7 @@
 #include "platform/spf/core/Service.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "scheduler/CallLog.h"
+#include "scheduler/DescriptionLimit.h"
 #include "scheduler/TaskSlots.h"
 
 namespace parallel::scheduler {
@@ -28,6 +29,7 @@ class RunTaskMethod {
     std::optional<std::uint64_t> openFiles = std::nullopt;  // a task's soft limit unless it says otherwise
     // What a task's folders may hold that are returned; more files are better off in one.
     std::size_t mostFolderEntries = 100'000;
+    DescriptionLimit descriptionLimit = {};
   };
 
   // Makes the scratch area; std::system_error when it cannot.

@@ -58,6 +58,7 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
   settings.killGrace = options.killGrace;
   settings.environment = currentEnvironment();
   settings.openFiles = options.taskOpenFiles;
+  settings.descriptionLimit = options.descriptionLimit;
   if (const std::size_t count = execution::killLeftoversOfTheDead(); count > 0)
     FOUNDATION_LOG(logger, logging::kWarning)
         << "Killed processes that tasks of a service that died had left: " << count;
@@ -65,7 +66,9 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
 
   const CallLog log(logger);
   auto service = std::make_shared<Service>();
-  service->add("echo", observed([](ServerCall& call, CallRecord&) { echo(call); }, log, options.counter));
+  service->add("echo",
+               observed([limit = options.descriptionLimit](ServerCall& call, CallRecord&) { echo(call, limit); }, log,
+                        options.counter));
   service->add("runTask", observed([runTask](ServerCall& call, CallRecord& record) { runTask->serve(call, record); },
                                    log, options.counter));
   service->setRefusalObserver([log](std::string_view method, std::string_view peer, const std::exception& refusal) {

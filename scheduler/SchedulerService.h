@@ -16,6 +16,7 @@
 #include "platform/logging/basic_diagnostic_logger.h"
 #include "platform/spf/core/Service.h"
 #include "scheduler/CallCounter.h"
+#include "scheduler/DescriptionLimit.h"
 
 namespace parallel::scheduler {
 
@@ -28,6 +29,7 @@ struct SchedulerOptions {
   std::chrono::nanoseconds killGrace = std::chrono::seconds(1);
   // How many files a task may have open unless it says otherwise; nothing: as many as this process.
   std::optional<std::uint64_t> taskOpenFiles = std::nullopt;
+  DescriptionLimit descriptionLimit = {};
   // Null: the logger "zks.scheduler".
   foundation::log::basic_diagnostic_logger<char>* logger = nullptr;
   // Counts the calls, for an owner that wants to know when the service is idle; may be null.

@@ -10,8 +10,8 @@
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "platform/protobufencoding/internal/FieldWalk.h"
 #include "platform/protobufencoding/internal/WireReader.h"
-#include "platform/protobufencoding/internal/findBadTexts.h"
 #include "platform/protobufencoding/internal/protobufCompat.h"
 
 namespace parallel::protobufencoding {
@@ -175,7 +175,7 @@ bool parseQuietly(Message& message, const void* data, std::size_t nbytes) {
   if (narrowed < 0)
     throw Exception<::parallel::protobuf::MessageTooLarge>(nbytes, std::numeric_limits<int>::max());
   const std::string_view bytes(static_cast<const char*>(data), static_cast<std::size_t>(narrowed));
-  std::vector<std::size_t> badTexts = findBadTexts(*message.GetDescriptor(), bytes);
+  std::vector<std::size_t> badTexts = FieldWalk(*message.GetDescriptor(), bytes).badTexts();
   if (badTexts.empty())
     return message.ParsePartialFromArray(data, narrowed);
   message.Clear();

@@ -74,6 +74,11 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
   app.add_option("--max-request", options.maxRequestBytes, "Refuse larger requests; in bytes or as 512M, 2G")
       ->type_name("BYTES")
       ->transform(asValidator(sizeInBytes()));
+  app.add_option("--max-fields", options.maxFields,
+                 "Refuse calls whose description has more fields: arguments, variables, files, items")
+      ->type_name("N")
+      ->check(asValidator(wholeNumber(1, 1'000'000'000)))
+      ->capture_default_str();
   app.add_option("--idle-timeout", options.idleSeconds,
                  "How long a request may pause while it is received; 0: for ever")
       ->type_name("SECONDS")

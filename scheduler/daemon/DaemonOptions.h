@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/logging/basic_diagnostic_logger.h"
+#include "scheduler/DescriptionLimit.h"
 
 namespace parallel::scheduler {
 
@@ -29,6 +30,7 @@ struct DaemonOptions {
   std::optional<std::size_t> maxConnections;
   std::optional<std::size_t> maxPeerConnections;
   double handshakeSeconds = 20;
+  std::size_t maxFields = DescriptionLimit().fields;  // in the description of a call
   std::size_t maxCalls = 1000;                        // that are served at once
   std::optional<std::uint64_t> maxMemoryBytes;        // nothing: half of what the machine has
   std::filesystem::path scratch;

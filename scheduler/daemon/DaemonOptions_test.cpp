@@ -46,6 +46,7 @@ TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
   EXPECT_FALSE(options->maxPeerConnections);
   EXPECT_EQ(options->handshakeSeconds, 20);
   EXPECT_EQ(options->maxCalls, 1000U);
+  EXPECT_EQ(options->maxFields, 1'000'000U);
   EXPECT_EQ(options->scratch, "");
   EXPECT_EQ(options->logLevels, logging::levelsFromWord("info"));
 }
@@ -58,10 +59,11 @@ TEST(DaemonOptions, EachOptionIsTaken) {
   EXPECT_EQ(options->slots, 3U);
   EXPECT_EQ(options->scratch, "/tmp");
   EXPECT_EQ(options->logLevels, logging::levelsFromWord("trace"));
-  const auto limited = parse({"--max-request", "2G", "--idle-timeout", "1.5"}).parsed.options;
+  const auto limited = parse({"--max-request", "2G", "--idle-timeout", "1.5", "--max-fields", "12"}).parsed.options;
   ASSERT_TRUE(limited);
   EXPECT_EQ(limited->maxRequestBytes, std::uint64_t{2} << 30);
   EXPECT_EQ(limited->idleSeconds, 1.5);
+  EXPECT_EQ(limited->maxFields, 12U);
   const auto bounded = parse({"--max-connections", "7", "--max-peer-connections", "3", "--handshake-timeout", "0.5",
                               "--max-memory", "200M", "--max-calls", "9"})
                            .parsed.options;
@@ -101,6 +103,7 @@ TEST(DaemonOptions, UsageErrorsNameTheOption) {
   expectUsageError({"--max-connections", "0"}, "--max-connections");
   expectUsageError({"--max-peer-connections", "0"}, "--max-peer-connections");
   expectUsageError({"--max-calls", "0"}, "--max-calls");
+  expectUsageError({"--max-fields", "0"}, "--max-fields");
   expectUsageError({"--max-memory", "1M"}, "--max-memory");
   expectUsageError({"--handshake-timeout", "0"}, "--handshake-timeout");
   expectUsageError({"--slots", "many"}, "--slots");

@@ -144,10 +144,12 @@ void run(const DaemonOptions& options) {
   if (options.listen.empty())
     claim.emplace(options.socket.empty() ? prepareDefaultSocket() : options.socket);
   const auto counter = std::make_shared<CallCounter>();
-  const auto service = makeSchedulerService(SchedulerOptions{.slots = options.slots,
-                                                             .scratchParent = options.scratch,
-                                                             .taskOpenFiles = descriptors.usual,
-                                                             .counter = counter});
+  const auto service =
+      makeSchedulerService(SchedulerOptions{.slots = options.slots,
+                                            .scratchParent = options.scratch,
+                                            .taskOpenFiles = descriptors.usual,
+                                            .descriptionLimit = {options.maxFields, "zksd --max-fields"},
+                                            .counter = counter});
   if (options.maxRequestBytes)
     service->limitRequests({static_cast<long>(*options.maxRequestBytes), "zksd --max-request"});
   MemoryGuard memory(options.maxMemoryBytes.value_or(halfOfMemory()));

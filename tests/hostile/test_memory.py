@@ -8,7 +8,7 @@ import pytest
 import transport_pb2 as wire
 import zksmessages_pb2 as messages
 from daemon import MIB
-from foreign_wire import echo_request
+from foreign_wire import RemoteError, container, echo_request, framed
 from raw_http2 import CONTINUATION, CONVERSE, END_HEADERS, HEADERS, Peer, frame, header, integer, request_headers
 
 LIMIT = 128 * MIB
@@ -160,3 +160,12 @@ def test_replies_that_nobody_reads_keep_further_calls_waiting(roomy):
         # All calls that were sent whole are answered now, and the service goes on to read.
         peer.await_data(sent // len(refused) * 800)
         assert peer.send_until_stalled(1, (refused for _ in range(10_000))) >= 10_000 * len(refused)
+
+
+@pytest.mark.parametrize("method", ["echo", "runTask"])
+def test_description_of_many_small_elements_is_refused_before_it_is_parsed(roomy, method):
+    request = container(framed(b"\x0a\x00" * (63 * MIB // 2)))
+    with roomy.conversation() as conversation:
+        with pytest.raises(RemoteError, match="more than 1000000 fields .zksd --max-fields"):
+            conversation.call(method, request)
+    assert roomy.growth() < 160 * MIB
