@@ -106,17 +106,17 @@ class Daemon:
     def _file(self, name):
         return (self._tls / name).read_bytes()
 
-    def channel(self, *options):
+    def channel(self, *options, token=True):
         """A good client's, with a connection of its own."""
         options = [("grpc.use_local_subchannel_pool", 1), *options]
         if self._tls is None:
             return grpc.insecure_channel(self.address, options)
-        credentials = grpc.composite_channel_credentials(
-            grpc.ssl_channel_credentials(
-                self._file("ca.pem"), private_key=self._file("client-key.pem"), certificate_chain=self._file("client.pem")
-            ),
-            grpc.access_token_call_credentials(self._file("token").decode().strip()),
+        credentials = grpc.ssl_channel_credentials(
+            self._file("ca.pem"), private_key=self._file("client-key.pem"), certificate_chain=self._file("client.pem")
         )
+        if token:
+            text = self._file("token").decode().strip()
+            credentials = grpc.composite_channel_credentials(credentials, grpc.access_token_call_credentials(text))
         return grpc.secure_channel(self.address, credentials, options)
 
     def guarded(self, connection, certificate=True):

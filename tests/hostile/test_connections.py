@@ -1,9 +1,11 @@
 """Peers that connect, and say nothing."""
 
 import contextlib
+import re
 
+import grpc
 import pytest
-from raw_http2 import connect_to
+from raw_http2 import CONVERSE, connect_to
 
 KINDS = ["unix", "tls"]
 
@@ -81,3 +83,35 @@ def test_connections_come_and_go_without_end(start):
         connect_to(daemon.address).close()
     assert daemon.serves()
     daemon.awaits(lambda: daemon.descriptors() <= before + 4)
+
+
+def strangers(daemon, address):
+    """How many connections of that address the log counts that ended before their client had shown who it is."""
+    line = re.compile(rf"before their client had shown who it is: (\d+) of {re.escape(address)}\.$")
+    return sum(int(found[1]) for found in map(line.search, daemon.log()) if found)
+
+
+def test_failed_handshakes_are_counted_with_their_address(start):
+    daemon = start(kind="tls")
+    assert daemon.serves()
+    for _ in range(1000):
+        with connect_to(daemon.address, "127.0.0.3") as connection:
+            connection.sendall(b"GET / HTTP/1.1\r\n\r\n" + bytes(1000))
+            with contextlib.suppress(ConnectionError):
+                while connection.recv(1024):
+                    pass
+    daemon.awaits(lambda: strangers(daemon, "127.0.0.3") == 1000)
+    assert any("andshake failed" in line for line in daemon.log()), "gRPC says why"
+    assert strangers(daemon, "127.0.0.1") == 0
+    assert sum(len(line) for line in daemon.log()) < 10_000
+    assert daemon.serves()
+
+
+def test_calls_without_a_token_are_counted(start):
+    daemon = start(kind="tls")
+    with daemon.channel(token=False) as channel:
+        for _ in range(200):
+            with pytest.raises(grpc.RpcError):
+                next(channel.stream_stream(CONVERSE)(iter([])))
+    assert len([line for line in daemon.log() if "A call was refused" in line]) == 1
+    assert daemon.serves()

@@ -2,8 +2,12 @@
 
 #include <grpc/support/log.h>
 
+#include <chrono>
+#include <string>
+
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
+#include "platform/spf/grpc/internal/endpoint/RepeatedLines.h"
 
 namespace agent::spf::grpc_transport {
 
@@ -11,8 +15,14 @@ namespace {
 
 void take(gpr_log_func_args* line) {
   using namespace parallel::logging;
-  FOUNDATION_LOG(createQLVLogger("zks.grpc"), line->severity == GPR_LOG_SEVERITY_ERROR ? kWarning : kTrace)
-      << line->message;
+  static auto& repeated = *new internal::RepeatedLines;  // gRPC's threads may log while the process ends
+  if (line->severity != GPR_LOG_SEVERITY_ERROR) {
+    FOUNDATION_LOG(createQLVLogger("zks.grpc"), kTrace) << line->message;
+    return;
+  }
+  const std::string place = std::string(line->file) + ":" + std::to_string(line->line);
+  if (const auto more = repeated.take(place, std::chrono::steady_clock::now()))
+    FOUNDATION_LOG(createQLVLogger("zks.grpc"), kWarning) << line->message << *more;
 }
 
 }  // namespace

@@ -2,11 +2,14 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <linux/tcp.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "platform/files/UniqueFd.h"
@@ -29,11 +32,23 @@ std::uint64_t receivedBytes(int socket) {
   return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 ? info.tcpi_bytes_received : 0;
 }
 
-// Nothing happens when the descriptor is another socket by now.
+// A descriptor that nobody else closes meanwhile; none when that number is another socket by now.
+files::UniqueFd hold(int socket, std::uint64_t cookie) {
+  files::UniqueFd same(::fcntl(socket, F_DUPFD_CLOEXEC, 0));
+  if (cookieOf(same.get()) != cookie)
+    same.reset();
+  return same;
+}
+
 void endConnection(int socket, std::uint64_t cookie) {
-  const files::UniqueFd same(::fcntl(socket, F_DUPFD_CLOEXEC, 0));  // which nobody else closes meanwhile
-  if (cookieOf(same.get()) == cookie)
-    ::shutdown(same.get(), SHUT_RDWR);
+  if (const files::UniqueFd held = hold(socket, cookie))
+    ::shutdown(held.get(), SHUT_RDWR);
+}
+
+// What the kernel holds because the other end has not taken it; 0 when there is no such socket.
+int unreadBytes(int socket) {
+  int nbytes = 0;
+  return ::ioctl(socket, SIOCOUTQ, &nbytes) == 0 ? nbytes : 0;
 }
 
 std::string textOf(int family, const void* address) {
@@ -59,12 +74,29 @@ std::string processAt(int socket) {
   return "process " + std::to_string(process.pid);
 }
 
+// False when there is none.
+bool addressAt(int socket, sockaddr_storage& address) {
+  socklen_t size = sizeof address;
+  return ::getpeername(socket, reinterpret_cast<sockaddr*>(&address), &size) == 0;
+}
+
+std::string clientText(const sockaddr_in& address) {
+  return textOf(AF_INET, &address.sin_addr) + ":" + std::to_string(ntohs(address.sin_port));
+}
+
+std::string clientText(const sockaddr_in6& address) {
+  const std::string port = ":" + std::to_string(ntohs(address.sin6_port));
+  if (IN6_IS_ADDR_V4MAPPED(&address.sin6_addr))
+    return textOf(AF_INET, &address.sin6_addr.s6_addr[12]) + port;
+  const std::string scope = address.sin6_scope_id == 0 ? "" : "%" + std::to_string(address.sin6_scope_id);
+  return "[" + textOf(AF_INET6, &address.sin6_addr) + scope + "]" + port;
+}
+
 }  // namespace
 
 std::string peerOf(int socket) {
   sockaddr_storage peer{};
-  socklen_t size = sizeof peer;
-  if (::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) != 0)
+  if (!addressAt(socket, peer))
     return "a peer that has left";
   switch (peer.ss_family) {
     case AF_INET:
@@ -76,6 +108,20 @@ std::string peerOf(int socket) {
   }
 }
 
+std::string clientAt(int socket) {
+  sockaddr_storage peer{};
+  if (!addressAt(socket, peer))
+    return {};
+  switch (peer.ss_family) {
+    case AF_INET:
+      return clientText(reinterpret_cast<const sockaddr_in&>(peer));
+    case AF_INET6:
+      return clientText(reinterpret_cast<const sockaddr_in6&>(peer));
+    default:
+      return {};
+  }
+}
+
 bool ConnectionTable::isFull() {
   if (connections_.size() >= maxConnections_)
     forgetClosed();
@@ -83,11 +129,16 @@ bool ConnectionTable::isFull() {
 }
 
 bool ConnectionTable::admit(int socket, const std::string& peer) {
+  if (const auto closed = connections_.find(socket); closed != connections_.end())
+    forget(closed);
   if (countOf(peer) >= maxPerPeer_)
     forgetClosed();
   if (countOf(peer) >= maxPerPeer_)
     return false;
-  connections_.insert_or_assign(socket, Connection{cookieOf(socket), peer});
+  Connection connection{.cookie = cookieOf(socket), .peer = peer, .client = clientAt(socket)};
+  if (!connection.client.empty())
+    strangers_.insert(connection.client);
+  connections_.emplace(socket, std::move(connection));
   return true;
 }
 
@@ -100,12 +151,41 @@ std::optional<std::string> ConnectionTable::endHeaviest() {
     return std::nullopt;
   endConnection(heaviest->first, heaviest->second.cookie);
   std::string peer = heaviest->second.peer;
-  connections_.erase(heaviest);
+  forget(heaviest);
   return peer;
 }
 
+std::map<std::string, std::size_t> ConnectionTable::takeClosedStrangers() {
+  forgetClosed();
+  return std::exchange(closedStrangers_, {});
+}
+
+std::vector<std::string> ConnectionTable::endStuck(TimePoint now, std::chrono::milliseconds limit) {
+  std::vector<std::string> ended;
+  for (auto& [socket, connection] : connections_) {
+    const files::UniqueFd held = hold(socket, connection.cookie);
+    const int unread = unreadBytes(held.get());
+    // A client that takes some has the service send more, and sooner or later there is another amount than before.
+    if (unread == 0 || unread != std::exchange(connection.unread, unread))
+      connection.lastTaken = now;
+    if (now - connection.lastTaken < limit)
+      continue;
+    ::shutdown(held.get(), SHUT_RDWR);
+    connection.lastTaken = now;
+    ended.push_back(connection.peer);
+  }
+  return ended;
+}
+
 void ConnectionTable::forgetClosed() {
-  std::erase_if(connections_, [](const auto& entry) { return cookieOf(entry.first) != entry.second.cookie; });
+  for (auto entry = connections_.begin(); entry != connections_.end();)
+    entry = cookieOf(entry->first) == entry->second.cookie ? std::next(entry) : forget(entry);
+}
+
+ConnectionTable::Connections::iterator ConnectionTable::forget(Connections::iterator closed) {
+  if (strangers_.erase(closed->second.client) != 0)
+    ++closedStrangers_[closed->second.peer];
+  return connections_.erase(closed);
 }
 
 std::size_t ConnectionTable::countOf(const std::string& peer) const {

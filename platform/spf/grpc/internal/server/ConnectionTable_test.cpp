@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <map>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "platform/files/UniqueFd.h"
 #include "platform/spf/grpc/internal/server/ListeningSockets.h"
@@ -116,6 +119,84 @@ TEST(ConnectionTable, HeaviestConnectionOverTcpHasBroughtTheMost) {
   for (const Pair* pair : {&light, &heavy, &newest})
     EXPECT_TRUE(table.admit(pair->ours.get(), pair == &heavy ? "heavy" : "another"));
   EXPECT_EQ(table.endHeaviest(), "heavy");
+}
+
+TEST(ConnectionTable, ClientOfTcpHasAnAddressAndOneOfASocketFileHasNone) {
+  for (const char* address : {"127.0.0.1:0", "[::1]:0"}) {
+    const ListeningSockets listening(address, std::chrono::milliseconds(1000));
+    const Pair pair = connectedTo(listening);
+    const std::string client = clientAt(pair.ours.get());
+    const std::string host = std::string(address).substr(0, std::string(address).rfind(':') + 1);
+    EXPECT_TRUE(client.starts_with(host) && client.size() > host.size()) << client;
+  }
+  EXPECT_EQ(clientAt(Pair().ours.get()), "");
+}
+
+using Counts = std::map<std::string, std::size_t>;
+
+TEST(ConnectionTable, CountsThoseThatCloseBeforeTheirClientHasShownWhoItIs) {
+  ConnectionTable table(10, 10);
+  const ListeningSockets listening("127.0.0.1:0", std::chrono::milliseconds(1000));
+  Pair stranger = connectedTo(listening);
+  Pair known = connectedTo(listening);
+  Pair overFile;
+  EXPECT_TRUE(table.admit(stranger.ours.get(), "stranger"));
+  EXPECT_TRUE(table.admit(known.ours.get(), "known"));
+  EXPECT_TRUE(table.admit(overFile.ours.get(), "process"));
+  table.introduced(clientAt(known.ours.get()));
+  EXPECT_EQ(table.takeClosedStrangers(), Counts{});
+  for (Pair* pair : {&stranger, &known, &overFile})
+    pair->ours.reset();
+  EXPECT_EQ(table.takeClosedStrangers(), (Counts{{"stranger", 1}}));
+  EXPECT_EQ(table.takeClosedStrangers(), Counts{});
+}
+
+TEST(ConnectionTable, CountsThoseThatCloseAlsoWhenTheirNumberIsInUseAgain) {
+  ConnectionTable table(10, 10);
+  const ListeningSockets listening("127.0.0.1:0", std::chrono::milliseconds(1000));
+  Pair old = connectedTo(listening);
+  const int number = old.ours.get();
+  EXPECT_TRUE(table.admit(number, "old"));
+  const Pair next = connectedTo(listening);
+  ASSERT_EQ(::dup3(next.ours.get(), number, O_CLOEXEC), number);
+  EXPECT_TRUE(table.admit(number, "next"));
+  EXPECT_EQ(table.takeClosedStrangers(), (Counts{{"old", 1}}));
+}
+
+void fillUp(const files::UniqueFd& socket) {
+  const std::array<char, 4096> bytes{};
+  while (::send(socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+  }
+}
+
+void emptyOut(const files::UniqueFd& socket) {
+  std::array<char, 4096> bytes{};
+  while (::recv(socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT) > 0) {
+  }
+}
+
+TEST(ConnectionTable, ConnectionWhoseClientTakesNothingEndsAfterTheTime) {
+  constexpr std::chrono::milliseconds kTime{80};
+  const ConnectionTable::TimePoint begin{};
+  ConnectionTable table(10, 10);
+  const Pair stuck;
+  const Pair taking;
+  const Pair quiet;
+  EXPECT_TRUE(table.admit(stuck.ours.get(), "stuck"));
+  EXPECT_TRUE(table.admit(taking.ours.get(), "taking"));
+  EXPECT_TRUE(table.admit(quiet.ours.get(), "quiet"));
+  fillUp(stuck.ours);
+  fillUp(taking.ours);
+  EXPECT_TRUE(table.endStuck(begin, kTime).empty());
+  std::array<char, 100'000> some{};
+  ASSERT_GT(::recv(taking.theirs.get(), some.data(), some.size(), 0), 0);
+  EXPECT_TRUE(table.endStuck(begin + kTime - std::chrono::milliseconds(1), kTime).empty());
+  EXPECT_EQ(table.endStuck(begin + kTime, kTime), (std::vector<std::string>{"stuck"}));
+  emptyOut(stuck.theirs);
+  EXPECT_TRUE(isEnded(stuck.theirs));
+  emptyOut(taking.theirs);
+  EXPECT_TRUE(table.endStuck(begin + 3 * kTime, kTime).empty());
+  EXPECT_FALSE(isEnded(taking.theirs));
 }
 
 }  // namespace

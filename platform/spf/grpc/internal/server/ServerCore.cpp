@@ -2,6 +2,7 @@
 
 #include <grpcpp/resource_quota.h>
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -89,19 +90,22 @@ std::string ServerCore::tryToStart() {
   try {
     handlers_ = std::make_unique<WorkerThreads>(WorkerThreads::Options{.least = 1, .most = options_.handlersAtOnce});
     notices_ = std::make_unique<WorkerThreads>(WorkerThreads::Options{.least = 1, .most = 1});
+    makeAcceptor();
     queue_->start();
     server_ = builder.BuildAndStart();
     if (server_ == nullptr)
       return "gRPC does not start";
-    accept();
+    acceptor_->start();
   } catch (const std::system_error& e) {
     return "the system gives the service no thread (" + errors::systemErrorText(e.code().value()) + ")";
   }
   return {};
 }
 
-void ServerCore::accept() {
-  const Acceptor::Limits limits{options_.maxConnections, options_.maxConnectionsPerPeer};
+void ServerCore::makeAcceptor() {
+  const Acceptor::Limits limits{
+      options_.maxConnections, options_.maxConnectionsPerPeer,
+      std::min(options_.keepaliveInterval, kLongestTime / 2) + std::min(options_.keepaliveTimeout, kLongestTime / 2)};
   acceptor_ = std::make_unique<Acceptor>(*listening_, limits, [this](int listener, files::UniqueFd connection) {
     grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters parameters;
     parameters.listener_fd = listener;
@@ -164,7 +168,7 @@ ServerCore::~ServerCore() {
     if (const auto stream = weak.lock())
       stream->drain();
   drain(options_.grace);
-  acceptor_ = nullptr;  // what gRPC is handed after its shutdown it does not close
+  acceptor_->stop();  // what gRPC is handed after its shutdown it does not close
   listening_ = nullptr;
   server_->Shutdown(std::chrono::system_clock::now());
   {

@@ -45,6 +45,8 @@ class ServerCore {
   grpc::AsyncGenericService& generic() noexcept { return generic_; }
   grpc::ServerCompletionQueue* queue() noexcept { return queue_->queue(); }
   void acceptNext();
+  // A client has opened a stream; `client` is its peerText().
+  void introduced(const std::string& client) { acceptor_->introduced(client); }
   bool isDraining();
   // A stream has been opened for calls of the service, and has ended again.
   void conversationBegun();
@@ -64,7 +66,7 @@ class ServerCore {
   void listen();
   void start();
   std::string tryToStart();
-  void accept();
+  void makeAcceptor();
   void drain(std::chrono::milliseconds grace);
 
   const std::shared_ptr<const core::Service> service_;

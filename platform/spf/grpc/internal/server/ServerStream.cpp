@@ -50,7 +50,9 @@ void ServerStream::onAccepted(bool ok) {
 
 void ServerStream::opened() {
   server_.acceptNext();
-  user_ = makeUser();
+  const std::string client = peerText(context_->peer());
+  server_.introduced(client);
+  user_ = makeUser(client);
   {
     const MutexLock lock(mutex_);
     state_ = State::open;
@@ -64,9 +66,9 @@ void ServerStream::opened() {
 }
 
 // Null when there is no such method.
-std::unique_ptr<StreamUser> ServerStream::makeUser() {
+std::unique_ptr<StreamUser> ServerStream::makeUser(const std::string& client) {
   if (context_->method() == kConverseMethod)
-    return std::make_unique<Conversation>(*this, server_, peerText(context_->peer()));
+    return std::make_unique<Conversation>(*this, server_, client);
   if (auto call = openStandardCall(context_->method()))
     return std::make_unique<StandardStream>(*this, std::move(call));
   return nullptr;

@@ -5,6 +5,7 @@
 #include <grpcpp/generic/async_generic_service.h>
 
 #include <memory>
+#include <string>
 
 #include "platform/spf/grpc/internal/server/StreamUser.h"
 #include "platform/spf/grpc/internal/wire/CompletionTag.h"
@@ -48,7 +49,7 @@ class ServerStream : public std::enable_shared_from_this<ServerStream> {
   void onOver(bool ok);
 
   void opened();
-  std::unique_ptr<StreamUser> makeUser();
+  std::unique_ptr<StreamUser> makeUser(const std::string& client);
   bool startReading();
   bool isOpen();
   bool write(const grpc::ByteBuffer& message);

@@ -3,6 +3,9 @@
 #include <grpcpp/security/auth_context.h>
 #include <strings.h>
 
+#include <chrono>
+
+#include "platform/errors/visibleText.h"
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
 #include "platform/spf/security/Credentials.h"
@@ -44,9 +47,11 @@ grpc::Status TokenCheck::Process(const InputMetadata& metadata, grpc::AuthContex
   return grpc::Status::OK;
 }
 
-grpc::Status TokenCheck::refuse(const grpc::AuthContext* peer, const char* problem, const char* advice) const {
-  FOUNDATION_LOG(parallel::logging::createQLVLogger("zks.spf"), parallel::logging::kWarning)
-      << "A call was refused: " << problem << " (the client's certificate names \"" << nameOf(peer) << "\").";
+grpc::Status TokenCheck::refuse(const grpc::AuthContext* peer, const char* problem, const char* advice) {
+  const std::string line = std::string("A call was refused: ") + problem + " (the client's certificate names " +
+                           errors::inQuotes(nameOf(peer)) + ").";
+  if (const auto more = refusals_.take(line, std::chrono::steady_clock::now()))
+    FOUNDATION_LOG(parallel::logging::createQLVLogger("zks.spf"), parallel::logging::kWarning) << line << *more;
   return {grpc::StatusCode::UNAUTHENTICATED, std::string(problem) + "; " + advice};
 }
 

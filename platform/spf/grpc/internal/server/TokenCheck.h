@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/spf/grpc/internal/endpoint/RepeatedLines.h"
+
 namespace agent::spf::grpc_transport::internal {
 
 class TokenCheck : public grpc::AuthMetadataProcessor {
@@ -17,9 +19,10 @@ class TokenCheck : public grpc::AuthMetadataProcessor {
                        OutputMetadata* reply) override;
 
  private:
-  grpc::Status refuse(const grpc::AuthContext* peer, const char* problem, const char* advice) const;
+  grpc::Status refuse(const grpc::AuthContext* peer, const char* problem, const char* advice);
 
   const std::string token_;
+  RepeatedLines refusals_;
 };
 
 }  // namespace agent::spf::grpc_transport::internal
