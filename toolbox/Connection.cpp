@@ -110,7 +110,7 @@ Connection Connection::connect(std::string_view address, const ConnectionOptions
   } catch (...) {
     spf::transport::throwExpandedSPFErrors();
   }
-  return Connection(std::move(record), resolved);
+  return Connection(std::move(record), resolved, wanted.replyLimit);
 }
 
 Connection::Connection(std::shared_ptr<Invokable> invokable, std::string name)
@@ -118,8 +118,9 @@ Connection::Connection(std::shared_ptr<Invokable> invokable, std::string name)
   record_->fill(std::move(invokable));
 }
 
-Connection::Connection(std::shared_ptr<Record> record, std::string name)
-    : record_(std::move(record)), name_(std::move(name)) {}
+Connection::Connection(std::shared_ptr<Record> record, std::string name,
+                       std::optional<agent::spf::core::ByteLimit> replyLimit)
+    : record_(std::move(record)), name_(std::move(name)), replyLimit_(std::move(replyLimit)) {}
 
 Connection::Connection(Connection&&) noexcept = default;
 
@@ -128,6 +129,7 @@ Connection& Connection::operator=(Connection&& other) noexcept {
     close();
     record_ = std::move(other.record_);
     name_ = std::move(other.name_);
+    replyLimit_ = std::move(other.replyLimit_);
   }
   return *this;
 }

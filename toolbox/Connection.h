@@ -9,9 +9,11 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/spf/core/ByteLimit.h"
 #include "platform/spf/core/Invokable.h"
 #include "toolbox/ConnectionOptions.h"
 #include "transport/client/TransportClient.h"
@@ -42,13 +44,17 @@ class Connection {
 
   const std::string& name() const noexcept { return name_; }
   spf::transport::TransportClient client() const;
+  // That it was connected with.
+  const std::optional<agent::spf::core::ByteLimit>& replyLimit() const noexcept { return replyLimit_; }
 
  private:
   struct Record;
-  Connection(std::shared_ptr<Record> record, std::string name);
+  Connection(std::shared_ptr<Record> record, std::string name,
+             std::optional<agent::spf::core::ByteLimit> replyLimit = std::nullopt);
 
   std::shared_ptr<Record> record_;  // null only when moved from
   std::string name_;
+  std::optional<agent::spf::core::ByteLimit> replyLimit_;
 };
 
 }  // namespace parallel::toolbox

@@ -1,4 +1,6 @@
-// Passes one call on to a connection, counts its bytes both ways, and keeps a share of the reply's stream for its caller.
+// Passes one call on to a connection, counts its bytes both ways, and keeps the reply for its owner. Whoever made the
+// call through it gets a container without items in its place: of the real one it would make every item that the reply
+// counts, be there any or not.
 //
 // Ownership: shares everything it is given. What it hands to the framework keeps the observation alive, not itself.
 // Threads:   as Invokable; the counts are safe to read from any thread, the reply's stream belongs to the thread that
@@ -21,8 +23,7 @@ class CallObservation {
 
   const std::shared_ptr<TransferProgress>& progress() const noexcept { return progress_; }
 
-  // The stream of the reply, standing where whoever was given the reply has read to. Null before the reply's stream was
-  // asked for, and once it is taken.
+  // The stream of the reply, from its first byte. Null before the reply's stream was asked for, and once it is taken.
   std::shared_ptr<std::istream> takeReply() noexcept { return std::exchange(reply_, nullptr); }
   void keepReply(std::shared_ptr<std::istream> reply) noexcept { reply_ = std::move(reply); }
 

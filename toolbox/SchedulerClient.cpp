@@ -1,5 +1,6 @@
 #include "toolbox/SchedulerClient.h"
 
+#include <boost/numeric/conversion/cast.hpp>
 #include <exception>
 #include <set>
 #include <string_view>
@@ -15,17 +16,19 @@
 #include "toolbox/observedItem.h"
 #include "transport/client/ConnectionRecord.h"
 #include "transport/data/InputPayload.h"
-#include "transport/data/OutputPayload.h"
 #include "transport/streams/SPFByteStreamAdaptor.h"
+#include "transport/streams/blockFormat.h"
+#include "transport/streams/readBigEndian.h"
 
 namespace parallel::toolbox {
 namespace {
 
+using spf::transport::ByteStream;
 using spf::transport::InputPayload;
-using spf::transport::OutputPayload;
 using spf::transport::SerializableData;
 using spf::transport::SPFByteStreamAdaptor;
 using spf::transport::TransportClient;
+namespace block_format = spf::transport::block_format;
 
 // Puts the method and the service on top of the exception in hand.
 [[noreturn]] void throwWithContext(const std::string& method, const std::string& service) {
@@ -55,6 +58,21 @@ TransportClient observedClient(const Connection& connection, std::shared_ptr<Cal
   const auto record = std::make_shared<spf::transport::ConnectionRecord>();
   record->invokable = std::make_shared<ObservingInvokable>(connection.client().getInvokable(), std::move(observation));
   return TransportClient(record);
+}
+
+// Of a container, which is read up to its first item. Nothing is made for the items: a reply may count more than it has.
+std::size_t readItemCount(ByteStream& container) {
+  spf::transport::readBigEndianInt8(container);  // the version
+  return boost::numeric_cast<std::size_t>(spf::transport::readBigEndianInt32(container));
+}
+
+// An item has at least the two bytes of its end mark. Who takes all that the reply counts would find out late that there
+// are none.
+void checkItemCount(const std::string& method, std::size_t count, const agent::spf::core::ByteLimit& limit) {
+  if (count > static_cast<std::size_t>(limit.bytes) / block_format::kHeaderBytes)
+    throw Exception<MalformedReply>(method, "it counts " + std::to_string(count) + " items, for which the " +
+                                                std::to_string(limit.bytes) + " bytes of " + limit.option +
+                                                " have no room");
 }
 
 zksmessages::EchoRequest describe(const std::vector<Item>& items) {
@@ -93,15 +111,17 @@ SchedulerClient::SchedulerClient(const Connection& connection, std::shared_ptr<T
       progress_(progress != nullptr ? std::move(progress) : std::make_shared<TransferProgress>()),
       errors_(errors) {}
 
-// The payload's items are not read: the reply's own are, which know the causes of their errors.
 Reply SchedulerClient::call(const std::string& method, const std::vector<Item>& items) const {
   const auto observation = std::make_shared<CallObservation>(progress_);
   const TransportClient client = observedClient(connection_, observation);
   try {
     try {
-      const OutputPayload reply = client.invokeMethod(method, observedPayload(items, observation));
-      return {method, reply.getDeserializableData().size(),
-              std::make_shared<SPFByteStreamAdaptor>(observation->takeReply()), errors_};
+      client.invokeMethod(method, observedPayload(items, observation));  // gives none of the reply's items
+      auto reply = std::make_shared<SPFByteStreamAdaptor>(observation->takeReply());
+      const std::size_t itemCount = readItemCount(*reply);
+      if (const auto& limit = connection_.replyLimit())
+        checkItemCount(method, itemCount, *limit);
+      return {method, itemCount, std::move(reply), errors_};
     } catch (...) {
       throwWithContext(method, connection_.name());
     }

@@ -325,6 +325,13 @@ TEST(SchedulerClientOfOddServices, PlainBytesComeIntoMemoryOfTheCaller) {
     EXPECT_THAT(plainInto(first + length), HasSubstr("are more than memory can hold"));
 }
 
+TEST(SchedulerClientOfOddServices, ItemsThatAReplyOnlyCountsCostNothing) {
+  const Connection connection = connectionTo([](ServerCall& call) { call.reply().write("\0\x7F\xFF\xFF\xFF", 5); });
+  Reply reply = SchedulerClient(connection).call("any", {});
+  EXPECT_EQ(reply.itemCount(), 0x7FFFFFFFU);
+  EXPECT_THAT(messageOf([&] { reply.takePlain(); }), HasSubstr("Item 1 of 2147483647"));
+}
+
 TEST(SchedulerClientOfOddServices, WrongNumberOfItemsIsAMalformedReply) {
   const Connection connection = connectionTo([](ServerCall& call) { call.reply().write("\0\0\0\0\0", 5); });
   const SchedulerClient client(connection);
