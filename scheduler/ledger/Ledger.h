@@ -1,11 +1,11 @@
 // The books of a scheduler, and all of its decisions: who runs what, when, how often, and what it came to.
 //
 // A machine without thread, clock, file or random number: each event comes in with its time, is decided at once, and
-// yields an answer and the changes to be kept. The answer may be given once the changes are kept. Rules: docs/ledger.md.
+// yields an answer and the changes to be kept. The answer may be given once they are kept. Rules: docs/ledger.md.
 //
 // Memory:  a task that has not started is part of a range, one that has ended is a count; in between it is a row.
 // Threads: one at a time.
-// Errors:  what a peer may get wrong is a Refusal, which changes nothing. After an exception (of memory, or of the archive)
+// Errors:  what a peer may get wrong is a Refusal, which changes nothing. After an exception (memory, the archive)
 //          the ledger is of no more use: another one is read back from the books.
 // Time:    may stand still and must not go back. Call tick() every second, after all events that came in before it.
 #pragma once
@@ -27,7 +27,7 @@ struct State;
 
 class Ledger {
  public:
-  // An empty one, or with `kept` one that goes on where its books end: each lease and each delay begins anew. The archive
+  // An empty one, or with `kept` one that goes on where its books end: leases and delays begin anew. The archive
   // must outlive it.
   explicit Ledger(const Archive& archive, const Kept& kept = {}, Moment now = {});
   ~Ledger();
@@ -53,7 +53,8 @@ class Ledger {
   Decision<Finished> finish(const Finish& event, Moment now);
 
   // --- those who look after workers ---
-  Decision<Done> drainWorker(WorkerId worker, Moment now);
+  // The worker is given nothing more.
+  Decision<Drained> drainWorker(WorkerId worker, Moment now);
   // The worker has ended: what it ran can no longer deliver.
   Decision<Lost> workerLost(WorkerId worker, LossCause cause, Moment now);
   // Leases that lapse, delays that are over.
@@ -72,6 +73,9 @@ class Ledger {
   Kept memory() const;
 
  private:
+  template <class Apply>
+  Decision<Done> change(JobId job, Moment now, Apply apply);
+
   std::unique_ptr<State> state_;
 };
 

@@ -22,7 +22,7 @@ struct RetryRule {
   bool operator==(const RetryRule&) const = default;
 };
 
-// The rules of one array. A lost worker's tasks run again as often as need be, unless told otherwise; nothing else does.
+// The rules of one array. A lost worker's tasks run again as often as need be, unless told otherwise; others do not.
 struct RetryRules {
   RetryRule exitCode{};
   std::vector<std::int32_t> exitCodes{};  // only these are retried; empty: all

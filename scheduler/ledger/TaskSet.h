@@ -9,7 +9,7 @@
 
 namespace parallel::scheduler::ledger {
 
-// Adjacent spans are one. Each operation costs the logarithm of the number of spans, and one step for each span it meets.
+// Adjacent spans are one. An operation costs the logarithm of the number of spans, and a step for each span it meets.
 // Threads: as a standard container.
 class TaskSet {
  public:

@@ -1,6 +1,6 @@
 // The rows of the books: all that a ledger has promised, in the shape in which it is kept.
 //
-// Each task of an array is in exactly one RangeRecord while it has not started in this round, and from then on in exactly
+// Each task of an array is in exactly one RangeRecord while it has not started in this round, and then in exactly
 // one TaskRecord. `details` is opaque here: it is kept for those who describe or run the task, and is never read back.
 #pragma once
 
@@ -89,7 +89,7 @@ struct Dependency {
 struct ArrayRecord {
   JobId job{};
   TaskSpan tasks{};
-  Digest digest{};  // of the submission or the extension that brought it
+  Digest digest{};  // of the submission or the extension that begins with it; otherwise empty
   Resources needs{1, 0, {}};
   std::uint64_t atOnce = 0;         // so many may be granted or running; 0: any number
   std::uint32_t deathsAllowed = 3;  // so many workers may be lost while each of them runs one task alone

@@ -83,7 +83,11 @@ enum class LossCause : std::uint8_t {
   explained,    // somebody or something else ended it: no task is a suspect
 };
 
-// The attempts of workers that were given up.
+struct Drained {
+  std::uint64_t attempts = 0;  // that it still has
+};
+
+// Those of which nothing is heard any more.
 struct Lost {
   std::vector<WorkerId> workers{};
 };
