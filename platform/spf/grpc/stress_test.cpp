@@ -67,6 +67,8 @@ void makeCalls(core::Invokable& client, Random random, int count) {
     for (int i = 0; i < count; ++i)
       kActions[random() % std::size(kActions)](client, random);
   } catch (const Terminated&) {  // NOLINT(bugprone-empty-catch): the other outcome there may be
+  } catch (const std::exception& e) {
+    ADD_FAILURE() << e.what();
   }
 }
 
