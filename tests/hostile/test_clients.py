@@ -63,8 +63,9 @@ def test_compressed_message(connect):
     expect_end(client, "echo")
 
 
-def test_message_of_gibibytes(connect):
-    client = connect(*ECHO, kind="tcp")
+@pytest.mark.parametrize("kind", ["unix", "tcp"])
+def test_message_of_gibibytes(connect, kind):
+    client = connect(*ECHO, kind=kind)
     peer, stream = client.conversation.peer, client.conversation.stream
     peer.send_data(stream, struct.pack(">BI", 0, 4000 * MIB))
     while peer.send_data(stream, bytes(MIB)):

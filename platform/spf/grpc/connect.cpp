@@ -63,7 +63,14 @@ void boundAttempt(grpc::ChannelArguments& arguments, std::chrono::milliseconds t
   arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, static_cast<int>(kAttemptMargin.count()));
 }
 
-grpc::ChannelArguments channelArguments(const std::string& address, const ConnectOptions& options) {
+// A channel over a descriptor does not keep its quota, which without an owner counts on but reclaims nothing.
+struct BoundedChannel {
+  grpc::ResourceQuota quota{"zks"};
+  std::shared_ptr<grpc::Channel> channel;  // ends first
+};
+
+grpc::ChannelArguments channelArguments(const std::string& address, const ConnectOptions& options,
+                                        const grpc::ResourceQuota& quota) {
   grpc::ChannelArguments arguments;
   boundAttempt(arguments, options.connectTimeout);
   arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);  // a connection of its own
@@ -77,7 +84,7 @@ grpc::ChannelArguments channelArguments(const std::string& address, const Connec
   }
   arguments.SetMaxReceiveMessageSize(static_cast<int>(internal::kMaxFrameBytes));
   arguments.SetMaxSendMessageSize(-1);
-  arguments.SetResourceQuota(grpc::ResourceQuota("zks").Resize(options.maxMessageMemory));
+  arguments.SetResourceQuota(quota);
   // A compressed message has no size until it is inflated.
   arguments.SetInt(GRPC_COMPRESSION_CHANNEL_ENABLED_ALGORITHMS_BITSET, 1 << GRPC_COMPRESS_NONE);
   if (!internal::isUnixAddress(address) || options.credentials) {  // else a LifeCheck does this
@@ -86,6 +93,15 @@ grpc::ChannelArguments channelArguments(const std::string& address, const Connec
     arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
   }
   return arguments;
+}
+
+template <class Make>
+std::shared_ptr<grpc::Channel> makeChannel(const std::string& address, const ConnectOptions& options,
+                                           const Make& make) {
+  const auto bounded = std::make_shared<BoundedChannel>();
+  bounded->quota.Resize(options.maxMessageMemory);
+  bounded->channel = make(channelArguments(address, options, bounded->quota));
+  return {bounded, bounded->channel.get()};
 }
 
 using Deadline = std::chrono::system_clock::time_point;
@@ -163,8 +179,9 @@ void waitForLife(ClientConnection& connection, const ConnectOptions& options, De
 std::shared_ptr<Connection> connectToSocketFile(const std::string& address, const ConnectOptions& options,
                                                 Deadline deadline) {
   auto socket = connectSocket(address, options, deadline);
-  auto channel =
-      grpc::CreateCustomInsecureChannelFromFd("localhost", socket->share(), channelArguments(address, options));
+  auto channel = makeChannel(address, options, [&](const grpc::ChannelArguments& arguments) {
+    return grpc::CreateCustomInsecureChannelFromFd("localhost", socket->share(), arguments);
+  });
   auto connection = std::make_shared<ClientConnection>(std::move(channel), address, options, std::move(socket));
   connection->start();
   auto handle = std::make_shared<Connection>(connection);
@@ -183,8 +200,9 @@ std::shared_ptr<core::Invokable> connect(const std::string& address, const Conne
   const Deadline deadline = std::chrono::system_clock::now() + std::min(options.connectTimeout, internal::kLongestTime);
   if (internal::isUnixAddress(address) && !options.credentials)
     return connectToSocketFile(address, options, deadline);
-  auto channel = grpc::CreateCustomChannel(address, internal::channelCredentials(options.credentials),
-                                           channelArguments(address, options));
+  auto channel = makeChannel(address, options, [&](const grpc::ChannelArguments& arguments) {
+    return grpc::CreateCustomChannel(address, internal::channelCredentials(options.credentials), arguments);
+  });
   waitUntilReady(*channel, address, options, deadline);
   if (options.credentials)
     requireAccess(channel, address, options, deadline);
