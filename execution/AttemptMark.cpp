@@ -1,7 +1,7 @@
 #include "execution/AttemptMark.h"
 
-#include <signal.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <array>
 #include <atomic>

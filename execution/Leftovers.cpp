@@ -1,11 +1,11 @@
 #include "execution/Leftovers.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <csignal>
 
 #include <atomic>
 #include <chrono>

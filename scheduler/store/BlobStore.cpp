@@ -25,7 +25,7 @@ constexpr std::string_view kRemovedMark = "removed-";
 // A reader counts as a use only when the last one was so long ago: most reads write nothing.
 constexpr std::chrono::minutes kUseGrain{10};
 
-std::int64_t milliseconds(WallTime time) {
+std::int64_t inMilliseconds(WallTime time) {
   return time.time_since_epoch().count();
 }
 
@@ -97,7 +97,7 @@ std::vector<Digest> BlobStore::pin(const Holder& holder, const std::vector<Diges
     Statement use(group.database, "UPDATE blobs SET used = max(used, ?) WHERE digest = ?");
     for (const Digest& digest : digests) {
       addPin(group.database, holder, digest);
-      use.bind(milliseconds(now)).bindBytes(digest.bytes()).run();
+      use.bind(inMilliseconds(now)).bindBytes(digest.bytes()).run();
       if (group.database.changedRows() == 0)
         missing.push_back(digest);
     }
@@ -109,7 +109,7 @@ void BlobStore::unpin(const Holder& holder, WallTime now) {
   commits_.writeAndWait([&](Group& group) {
     Statement(group.database,
               "UPDATE blobs SET used = max(used, ?) WHERE digest IN (SELECT digest FROM pins WHERE holder = ?)")
-        .bind(milliseconds(now))
+        .bind(inMilliseconds(now))
         .bind(holder)
         .run();
     Statement(group.database, "DELETE FROM pins WHERE holder = ?").bind(holder).run();
@@ -167,7 +167,7 @@ void BlobStore::keepSmall(const Holder& holder, const Digest& digest, const std:
     Statement(group.database, "INSERT OR IGNORE INTO blobs VALUES (?, ?, ?, ?)")
         .bindBytes(digest.bytes())
         .bind(content.size())
-        .bind(milliseconds(now))
+        .bind(inMilliseconds(now))
         .bindBytes(content)
         .run();
     isNew = group.database.changedRows() > 0;
@@ -195,7 +195,7 @@ void BlobStore::keepFile(const Holder& holder, const Digest& digest, std::uint64
     Statement(group.database, "INSERT INTO blobs VALUES (?, ?, ?, NULL)")
         .bindBytes(digest.bytes())
         .bind(nbytes)
-        .bind(milliseconds(now))
+        .bind(inMilliseconds(now))
         .run();
   });
   if (wasThere)
@@ -270,13 +270,13 @@ void BlobUpload::refuse(const std::string& what) {
 std::unique_ptr<BlobReader> BlobStore::open(const Digest& digest, WallTime now) {
   const auto used = commits_.askCommitted([&](Database& database) {
     Statement find(database, "SELECT used FROM blobs WHERE digest = ?");
-    return find.bindBytes(digest.bytes()).step() ? find.signedNumber() : milliseconds(now);
+    return find.bindBytes(digest.bytes()).step() ? find.signedNumber() : inMilliseconds(now);
   });
-  if (milliseconds(now - kUseGrain) > used)
+  if (inMilliseconds(now - kUseGrain) > used)
     commits_.write(
         [digest, now](Group& group) {
           Statement(group.database, "UPDATE blobs SET used = max(used, ?) WHERE digest = ?")
-              .bind(milliseconds(now))
+              .bind(inMilliseconds(now))
               .bindBytes(digest.bytes())
               .run();
         },
@@ -396,7 +396,7 @@ BlobStore::Collected BlobStore::collect(WallTime now) {
     Statement find(database,
                    "SELECT digest FROM blobs WHERE used < ? AND NOT EXISTS "
                    "(SELECT 1 FROM pins WHERE pins.digest = blobs.digest) ORDER BY used LIMIT ?");
-    find.bind(milliseconds(now - kKeptUnused)).bind(kAtOnce);
+    find.bind(inMilliseconds(now - kKeptUnused)).bind(kAtOnce);
     return digestsOf(find);
   };
   for (std::uint64_t count = kAtOnce; count == kAtOnce; collected.blobs += count)

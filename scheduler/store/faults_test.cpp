@@ -34,7 +34,7 @@ using testing::patternOf;
 using testing::RandomChanges;
 using testing::sortedKept;
 
-constexpr std::size_t kLarge = BlobStore::kSmallBytes + 1000;
+constexpr std::size_t kLargeBytes = BlobStore::kSmallBytes + 1000;
 
 // Some of everything: changes, small and large blobs, an upload in pieces, a collection. Notes what was answered.
 class Work {
@@ -47,8 +47,8 @@ class Work {
       for (int event = 0; event < 2; ++event)
         keep(store);
       putWhole(store, patternOf(2000, static_cast<char>(round)));
-      putWhole(store, patternOf(kLarge, static_cast<char>(round)));
-      putInPieces(store, patternOf(kLarge + 1, static_cast<char>(round)));
+      putWhole(store, patternOf(kLargeBytes, static_cast<char>(round)));
+      putInPieces(store, patternOf(kLargeBytes + 1, static_cast<char>(round)));
       forget(store);
     }
   } catch (const std::exception&) {
@@ -70,7 +70,7 @@ class Work {
   }
   // That the store goes on as if nothing had been.
   void expectGoesOn(Store& store) {
-    putWhole(store, patternOf(kLarge, 99));
+    putWhole(store, patternOf(kLargeBytes, 99));
     for (const std::string& content : unanswered_)
       putWhole(store, content);
     EXPECT_THAT(store.check(), IsEmpty());
@@ -106,7 +106,7 @@ class Work {
 
   // Puts one that is collected again.
   static void forget(Store& store) {
-    store.blobs().put("passer-by", patternOf(kLarge + 7), minute(0));
+    store.blobs().put("passer-by", patternOf(kLargeBytes + 7), minute(0));
     store.blobs().unpin("passer-by", minute(0));
     store.tidy(minute(1000));
   }
