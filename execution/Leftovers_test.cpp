@@ -145,6 +145,12 @@ TEST_F(LeftoversOfAService, WhatLeavesItsGroupEndsWithItsTask) {
   }
 }
 
+// Between two programs a process has no environment for a moment, and so bears no mark.
+TEST_F(LeftoversOfAService, ProcessThatBecomesAnotherProgramAgainAndAgainEndsWithItsTask) {
+  for (int round = 0; round < 30 && !HasFailure(); ++round)
+    expectNothingLeft("echo 'exec sh again' > again; setsid sh -c 'echo $$; : > ready; exec sh again' & ready; exit 7");
+}
+
 TEST_F(LeftoversOfAService, OrphansThatEndAreWaitedForWhileTheTaskRuns) {
   Scripts scripts;
   std::thread running([&] {

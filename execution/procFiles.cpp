@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <ctime>
 #include <filesystem>
+#include <thread>
 
 #include "platform/files/UniqueFd.h"
 
@@ -53,6 +55,28 @@ std::string childrenFile() {
   return "/proc/self/task/" + std::to_string(::getpid()) + "/children";
 }
 
+// Whether an environment that was found empty between the two looks is empty, and not that of a process that was becoming
+// another program, which for a moment has none.
+bool isSettled(const std::optional<ProcessStatus>& before, const std::optional<ProcessStatus>& after) {
+  if (!before || !after || !after->hasMemory)
+    return true;
+  return after->environmentEnd != 0 && before->environmentBegin == after->environmentBegin &&
+         before->environmentEnd == after->environmentEnd;
+}
+
+// Of a program that keeps its addresses to itself nothing is ever settled.
+std::string wholeEnvironment(pid_t pid) {
+  constexpr std::chrono::milliseconds kPatience{100};
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  for (;;) {
+    const std::optional<ProcessStatus> before = processStatus(pid);
+    std::string content = wholeFile(fileOf(pid, "environ"));
+    if (!content.empty() || isSettled(before, processStatus(pid)) || std::chrono::steady_clock::now() >= deadline)
+      return content;
+    std::this_thread::yield();
+  }
+}
+
 // Calls `visit` with each part; parts end with the separator or with the text.
 template <class Visit>
 void forEachPart(std::string_view text, char separator, Visit visit) {
@@ -92,7 +116,7 @@ std::vector<pid_t> childrenOfMainThread() {
 
 std::optional<std::string> environmentValue(pid_t pid, std::string_view name) {
   std::optional<std::string> value;
-  forEachPart(wholeFile(fileOf(pid, "environ")), '\0', [&](std::string_view entry) {
+  forEachPart(wholeEnvironment(pid), '\0', [&](std::string_view entry) {
     if (!value && entry.size() > name.size() && entry[name.size()] == '=' && entry.starts_with(name))
       value = entry.substr(name.size() + 1);
   });
@@ -103,6 +127,9 @@ std::optional<ProcessStatus> processStatus(pid_t pid) {
   constexpr int kNameField = 2;  // numbers of proc(5)
   constexpr int kStateField = 3;
   constexpr int kStartField = 22;
+  constexpr int kMemoryField = 23;
+  constexpr int kEnvironmentBeginField = 50;
+  constexpr int kEnvironmentEndField = 51;
   const std::string content = wholeFile(fileOf(pid, "stat"));
   const std::size_t nameEnd = content.rfind(')');  // the name may hold anything
   if (nameEnd == std::string::npos)
@@ -112,8 +139,15 @@ std::optional<ProcessStatus> processStatus(pid_t pid) {
   forEachPart(std::string_view(content).substr(nameEnd), ' ', [&](std::string_view part) {
     if (field == kStateField)
       status.hasEnded = part == "Z" || part == "X";
+    const std::uint64_t number = numberIn<std::uint64_t>(part).value_or(0);
     if (field == kStartField)
-      status.startTicks = numberIn<std::uint64_t>(part).value_or(0);
+      status.startTicks = number;
+    if (field == kMemoryField)
+      status.hasMemory = number != 0;
+    if (field == kEnvironmentBeginField)
+      status.environmentBegin = number;
+    if (field == kEnvironmentEndField)
+      status.environmentEnd = number;
     ++field;
   });
   return status;

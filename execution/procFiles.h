@@ -18,12 +18,17 @@ std::vector<pid_t> processesOfThisUser();
 std::vector<pid_t> childrenOfMainThread();
 bool canListChildren();  // a kernel may be built without
 
-// The value of a variable in the environment that the process was started with.
+// The value of a variable in the environment that the process's program was started with.
 std::optional<std::string> environmentValue(pid_t pid, std::string_view name);
 
 struct ProcessStatus {
   bool hasEnded = false;         // a zombie
   std::uint64_t startTicks = 0;  // since the machine's start; with the number it names one process
+  bool hasMemory = false;        // not so a zombie, and a thread of the kernel
+  // Where its environment lies in its memory, other addresses for each program; 0 where that is not to be seen, and
+  // while it becomes another program.
+  std::uint64_t environmentBegin = 0;
+  std::uint64_t environmentEnd = 0;
 };
 std::optional<ProcessStatus> processStatus(pid_t pid);
 
