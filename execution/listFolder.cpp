@@ -31,17 +31,17 @@ FolderContents listFolder(const fs::path& directory, const std::string& name, st
   FolderContents contents;
   contents.folders.push_back(name);
   for (std::size_t i = 0; i < contents.folders.size() && contents.entries() <= most; ++i) {
-    const std::string folder = contents.folders[i];
+    const std::string prefix = contents.folders[i] + "/";
     std::error_code error;
-    for (const auto& [entry, isFolder] : namesIn(directory / folder, most, error)) {
-      const std::string path = folder + "/" + entry;
+    for (const auto& [entry, isFolder] : namesIn(directory / prefix, most, error)) {
+      const std::string path = prefix + entry;
       if (!fl::i18n::isWellFormed(entry))
         contents.unusable.emplace_back(errors::visibleText(path), "its name is not UTF-8");
       else
         (isFolder ? contents.folders : contents.files).push_back(path);
     }
     if (error)
-      contents.unusable.emplace_back(folder, "it cannot be read: " + error.message());
+      contents.unusable.emplace_back(contents.folders[i], "it cannot be read: " + error.message());
   }
   return contents;
 }

@@ -18,7 +18,7 @@ void CancelNotice::setCallback(std::function<void()> callback) {
   runCallback();
 }
 
-void CancelNotice::setFollowUp(std::function<void()> followUp) {
+void CancelNotice::setFollowUp(const std::function<void()>& followUp) {
   {
     const MutexLock lock(mutex_);
     followUp_ = followUp;

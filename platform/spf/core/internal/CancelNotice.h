@@ -18,7 +18,7 @@ class CancelNotice {
   void setCallback(std::function<void()> callback);
   // What the framework itself does after the callback, or now when the call has been cancelled before; it may come to run
   // twice. An empty function takes it back.
-  void setFollowUp(std::function<void()> followUp);
+  void setFollowUp(const std::function<void()>& followUp);
   // Marks the call, without running the callback: true the first time. Then run() is due, where blocking is allowed.
   bool mark() noexcept { return !cancelled_.exchange(true, std::memory_order_acq_rel); }
   void run();
