@@ -49,15 +49,15 @@ std::map<std::string, bool> namesIn(const fs::path& folder, std::size_t most) {
 
 FolderContents contentsOfFolder(const std::string& folder, std::size_t most) {
   FolderContents contents;
-  const auto readInto = [&](const std::string& inside) {
-    for (const auto& [name, isFolder] : namesIn(inside.empty() ? folder : folder + "/" + inside, most))
-      (isFolder ? contents.folders : contents.files).push_back(inside.empty() ? name : inside + "/" + name);
+  const auto readInto = [&](const std::string& path, const std::string& prefix) {
+    for (const auto& [name, isFolder] : namesIn(path, most))
+      (isFolder ? contents.folders : contents.files).push_back(prefix + name);
     if (contents.folders.size() + contents.files.size() > most)
       refuse(folder, "it has more than " + std::to_string(most) + " files; pack it into one, with tar for instance");
   };
-  readInto("");
+  readInto(folder, "");
   for (std::size_t i = 0; i < contents.folders.size(); ++i)
-    readInto(std::string(contents.folders[i]));
+    readInto((std::filesystem::path(folder) / contents.folders[i]).string(), contents.folders[i] + "/");
   return contents;
 }
 

@@ -103,7 +103,7 @@ Decision<Submitted> Ledger::submitJob(const SubmitJob& event, Moment now) {
   progress.priority = event.priority;
   progress.held = event.held;
   progress.open = event.open;
-  Job& job = step.addJob(std::move(progress));
+  Job& job = step.addJob(progress);
   for (ArrayRecord& row : std::get<std::vector<ArrayRecord>>(rows))
     step.addArray(job, std::move(row));
   return {Submitted{id, false}, std::move(step).finish()};

@@ -54,10 +54,10 @@ Changes Step::finish() && {
   return std::move(changes_);
 }
 
-Job& Step::addJob(JobProgress progress) {
+Job& Step::addJob(const JobProgress& progress) {
   const JobId id = progress.job;
   Job& job = state_.jobs[id];
-  job.progress = std::move(progress);
+  job.progress = progress;
   touch(job);
   return job;
 }

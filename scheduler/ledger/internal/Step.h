@@ -29,7 +29,7 @@ class Step {
   Moment now() const { return now_; }
 
   // --- jobs ---
-  Job& addJob(JobProgress progress);
+  Job& addJob(const JobProgress& progress);
   // Its version grows with this event.
   void touch(Job& job) { touched_.insert(job.id()); }
   // A round that this event begins in the job: the same one when asked again.
