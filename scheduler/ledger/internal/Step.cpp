@@ -77,8 +77,9 @@ std::uint32_t Step::beginRound(Job& job, const std::string& key) {
 }
 
 void Step::addArray(Job& job, ArrayRecord record) {
-  changes_.arrays[{job.id(), record.tasks.first}] = record;
-  TaskArray& array = job.arrays.emplace(record.tasks.first, TaskArray(std::move(record))).first->second;
+  const TaskNumber first = record.tasks.first;
+  changes_.arrays[{job.id(), first}] = record;
+  TaskArray& array = job.arrays.emplace(first, TaskArray(std::move(record))).first->second;
   state_.watch(job, array);
   const TaskSpan all = array.record.tasks;
   job.count(TaskState::waiting) += all.count();
