@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -44,9 +45,9 @@ class CuttingRelay {
   CuttingRelay(const CuttingRelay&) = delete;
   CuttingRelay& operator=(const CuttingRelay&) = delete;
 
-  // After the connection: what went through.
-  std::size_t toService() const noexcept { return passed_.toService; }
-  std::size_t toClient() const noexcept { return passed_.toClient; }
+  // What went through so far.
+  std::size_t toService() const noexcept { return passedToService_; }
+  std::size_t toClient() const noexcept { return passedToClient_; }
 
  private:
   static int makeSocket() { return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0); }
@@ -75,15 +76,15 @@ class CuttingRelay {
       pollfd waiting[] = {{client, POLLIN, 0}, {service, POLLIN, 0}};
       if (::poll(waiting, 2, -1) < 0)
         return;
-      if (waiting[0].revents != 0 && !passSome(client, service, left_.toService, passed_.toService))
+      if (waiting[0].revents != 0 && !passSome(client, service, left_.toService, passedToService_))
         return;
-      if (waiting[1].revents != 0 && !passSome(service, client, left_.toClient, passed_.toClient))
+      if (waiting[1].revents != 0 && !passSome(service, client, left_.toClient, passedToClient_))
         return;
     }
   }
 
   // False when the connection is to end.
-  static bool passSome(int from, int to, std::size_t& left, std::size_t& passed) {
+  static bool passSome(int from, int to, std::size_t& left, std::atomic<std::size_t>& passed) {
     std::vector<char> bytes(4096);
     const ssize_t got = ::recv(from, bytes.data(), bytes.size(), 0);
     if (got <= 0)
@@ -100,7 +101,8 @@ class CuttingRelay {
   const std::string path_;
   const std::string service_;
   Budget left_;
-  Budget passed_{0, 0};
+  std::atomic<std::size_t> passedToService_{0};
+  std::atomic<std::size_t> passedToClient_{0};
   const int listener_;
   std::thread thread_;
 };
