@@ -88,6 +88,7 @@ struct Ending {
 // What a client sent, in short; two of equal digest are the same. Opaque here.
 using Digest = std::string;
 
+// Units of time only: the ledger reads no clock, and each event says when it came in.
 using Duration = std::chrono::nanoseconds;
 using WallTime = std::chrono::sys_time<std::chrono::milliseconds>;
 
