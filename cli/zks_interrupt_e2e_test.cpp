@@ -269,16 +269,19 @@ TEST_F(ZksInterrupt, ProgressIsShownOnATerminalAndWipedBeforeTheOutput) {
   EXPECT_EQ(lastLine(terminal.shown()), "done\r\n");
 }
 
+// Announces one item of two blocks, and holds back the second until it may go on.
+void replyInHalves(ServerCall& call, const std::atomic<bool>& go) {
+  const std::string block = std::string("\x7F\xFF", 2) + std::string(32767, 'x');
+  call.setReplySize(5 + 2 * 32769 + 2);
+  call.reply().write("\0\0\0\0\1", 5);
+  call.reply().write(block.data(), 32769).flush();
+  eventually([&] { return go || call.isCancelled(); });
+  call.reply().write(block.data(), 32769).write("\xFF\xFF", 2);
+}
+
 TEST_F(ZksInterrupt, ProgressOfAReplyOfKnownSizeShowsABar) {
   std::atomic<bool> go = false;
-  const TestService service(path("s"), [&go](ServerCall& call) {
-    const std::string block = std::string("\x7F\xFF", 2) + std::string(32767, 'x');
-    call.setReplySize(5 + 2 * 32769 + 2);
-    call.reply().write("\0\0\0\0\1", 5);
-    call.reply().write(block.data(), 32769).flush();
-    eventually([&] { return go || call.isCancelled(); });
-    call.reply().write(block.data(), 32769).write("\xFF\xFF", 2);
-  });
+  const TestService service(path("s"), [&go](ServerCall& call) { replyInHalves(call, go); });
   setAddress(service.address());
   Terminal terminal(zksWords({"call", "any", "--reply", "file"}), directory());
   ASSERT_TRUE(terminal.readUntil("receiving 32.0 KiB of 64.0 KiB [============>")) << terminal.shown();
@@ -289,14 +292,7 @@ TEST_F(ZksInterrupt, ProgressOfAReplyOfKnownSizeShowsABar) {
 
 TEST_F(ZksInterrupt, ProgressFitsANarrowTerminal) {
   std::atomic<bool> go = false;
-  const TestService service(path("s"), [&go](ServerCall& call) {
-    const std::string block = std::string("\x7F\xFF", 2) + std::string(32767, 'x');
-    call.setReplySize(5 + 2 * 32769 + 2);
-    call.reply().write("\0\0\0\0\1", 5);
-    call.reply().write(block.data(), 32769).flush();
-    eventually([&] { return go || call.isCancelled(); });
-    call.reply().write(block.data(), 32769).write("\xFF\xFF", 2);
-  });
+  const TestService service(path("s"), [&go](ServerCall& call) { replyInHalves(call, go); });
   setAddress(service.address());
   Terminal terminal(zksWords({"call", "any", "--reply", "file"}), directory(), 20);
   ASSERT_TRUE(terminal.readUntil("receiving 50%")) << terminal.shown();
