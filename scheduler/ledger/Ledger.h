@@ -65,7 +65,8 @@ class Ledger {
   std::optional<JobProgress> progress(JobId job) const;
   // Why a task that has not ended does not run yet.
   std::optional<WaitReason> whyWaiting(JobId job, TaskNumber task) const;
-  // Whether a take of this worker with this room would be granted something: for those whose take was left waiting.
+  // Whether the take of this worker, left waiting with this room, would be granted something now. Not while the worker
+  // is unreachable: a take that is answered counts as heard from it.
   bool hasWorkFor(WorkerId worker, const Resources& room) const;
   // When the next delay is over; none: no task waits for one.
   std::optional<Duration> nextDelayEnd() const;

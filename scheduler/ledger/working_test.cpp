@@ -228,6 +228,21 @@ TEST(Leases, AWorkerThatIsHeardOfKeepsItsAttempts) {
   EXPECT_EQ(scene.stateOf(job, 0), TaskState::running);
 }
 
+// The lapsed task is a suspect, for which the idle one is kept free; so another task would go to the unreachable one.
+TEST(Leases, AnUnreachableWorkerIsOfferedNothing) {
+  Scene scene;
+  scene.submit(arrayOf(1));
+  const WorkerId silent = scene.join();
+  scene.takeAndStart(silent);
+  const WorkerId idle = scene.join();
+  scene.lapse(silent, {idle});
+  scene.submit(arrayOf(1));
+  EXPECT_FALSE(scene.ledger().hasWorkFor(silent, {8, 0, {}}));
+  EXPECT_TRUE(scene.ledger().hasWorkFor(idle, {8, 0, {}}));
+  scene.renew(silent);
+  EXPECT_TRUE(scene.ledger().hasWorkFor(silent, {8, 0, {}}));
+}
+
 TEST(Leases, WhenOneLapsesItsTasksAreReadyForOthers) {
   Scene scene;
   const JobId job = scene.submit(arrayOf(2));

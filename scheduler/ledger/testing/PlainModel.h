@@ -139,9 +139,13 @@ class PlainModel {
     task.state = TaskState::granted;
     task.attempt = grant.attempt.number;
     attempts_[grant.attempt.number] = {grant.attempt, id, AttemptState::granted, grant.alone};
+    settle();
     return {};
   }
-  bool couldGrant(WorkerId id, const Resources& room) const { return bestFor(id, room).has_value(); }
+  // Nothing goes to a worker that may not be there any more.
+  bool couldGrant(WorkerId id, const Resources& room) const {
+    return workers_.at(id).state == WorkerState::active && bestFor(id, room).has_value();
+  }
 
   Verdict finish(WorkerId id, const Result& result, Duration now) {
     if (isThere(id))
