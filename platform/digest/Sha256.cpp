@@ -1,11 +1,11 @@
-#include "scheduler/store/Sha256.h"
+#include "platform/digest/Sha256.h"
 
 #include <openssl/evp.h>
 
 #include <algorithm>
 #include <new>
 
-namespace parallel::scheduler::store {
+namespace parallel::digest {
 
 namespace {
 
@@ -79,4 +79,4 @@ Digest Sha256::digest() {
   return *Digest::fromBytes({reinterpret_cast<const char*>(value.data()), value.size()});
 }
 
-}  // namespace parallel::scheduler::store
+}  // namespace parallel::digest

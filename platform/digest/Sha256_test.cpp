@@ -1,10 +1,10 @@
-#include "scheduler/store/Sha256.h"
+#include "platform/digest/Sha256.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-namespace parallel::scheduler::store {
+namespace parallel::digest {
 namespace {
 
 constexpr const char* kOfNothing = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
@@ -40,4 +40,4 @@ TEST(Sha256, OtherTextsAndBytesAreNone) {
 }
 
 }  // namespace
-}  // namespace parallel::scheduler::store
+}  // namespace parallel::digest
