@@ -12,7 +12,7 @@
 #include "cli/commands.h"
 #include "cli/standardInput.h"
 #include "cli/taskOutputs.h"
-#include "scheduler/durations.h"
+#include "scheduler/calls/durations.h"
 #include "toolbox/TaskInputs.h"
 
 namespace zks {

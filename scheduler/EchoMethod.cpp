@@ -8,8 +8,8 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/zksmessages/zksmessages.pb.h"
-#include "scheduler/ReplyWriter.h"
-#include "scheduler/RequestReader.h"
+#include "scheduler/calls/ReplyWriter.h"
+#include "scheduler/calls/RequestReader.h"
 #include "transport/streams/FunctionalByteSink.h"
 
 namespace parallel::scheduler {

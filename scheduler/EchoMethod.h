@@ -5,7 +5,7 @@
 #pragma once
 
 #include "platform/spf/core/Service.h"
-#include "scheduler/DescriptionLimit.h"
+#include "scheduler/calls/DescriptionLimit.h"
 
 namespace parallel::scheduler {
 

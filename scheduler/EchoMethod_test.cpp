@@ -13,7 +13,7 @@
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
 #include "platform/zksmessages/zksmessages.pb.h"
-#include "scheduler/ReplyWriter.h"
+#include "scheduler/calls/ReplyWriter.h"
 #include "scheduler/testing/FakeServerCall.h"
 #include "scheduler/testing/containers.h"
 #include "scheduler/testing/expectError.h"

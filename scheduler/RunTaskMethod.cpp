@@ -16,11 +16,11 @@
 #include "platform/errors/visibleText.h"
 #include "platform/logging/sinks.h"
 #include "platform/spf/core/errors.h"
-#include "scheduler/CallCancellation.h"
-#include "scheduler/ReplyWriter.h"
-#include "scheduler/RequestReader.h"
-#include "scheduler/checkTaskDescription.h"
-#include "scheduler/durations.h"
+#include "scheduler/calls/CallCancellation.h"
+#include "scheduler/calls/ReplyWriter.h"
+#include "scheduler/calls/RequestReader.h"
+#include "scheduler/calls/checkTaskDescription.h"
+#include "scheduler/calls/durations.h"
 
 namespace parallel::scheduler {
 

@@ -12,9 +12,9 @@
 #include "execution/TaskScratch.h"
 #include "platform/spf/core/Service.h"
 #include "platform/zksmessages/zksmessages.pb.h"
-#include "scheduler/CallLog.h"
-#include "scheduler/DescriptionLimit.h"
 #include "scheduler/TaskSlots.h"
+#include "scheduler/calls/CallLog.h"
+#include "scheduler/calls/DescriptionLimit.h"
 
 namespace parallel::scheduler {
 

@@ -14,9 +14,9 @@
 #include "execution/Leftovers.h"
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
-#include "scheduler/CallLog.h"
 #include "scheduler/EchoMethod.h"
 #include "scheduler/RunTaskMethod.h"
+#include "scheduler/calls/CallLog.h"
 
 namespace parallel::scheduler {
 

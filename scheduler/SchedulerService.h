@@ -15,8 +15,8 @@
 
 #include "platform/logging/basic_diagnostic_logger.h"
 #include "platform/spf/core/Service.h"
-#include "scheduler/CallCounter.h"
-#include "scheduler/DescriptionLimit.h"
+#include "scheduler/calls/CallCounter.h"
+#include "scheduler/calls/DescriptionLimit.h"
 
 namespace parallel::scheduler {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/logging/basic_diagnostic_logger.h"
-#include "scheduler/DescriptionLimit.h"
+#include "scheduler/calls/DescriptionLimit.h"
 
 namespace parallel::scheduler {
 

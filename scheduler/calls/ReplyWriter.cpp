@@ -1,4 +1,4 @@
-#include "scheduler/ReplyWriter.h"
+#include "scheduler/calls/ReplyWriter.h"
 
 #include <array>
 #include <ios>

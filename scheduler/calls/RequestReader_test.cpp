@@ -1,4 +1,4 @@
-#include "scheduler/RequestReader.h"
+#include "scheduler/calls/RequestReader.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

@@ -1,4 +1,4 @@
-#include "scheduler/CallLog.h"
+#include "scheduler/calls/CallLog.h"
 
 #include <array>
 #include <cstdio>

@@ -16,7 +16,7 @@
 #include <memory>
 #include <string>
 
-#include "scheduler/DescriptionLimit.h"
+#include "scheduler/calls/DescriptionLimit.h"
 #include "transport/streams/ByteSink.h"
 
 namespace parallel::scheduler {

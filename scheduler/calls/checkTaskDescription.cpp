@@ -1,4 +1,4 @@
-#include "scheduler/checkTaskDescription.h"
+#include "scheduler/calls/checkTaskDescription.h"
 
 #include <set>
 #include <string>
@@ -8,7 +8,7 @@
 #include "platform/errors/catalogue.h"
 #include "platform/errors/visibleText.h"
 #include "platform/files/relativePath.h"
-#include "scheduler/durations.h"
+#include "scheduler/calls/durations.h"
 
 namespace parallel::scheduler {
 

@@ -1,4 +1,4 @@
-#include "scheduler/checkTaskDescription.h"
+#include "scheduler/calls/checkTaskDescription.h"
 
 #include <gtest/gtest.h>
 

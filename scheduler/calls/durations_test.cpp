@@ -1,4 +1,4 @@
-#include "scheduler/durations.h"
+#include "scheduler/calls/durations.h"
 
 #include <gtest/gtest.h>
 
