@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "platform/spf/inprocess/connectInProcess.h"
-#include "scheduler/ReplyWriter.h"
-#include "scheduler/RequestReader.h"
+#include "scheduler/calls/ReplyWriter.h"
+#include "scheduler/calls/RequestReader.h"
 #include "transport/streams/FunctionalByteSink.h"
 
 namespace parallel::toolbox {

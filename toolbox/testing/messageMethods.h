@@ -11,8 +11,8 @@
 #include "platform/spf/core/Service.h"
 #include "platform/threads/Mutex.h"
 #include "platform/zksmessages/jobs.pb.h"
-#include "scheduler/ReplyWriter.h"
-#include "scheduler/RequestReader.h"
+#include "scheduler/calls/ReplyWriter.h"
+#include "scheduler/calls/RequestReader.h"
 #include "transport/streams/FunctionalByteSink.h"
 
 namespace parallel::toolbox {
