@@ -324,7 +324,7 @@ TEST_P(ZksEndToEnd, LimitsReachTheTask) {
 
 TEST_P(ZksEndToEnd, EnvironmentCanBeTheGivenOneAlone) {
   EXPECT_THAT(zks({"run", "--clear-environment", "--env", "A=1", "--", "/usr/bin/env"}).output,
-              testing::MatchesRegex("A=1\nZKS_ATTEMPT=[0-9.]+\n"));
+              testing::MatchesRegex("A=1\nZKS_MARK=[0-9.]+\n"));
 }
 
 TEST_P(ZksEndToEnd, FileGoesUnderTheNameThatItIsGiven) {

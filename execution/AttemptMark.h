@@ -1,7 +1,7 @@
 // The mark that the processes of one task carry in their environment, by which those that left its process group are
 // found.
 //
-//     ZKS_ATTEMPT=4026531836.1234.567890.17
+//     ZKS_MARK=4026531836.1234.567890.17
 //
 // The namespace of process numbers, the number of the process that runs the task, the tick at which that one started (a
 // number is given anew one day), and which of its tasks it is.
@@ -16,7 +16,7 @@ namespace parallel::execution {
 
 class AttemptMark {
  public:
-  static constexpr const char* kVariable = "ZKS_ATTEMPT";
+  static constexpr const char* kVariable = "ZKS_MARK";
 
   // Another one each time. Threads: any.
   static AttemptMark make();

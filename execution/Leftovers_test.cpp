@@ -33,7 +33,7 @@ using testing::TestPipe;
 
 bool isBorneByAnybody(const std::string& mark) {
   const std::vector<pid_t> all = processesOfThisUser();
-  return std::any_of(all.begin(), all.end(), [&](pid_t pid) { return environmentValue(pid, "ZKS_ATTEMPT") == mark; });
+  return std::any_of(all.begin(), all.end(), [&](pid_t pid) { return environmentValue(pid, "ZKS_MARK") == mark; });
 }
 
 // Tasks that are scripts, in a directory of their own. `ready` in one waits until what it started in the background has
@@ -63,7 +63,7 @@ class Scripts {
 // The script tells the number of a process that has left its group, and ends with 7.
 void expectNothingLeft(const std::string& script) {
   Scripts scripts;
-  const ProcessResult result = scripts.run("echo $ZKS_ATTEMPT; " + script);
+  const ProcessResult result = scripts.run("echo $ZKS_MARK; " + script);
   EXPECT_EQ(result.outcome, ProcessResult::Outcome::Exited) << result.message;
   EXPECT_EQ(result.exitStatus, 7);
   const std::string mark = scripts.line();
@@ -102,13 +102,13 @@ TEST(LeftoversOfALibrary, OtherTasksAreLeftAlone) {
 
 TEST(LeftoversOfALibrary, WhatADeadServiceLeftIsKilledAndWhatALivingOneRunsIsNot) {
   const auto startMarked = [](const AttemptMark& mark) {
-    std::string variable = "ZKS_ATTEMPT=" + mark.text();
+    std::string variable = "ZKS_MARK=" + mark.text();
     std::array<char*, 2> environment{variable.data(), nullptr};
     std::array<std::string, 2> words{"sleep", "1000"};
     std::array<char*, 3> argv{words[0].data(), words[1].data(), nullptr};
     pid_t pid = -1;
     EXPECT_EQ(::posix_spawnp(&pid, "sleep", nullptr, nullptr, argv.data(), environment.data()), 0);
-    EXPECT_TRUE(eventually([&] { return environmentValue(pid, "ZKS_ATTEMPT") == mark.text(); }));
+    EXPECT_TRUE(eventually([&] { return environmentValue(pid, "ZKS_MARK") == mark.text(); }));
     return pid;
   };
   const AttemptMark ours = AttemptMark::make();
@@ -195,7 +195,7 @@ TEST_F(LeftoversOfAService, OrphanWithoutTheMarkStaysWhileSuchATaskRuns) {
 TEST_F(LeftoversOfAService, ChainThatForksWithoutEndIsBroken) {
   Scripts scripts;
   EXPECT_EQ(
-      scripts.run("echo $ZKS_ATTEMPT; setsid sh -c 'next() { (next) & exit 0; }; : > ready; next' & ready; exit 7")
+      scripts.run("echo $ZKS_MARK; setsid sh -c 'next() { (next) & exit 0; }; : > ready; next' & ready; exit 7")
           .exitStatus,
       7);
   const std::string mark = scripts.line();

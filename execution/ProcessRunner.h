@@ -2,7 +2,7 @@
 //
 // When its main process has ended, whatever is left of its process group is killed, and of what has left the group
 // (Leftovers.h); so is the whole group when its time is over or stop is requested: SIGTERM first, and SIGKILL after a
-// grace time. The environment gets one more variable, ZKS_ATTEMPT (AttemptMark.h).
+// grace time. The environment gets one more variable, ZKS_MARK (AttemptMark.h).
 // Threads: any number of runs at once, each blocks its thread.
 #pragma once
 

@@ -128,7 +128,7 @@ TEST_F(ProcessRunner, StandardInputIsEmpty) {
 TEST_F(ProcessRunner, EnvironmentIsTheGivenOneAndTheMark) {
   spec_.environment = {"PATH=/usr/bin:/bin", "A=1", "B=x y"};
   expectExit(run({"env"}), 0);
-  EXPECT_THAT(output(), ::testing::MatchesRegex("PATH=/usr/bin:/bin\nA=1\nB=x y\nZKS_ATTEMPT=[0-9.]+\n"));
+  EXPECT_THAT(output(), ::testing::MatchesRegex("PATH=/usr/bin:/bin\nA=1\nB=x y\nZKS_MARK=[0-9.]+\n"));
 }
 
 TEST_F(ProcessRunner, RunsInItsDirectoryAndRelativeProgramsAreFoundThere) {

@@ -356,12 +356,12 @@ TEST_F(RunTask, ProgramThatIsNotThereIsNotStarted) {
 TEST_F(RunTask, EnvironmentIsAddedToTheServicesOwnOrReplacesIt) {
   TaskDescription task = taskOf({"env"});
   (*task.mutable_environment())["OWN"] = "task";
-  EXPECT_THAT(run(task).output, MatchesRegex("PATH=/usr/bin:/bin\nOWN=task\nZKS_ATTEMPT=[0-9.]+\n"));
+  EXPECT_THAT(run(task).output, MatchesRegex("PATH=/usr/bin:/bin\nOWN=task\nZKS_MARK=[0-9.]+\n"));
   task.set_clear_environment(true);
-  EXPECT_THAT(run(task).output, MatchesRegex("OWN=task\nZKS_ATTEMPT=[0-9.]+\n"));
+  EXPECT_THAT(run(task).output, MatchesRegex("OWN=task\nZKS_MARK=[0-9.]+\n"));
   task.clear_environment();
   task.set_clear_environment(false);
-  EXPECT_THAT(run(task).output, MatchesRegex("PATH=/usr/bin:/bin\nOWN=service\nZKS_ATTEMPT=[0-9.]+\n"));
+  EXPECT_THAT(run(task).output, MatchesRegex("PATH=/usr/bin:/bin\nOWN=service\nZKS_MARK=[0-9.]+\n"));
 }
 
 TEST_F(RunTask, WallTimeIsALimit) {
