@@ -23,4 +23,13 @@ void Resources::subtract(const Resources& needs) {
   }
 }
 
+Resources Resources::upTo(const Resources& most) const {
+  Resources least{std::min(cores, most.cores), std::min(memoryBytes, most.memoryBytes), {}};
+  for (const auto& [name, amount] : named) {
+    if (const auto place = most.named.find(name); place != most.named.end())
+      least.named[name] = std::min(amount, place->second);
+  }
+  return least;
+}
+
 }  // namespace parallel::scheduler::ledger

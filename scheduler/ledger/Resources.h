@@ -16,6 +16,8 @@ struct Resources {
   bool covers(const Resources& needs) const;
   // Of resources that cover the needs.
   void subtract(const Resources& needs);
+  // Of each thing the lesser amount.
+  Resources upTo(const Resources& most) const;
 
   auto operator<=>(const Resources&) const = default;
 };

@@ -26,5 +26,10 @@ TEST(Resources, AreLessByWhatIsTaken) {
   EXPECT_EQ(left, (Resources{1, 600, {{"gpu", 0}}}));
 }
 
+TEST(Resources, UpToOthersAreTheLesserOfEachThing) {
+  EXPECT_EQ(kWorker.upTo({8, 500, {{"gpu", 1}, {"licence", 1}}}), (Resources{4, 500, {{"gpu", 1}}}));
+  EXPECT_EQ(kWorker.upTo({}), Resources());
+}
+
 }  // namespace
 }  // namespace parallel::scheduler::ledger

@@ -51,6 +51,20 @@ TEST(Working, AMillionTasksAreOneRowUntilTheyAreGranted) {
   EXPECT_EQ(scene.books().tables().tasks.size(), 2U);
 }
 
+TEST(Working, RoomBeyondTheWorkerTakesAheadButNothingThatItCannotHold) {
+  Scene scene;
+  ArraySpec large = arrayOf(1);
+  large.needs = {3, 0, {}};
+  scene.submit(large);
+  const JobId job = scene.submit(arrayOf(9));
+  const WorkerId worker = scene.join({2, 1000, {}});
+  scene.giveRoom(worker, {6, 1000, {}});
+  const Taken taken = scene.take(worker, 9);
+  EXPECT_EQ(taken.grants.size(), 6U);
+  for (const Grant& grant : taken.grants)
+    EXPECT_EQ(grant.attempt.job, job);
+}
+
 TEST(Working, GrantsFitTheRoom) {
   Scene scene;
   ArraySpec array = arrayOf(10);
@@ -170,6 +184,7 @@ TEST(Working, WhoJoinsAnewKeepsWhatItRunsAndLosesWhatItDoesNot) {
   const JobId job = scene.submit(arrayOf(3));
   Join join;
   join.key = "worker";
+  join.resources = {8, 0, {}};
   const WorkerId worker = scene.keep(scene.ledger().join(join, scene.now())).answer().worker;
   const auto grants = scene.keep(scene.ledger().take({worker, 1, {}, {8, 0, {}}, 3}, scene.now())).answer().grants;
   ASSERT_EQ(grants.size(), 3U);

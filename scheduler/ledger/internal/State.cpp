@@ -52,14 +52,16 @@ void State::unwatch(const Job& job) {
   }
 }
 
+// Room may be more than the worker has: then it takes ahead of need. No task of which it could never run one goes there.
 // A suspect runs on a worker that has nothing else, and nothing else is granted beside it.
 std::optional<ReadyQueue::Choice> State::nextFor(const Worker& worker, const Resources& room) const {
   if (!isGiven(worker))
     return std::nullopt;
+  const Resources most = room.upTo(worker.record.resources);
   if (worker.attempts.empty())
-    return queue.next(room, true);
+    return queue.next(most, true);
   const bool runsSuspect = attempts.at(*worker.attempts.begin()).alone;
-  return runsSuspect || isKeptFree(worker) ? std::nullopt : queue.next(room, false);
+  return runsSuspect || isKeptFree(worker) ? std::nullopt : queue.next(most, false);
 }
 
 bool State::isGiven(const Worker& worker) {

@@ -129,7 +129,7 @@ class PlainModel {
     Task& task = tasks_.at({grant.attempt.job, grant.attempt.task});
     if (!best)
       return "nothing may be granted";
-    if (*best != turnOf(task) || !mayBeGranted(task, opennessOf(id), room))
+    if (*best != turnOf(task) || !mayBeGranted(task, id, opennessOf(id), room))
       return "it was not its turn";
     if (grant.alone != task.alone)
       return "a suspect runs alone, and nobody else";
@@ -428,14 +428,15 @@ class PlainModel {
     });
     return {!runsSuspect && !isKeptFree(id), false};
   }
-  bool mayBeGranted(const Task& task, Openness open, const Resources& room) const {
-    return isOffered(task) && room.covers(task.spec.needs) && (task.alone ? open.forSuspects : open.forOthers);
+  bool mayBeGranted(const Task& task, WorkerId id, Openness open, const Resources& room) const {
+    return isOffered(task) && room.covers(task.spec.needs) && workers_.at(id).resources.covers(task.spec.needs) &&
+           (task.alone ? open.forSuspects : open.forOthers);
   }
   std::optional<Turn> bestFor(WorkerId id, const Resources& room) const {
     const Openness open = opennessOf(id);
     std::optional<Turn> best;
     for (const auto& [key, task] : tasks_) {
-      if (mayBeGranted(task, open, room) && (!best || turnOf(task) < *best))
+      if (mayBeGranted(task, id, open, room) && (!best || turnOf(task) < *best))
         best = turnOf(task);
     }
     return best;

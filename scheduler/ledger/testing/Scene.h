@@ -41,6 +41,8 @@ class Scene {
     room_[worker] = std::move(resources);
     return worker;
   }
+  // From now on its takes name that room.
+  void giveRoom(WorkerId worker, Resources room) { room_[worker] = std::move(room); }
   Taken take(WorkerId worker, std::uint32_t limit = 1) {
     ++sequence_[worker];
     return repeatTake(worker, limit);
