@@ -84,6 +84,10 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
       ->type_name("SECONDS")
       ->check(asValidator(secondsFromZero()))
       ->capture_default_str();
+  app.add_option("--leave-after", options.leaveAfterSeconds, "End when nobody has called for so long; 0: never")
+      ->type_name("SECONDS")
+      ->check(asValidator(secondsFromZero()))
+      ->capture_default_str();
   app.add_option("--max-connections", options.maxConnections,
                  "Connections at once; further ones wait (default: 1000, or what the limit of descriptors allows)")
       ->type_name("N")

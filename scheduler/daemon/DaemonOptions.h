@@ -25,6 +25,7 @@ struct DaemonOptions {
   std::size_t slots = 0;
   std::optional<std::uint64_t> maxRequestBytes;
   double idleSeconds = 600;  // 0: no limit
+  double leaveAfterSeconds = 0;  // without a call; 0: never
   // Connections at once, of all clients and of one of them; nothing: as many as the descriptors allow, 1000 at most,
   // and half of them.
   std::optional<std::size_t> maxConnections;

@@ -85,10 +85,31 @@ void endConnectionWhereMemoryIsShort(MemoryGuard& memory, Server& server) {
         << "A connection of " << *peer << " was ended.";
 }
 
-void serveUntilSignal(const EndSignals& signals, const CallCounter& counter, MemoryGuard& memory, Server& server) {
+// Tells when nobody has called for so long that the service leaves.
+class IdleEnd {
+ public:
+  // Zero: never.
+  IdleEnd(const CallCounter& counter, std::chrono::milliseconds after) : counter_(counter), after_(after) {}
+
+  bool isOver() {
+    const auto now = std::chrono::steady_clock::now();
+    if (counter_.underWay() > 0 || std::exchange(finished_, counter_.finished()) != counter_.finished())
+      since_ = now;
+    return after_.count() > 0 && now - since_ >= after_;
+  }
+
+ private:
+  const CallCounter& counter_;
+  const std::chrono::milliseconds after_;
+  std::uint64_t finished_ = 0;
+  std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
+};
+
+void serveUntilSignal(const EndSignals& signals, const CallCounter& counter, IdleEnd end, MemoryGuard& memory,
+                      Server& server) {
   constexpr std::chrono::milliseconds kLook{100};
   IdleRelease idle(counter);
-  while (!signals.waitFor(kLook)) {
+  while (!signals.waitFor(kLook) && !end.isOver()) {
     idle.look();
     execution::tendOrphans();
     endConnectionWhereMemoryIsShort(memory, server);
@@ -155,7 +176,7 @@ void run(const DaemonOptions& options) {
   MemoryGuard memory(options.maxMemoryBytes.value_or(halfOfMemory()));
   const std::unique_ptr<Server> server = listen(service, serverOptions(options, claim, descriptors.now, memory));
   announce(options, *server);
-  serveUntilSignal(signals, *counter, memory, *server);
+  serveUntilSignal(signals, *counter, IdleEnd(*counter, millisecondsOf(options.leaveAfterSeconds)), memory, *server);
 }
 
 int complain(const char* text) {
