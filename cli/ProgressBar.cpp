@@ -5,9 +5,9 @@
 #include <condition_variable>
 #include <cstdio>
 #include <utility>
-#include <vector>
 
 #include "cli/StandardStreams.h"
+#include "cli/statusText.h"
 #include "platform/threads/Mutex.h"
 
 namespace zks {
@@ -18,8 +18,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kDelay{1000};
 constexpr std::chrono::milliseconds kInterval{100};
-constexpr std::size_t kWidestBar = 27;  // with its frame, as below
-constexpr std::size_t kNarrowestBar = 9;
 
 // Keeps what the rate is reckoned from: the moment when the phase was first seen and the bytes then.
 class Painter {
@@ -69,18 +67,6 @@ double partOf(const ProgressView& view) {
   return std::min(static_cast<double>(view.done) / static_cast<double>(view.total), 1.0);
 }
 
-// Of so many columns, its brackets and the blank before it included.
-std::string barText(const ProgressView& view, std::size_t columns) {
-  constexpr std::size_t kFrame = 3;
-  const std::size_t width = columns - kFrame;
-  const auto filled = static_cast<std::size_t>(partOf(view) * static_cast<double>(width));
-  std::string bar(filled, '=');
-  if (filled < width)
-    bar += '>';
-  bar.resize(width, ' ');
-  return " [" + bar + "]";
-}
-
 const char* verb(ProgressView::Phase phase) {
   switch (phase) {
     case ProgressView::Phase::Packing:
@@ -93,13 +79,6 @@ const char* verb(ProgressView::Phase phase) {
       return "receiving";
   }
   return "";
-}
-
-// The last one, cut, when even that does not.
-std::string firstThatFits(const std::vector<std::string>& texts, std::size_t columns) {
-  const auto fitting =
-      std::find_if(texts.begin(), texts.end(), [&](const std::string& text) { return text.size() <= columns; });
-  return fitting != texts.end() ? *fitting : texts.back().substr(0, columns);
 }
 
 }  // namespace
@@ -149,7 +128,7 @@ std::string progressText(const ProgressView& view, std::uint64_t doneInPhase, st
   const std::string amount = doing + " " + done + " of " + bytesText(static_cast<double>(view.total));
   const std::size_t besideBar = amount.size() + rate.size();
   if (columns >= besideBar + kNarrowestBar)
-    return amount + barText(view, std::min(columns - besideBar, kWidestBar)) + rate;
+    return amount + barText(partOf(view), std::min(columns - besideBar, kWidestBar)) + rate;
   const std::string percent = std::to_string(static_cast<int>(partOf(view) * 100)) + "%";
   return firstThatFits({amount + rate, doing + " " + percent + rate, doing + " " + percent, percent}, columns);
 }
