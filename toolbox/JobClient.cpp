@@ -2,22 +2,12 @@
 
 #include <utility>
 
-#include "platform/errors/Exception.h"
-#include "platform/errors/catalogue.h"
-#include "toolbox/hostMessage.h"
+#include "toolbox/typedCall.h"
 
 namespace parallel::toolbox {
 namespace {
 
 using zksmessages::JobRequest;
-
-template <class Result>
-Result takeResult(const std::string& method, Reply& reply) {
-  Result result;
-  if (!tryMessageFromHost(reply.takeMessage().get(), result))
-    throw Exception<MalformedReply>(method, "its first item is not a " + result.GetDescriptor()->full_name());
-  return result;
-}
 
 std::size_t countFiles(const zksmessages::FetchOutputsReply& outputs) {
   std::size_t count = 0;
@@ -37,9 +27,7 @@ JobClient::JobClient(const Connection& connection, std::shared_ptr<TransferProgr
 
 template <class Result>
 Result JobClient::ask(const std::string& method, const google::protobuf::Message& request) const {
-  Reply reply = client_.call(method, {messageItem(request)});
-  reply.expectItems(1, "the answer");
-  return takeResult<Result>(method, reply);
+  return typedCall<Result>(client_, method, request);
 }
 
 template <class Result>
@@ -78,16 +66,18 @@ zksmessages::WaitForChangeReply JobClient::waitForChange(const zksmessages::Wait
 }
 
 JobOutputs JobClient::fetchOutputs(const zksmessages::FetchOutputsRequest& request) const {
-  Reply reply = client_.call("fetchOutputs", {messageItem(request)});
-  auto tasks = takeResult<zksmessages::FetchOutputsReply>("fetchOutputs", reply);
+  Reply reply = client_.call("fetchOutputs", {packedItem(request)});
+  zksmessages::FetchOutputsReply tasks;
+  takeResult(reply, "fetchOutputs", tasks);
   reply.expectItems(1 + countFiles(tasks), "the tasks and each of their files");
   return {std::move(tasks), std::move(reply)};
 }
 
 OutputPiece JobClient::readOutput(const zksmessages::ReadOutputRequest& request) const {
-  Reply reply = client_.call("readOutput", {messageItem(request)});
+  Reply reply = client_.call("readOutput", {packedItem(request)});
   reply.expectItems(2, "the place and the bytes");
-  auto place = takeResult<zksmessages::ReadOutputReply>("readOutput", reply);
+  zksmessages::ReadOutputReply place;
+  takeResult(reply, "readOutput", place);
   return {std::move(place), textOf(reply.takePlain())};
 }
 
