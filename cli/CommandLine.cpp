@@ -7,6 +7,10 @@
 #include <string_view>
 
 #include "cli/CliError.h"
+#include "cli/FileContents.h"
+#include "cli/JobGrammar.h"
+#include "cli/jobArguments.h"
+#include "cli/optionHelpers.h"
 #include "cli/runArguments.h"
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
@@ -92,19 +96,6 @@ class ItemOptions {
   std::map<const CLI::Option*, ItemArgument::Form> forms_;
 };
 
-CLI::Validator asValidator(const programs::OptionCheck& check) {
-  return {check, ""};
-}
-
-CLI::Option* addRepeated(CLI::App& app, const char* name, std::vector<std::string>& values, const char* type,
-                         const char* help) {
-  return app.add_option(name, values, help)
-      ->type_name(type)
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->allow_extra_args(false);
-}
-
 [[noreturn]] void refuseOptions(const std::string& text) {
   throw CLI::ValidationError(text);
 }
@@ -160,8 +151,10 @@ class CommandHelp : public CLI::Formatter {
  public:
   std::string make_footer(const CLI::App* command) const override {
     std::string footer = Formatter::make_footer(command);
-    const CLI::App* program = command->get_parent();
-    if (program == nullptr)
+    const CLI::App* program = command;
+    while (program->get_parent() != nullptr)
+      program = program->get_parent();
+    if (program == command)
       return footer;
     const auto ofEveryCommand = [](const CLI::Option* option) { return option->get_group() == kEveryCommand; };
     return make_group(kEveryCommand, false, program->get_options(ofEveryCommand)) + footer;
@@ -182,6 +175,7 @@ struct Grammar {
   CLI::App* runCommand = nullptr;
   CLI::App* echoCommand = nullptr;
   CLI::App* callCommand = nullptr;
+  std::optional<JobGrammar> jobs;
   std::optional<ItemOptions> echoItems;
   std::optional<ItemOptions> callItems;
 
@@ -201,12 +195,13 @@ struct Grammar {
     addRun();
     addEcho();
     addCall();
+    jobs.emplace(app);
   }
 
   void addConnection() {
     address = app.add_option("--address", line.global.address,
                              "The service: unix:PATH, unix: alone for the default socket, or HOST:PORT "
-                             "(default: one inside zks)")
+                             "(default: one inside zks; for kept jobs your own zksd, started if need be)")
                   ->type_name("ADDRESS")
                   ->envname(kAddressVariable)
                   ->check(asValidator(notEmpty()));
@@ -302,10 +297,14 @@ struct Grammar {
   // What CLI11 has parsed, checked further.
   CommandLine result(std::vector<std::string> command) {
     if (app.get_subcommands().empty())
-      refuseOptions("there is no command; the commands are run, echo and call");
+      refuseOptions("there is no command; the commands are " + commandNames());
     checkAddress(line.global.address, isFromEnvironment(*address) ? std::string("$") + kAddressVariable + ": " : "");
-    if (!runCommand->parsed() && !command.empty())
-      refuseOptions("only \"run\" takes a command after --");
+    if (!runCommand->parsed() && !jobs->takesCommand() && !command.empty())
+      refuseOptions("only \"run\" and \"submit\" take a command after --");
+    if (auto job = jobs->result(command)) {
+      line.command = std::move(*job);
+      return line;
+    }
     if (runCommand->parsed()) {
       run.command = std::move(command);
       for (const std::string& input : inputs)
@@ -336,48 +335,97 @@ struct Grammar {
     const std::vector<std::string> words = app.remaining();
     const bool isCommand = app.get_subcommands().empty() && !words.empty() && !words.front().starts_with('-');
     if (isCommand && dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
-      return "there is no command \"" + words.front() + "\"; the commands are run, echo and call";
+      return "there is no command \"" + words.front() + "\"; the commands are " + commandNames();
     return firstLine(error.what());
   }
 
+  // "run, echo and call"
+  std::string commandNames() const {
+    std::string names;
+    const auto commands = app.get_subcommands([](const CLI::App*) { return true; });
+    for (const CLI::App* command : commands)
+      names += (names.empty() ? "" : command == commands.back() ? " and " : ", ") + command->get_name();
+    return names;
+  }
+
+  // Those that were given, the last one being of the one before: "workers drain".
+  std::vector<const CLI::App*> parsedCommands() const {
+    std::vector<const CLI::App*> parsed;
+    for (const CLI::App* command = &app; !command->get_subcommands().empty(); parsed.push_back(command))
+      command = command->get_subcommands().back();
+    return parsed;
+  }
+
   std::string helpHint() const {
-    for (const CLI::App* command : {runCommand, echoCommand, callCommand}) {
-      if (command->parsed())
-        return "\"zks " + command->get_name() + " --help\"";
-    }
-    return "\"zks --help\"";
+    std::string hint = "\"zks ";
+    for (const CLI::App* command : parsedCommands())
+      hint += command->get_name() + " ";
+    return hint + "--help\"";
   }
 
   std::string help() const {
-    for (const CLI::App* command : {runCommand, echoCommand, callCommand}) {
-      if (command->parsed())
-        return command->help("zks");
-    }
-    return app.help();
+    const auto parsed = parsedCommands();
+    if (parsed.empty())
+      return app.help();
+    return parsed.back()->help(parsed.size() == 1 ? "zks" : "zks " + parsed.front()->get_name());
   }
 };
+
+// The task's own words are not ours to parse.
+struct Words {
+  explicit Words(std::vector<std::string> arguments) {
+    const auto mark = std::find(arguments.begin(), arguments.end(), "--");
+    command.assign(mark == arguments.end() ? mark : mark + 1, arguments.end());
+    arguments.erase(mark, arguments.end());
+    own = std::move(arguments);
+  }
+
+  std::vector<std::string> own;
+  std::vector<std::string> command;
+};
+
+void parseWith(Grammar& grammar, std::vector<std::string> arguments) {
+  std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them from the back
+  grammar.app.parse(std::move(arguments));
+}
+
+// What is said in the script, in front of what is said beside it.
+std::vector<std::string> withOptionsOf(const std::string& script, std::vector<std::string> arguments) {
+  const FileContents file(script);
+  const auto bytes = file.bytes();
+  const auto options = optionsInScript({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  const auto submit = std::find(arguments.begin(), arguments.end(), "submit");
+  arguments.insert(submit == arguments.end() ? submit : submit + 1, options.begin(), options.end());
+  return arguments;
+}
+
+// With a script's options when it names one.
+CommandLine parse(std::optional<Grammar>& grammar, const Words& words) {
+  grammar.emplace();
+  parseWith(*grammar, words.own);
+  const std::string script = grammar->jobs->script();
+  if (script.empty())
+    return grammar->result(words.command);
+  grammar.emplace();
+  parseWith(*grammar, withOptionsOf(script, words.own));
+  return grammar->result(words.command);
+}
 
 }  // namespace
 
 std::variant<CommandLine, EarlyExit> parseCommandLine(std::vector<std::string> arguments) {
-  // The task's own words are not ours to parse.
-  const auto mark = std::find(arguments.begin(), arguments.end(), "--");
-  std::vector<std::string> command(mark == arguments.end() ? mark : mark + 1, arguments.end());
-  arguments.erase(mark, arguments.end());
-
-  Grammar grammar;
+  const Words words(std::move(arguments));
+  std::optional<Grammar> grammar;
   try {
-    std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them from the back
-    grammar.app.parse(std::move(arguments));
-    return grammar.result(std::move(command));
+    return parse(grammar, words);
   } catch (const CLI::CallForHelp&) {
-    return EarlyExit{0, grammar.help()};
+    return EarlyExit{0, grammar->help()};
   } catch (const CLI::CallForVersion& version) {
     return EarlyExit{0, std::string(version.what()) + "\n"};
-  } catch (const UsageError& error) {
-    return EarlyExit{kUsageExit, error.what() + ("; " + grammar.helpHint()) + " tells more"};
+  } catch (const CliError& error) {
+    return EarlyExit{kUsageExit, error.what() + ("; " + grammar->helpHint()) + " tells more"};
   } catch (const CLI::ParseError& error) {
-    return EarlyExit{kUsageExit, grammar.complaint(error) + "; " + grammar.helpHint() + " tells more"};
+    return EarlyExit{kUsageExit, grammar->complaint(error) + "; " + grammar->helpHint() + " tells more"};
   }
 }
 

@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include "cli/jobOptions.h"
+
 namespace zks {
 
 // One item as given on the line; what stands for it is read later.
@@ -29,7 +31,8 @@ struct ReplyKind {
 };
 
 struct GlobalOptions {
-  std::string address;       // empty: an embedded service. $ZKS_ADDRESS where the line has none
+  std::string
+      address;  // empty: an embedded service, or for kept jobs the user's own. $ZKS_ADDRESS where the line has none
   std::string tlsDirectory;  // empty: the default
   bool insecure = false;
   double connectSeconds = 10;
@@ -89,7 +92,7 @@ struct CallOptions {
 
 struct CommandLine {
   GlobalOptions global;
-  std::variant<RunOptions, EchoOptions, CallOptions> command;
+  std::variant<RunOptions, EchoOptions, CallOptions, JobCommand> command;
 };
 
 // The line asked for nothing but a text (help, the version), or was wrong.

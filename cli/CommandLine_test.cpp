@@ -216,8 +216,8 @@ TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
 }
 
 TEST(CommandLine, WrongWordsAreUsageErrorsOfOneLine) {
-  expectUsageError({}, "the commands are run, echo and call; \"zks --help\" tells more");
-  expectUsageError({"jump"}, "there is no command \"jump\"; the commands are run, echo and call");
+  expectUsageError({}, "the commands are run, echo, call, submit, jobs");
+  expectUsageError({"jump"}, "there is no command \"jump\"; the commands are run, echo, call, submit");
   expectUsageError({"--jump"}, "--jump");
   expectUsageError({"--jump", "echo"}, "--jump");
   expectUsageError({"echo", "--nonsense"}, "--nonsense");

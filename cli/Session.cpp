@@ -22,6 +22,17 @@ std::chrono::milliseconds milliseconds(double seconds) {
   return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
 }
 
+Connection openConnection(const GlobalOptions& options) {
+  if (!options.address.empty())
+    return Connection::connect(options.address, connectionOptions(options));
+  parallel::scheduler::SchedulerOptions scheduler;
+  scheduler.killGrace = kKillGrace;
+  return {agent::spf::inprocess::connectInProcess(parallel::scheduler::makeSchedulerService(scheduler)),
+          "the embedded service"};
+}
+
+}  // namespace
+
 parallel::toolbox::ConnectionOptions connectionOptions(const GlobalOptions& options) {
   parallel::toolbox::ConnectionOptions connection;
   connection.tls = options.tlsDirectory;
@@ -34,17 +45,6 @@ parallel::toolbox::ConnectionOptions connectionOptions(const GlobalOptions& opti
     connection.replyLimit = {static_cast<long>(*options.maxReplyBytes), "zks --max-reply"};
   return connection;
 }
-
-Connection openConnection(const GlobalOptions& options) {
-  if (!options.address.empty())
-    return Connection::connect(options.address, connectionOptions(options));
-  parallel::scheduler::SchedulerOptions scheduler;
-  scheduler.killGrace = kKillGrace;
-  return {agent::spf::inprocess::connectInProcess(parallel::scheduler::makeSchedulerService(scheduler)),
-          "the embedded service"};
-}
-
-}  // namespace
 
 void loadDescriptors(const GlobalOptions& options) {
   for (const std::string& path : options.descriptorFiles) {

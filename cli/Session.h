@@ -13,6 +13,9 @@ namespace zks {
 // Makes the message types known that the options name. Before items are read.
 void loadDescriptors(const GlobalOptions& options);
 
+// How to connect, as the options say.
+parallel::toolbox::ConnectionOptions connectionOptions(const GlobalOptions& options);
+
 class Session {
  public:
   // Connects, or starts the service.

@@ -15,6 +15,7 @@
 #include "cli/StandardStreams.h"
 #include "cli/commands.h"
 #include "cli/errorLine.h"
+#include "cli/jobCommands.h"
 #include "platform/spf/grpc/routeGrpcLog.h"
 #include "programs/standardDescriptors.h"
 #include "toolbox/AtomicFile.h"
@@ -44,8 +45,18 @@ int execute(const CommandLine& line) {
     int operator()(const zks::RunOptions& run) const { return zks::runCommand(global, run); }
     int operator()(const zks::EchoOptions& echo) const { return zks::echoCommand(global, echo); }
     int operator()(const zks::CallOptions& call) const { return zks::callCommand(global, call); }
+    int operator()(const zks::JobCommand& job) const { return zks::jobCommand(global, job); }
   };
   return std::visit(Execute{line.global}, line.command);
+}
+
+// Whose exit codes are the task's, so that those of zks itself are others.
+bool isTaskRun(const CommandLine& line) {
+  if (const auto* job = std::get_if<zks::JobCommand>(&line.command)) {
+    const auto* submit = std::get_if<zks::SubmitOptions>(job);
+    return submit != nullptr && submit->follow;
+  }
+  return std::holds_alternative<zks::RunOptions>(line.command);
 }
 
 int failureExit(const CommandLine& line, const std::exception_ptr& error) {
@@ -54,7 +65,7 @@ int failureExit(const CommandLine& line, const std::exception_ptr& error) {
   } catch (const zks::UsageError&) {
     return zks::kUsageExit;
   } catch (...) {
-    return std::holds_alternative<zks::RunOptions>(line.command) ? zks::kRunFailureExit : zks::kFailureExit;
+    return isTaskRun(line) ? zks::kRunFailureExit : zks::kFailureExit;
   }
 }
 
@@ -70,7 +81,8 @@ int reportFailure(const CommandLine& line, const std::exception_ptr& error) {
 
 int executeAndReport(const CommandLine& line) {
   zks::Interrupts interrupts;
-  interrupts.setEmergency(line.global.address.empty() ? kEmbeddedPatience : kPatience, endAtOnce);
+  const bool hasEmbedded = line.global.address.empty() && !std::holds_alternative<zks::JobCommand>(line.command);
+  interrupts.setEmergency(hasEmbedded ? kEmbeddedPatience : kPatience, endAtOnce);
   try {
     const zks::LogOutput log(line.global.logLevel);
     agent::spf::grpc_transport::routeGrpcLog();  // standard error has the one line that says it all
