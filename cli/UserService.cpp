@@ -1,9 +1,11 @@
 #include "cli/UserService.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -131,6 +133,12 @@ class Spawning {
   posix_spawnattr_t attributes_{};
 };
 
+// Of any process, whether or not somebody has asked how it ended.
+bool isOver(const files::UniqueFd& process) {
+  pollfd ended{process.get(), POLLIN, 0};
+  return ::poll(&ended, 1, 0) == 1;
+}
+
 bool hasEnded(pid_t process) {
   return ::waitpid(process, nullptr, WNOHANG) == process;
 }
@@ -177,11 +185,11 @@ bool stopUserService() {
   const auto process = findUserService();
   if (!process)
     return false;
+  const files::UniqueFd handle(static_cast<int>(::syscall(SYS_pidfd_open, *process, 0)));
   if (::kill(*process, SIGTERM) != 0 && errno != ESRCH)
     throw CliError("the service (process " + std::to_string(*process) +
                    ") cannot be ended: " + errors::systemErrorText(errno));
-  const auto isGone = [&] { return ::kill(*process, 0) != 0 && errno == ESRCH; };
-  if (!waitUntil(isGone, kStopLimit))
+  if (handle && !waitUntil([&] { return isOver(handle); }, kStopLimit))
     throw CliError("the service (process " + std::to_string(*process) + ") was told to end and still runs");
   return true;
 }

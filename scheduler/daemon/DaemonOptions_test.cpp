@@ -42,6 +42,7 @@ TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
   EXPECT_EQ(options->slots, 0U);
   EXPECT_FALSE(options->maxRequestBytes);
   EXPECT_EQ(options->idleSeconds, 600);
+  EXPECT_EQ(options->leaveAfterSeconds, 0);
   EXPECT_FALSE(options->maxConnections);
   EXPECT_FALSE(options->maxPeerConnections);
   EXPECT_EQ(options->handshakeSeconds, 20);
@@ -59,10 +60,13 @@ TEST(DaemonOptions, EachOptionIsTaken) {
   EXPECT_EQ(options->slots, 3U);
   EXPECT_EQ(options->scratch, "/tmp");
   EXPECT_EQ(options->logLevels, logging::levelsFromWord("trace"));
-  const auto limited = parse({"--max-request", "2G", "--idle-timeout", "1.5", "--max-fields", "12"}).parsed.options;
+  const auto limited =
+      parse({"--max-request", "2G", "--idle-timeout", "1.5", "--max-fields", "12", "--leave-after", "2.5"})
+          .parsed.options;
   ASSERT_TRUE(limited);
   EXPECT_EQ(limited->maxRequestBytes, std::uint64_t{2} << 30);
   EXPECT_EQ(limited->idleSeconds, 1.5);
+  EXPECT_EQ(limited->leaveAfterSeconds, 2.5);
   EXPECT_EQ(limited->maxFields, 12U);
   const auto bounded = parse({"--max-connections", "7", "--max-peer-connections", "3", "--handshake-timeout", "0.5",
                               "--max-memory", "200M", "--max-calls", "9"})

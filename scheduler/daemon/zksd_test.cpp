@@ -406,6 +406,13 @@ TEST_F(Zksd, HundredsOfTasksWaitTheirTurnWithFewDescriptors) {
   EXPECT_EQ(daemon.exitCode(), 0);
 }
 
+TEST_F(Zksd, LeavesWhenNobodyHasCalledForSoLong) {
+  Daemon daemon(arguments({"--socket", socket(), "--leave-after", "0.3"}));
+  EXPECT_THAT(daemon.address(), HasSubstr(socket()));
+  EXPECT_EQ(daemon.exitCode(), 0);
+  EXPECT_FALSE(fs::exists(socket()));
+}
+
 TEST_F(Zksd, FullScratchIsSaidToTheClientAndInTheLog) {
   if (std::system("unshare --user --map-root-user --mount mount -t tmpfs none /tmp") != 0)
     GTEST_SKIP() << "this system lets nobody mount a file system of their own";
