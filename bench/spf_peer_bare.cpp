@@ -5,6 +5,8 @@
 #include <grpcpp/server_builder.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <thread>

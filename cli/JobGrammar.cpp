@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <limits>
+#include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "cli/CliError.h"

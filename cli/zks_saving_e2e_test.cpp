@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "cli/testing/TestService.h"
 #include "cli/testing/ZksFixture.h"

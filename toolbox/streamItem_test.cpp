@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <exception>
 #include <fstream>
 #include <sstream>
 #include <string>

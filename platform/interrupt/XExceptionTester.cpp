@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include "platform/interrupt/utInterruptState.h"

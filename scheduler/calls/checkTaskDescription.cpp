@@ -1,5 +1,6 @@
 #include "scheduler/calls/checkTaskDescription.h"
 
+#include <cstdint>
 #include <set>
 #include <string>
 #include <string_view>

@@ -1,5 +1,7 @@
 #include "scheduler/calls/durations.h"
 
+#include <cstdint>
+
 #include <gtest/gtest.h>
 
 namespace parallel::scheduler {

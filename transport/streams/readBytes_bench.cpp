@@ -5,6 +5,7 @@
 #include <iostream>
 #include <istream>
 #include <memory>
+#include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <vector>

@@ -1,5 +1,7 @@
 // Messages from host values that are not structs with their fields.
 #include "platform/protobufencoding/internal/MessageEncoder.h"
+
+#include <algorithm>
 #include "platform/protobufencoding/internal/MessageTypes.h"
 #include "platform/protobufencoding/internal/encodeErrors.h"
 #include "platform/protobufencoding/internal/jsonFields.h"

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/testing/NetworkNamespace.h"

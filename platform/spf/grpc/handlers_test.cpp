@@ -5,6 +5,7 @@
 #include <future>
 #include <memory>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "platform/spf/core/Closable.h"

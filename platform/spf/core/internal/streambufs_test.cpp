@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <istream>
+#include <string_view>
 #include <vector>
 
 #include "platform/spf/core/errors.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <string_view>
 
 #include "platform/spf/core/errors.h"
 #include "platform/spf/grpc/internal/wire/errorMessage.h"
