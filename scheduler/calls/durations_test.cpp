@@ -1,8 +1,8 @@
 #include "scheduler/calls/durations.h"
 
-#include <cstdint>
-
 #include <gtest/gtest.h>
+
+#include <cstdint>
 
 namespace parallel::scheduler {
 namespace {

@@ -2,6 +2,7 @@
 #include "platform/protobufencoding/internal/MessageEncoder.h"
 
 #include <algorithm>
+
 #include "platform/protobufencoding/internal/MessageTypes.h"
 #include "platform/protobufencoding/internal/encodeErrors.h"
 #include "platform/protobufencoding/internal/jsonFields.h"
