@@ -37,7 +37,7 @@ std::vector<std::string> currentEnvironment() {
 // Counts and logs each call; errors pass through.
 Service::Handler observed(CallLog::Method method, const CallLog& log, std::shared_ptr<CallCounter> counter) {
   return [method = std::move(method), log, counter = std::move(counter)](ServerCall& call) {
-    const CallCounter::Call counted(counter.get());
+    call.onEnd([counted = std::make_shared<CallCounter::Call>(counter)](const std::exception_ptr&) {});
     log.serve(call, method);
   };
 }

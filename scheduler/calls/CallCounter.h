@@ -3,6 +3,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
+#include <utility>
 
 namespace parallel::scheduler {
 
@@ -11,7 +13,8 @@ class CallCounter {
  public:
   class Call {
    public:
-    explicit Call(CallCounter* counter) noexcept : counter_(counter) {
+    // `counter` may be null: then nothing is counted.
+    explicit Call(std::shared_ptr<CallCounter> counter) noexcept : counter_(std::move(counter)) {
       if (counter_ != nullptr)
         ++counter_->underWay_;
     }
@@ -25,7 +28,7 @@ class CallCounter {
     Call& operator=(const Call&) = delete;
 
    private:
-    CallCounter* counter_;
+    std::shared_ptr<CallCounter> counter_;
   };
 
   std::uint64_t underWay() const noexcept { return underWay_; }

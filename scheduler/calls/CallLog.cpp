@@ -3,7 +3,9 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <ostream>
+#include <utility>
 
 #include "platform/errors/visibleText.h"
 #include "platform/logging/sinks.h"
@@ -73,30 +75,37 @@ void write(CallLog::Logger& logger, level_t level, system_clock::time_point bega
 } catch (...) {
 }
 
+// How the reply ended, where that was not well, and at which level it is told.
+level_t addOutcome(const std::exception_ptr& error, CallRecord& record) {
+  if (error == nullptr)
+    return logging::kInfo;
+  try {
+    std::rethrow_exception(error);
+  } catch (const agent::spf::Terminated&) {
+    record.outcome = "given up";
+    return logging::kInfo;
+  } catch (...) {
+    record.outcome = "failed: " + causeText(error);
+    return logging::kWarning;
+  }
+}
+
 }  // namespace
 
 void CallLog::serve(ServerCall& call, const Method& method) const {
-  const auto began = system_clock::now();
-  const auto steadyBegin = steady_clock::now();
-  Line line{.method = call.method(), .peer = call.peer(), .record = {}};
-  const auto writeAt = [&](level_t level) {
-    line.total = steady_clock::now() - steadyBegin;
-    line.requestBytes = call.requestBytes();
-    line.replyBytes = call.replyBytes();
-    write(logger_, level, began, line);
-  };
-  try {
-    method(call, line.record);
-  } catch (const agent::spf::Terminated&) {
-    line.record.outcome = "given up";
-    writeAt(logging::kInfo);
-    throw;
-  } catch (...) {
-    line.record.outcome = "failed: " + causeText(std::current_exception());
-    writeAt(logging::kWarning);
-    throw;
-  }
-  writeAt(logging::kInfo);
+  const auto record = std::make_shared<CallRecord>();
+  call.onEnd([&logger = logger_, &call, record, began = system_clock::now(),
+              steadyBegin = steady_clock::now()](const std::exception_ptr& error) {
+    const level_t level = addOutcome(error, *record);
+    write(logger, level, began,
+          {.method = call.method(),
+           .peer = call.peer(),
+           .record = std::move(*record),
+           .total = steady_clock::now() - steadyBegin,
+           .requestBytes = call.requestBytes(),
+           .replyBytes = call.replyBytes()});
+  });
+  method(call, *record);
 }
 
 void CallLog::refused(std::string_view method, std::string_view peer, const std::exception& refusal) const {

@@ -1,4 +1,5 @@
-// Tells an administrator what the service does: one line in the log for each call. The format: docs/zksd.md.
+// Tells an administrator what the service does: one line in the log for each call, when its reply has ended. The format:
+// docs/zksd.md.
 //
 // A call that was served, or given up by its client, is logged at level info, and one that failed at level warning. No
 // line holds an argument, a variable of an environment, or bytes of a request.
@@ -30,10 +31,11 @@ class CallLog {
   using Logger = foundation::log::basic_diagnostic_logger<char>;
   using Method = std::function<void(agent::spf::core::ServerCall&, CallRecord&)>;
 
-  // Ownership: borrows the logger.
+  // Ownership: borrows the logger, which must outlive the calls.
   explicit CallLog(Logger& logger) noexcept : logger_(logger) {}
 
-  // Calls the method and writes the line. What it throws passes through.
+  // Calls the method; the line follows when the reply has ended, which may be long after. Until then the record is there,
+  // for what goes on with a reply that the method has deferred. What the method throws passes through.
   void serve(agent::spf::core::ServerCall& call, const Method& method) const;
   // The line of a call that was refused. None for a call without a method: so clients ask whether they are let in.
   void refused(std::string_view method, std::string_view peer, const std::exception& refusal) const;

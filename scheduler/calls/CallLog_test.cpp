@@ -32,12 +32,21 @@ class CallLogTest : public ::testing::Test {
   logging::LogRecord lineOf(const CallLog::Method& method) {
     FakeServerCall call("12345", "runTask");
     records_.clear();
+    serve(call, method);
+    EXPECT_EQ(records_.size(), 1U);
+    return records_.empty() ? logging::LogRecord{} : records_.front();
+  }
+
+  // As the framework does.
+  void serve(FakeServerCall& call, const CallLog::Method& method) {
+    std::exception_ptr error;
     try {
       log_.serve(call, method);
     } catch (...) {
+      error = std::current_exception();
     }
-    EXPECT_EQ(records_.size(), 1U);
-    return records_.empty() ? logging::LogRecord{} : records_.front();
+    EXPECT_EQ(records_.size(), 0U) << "before the reply has ended";
+    call.end(error);
   }
 
   foundation::log::basic_diagnostic_logger<char>& logger_ = logging::createQLVLogger("zks.scheduler.calls.test");
@@ -79,6 +88,19 @@ TEST_F(CallLogTest, CallThatItsClientGaveUpIsNoWarning) {
   const auto line = lineOf([](ServerCall&, CallRecord&) { throw agent::spf::Terminated("gone"); });
   EXPECT_EQ(line.level, logging::kInfo);
   EXPECT_THAT(line.text, HasSubstr("outcome=\"given up\""));
+}
+
+TEST_F(CallLogTest, DeferredCallIsOneLineWithWhatItCameToLater) {
+  FakeServerCall call("12345", "take");
+  CallRecord* kept = nullptr;
+  log_.serve(call, [&](ServerCall&, CallRecord& record) { kept = &record; });
+  EXPECT_TRUE(records_.empty());
+  kept->outcome = "granted 2";
+  call.reply() << "123";
+  EXPECT_TRUE(records_.empty());
+  call.end();
+  ASSERT_EQ(records_.size(), 1U);
+  EXPECT_THAT(records_[0].text, MatchesRegex(".* method=\"take\" outcome=\"granted 2\" total=.* request=5 reply=3"));
 }
 
 TEST_F(CallLogTest, NamesAndTextsOfPeersMakeNoLineOfTheirOwnAndNoLongOne) {

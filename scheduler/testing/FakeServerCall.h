@@ -2,12 +2,14 @@
 #pragma once
 
 #include <atomic>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/spf/core/Service.h"
 #include "platform/threads/Mutex.h"
@@ -27,6 +29,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
 
   const std::string& method() const noexcept override { return method_; }
   const std::string& peer() const noexcept override { return peer_; }
+  const agent::spf::core::PeerIdentity& identity() const noexcept override { return identity_; }
   std::optional<long> requestSize() const noexcept override { return requestSize_; }
   void setReplySize(long size) override { replySize_ = size; }
   bool isCancelled() const noexcept override { return cancelled_; }
@@ -37,6 +40,9 @@ class FakeServerCall : public agent::spf::core::ServerCall {
       callback_();
   }
   std::shared_ptr<agent::spf::core::DeferredReply> defer() override { return std::make_shared<Deferred>(*this); }
+  void onEnd(std::function<void(const std::exception_ptr&)> observer) override {
+    endObservers_.push_back(std::move(observer));
+  }
   std::istream& request() override { return request_; }
   std::ostream& reply() override { return reply_; }
   std::uint64_t requestBytes() const noexcept override { return sentBytes_; }
@@ -50,6 +56,12 @@ class FakeServerCall : public agent::spf::core::ServerCall {
     if (callback_)
       callback_();
   }
+  // The reply has ended.
+  void end(const std::exception_ptr& error = nullptr) {
+    for (const auto& observer : std::exchange(endObservers_, {}))
+      observer(error);
+  }
+  void setRole(agent::spf::core::PeerRole role) { identity_.role = role; }
   void forgetRequestSize() { requestSize_.reset(); }
   void setRequestSize(long size) { requestSize_ = size; }
   std::optional<long> replySize() const { return replySize_; }
@@ -68,6 +80,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
 
   std::string method_;
   std::string peer_ = "somewhere:1";
+  agent::spf::core::PeerIdentity identity_{agent::spf::core::PeerRole::client, "somebody"};
   std::optional<long> requestSize_;
   std::optional<long> replySize_;
   std::uint64_t sentBytes_;
@@ -75,6 +88,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   std::ostringstream reply_;
   threads::Mutex mutex_;
   std::atomic<bool> cancelled_{false};
+  std::vector<std::function<void(const std::exception_ptr&)>> endObservers_;
   std::function<void()> callback_ ZKS_GUARDED_BY(mutex_);
 };
 

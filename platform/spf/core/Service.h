@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "platform/spf/core/ByteLimit.h"
+#include "platform/spf/core/PeerIdentity.h"
 
 namespace agent::spf::core {
 
@@ -41,6 +42,8 @@ class ServerCall {
   // Who calls, as far as the transport knows, for logs: "127.0.0.1:40312", "unix" for a client of a socket file,
   // "in-process" for a caller in this process.
   virtual const std::string& peer() const noexcept = 0;
+  // The same for decisions: who that is, and in which role.
+  virtual const PeerIdentity& identity() const noexcept = 0;
   // Bytes of the whole request, where the client announced it.
   virtual std::optional<long> requestSize() const noexcept = 0;
   // Announces the bytes of the whole reply. Call it before the first byte of the reply is written.
@@ -58,6 +61,11 @@ class ServerCall {
   // destroyed without having been resumed. Read the request before: what is left of it keeps its sender waiting.
   virtual std::shared_ptr<DeferredReply> defer() = 0;
 
+  // Runs `observer` once when the reply has ended: with its error, or null when it ended well. Nothing of the call runs
+  // then any more, but this object is still valid. On the thread that ended it; what it throws is dropped. Several run in
+  // the order in which they came.
+  virtual void onEnd(std::function<void(const std::exception_ptr&)> observer) = 0;
+
   // Valid during the handler. Both raise (exception mask badbit) when the call is cancelled or the connection is lost.
   virtual std::istream& request() = 0;
   virtual std::ostream& reply() = 0;
@@ -69,8 +77,8 @@ class ServerCall {
 // Threads: handlers run on threads of the framework, several at once; the table is complete before serving starts.
 class Service {
  public:
-  // Returning ends the reply, unless it was deferred. An exception ends it with that error, its whole nested chain, whatever was written
-  // before.
+  // Returning ends the reply, unless it was deferred. An exception ends it with that error, its whole nested chain,
+  // whatever was written before.
   using Handler = std::function<void(ServerCall&)>;
 
   // A larger request is refused before the handler is called, or, where the client does not announce its size, while

@@ -237,8 +237,9 @@ void serve(const Service& service, const std::string& method, std::shared_ptr<Co
   std::exception_ptr outcome;
   const ServedCall::Hooks hooks{.runInLine = [](const std::function<void()>& task) { task(); },
                                 .done = [&outcome](const std::exception_ptr& error) { outcome = error; }};
-  std::make_shared<ServedCall>(service, CallFacts{.method = method, .peer = "somebody", .requestSize = {}}, request,
-                               reply, notice, hooks)
+  std::make_shared<ServedCall>(service,
+                               CallFacts{.method = method, .peer = "somebody", .identity = {}, .requestSize = {}},
+                               request, reply, notice, hooks)
       ->serve();
   if (outcome != nullptr)
     std::rethrow_exception(outcome);

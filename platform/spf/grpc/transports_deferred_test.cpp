@@ -202,6 +202,116 @@ TEST_P(TransportsDeferred, WaitingCallsEndWithTheService) {
   EXPECT_THROW(await(reply), Terminated);
 }
 
+// How replies ended, as their services are told.
+class Endings {
+ public:
+  void watch(ServerCall& call) {
+    call.onEnd([this, &call](const std::exception_ptr& error) {
+      std::string how = "well";
+      try {
+        if (error != nullptr)
+          std::rethrow_exception(error);
+      } catch (const Terminated&) {
+        how = "given up";
+      } catch (const std::exception& e) {
+        how = e.what();
+      }
+      const MutexLock lock(mutex_);
+      endings_.push_back(how + " after " + std::to_string(call.replyBytes()));
+      changed_.notifyAll();
+    });
+  }
+
+  // Once there are so many.
+  std::vector<std::string> take(std::size_t count) {
+    MutexLock lock(mutex_);
+    changed_.waitFor(lock, kDeadline, [&]() ZKS_REQUIRES(mutex_) { return endings_.size() >= count; });
+    return endings_;
+  }
+  std::size_t count() {
+    const MutexLock lock(mutex_);
+    return endings_.size();
+  }
+
+ private:
+  parallel::threads::Mutex mutex_;
+  ConditionVariable changed_;
+  std::vector<std::string> endings_ ZKS_GUARDED_BY(mutex_);
+};
+
+class TransportsEnd : public TransportsDeferred {
+ protected:
+  // As serveWaiting(), with endings().
+  void serveWatched() {
+    serve("wait", [this](ServerCall& call) {
+      endings_.watch(call);
+      parked().add(call.defer());
+    });
+  }
+  Endings& endings() { return endings_; }
+
+ private:
+  Endings endings_;
+};
+
+TEST_P(TransportsEnd, IsToldOnceWhenTheHandlerHasReturned) {
+  serve("reply", [this](ServerCall& call) {
+    endings().watch(call);
+    call.reply() << "abc";
+    EXPECT_EQ(endings().count(), 0U);
+  });
+  EXPECT_EQ(call(client(), "reply", std::string()), "abc");
+  EXPECT_THAT(endings().take(1), ::testing::ElementsAre("well after 3"));
+}
+
+TEST_P(TransportsEnd, IsToldWithTheErrorOfTheHandler) {
+  serve("fail", [this](ServerCall& call) {
+    endings().watch(call);
+    throw std::runtime_error("broken");
+  });
+  EXPECT_ANY_THROW(call(client(), "fail", std::string()));
+  EXPECT_THAT(endings().take(1), ::testing::ElementsAre("broken after 0"));
+}
+
+TEST_P(TransportsEnd, IsToldWhenADeferredReplyEndsAndNotBefore) {
+  serveWatched();
+  auto reply = startWaiting();
+  const auto waiting = parked().takeOne();
+  EXPECT_EQ(endings().count(), 0U);
+  waiting->resume([](ServerCall& call) { call.reply() << "later"; });
+  EXPECT_EQ(readAll(*await(reply)->getImportedIstream()), "later");
+  EXPECT_THAT(endings().take(1), ::testing::ElementsAre("well after 5"));
+}
+
+TEST_P(TransportsEnd, IsToldWhenADeferredReplyFails) {
+  serveWatched();
+  auto reply = startWaiting();
+  parked().takeOne()->resume([](ServerCall&) { throw std::runtime_error("broken later"); });
+  EXPECT_ANY_THROW(readAll(*await(reply)->getImportedIstream()));
+  EXPECT_THAT(endings().take(1), ::testing::ElementsAre("broken later after 0"));
+}
+
+TEST_P(TransportsEnd, IsToldWhenAWaitingCallIsGivenUp) {
+  serveWatched();
+  std::stop_source giveUp;
+  auto reply = startWaiting(giveUp.get_token());
+  const auto waiting = parked().takeOne();
+  giveUp.request_stop();
+  EXPECT_THROW(await(reply), Terminated);
+  EXPECT_THAT(endings().take(1), ::testing::ElementsAre("given up after 0"));
+}
+
+TEST_P(TransportsEnd, WhatItsObserverThrowsIsDropped) {
+  serve("reply", [this](ServerCall& call) {
+    call.onEnd([](const std::exception_ptr&) { throw std::runtime_error("from the observer"); });
+    endings().watch(call);
+  });
+  EXPECT_EQ(call(client(), "reply", std::string()), "");
+  EXPECT_THAT(endings().take(1), ::testing::ElementsAre("well after 0"));
+}
+
+INSTANTIATE_TRANSPORTS(TransportsEnd);
+
 TEST_P(TransportsDeferred, HundredsOfWaitingCallsHoldNoThread) {
   constexpr std::size_t kCalls = 500;
 

@@ -119,6 +119,17 @@ TEST_P(Transports, HandlerLearnsWhoCalls) {
     EXPECT_THAT(peer, MatchesRegex("127.0.0.1:[0-9]+"));
 }
 
+TEST_P(Transports, HandlerIsToldWhoCallsAndInWhichRole) {
+  serve("who", [](ServerCall& call) {
+    call.reply() << (call.identity().role == core::PeerRole::client ? "client: " : "nobody: ") << call.identity().name;
+  });
+  const std::map<std::string, std::string> expected{{"inprocess", "client: process " + std::to_string(::getpid())},
+                                                    {"unix", "client: user " + std::to_string(::geteuid())},
+                                                    {"tcp", "client: "},
+                                                    {"tls", "client: certificate zks client"}};
+  EXPECT_EQ(call(client(), "who", std::string()), expected.at(GetParam()));
+}
+
 TEST_P(Transports, StringRequestIsAnsweredWhenItsReplyHasEnded) {
   std::mutex mutex;
   std::string seen;

@@ -138,7 +138,18 @@ void ServedCall::goOn(std::function<void(ServerCall&)> rest) noexcept {
 void ServedCall::end(const std::exception_ptr& error) noexcept {
   notice_.setCallback(nullptr);
   notice_.setFollowUp(nullptr);
+  tellObservers(error);
   hooks_.done(error);
+}
+
+void ServedCall::tellObservers(const std::exception_ptr& error) noexcept {
+  for (const auto& observer : endObservers_) {
+    try {
+      observer(error);
+    } catch (...) {  // NOLINT(bugprone-empty-catch): an observer's own failure has nobody to go to
+    }
+  }
+  endObservers_.clear();  // they may hold what ends with the call
 }
 
 }  // namespace agent::spf::core::internal

@@ -7,6 +7,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "platform/errors/visibleText.h"
 #include "platform/spf/core/Service.h"
@@ -28,6 +29,7 @@ class ReplyOutlet : public ByteOutlet {
 struct CallFacts {
   std::string method;
   std::string peer;
+  PeerIdentity identity;
   std::optional<long> requestSize;
 };
 
@@ -49,11 +51,15 @@ class ServedCall : public ServerCall, public std::enable_shared_from_this<Served
 
   const std::string& method() const noexcept override { return facts_.method; }
   const std::string& peer() const noexcept override { return facts_.peer; }
+  const PeerIdentity& identity() const noexcept override { return facts_.identity; }
   std::optional<long> requestSize() const noexcept override { return facts_.requestSize; }
   void setReplySize(long size) override;
   bool isCancelled() const noexcept override { return notice_.isCancelled(); }
   void onCancel(std::function<void()> callback) override { notice_.setCallback(std::move(callback)); }
   std::shared_ptr<DeferredReply> defer() override;
+  void onEnd(std::function<void(const std::exception_ptr&)> observer) override {
+    endObservers_.push_back(std::move(observer));
+  }
   std::uint64_t requestBytes() const noexcept override { return requestBuffer_.taken(); }
   std::uint64_t replyBytes() const noexcept override { return replyBuffer_.written(); }
   std::istream& request() override { return request_; }
@@ -68,6 +74,7 @@ class ServedCall : public ServerCall, public std::enable_shared_from_this<Served
   void run(const std::function<void(ServerCall&)>& handler) noexcept;
   void goOn(std::function<void(ServerCall&)> rest) noexcept;
   void end(const std::exception_ptr& error) noexcept;
+  void tellObservers(const std::exception_ptr& error) noexcept;
   std::string nameOfRequest() const { return "request of call " + errors::inQuotes(facts_.method); }
   std::shared_ptr<ByteInlet> withinLimit(std::shared_ptr<ByteInlet> request) const;
 
@@ -77,6 +84,7 @@ class ServedCall : public ServerCall, public std::enable_shared_from_this<Served
   CancelNotice& notice_;
   const Hooks hooks_;
   std::shared_ptr<Deferral> deferral_;  // made by the handler that runs now
+  std::vector<std::function<void(const std::exception_ptr&)>> endObservers_;
   InputStreambuf requestBuffer_;
   OutputStreambuf replyBuffer_;
   std::istream request_;

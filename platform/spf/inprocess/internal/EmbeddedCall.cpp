@@ -1,5 +1,7 @@
 #include "platform/spf/inprocess/internal/EmbeddedCall.h"
 
+#include <unistd.h>
+
 #include <utility>
 #include <vector>
 
@@ -15,6 +17,10 @@ namespace {
 
 constexpr std::size_t kGatherBytes = std::size_t{64} << 10;
 constexpr std::size_t kPieceBytes = kGatherBytes;
+
+core::PeerIdentity thisProcess() {
+  return {core::PeerRole::client, "process " + std::to_string(::getpid())};
+}
 
 std::exception_ptr givenUp() noexcept {
   return core::internal::makeError<Terminated>([] { return "The call was given up by its client."; });
@@ -134,9 +140,9 @@ void EmbeddedCall::runHandler(const core::Service& service) {
   core::internal::ServedCall::Hooks hooks;
   hooks.runInLine = [self](std::function<void()> task) { self->workers_->runInLine(std::move(task)); };
   hooks.done = [self, outlet](const std::exception_ptr& error) { self->done(error); };
-  std::make_shared<core::internal::ServedCall>(service,
-                                               core::internal::CallFacts{method_, "in-process", request_.size()},
-                                               request, *outlet, notice_, std::move(hooks))
+  std::make_shared<core::internal::ServedCall>(
+      service, core::internal::CallFacts{method_, "in-process", thisProcess(), request_.size()}, request, *outlet,
+      notice_, std::move(hooks))
       ->serve();
 }
 

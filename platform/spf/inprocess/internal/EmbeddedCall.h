@@ -17,8 +17,8 @@
 
 namespace agent::spf::inprocess::internal {
 
-// Threads: upload() and serve() each on a thread of their own, cancel() on any; a deferred reply goes on on another one. Errors: what goes wrong, a lack of
-// memory included, ends the call with that error.
+// Threads: upload() and serve() each on a thread of their own, cancel() on any; a deferred reply goes on on another one.
+// Errors:  what goes wrong, a lack of memory included, ends the call with that error.
 class EmbeddedCall : public std::enable_shared_from_this<EmbeddedCall> {
  public:
   EmbeddedCall(std::string method, core::CompletionHandler handler, core::internal::CallRequest request,

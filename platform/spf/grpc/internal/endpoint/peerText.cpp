@@ -35,7 +35,7 @@ std::string peerText(std::string_view grpcName) {
       text += takeCharacter(grpcName);
     return text;
   }
-  return grpcName.starts_with("unix") ? "unix" : std::string(grpcName);
+  return grpcName.starts_with("unix") ? kSocketFilePeer : std::string(grpcName);
 }
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -148,6 +148,11 @@ void Acceptor::introduced(const std::string& client) {
   table_.introduced(client);
 }
 
+std::optional<uid_t> Acceptor::socketUser() {
+  const MutexLock lock(mutex_);
+  return table_.onlyUser();
+}
+
 std::optional<std::string> Acceptor::endHeaviest() {
   const MutexLock lock(mutex_);
   return table_.endHeaviest();

@@ -42,6 +42,8 @@ class Acceptor {
 
   // As ConnectionTable::endHeaviest. Threads: any.
   std::optional<std::string> endHeaviest();
+  // As ConnectionTable::onlyUser. Threads: any.
+  std::optional<uid_t> socketUser();
   // As ConnectionTable::introduced. Threads: any.
   void introduced(const std::string& client);
 

@@ -67,11 +67,12 @@ std::string textOf(in6_addr address) {
   return textOf(AF_INET6, &address) + "/64";
 }
 
-std::string processAt(int socket) {
+// At the other end of a socket file, as it was when it connected.
+ucred processAt(int socket) {
   ucred process{};
   socklen_t size = sizeof process;
   ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &process, &size);
-  return "process " + std::to_string(process.pid);
+  return process;
 }
 
 // False when there is none.
@@ -104,8 +105,15 @@ std::string peerOf(int socket) {
     case AF_INET6:
       return textOf(reinterpret_cast<const sockaddr_in6&>(peer).sin6_addr);
     default:
-      return processAt(socket);
+      return "process " + std::to_string(processAt(socket).pid);
   }
+}
+
+std::optional<uid_t> userOf(int socket) {
+  sockaddr_storage peer{};
+  if (!addressAt(socket, peer) || peer.ss_family != AF_UNIX)
+    return std::nullopt;
+  return processAt(socket).uid;
 }
 
 std::string clientAt(int socket) {
@@ -139,7 +147,13 @@ bool ConnectionTable::admit(int socket, const std::string& peer) {
   if (!connection.client.empty())
     strangers_.insert(connection.client);
   connections_.emplace(socket, std::move(connection));
+  if (const auto user = userOf(socket))
+    users_.insert(*user);
   return true;
+}
+
+std::optional<uid_t> ConnectionTable::onlyUser() const {
+  return users_.size() == 1 ? std::optional(*users_.begin()) : std::nullopt;
 }
 
 std::optional<std::string> ConnectionTable::endHeaviest() {

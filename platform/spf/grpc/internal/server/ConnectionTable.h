@@ -4,6 +4,8 @@
 // the same socket, which its cookie says, is an open connection.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +22,9 @@ namespace agent::spf::grpc_transport::internal {
 std::string peerOf(int socket);
 // The address and port at the other end of a TCP connection, as peerText() gives those of a stream; empty for others.
 std::string clientAt(int socket);
+
+// The user of the process at the other end of a socket file; none of other sockets.
+std::optional<uid_t> userOf(int socket);
 
 // Threads: one at a time. Ownership: owns no descriptor.
 class ConnectionTable {
@@ -38,6 +43,10 @@ class ConnectionTable {
   // Ends the connection that has brought the most bytes, or the newest where the kernel does not count them. Returns
   // whose it was; nothing when there was none.
   std::optional<std::string> endHeaviest();
+
+  // The user whose processes have connected by a socket file, unless there were several. gRPC does not tell by which
+  // connection a stream has come, so that of several users nobody knows which of them it was.
+  std::optional<uid_t> onlyUser() const;
 
   // The client at that end of a connection has shown who it is: it has opened a stream.
   void introduced(const std::string& client) { strangers_.erase(client); }
@@ -68,6 +77,7 @@ class ConnectionTable {
   Connections connections_;          // by descriptor; those closed since forgetClosed() among them
   std::set<std::string> strangers_;  // clients that have not shown yet who they are
   std::map<std::string, std::size_t> closedStrangers_;
+  std::set<uid_t> users_;  // of socket files, those that have left among them
 };
 
 }  // namespace agent::spf::grpc_transport::internal

@@ -3,10 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -46,6 +49,44 @@ Pair connectedTo(const ListeningSockets& listening) {
 TEST(ConnectionTable, ProcessAtTheOtherEndOfASocketFileIsAPeer) {
   const Pair pair;
   EXPECT_EQ(peerOf(pair.ours.get()), "process " + std::to_string(::getpid()));
+}
+
+TEST(ConnectionTable, OnlyUserOfASocketFileIsKnown) {
+  ConnectionTable table(10, 10);
+  EXPECT_EQ(table.onlyUser(), std::nullopt);
+  Pair pair;
+  table.admit(pair.ours.get(), "a");
+  EXPECT_EQ(table.onlyUser(), ::geteuid());
+  pair.theirs.reset();
+  const Pair next;
+  table.admit(next.ours.get(), "b");
+  EXPECT_EQ(table.onlyUser(), ::geteuid());
+}
+
+TEST(ConnectionTable, OfTwoUsersOfASocketFileNobodyKnowsWhichItIs) {
+  constexpr uid_t kAnother = 12'345;
+  const uid_t ours = ::geteuid();
+  if (ours != 0)
+    GTEST_SKIP() << "needs root";
+  ConnectionTable table(10, 10);
+  const Pair one;
+  table.admit(one.ours.get(), "a");
+  // Of this thread only.
+  ASSERT_EQ(::syscall(SYS_setresuid, -1, kAnother, -1), 0);
+  Pair another;
+  ASSERT_EQ(::syscall(SYS_setresuid, -1, ours, -1), 0);
+  table.admit(another.ours.get(), "b");
+  EXPECT_EQ(table.onlyUser(), std::nullopt);
+  another.theirs.reset();
+  EXPECT_EQ(table.onlyUser(), std::nullopt) << "its streams may still be under way";
+}
+
+TEST(ConnectionTable, ATcpConnectionHasNoUser) {
+  const ListeningSockets listening("127.0.0.1:0", std::chrono::seconds(1));
+  const Pair pair = connectedTo(listening);
+  ConnectionTable table(10, 10);
+  table.admit(pair.ours.get(), "a");
+  EXPECT_EQ(table.onlyUser(), std::nullopt);
 }
 
 TEST(ConnectionTable, TakesAsManyOfAPeerAsItMay) {

@@ -71,8 +71,8 @@ grpc::Status statusOf(const core::ErrorChain& chain) {
 
 }  // namespace
 
-Conversation::Conversation(ServerStream& stream, ServerCore& server, std::string peer)
-    : stream_(stream), server_(server), peer_(std::move(peer)) {
+Conversation::Conversation(ServerStream& stream, ServerCore& server, std::string peer, core::PeerIdentity identity)
+    : stream_(stream), server_(server), peer_(std::move(peer)), identity_(std::move(identity)) {
   server_.conversationBegun();
 }
 
@@ -217,8 +217,8 @@ std::exception_ptr Conversation::runHandler(const CallPointer& call) noexcept {
       finish(*call);
     };
     std::make_shared<core::internal::ServedCall>(
-        server_.service(), core::internal::CallFacts{call->head.method(), peer_, sizeIn(call->head)}, call->request,
-        *outlet, call->notice, std::move(hooks))
+        server_.service(), core::internal::CallFacts{call->head.method(), peer_, identity_, sizeIn(call->head)},
+        call->request, *outlet, call->notice, std::move(hooks))
         ->serve();
     return nullptr;
   } catch (...) {

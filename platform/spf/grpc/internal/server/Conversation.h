@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/spf/core/PeerIdentity.h"
 #include "platform/spf/core/internal/CancelNotice.h"
 #include "platform/spf/grpc/internal/server/ConversationState.h"
 #include "platform/spf/grpc/internal/server/StreamUser.h"
@@ -31,8 +32,8 @@ struct IncomingCall {
 // Threads: handlers run on the server's threads, and share the stream, so that this is there until they have returned.
 class Conversation final : public StreamUser {
  public:
-  // Ownership: borrows the stream that owns it. `peer`: who calls, for handlers and logs.
-  Conversation(ServerStream& stream, ServerCore& server, std::string peer);
+  // Ownership: borrows the stream that owns it. `peer`, `identity`: who calls, for handlers and logs.
+  Conversation(ServerStream& stream, ServerCore& server, std::string peer, core::PeerIdentity identity);
   ~Conversation() override;
 
   bool wantsMessage() override;
@@ -66,6 +67,7 @@ class Conversation final : public StreamUser {
   ServerStream& stream_;
   ServerCore& server_;
   const std::string peer_;
+  const core::PeerIdentity identity_;
   const std::shared_ptr<SendBuffers> buffers_ = std::make_shared<SendBuffers>();
 
   parallel::threads::Mutex mutex_;

@@ -47,6 +47,8 @@ class ServerCore {
   void acceptNext();
   // A client has opened a stream; `client` is its peerText().
   void introduced(const std::string& client) { acceptor_->introduced(client); }
+  // As ConnectionTable::onlyUser.
+  std::optional<uid_t> socketUser() { return acceptor_->socketUser(); }
   bool isDraining();
   // A stream has been opened for calls of the service, and has ended again.
   void conversationBegun();

@@ -5,6 +5,7 @@
 #include "platform/spf/grpc/internal/endpoint/peerText.h"
 #include "platform/spf/grpc/internal/server/Conversation.h"
 #include "platform/spf/grpc/internal/server/ServerCore.h"
+#include "platform/spf/grpc/internal/server/peerIdentity.h"
 #include "platform/spf/grpc/internal/standard/StandardStream.h"
 #include "platform/spf/grpc/internal/wire/Frame.h"
 
@@ -68,7 +69,8 @@ void ServerStream::opened() {
 // Null when there is no such method.
 std::unique_ptr<StreamUser> ServerStream::makeUser(const std::string& client) {
   if (context_->method() == kConverseMethod)
-    return std::make_unique<Conversation>(*this, server_, client);
+    return std::make_unique<Conversation>(*this, server_, client,
+                                          identityOf(*context_->auth_context(), client, server_.socketUser()));
   if (auto call = openStandardCall(context_->method()))
     return std::make_unique<StandardStream>(*this, std::move(call));
   return nullptr;

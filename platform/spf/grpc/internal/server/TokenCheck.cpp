@@ -8,6 +8,7 @@
 #include "platform/errors/visibleText.h"
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
+#include "platform/spf/grpc/internal/server/peerIdentity.h"
 #include "platform/spf/security/Credentials.h"
 
 namespace agent::spf::grpc_transport::internal {
@@ -26,8 +27,8 @@ std::string_view tokenOf(const grpc::string_ref& value) {
 }
 
 std::string nameOf(const grpc::AuthContext* peer) {
-  const auto names = peer->FindPropertyValues("x509_common_name");
-  return names.empty() ? "nobody" : std::string(names.front().data(), names.front().size());
+  const std::string name = commonNameOf(*peer);
+  return name.empty() ? "nobody" : name;
 }
 
 }  // namespace
