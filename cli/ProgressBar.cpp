@@ -75,10 +75,19 @@ const char* verb(ProgressView::Phase phase) {
       return "sending";
     case ProgressView::Phase::Waiting:
       return "waiting";
+    case ProgressView::Phase::Queued:
+      return "queued";
+    case ProgressView::Phase::Running:
+      return "running";
     case ProgressView::Phase::Receiving:
       return "receiving";
   }
   return "";
+}
+
+bool hasNoBytes(ProgressView::Phase phase) {
+  using Phase = ProgressView::Phase;
+  return phase == Phase::Waiting || phase == Phase::Queued || phase == Phase::Running;
 }
 
 }  // namespace
@@ -98,7 +107,14 @@ ProgressView viewOf(const TransferProgress& progress) {
     return {Phase::Packing, progress.packed, 0};
   if (progress.sent < progress.toSend)
     return {Phase::Sending, progress.sent, progress.toSend};
-  return {Phase::Waiting, 0, 0};
+  switch (progress.turn) {
+    case TransferProgress::Turn::queued:
+      return {Phase::Queued, 0, 0};
+    case TransferProgress::Turn::running:
+      return {Phase::Running, 0, 0};
+    default:
+      return {Phase::Waiting, 0, 0};
+  }
 }
 
 std::string bytesText(double nbytes) {
@@ -116,7 +132,7 @@ std::string bytesText(double nbytes) {
 std::string progressText(const ProgressView& view, std::uint64_t doneInPhase, std::chrono::duration<double> elapsed,
                          std::size_t columns) {
   const std::string doing = verb(view.phase);
-  if (view.phase == ProgressView::Phase::Waiting) {
+  if (hasNoBytes(view.phase)) {
     const std::string time = std::to_string(static_cast<long>(elapsed.count())) + " s";
     return firstThatFits({doing + " " + time, time}, columns);
   }

@@ -24,7 +24,7 @@ class ProgressBar {
 
 // One phase of a call. Bytes that are not known are 0.
 struct ProgressView {
-  enum class Phase { Packing, Sending, Waiting, Receiving };
+  enum class Phase { Packing, Sending, Waiting, Queued, Running, Receiving };
   Phase phase = Phase::Packing;
   std::uint64_t done = 0;
   std::uint64_t total = 0;

@@ -45,7 +45,8 @@ TEST(ProgressText, FewerColumnsShrinkTheBarAndThenLeaveTheLeastImportantOut) {
 TEST(ProgressText, NeverShowsMoreThanTheColumns) {
   for (std::size_t columns = 0; columns < kWide; ++columns) {
     for (const ProgressView& view : {ProgressView{Phase::Packing, 3 << 20, 0}, ProgressView{Phase::Sending, 1, 3},
-                                     ProgressView{Phase::Waiting, 0, 0}, ProgressView{Phase::Receiving, 9, 9}})
+                                     ProgressView{Phase::Waiting, 0, 0}, ProgressView{Phase::Queued, 0, 0},
+                                     ProgressView{Phase::Running, 0, 0}, ProgressView{Phase::Receiving, 9, 9}})
       EXPECT_LE(progressText(view, view.done, duration<double>(2), columns).size(), columns);
   }
 }
@@ -67,6 +68,8 @@ TEST(ProgressText, MoreThanWasAnnouncedStaysInsideTheBar) {
 
 TEST(ProgressText, WaitingShowsSeconds) {
   EXPECT_EQ(progressText({Phase::Waiting, 0, 0}, 0, duration<double>(12.9), kWide), "waiting 12 s");
+  EXPECT_EQ(progressText({Phase::Queued, 0, 0}, 0, duration<double>(12.9), kWide), "queued 12 s");
+  EXPECT_EQ(progressText({Phase::Running, 0, 0}, 0, duration<double>(12.9), kWide), "running 12 s");
   EXPECT_EQ(progressText({Phase::Waiting, 0, 0}, 0, duration<double>(12.9), 11), "12 s");
 }
 
@@ -79,6 +82,10 @@ TEST(ProgressView, PhasesFollowTheCounters) {
   EXPECT_EQ(viewOf(progress), (ProgressView{Phase::Sending, 4, 10}));
   progress.sent = 10;
   EXPECT_EQ(viewOf(progress), (ProgressView{Phase::Waiting, 0, 0}));
+  progress.turn = TransferProgress::Turn::queued;
+  EXPECT_EQ(viewOf(progress), (ProgressView{Phase::Queued, 0, 0}));
+  progress.turn = TransferProgress::Turn::running;
+  EXPECT_EQ(viewOf(progress), (ProgressView{Phase::Running, 0, 0}));
   progress.answered = true;
   progress.received = 7;
   progress.toReceive = 8;

@@ -262,11 +262,25 @@ TEST_F(ZksInterrupt, ProgressIsShownOnATerminalAndWipedBeforeTheOutput) {
   startDaemon();
   ASSERT_EQ(::mkfifo(path("go").c_str(), 0600), 0);
   Terminal terminal(zksWords({"run", "--", "sh", "-c", "read line < " + path("go") + "; echo done"}), directory());
-  ASSERT_TRUE(terminal.readUntil("waiting ")) << terminal.shown();
+  ASSERT_TRUE(terminal.readUntil("running ")) << terminal.shown();
   const UniqueFd go(::open(path("go").c_str(), O_WRONLY | O_CLOEXEC));
   ASSERT_EQ(::write(go.get(), "\n", 1), 1);
   EXPECT_EQ(terminal.wait(), 0);
   EXPECT_EQ(lastLine(terminal.shown()), "done\r\n");
+}
+
+TEST_F(ZksInterrupt, ProgressTellsATaskThatWaitsForItsTurnFromOneThatRuns) {
+  startDaemon({"--slots", "1"});
+  const auto first = startZks(taskThatWaits());
+  const UniqueFd alive = waitForTask();
+  ASSERT_EQ(::mkfifo(path("go").c_str(), 0600), 0);
+  Terminal terminal(zksWords({"run", "--", "sh", "-c", "read line < " + path("go")}), directory());
+  ASSERT_TRUE(terminal.readUntil("queued ")) << terminal.shown();
+  interrupt(*first);
+  ASSERT_TRUE(terminal.readUntil("running ")) << terminal.shown();
+  const UniqueFd go(::open(path("go").c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(::write(go.get(), "\n", 1), 1);
+  EXPECT_EQ(terminal.wait(), 0);
 }
 
 // Announces one item of two blocks, and holds back the second until it may go on.
@@ -304,7 +318,7 @@ TEST_F(ZksInterrupt, CtrlCOnATerminalLeavesOneLine) {
   startDaemon();
   Terminal terminal(zksWords(taskThatWaits()), directory());
   const UniqueFd alive = waitForTask();
-  ASSERT_TRUE(terminal.readUntil("waiting ")) << terminal.shown();
+  ASSERT_TRUE(terminal.readUntil("running ")) << terminal.shown();
   terminal.type('\x03');
   EXPECT_EQ(terminal.wait(), 130);
   EXPECT_EQ(lastLine(terminal.shown()), "zks: interrupted\r\n");

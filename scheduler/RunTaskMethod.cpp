@@ -338,11 +338,10 @@ void RunTaskMethod::serve(ServerCall& call, CallRecord& record) {
   receiveInputs(request, task, scratch, files_);
 
   const auto queuedAt = steady_clock::now();
-  TaskSlots::Slot slot = slots_.acquire(cancellation.token());
-  if (!slot)
-    throwAbandoned();
+  TaskSlots::Slot slot = awaitTurn(call, cancellation.token());
   const nanoseconds queuedTime = steady_clock::now() - queuedAt;
   record.queued = queuedTime;
+  call.notify("running");
   const ProcessResult result = run(task, scratch, cancellation.token());
   record.ran = result.wallTime;
   record.outcome = outcomeText(result);
@@ -351,6 +350,17 @@ void RunTaskMethod::serve(ServerCall& call, CallRecord& record) {
   const TaskReply reply(task, scratch, files_, settings_.mostFolderEntries, executionInfo(result, queuedTime));
   call.setReplySize(static_cast<long>(reply.nbytes()));
   reply.write(call.reply());
+}
+
+TaskSlots::Slot RunTaskMethod::awaitTurn(ServerCall& call, const std::stop_token& stop) {
+  TaskSlots::Slot slot = slots_.tryAcquire();
+  if (!slot) {
+    call.notify("queued");
+    slot = slots_.acquire(stop);
+  }
+  if (!slot || stop.stop_requested())
+    throwAbandoned();
+  return slot;
 }
 
 // With a word for what the task itself cannot say: that there was no room for what it wrote.

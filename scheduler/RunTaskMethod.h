@@ -40,6 +40,7 @@ class RunTaskMethod {
   void serve(agent::spf::core::ServerCall& call, CallRecord& record);
 
  private:
+  TaskSlots::Slot awaitTurn(agent::spf::core::ServerCall& call, const std::stop_token& stop);
   execution::ProcessResult run(const zksmessages::TaskDescription& task, const execution::TaskScratch& scratch,
                                const std::stop_token& stop);
   execution::ProcessSpec processSpec(const zksmessages::TaskDescription& task,

@@ -452,6 +452,8 @@ TEST_F(RunTaskOneAtATime, NextWaitsItsTurnAndIsTold) {
   firstServing.get();
   secondServing.get();
   const Reply reply = unpack(second.replyText());
+  EXPECT_THAT(first.notices(), ElementsAre("running"));
+  EXPECT_THAT(second.notices(), ElementsAre("queued", "running"));
   EXPECT_EQ(reply.info.outcome(), TesselTaskExecutionInfo::OUTCOME_EXITED);
   EXPECT_GT(reply.info.queued_time().seconds() + reply.info.queued_time().nanos(), 0);
 }

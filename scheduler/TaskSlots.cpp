@@ -25,6 +25,14 @@ TaskSlots::TaskSlots(std::size_t count) : free_(count) {
     throw std::invalid_argument("A scheduler needs at least one task slot");
 }
 
+TaskSlots::Slot TaskSlots::tryAcquire() {
+  const threads::MutexLock lock(mutex_);
+  if (free_ == 0)
+    return {};
+  --free_;
+  return Slot(*this);
+}
+
 TaskSlots::Slot TaskSlots::acquire(const std::stop_token& stop) {
   Waiter self;
   threads::MutexLock lock(mutex_);

@@ -37,6 +37,8 @@ class TaskSlots {
   TaskSlots(const TaskSlots&) = delete;
   TaskSlots& operator=(const TaskSlots&) = delete;
 
+  // An empty slot when it is not its turn at once.
+  Slot tryAcquire();
   // Waits for its turn. An empty slot when stop is requested first; who waits behind then moves up.
   Slot acquire(const std::stop_token& stop);
 

@@ -49,6 +49,16 @@ TEST(TaskSlots, FreeSlotsAreTakenAtOnceAndComeBack) {
   EXPECT_EQ(slots.freeCount(), 2U);
 }
 
+TEST(TaskSlots, OneThatIsNotFreeIsNotWaitedFor) {
+  TaskSlots slots(1);
+  auto held = slots.tryAcquire();
+  EXPECT_TRUE(held);
+  EXPECT_FALSE(slots.tryAcquire());
+  EXPECT_EQ(slots.waitingCount(), 0U);
+  held.release();
+  EXPECT_TRUE(slots.tryAcquire());
+}
+
 TEST(TaskSlots, NoSlotsAtAllIsAMistake) {
   EXPECT_THROW(TaskSlots(0), std::invalid_argument);
 }

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <streambuf>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/spf/core/ExportedDataSource.h"
@@ -155,6 +156,14 @@ GenericPayload observeReply(GenericPayload reply, const std::shared_ptr<CallObse
       std::shared_ptr<ImportedDataSource>(std::make_shared<ObservedReply>(std::move(next), observation)));
 }
 
+// The notices of runTask (docs/methods.md). Those of other methods are not known.
+void obeyNotice(std::string_view notice, TransferProgress& progress) {
+  if (notice == "queued")
+    progress.turn = TransferProgress::Turn::queued;
+  else if (notice == "running")
+    progress.turn = TransferProgress::Turn::running;
+}
+
 }  // namespace
 
 ObservingInvokable::ObservingInvokable(std::shared_ptr<Invokable> next, std::shared_ptr<CallObservation> observation)
@@ -168,7 +177,12 @@ void ObservingInvokable::invoke(agent::spf::core::CallTag tag, const std::string
     original->succeed(observeReply(std::move(reply), observation));
   };
   auto failure = [original](std::exception_ptr error) { original->fail(std::move(error)); };
-  CompletionHandler observed(std::move(success), std::move(failure), original->companions(), original->caller());
+  agent::spf::core::Caller caller = original->caller();
+  caller.noticed = [original, observation = observation_](std::string_view notice) {
+    obeyNotice(notice, *observation->progress());
+    original->notice(notice);
+  };
+  CompletionHandler observed(std::move(success), std::move(failure), original->companions(), std::move(caller));
   next_->invoke(tag, method, std::move(observed), observeRequest(std::move(request), observation_), flags);
 }
 

@@ -1,4 +1,4 @@
-// Passes one call on to a connection, counts its bytes both ways, and keeps the reply for its owner. Whoever made the
+// Passes one call on to a connection, counts its bytes both ways, notes what its service says of it, and keeps the reply for its owner. Whoever made the
 // call through it gets a container without items in its place: of the real one it would make every item that the reply
 // counts, be there any or not.
 //

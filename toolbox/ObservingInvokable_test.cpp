@@ -140,6 +140,33 @@ TEST_F(ObservingInvokableTest, ErrorOfTheCallPassesAsTheObjectItIs) {
   EXPECT_FALSE(progress_->answered);
 }
 
+TEST_F(ObservingInvokableTest, WhatTheServiceSaysOfATaskIsNotedAndPassedOn) {
+  using Turn = TransferProgress::Turn;
+  class Telling : public FakeInvokable {
+   public:
+    explicit Telling(const TransferProgress& progress) : progress_(progress) {}
+    void invoke(agent::spf::core::CallTag, const std::string&, CompletionHandler&& handler, GenericPayload&&,
+                int) override {
+      for (const char* notice : {"queued", "?", "running"}) {
+        handler.notice(notice);
+        turns.push_back(progress_.turn);
+      }
+    }
+    std::vector<Turn> turns;
+
+   private:
+    const TransferProgress& progress_;
+  };
+  const auto telling = std::make_shared<Telling>(*progress_);
+  std::vector<std::string> passed;
+  CompletionHandler handler([](GenericPayload) {}, [](std::exception_ptr) {}, {},
+                            {.noticed = [&](std::string_view notice) { passed.emplace_back(notice); }});
+  EXPECT_EQ(progress_->turn, Turn::unknown);
+  ObservingInvokable(telling, observation_).invoke({}, "m", std::move(handler), requestOf("?"), 0);
+  EXPECT_EQ(telling->turns, (std::vector{Turn::queued, Turn::queued, Turn::running}));
+  EXPECT_EQ(passed, (std::vector<std::string>{"queued", "?", "running"}));
+}
+
 TEST_F(ObservingInvokableTest, StringRequestsPassUntouched) {
   call(GenericPayload(std::make_shared<std::string>("plain")));
   EXPECT_EQ(next_->request, "plain");

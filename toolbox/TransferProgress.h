@@ -16,6 +16,9 @@ struct TransferProgress {
   std::atomic<std::uint64_t> toReceive{0};  // of the reply, where the service said so; else 0
   std::atomic<std::uint64_t> received{0};
   std::atomic<bool> answered{false};  // the reply has begun
+  // What the service said of the task before that: some services say nothing.
+  enum class Turn { unknown, queued, running };
+  std::atomic<Turn> turn{Turn::unknown};
 };
 
 }  // namespace parallel::toolbox

@@ -27,11 +27,12 @@ class ZksFixture : public testing::Test {
   std::string path(const std::string& name) const { return directory() + "/" + name; }
 
   // Starts zksd on a socket file and waits until it listens.
-  void startDaemon() {
+  void startDaemon(const Words& more = {}) {
     std::filesystem::create_directory(path("daemon"));
     address_ = "unix:" + path("daemon/s");
-    daemon_ = std::make_unique<ChildProcess>(
-        Words{ZKSD_PROGRAM, "--socket", path("daemon/s"), "--scratch", path("daemon"), "--log", "off"}, directory());
+    Words words{ZKSD_PROGRAM, "--socket", path("daemon/s"), "--scratch", path("daemon"), "--log", "off"};
+    words.insert(words.end(), more.begin(), more.end());
+    daemon_ = std::make_unique<ChildProcess>(words, directory());
     ASSERT_NE(daemon_->readLine().find("listening"), std::string::npos);
   }
   ChildProcess& daemon() { return *daemon_; }

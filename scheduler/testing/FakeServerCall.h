@@ -8,6 +8,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   const agent::spf::core::PeerIdentity& identity() const noexcept override { return identity_; }
   std::optional<long> requestSize() const noexcept override { return requestSize_; }
   void setReplySize(long size) override { replySize_ = size; }
+  void notify(std::string_view text) override { notices_.emplace_back(text); }
   bool isCancelled() const noexcept override { return cancelled_; }
   void onCancel(std::function<void()> callback) override {
     const threads::MutexLock lock(mutex_);
@@ -65,6 +67,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   void forgetRequestSize() { requestSize_.reset(); }
   void setRequestSize(long size) { requestSize_ = size; }
   std::optional<long> replySize() const { return replySize_; }
+  const std::vector<std::string>& notices() const { return notices_; }
   std::string replyText() const { return reply_.str(); }
 
  private:
@@ -84,6 +87,7 @@ class FakeServerCall : public agent::spf::core::ServerCall {
   std::optional<long> requestSize_;
   std::optional<long> replySize_;
   std::uint64_t sentBytes_;
+  std::vector<std::string> notices_;
   std::istringstream request_;
   std::ostringstream reply_;
   threads::Mutex mutex_;

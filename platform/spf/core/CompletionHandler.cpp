@@ -20,4 +20,13 @@ void CompletionHandler::fail(std::exception_ptr error) const {
   }
 }
 
+void CompletionHandler::notice(std::string_view text) const noexcept {
+  if (!caller_.noticed)
+    return;
+  try {
+    caller_.noticed(text);
+  } catch (...) {  // NOLINT(bugprone-empty-catch): as above
+  }
+}
+
 }  // namespace agent::spf::core

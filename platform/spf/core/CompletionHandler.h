@@ -4,6 +4,7 @@
 #include <exception>
 #include <functional>
 #include <stop_token>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,10 @@ struct Caller {
   // The caller does nothing until the outcome is there. So invoke() may keep its thread for a moment, a few
   // milliseconds at most, and call the handler on it: a reply that comes soon then wakes no thread.
   bool waits = false;
+  // Is told each notice of the service (ServerCall::notify) in order, while the call has no outcome; a last one may still
+  // be under way when the caller gives the call up. On a thread of the framework, or the caller's if it waits: it does not
+  // block; what it throws is dropped.
+  std::function<void(std::string_view)> noticed = {};
 };
 
 // Threads: the framework calls exactly one of the two, on a thread of its own unless the caller waits or has given up;
@@ -49,6 +54,8 @@ class CompletionHandler {
   const Companions& companions() const noexcept { return companions_; }
 
   const Caller& caller() const noexcept { return caller_; }
+  // Passes a notice on to a caller that listens.
+  void notice(std::string_view text) const noexcept;
 
  private:
   Success success_;

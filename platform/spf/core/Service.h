@@ -1,6 +1,7 @@
 // The other side of Invokable: named methods as handlers over a request istream and a reply ostream.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -48,6 +49,12 @@ class ServerCall {
   virtual std::optional<long> requestSize() const noexcept = 0;
   // Announces the bytes of the whole reply. Call it before the first byte of the reply is written.
   virtual void setReplySize(long size) = 0;
+
+  // Tells the caller how its call goes, in a few words that the method defines: at most kMostNoticeBytes, or a
+  // std::invalid_argument. Only before the first byte of the reply; later ones, those for a caller that does not listen,
+  // and those for one that is slow to take what it is sent, are dropped. Never blocks.
+  static constexpr std::size_t kMostNoticeBytes = 1024;
+  virtual void notify(std::string_view text) = 0;
 
   // True once nobody waits for the reply any more: the client has given the call up, or its connection is lost.
   virtual bool isCancelled() const noexcept = 0;

@@ -43,6 +43,11 @@ class ForeignClient : public ::testing::Test {
         throw;
       }
     });
+    service_->add("notify", [](ServerCall& call) {
+      call.notify("one");
+      call.notify("two");
+      call.reply() << "x";
+    });
     service_->limitRequests({1'000'000, "daemon --max-request"});
     server_ = std::make_unique<Server>(service_, grpc_transport::ServerOptions{directory_.address(), {}});
     stub_ = v1::Transport::NewStub(grpc::CreateChannel(server_->address(), grpc::InsecureChannelCredentials()));
@@ -259,6 +264,29 @@ TEST_F(ForeignClient, ClientThatTakesPartsGetsALongErrorInFramesOfModerateSize) 
       bytes += level.text().size();
   }
   EXPECT_EQ(bytes, std::size_t{3} << 20);
+}
+
+TEST_F(ForeignClient, NoticesComeInFramesOfTheirOwnBeforeTheHead) {
+  v1::Frame frame = callFrame("notify", "", true);
+  frame.mutable_call()->add_capabilities(v1::NOTICES);
+  stream_->Write(frame);
+  stream_->WritesDone();
+  const std::vector<v1::Frame> frames = readRest();
+  ASSERT_EQ(frames.size(), 3U);
+  EXPECT_EQ(frames[0].ShortDebugString(), "notice: \"one\"");
+  EXPECT_EQ(frames[1].ShortDebugString(), "notice: \"two\"");
+  EXPECT_TRUE(frames[2].has_reply());
+  EXPECT_EQ(frames[2].notice(), "");
+}
+
+TEST_F(ForeignClient, ClientThatDoesNotTakeNoticesGetsNone) {
+  v1::Frame frame = callFrame("notify", "", true);
+  frame.mutable_call()->add_capabilities(v1::ERROR_PARTS);
+  stream_->Write(frame);
+  stream_->WritesDone();
+  const std::vector<v1::Frame> frames = readRest();
+  ASSERT_EQ(frames.size(), 1U);
+  EXPECT_TRUE(frames[0].has_reply());
 }
 
 TEST_F(ForeignClient, UnknownGrpcMethodIsUnimplemented) {

@@ -1,5 +1,6 @@
 #include "platform/spf/core/internal/ServedCall.h"
 
+#include <stdexcept>
 #include <utility>
 
 #include "platform/errors/visibleText.h"
@@ -92,6 +93,12 @@ std::shared_ptr<ByteInlet> ServedCall::withinLimit(std::shared_ptr<ByteInlet> re
 void ServedCall::setReplySize(long size) {
   replyBuffer_.announce(size);
   outlet_.setSize(size);
+}
+
+void ServedCall::notify(std::string_view text) {
+  if (text.size() > kMostNoticeBytes)
+    throw std::invalid_argument("A notice of " + std::to_string(text.size()) + " bytes is too long.");
+  outlet_.notify(text);
 }
 
 std::shared_ptr<DeferredReply> ServedCall::defer() {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/errors/visibleText.h"
@@ -23,6 +24,8 @@ namespace agent::spf::core::internal {
 class ReplyOutlet : public ByteOutlet {
  public:
   virtual void setSize(long size) = 0;
+  // A notice for the caller, unless the reply has begun.
+  virtual void notify(std::string_view text) = 0;
 };
 
 // What a transport knows of a call before it is served.
@@ -54,6 +57,7 @@ class ServedCall : public ServerCall, public std::enable_shared_from_this<Served
   const PeerIdentity& identity() const noexcept override { return facts_.identity; }
   std::optional<long> requestSize() const noexcept override { return facts_.requestSize; }
   void setReplySize(long size) override;
+  void notify(std::string_view text) override;
   bool isCancelled() const noexcept override { return notice_.isCancelled(); }
   void onCancel(std::function<void()> callback) override { notice_.setCallback(std::move(callback)); }
   std::shared_ptr<DeferredReply> defer() override;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -39,10 +40,16 @@ std::exception_ptr asSent(const std::exception_ptr& error) noexcept {
 
 class EmbeddedCall::Outlet : public core::internal::ReplyOutlet {
  public:
-  // `begin` runs before the first bytes; may be empty.
-  Outlet(RendezvousPipe& pipe, std::function<void()> begin) : pipe_(pipe), begin_(std::move(begin)) {}
+  // `begin` runs before the first bytes, and `notice` is told what is to be known before; both may be empty.
+  Outlet(RendezvousPipe& pipe, std::function<void()> begin, std::function<void(std::string_view)> notice)
+      : pipe_(pipe), begin_(std::move(begin)), notice_(std::move(notice)) {}
 
   void setSize(long size) override { pipe_.announce(size); }
+
+  void notify(std::string_view text) override {
+    if (begin_ && notice_)
+      notice_(text);
+  }
 
   std::span<char> room() override {
     if (buffer_.empty())
@@ -66,6 +73,7 @@ class EmbeddedCall::Outlet : public core::internal::ReplyOutlet {
  private:
   RendezvousPipe& pipe_;
   std::function<void()> begin_;
+  std::function<void(std::string_view)> notice_;
   std::vector<char> buffer_;
 };
 
@@ -113,7 +121,7 @@ void EmbeddedCall::obeyStopRequests() {
 }
 
 void EmbeddedCall::upload() noexcept {
-  Outlet outlet(requestPipe_, nullptr);
+  Outlet outlet(requestPipe_, nullptr, nullptr);
   try {
     request_.writeTo(outlet);
   } catch (...) {
@@ -135,7 +143,12 @@ void EmbeddedCall::serve(const core::Service& service) noexcept {
 // What it throws comes before the handler.
 void EmbeddedCall::runHandler(const core::Service& service) {
   const auto self = shared_from_this();
-  const auto outlet = std::make_shared<Outlet>(replyPipe_, [this] { beginReply(); });
+  const auto outlet = std::make_shared<Outlet>(
+      replyPipe_, [this] { beginReply(); },
+      [this](std::string_view text) {
+        if (!answered_)
+          handler_.notice(text);
+      });
   const auto request = std::make_shared<Inlet>(self, requestPipe_, [](EmbeddedCall& call) { call.stopUpload(); });
   core::internal::ServedCall::Hooks hooks;
   hooks.runInLine = [self](std::function<void()> task) { self->workers_->runInLine(std::move(task)); };

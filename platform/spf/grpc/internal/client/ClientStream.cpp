@@ -23,6 +23,8 @@ std::string encodeHeadOf(const ClientCall& call) {
   head.set_tag_high(call.tag.high);
   head.set_tag_low(call.tag.low);
   head.add_capabilities(v1::ERROR_PARTS);
+  if (call.handler.caller().noticed)
+    head.add_capabilities(v1::NOTICES);
   return encodeCallHead(head);
 }
 
@@ -240,6 +242,8 @@ void ClientStream::checkOrder(const Frame& frame) {
 }
 
 void ClientStream::receiveReply(const std::shared_ptr<ClientCall>& call, Frame& frame) {
+  if (frame.notice && !call->isAnswered())
+    call->handler.notice(*frame.notice);
   if (frame.reply) {
     checkVersion(*frame.reply);
     if (frame.reply->has_size())

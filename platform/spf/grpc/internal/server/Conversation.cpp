@@ -44,9 +44,8 @@ std::optional<long> sizeIn(const v1::CallHead& head) {
   return head.has_size() ? std::optional<long>(head.size()) : std::nullopt;
 }
 
-bool takesErrorParts(const v1::CallHead& head) {
-  return std::find(head.capabilities().begin(), head.capabilities().end(), v1::ERROR_PARTS) !=
-         head.capabilities().end();
+bool hasCapability(const v1::CallHead& head, v1::Capability capability) {
+  return std::find(head.capabilities().begin(), head.capabilities().end(), capability) != head.capabilities().end();
 }
 
 std::string encodeHeadOf(const v1::CallHead& call, std::optional<long> size) {
@@ -185,6 +184,7 @@ FrameOutlet::Options Conversation::outletOptions(const IncomingCall& call) {
   options.head = [&call](std::optional<long> size) { return encodeHeadOf(call.head, size); };
   options.beforeEnd = [this] { advance([](ConversationState& state) { state.endReply(); }); };
   options.brokenOffText = [] { return kGivenUp; };
+  options.peerTakesNotices = hasCapability(call.head, v1::NOTICES);
   return options;
 }
 
@@ -234,7 +234,7 @@ void Conversation::finish(IncomingCall& call) {
 }
 
 void Conversation::replyWithError(const IncomingCall& call, FrameOutlet& outlet, const std::exception_ptr& error) {
-  const bool inParts = takesErrorParts(call.head);
+  const bool inParts = hasCapability(call.head, v1::ERROR_PARTS);
   const core::ErrorChain chain = core::flattenErrorChain(error, inParts ? core::kMaxErrorBytes : kWholeErrorBytes);
   {
     const MutexLock lock(mutex_);

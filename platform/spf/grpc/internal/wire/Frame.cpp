@@ -18,6 +18,7 @@ constexpr char kDataTag = 3 << 3 | 2;
 constexpr char kEndTag = 4 << 3 | 0;
 constexpr char kErrorTag = 5 << 3 | 2;
 constexpr char kErrorPartTag = 6 << 3 | 2;
+constexpr char kNoticeTag = 7 << 3 | 2;
 
 // Data up to this size is copied into the slice of its frame: less work than a slice of its own.
 constexpr std::size_t kCopyBytes = 1024;
@@ -87,6 +88,13 @@ class Decoder {
     return head;
   }
 
+  std::string takeNotice() {
+    SliceCursor notice = takeMessage();
+    if (notice.remaining() > kMaxNoticeBytes)
+      SliceCursor::malformed("its notice is longer than any");
+    return notice.readBytes(notice.remaining());
+  }
+
   void decodeField(std::uint32_t tag) {
     switch (tag) {
       case kCallTag:
@@ -104,6 +112,9 @@ class Decoder {
         return mergeError(takeMessage(), frame_.error);
       case kErrorPartTag:
         return mergeError(takeMessage(), frame_.errorPart);
+      case kNoticeTag:
+        frame_.notice = takeNotice();
+        return;
       default:
         cursor_.skipField(tag);
     }
@@ -132,6 +143,11 @@ std::string encodeError(const v1::ErrorChain& error) {
 }
 std::string encodeErrorPart(const v1::ErrorChain& part) {
   return encodeMessageField(kErrorPartTag, part);
+}
+std::string encodeNotice(std::string_view text) {
+  std::string bytes(1, kNoticeTag);
+  appendVarint(bytes, text.size());
+  return bytes.append(text);
 }
 
 grpc::ByteBuffer encodeSmallFrame(const FrameEnvelope& envelope, const char* data, std::size_t nbytes) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/spf/grpc/internal/wire/errorMessage.h"
@@ -24,6 +25,8 @@ inline constexpr std::size_t kFrameDataBytes = std::size_t{1} << 20;
 inline constexpr std::size_t kMaxFrameBytes = std::size_t{16} << 20;
 // Bytes of heads in a frame: a head is small, and in memory larger than on the wire.
 inline constexpr std::size_t kMaxHeadBytes = std::size_t{64} << 10;
+// Of a notice, received; ServerCall::kMostNoticeBytes are sent.
+inline constexpr std::size_t kMaxNoticeBytes = std::size_t{64} << 10;
 
 struct Frame {
   std::optional<v1::CallHead> call;
@@ -35,6 +38,7 @@ struct Frame {
   bool end = false;
   std::optional<ReceivedError> error;
   std::optional<ReceivedError> errorPart;
+  std::optional<std::string> notice;
 };
 
 // The parts of a frame around its data.
@@ -48,6 +52,7 @@ std::string encodeCallHead(const v1::CallHead& head);
 std::string encodeReplyHead(const v1::ReplyHead& head);
 std::string encodeError(const v1::ErrorChain& error);
 std::string encodeErrorPart(const v1::ErrorChain& part);
+std::string encodeNotice(std::string_view text);
 
 // Has protobuf make its descriptions of the heads, which it otherwise does at the first frame. It does not survive a lack
 // of memory there: call this before there can be one.

@@ -32,6 +32,12 @@ void FrameOutlet::tellEnd() {
     beforeEnd();
 }
 
+// One more would only wait behind those that its peer has not taken yet.
+void FrameOutlet::notify(std::string_view text) {
+  if (!headSent_ && options_.peerTakesNotices && !sender_.isFull())
+    sender_.enqueue(encodeSmallFrame({encodeNotice(text), false, {}}, nullptr, 0));
+}
+
 std::span<char> FrameOutlet::room() {
   if (buffer_ == nullptr)
     buffer_ = buffers_->acquire();

@@ -25,12 +25,14 @@ class FrameOutlet : public core::internal::ReplyOutlet {
     std::function<std::string(std::optional<long> size)> head;  // encodes the head, when the first frame is made
     std::function<void()> beforeEnd;  // runs once, before the last frame is sent; may be empty
     std::function<std::string()> brokenOffText;
+    bool peerTakesNotices = false;
   };
 
   FrameOutlet(FrameSender& sender, std::shared_ptr<SendBuffers> buffers, Options options);
   ~FrameOutlet() override;
 
   void setSize(long size) override { size_ = size; }
+  void notify(std::string_view text) override;
   std::span<char> room() override;
   void sendGathered(std::size_t nbytes) override;
   void sendBorrowed(std::span<const char> bytes) override;

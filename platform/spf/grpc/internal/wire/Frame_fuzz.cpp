@@ -48,6 +48,7 @@ void requireSame(const Frame& found, const v1::Frame& expected) {
   requireSame(found.reply, expected.has_reply(), expected.reply());
   requireSameError(found.error, expected.has_error(), expected.error());
   requireSameError(found.errorPart, expected.has_error_part(), expected.error_part());
+  require(found.notice.value_or("") == expected.notice());
   require(dataOf(found) == expected.data());
   require(found.end == expected.end());
 }
@@ -58,6 +59,8 @@ grpc::ByteBuffer written(const v1::Frame& frame) {
     envelope.heads += encodeCallHead(frame.call());
   if (frame.has_reply())
     envelope.heads += encodeReplyHead(frame.reply());
+  if (!frame.notice().empty())
+    envelope.heads += encodeNotice(frame.notice());
   envelope.end = frame.end();
   if (frame.has_error())
     envelope.error = encodeError(frame.error());

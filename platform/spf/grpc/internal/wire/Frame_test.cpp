@@ -42,6 +42,7 @@ void expectAsGenerated(const std::string& bytes, std::size_t step) {
   ASSERT_TRUE(parses) << ::testing::PrintToString(bytes);
   EXPECT_EQ(dataOf(frame), expected.data());
   EXPECT_EQ(frame.end, expected.end());
+  EXPECT_EQ(frame.notice.value_or(""), expected.notice());
   ASSERT_EQ(frame.call.has_value(), expected.has_call());
   ASSERT_EQ(frame.reply.has_value(), expected.has_reply());
   ASSERT_EQ(frame.error.has_value(), expected.has_error());
@@ -80,6 +81,7 @@ v1::Frame exampleFrame() {
   level->set_text("text");
   frame.mutable_call()->add_capabilities(v1::ERROR_PARTS);
   frame.mutable_error_part()->add_levels()->set_continues(true);
+  frame.set_notice("queued");
   return frame;
 }
 
@@ -99,6 +101,20 @@ TEST(Frame, SmallCallIsOneMessageOfTheseBytes) {
   EXPECT_EQ(bytesOf(encodeSmallFrame(envelope, "abc", 3)), golden);
   EXPECT_EQ(bytesOf(encodeFrame(envelope, grpc::Slice(std::string("abc")))), golden);
   expectAsGenerated(golden, 1);
+}
+
+TEST(Frame, NoticeIsAFrameOfTheseBytes) {
+  const std::string golden("\x3A\x06queued", 8);
+  EXPECT_EQ(bytesOf(encodeSmallFrame({encodeNotice("queued"), false, {}}, nullptr, 0)), golden);
+  expectAsGenerated(golden, 1);
+}
+
+TEST(Frame, LongerNoticeThanAnyIsMalformed) {
+  const auto decode = [](std::size_t nbytes) {
+    return decodeFrame(messageOf(encodeNotice(std::string(nbytes, 'x')), 1000)).notice.value_or("").size();
+  };
+  EXPECT_EQ(decode(kMaxNoticeBytes), kMaxNoticeBytes);
+  EXPECT_THROW(decode(kMaxNoticeBytes + 1), FrameworkError);
 }
 
 TEST(Frame, DataIsSharedNotCopied) {
