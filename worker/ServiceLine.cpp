@@ -43,9 +43,14 @@ ServiceLine::Link ServiceLine::wait(const std::stop_token& stop) {
   return closed_ || stop.stop_requested() ? nullptr : link_;
 }
 
+ServiceLine::Link ServiceLine::current() const {
+  const MutexLock lock(mutex_);
+  return link_;
+}
+
 void ServiceLine::drop(const Link& link, const std::string& why) {
   const MutexLock lock(mutex_);
-  if (link_ != link || closed_)
+  if (!link || link_ != link || closed_)
     return;
   link_->close();
   link_.reset();

@@ -35,6 +35,8 @@ class ServiceLine {
 
   // Waits for a connection. None once the line is closed or stop is requested.
   Link wait(const std::stop_token& stop = {});
+  // The connection there is; none while there is none.
+  Link current() const;
   // The link is of no use any more; `why` is for the log. No effect on a later link.
   void drop(const Link& link, const std::string& why);
   // A call over the link was answered: the next loss is a new one.
