@@ -8,6 +8,8 @@
 // list, its attributes and, where the user may give them away, its owner and group. A link to a file stays, and the file
 // is replaced.
 //
+// Of a large file only the end stays in the system's memory: a file that is given up would else take long to close.
+//
 // Threads: one at a time per object.
 // Errors:  `CannotWriteFile` and `CannotWriteIntoDirectory`, with the system's reason. On an interpreter thread a user
 //          interrupt ends write() and commit(), within some 100 ms unless the disk takes longer for 4 MiB.

@@ -1,16 +1,24 @@
 #include "toolbox/AtomicFile.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "platform/files/testing/TemporaryDirectory.h"
 #include "platform/interrupt/interpreterContext.h"
@@ -50,6 +58,36 @@ std::string errorOf(const Action& action) {
     return error.what();
   }
   return "no error";
+}
+
+// Of the file's bytes, those that the system keeps in memory.
+std::size_t bytesInMemory(const std::string& path) {
+  const files::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const auto nbytes = static_cast<std::size_t>(std::filesystem::file_size(path));
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  void* const memory = ::mmap(nullptr, nbytes, PROT_READ, MAP_SHARED, file.get(), 0);
+  if (memory == MAP_FAILED)
+    throw std::runtime_error("mmap");
+  std::vector<unsigned char> pages((nbytes + page - 1) / page);
+  const bool isKnown = ::mincore(memory, nbytes, pages.data()) == 0;
+  ::munmap(memory, nbytes);
+  if (!isKnown)
+    throw std::runtime_error("mincore");
+  return page * static_cast<std::size_t>(std::count_if(pages.begin(), pages.end(), [](auto in) { return in & 1U; }));
+}
+
+TEST_F(AtomicFiles, OfALargeFileOnlyTheEndStaysInMemory) {
+  constexpr std::size_t kMebibyte = std::size_t{1} << 20;
+  struct statfs system {};
+  ASSERT_EQ(::statfs(directory_.path().c_str(), &system), 0);
+  if (system.f_type == TMPFS_MAGIC)
+    GTEST_SKIP() << "files of this file system are nowhere but in memory";
+  AtomicFile file(path("out"));
+  const std::string piece(kMebibyte, 'x');
+  for (int i = 0; i < 128; ++i)
+    write(file, piece);
+  file.commit();
+  EXPECT_LE(bytesInMemory(path("out")), 80 * kMebibyte);
 }
 
 TEST_F(AtomicFiles, CommitPutsTheWholeFileInItsPlaceAndNothingElse) {
