@@ -16,6 +16,23 @@ std::optional<JobProgress> Ledger::progress(JobId id) const {
   return job ? std::optional(job->progress) : std::nullopt;
 }
 
+bool Ledger::knowsKey(const std::string& key) const {
+  return state_->keys.contains(key);
+}
+
+std::optional<WorkerId> Ledger::workerOf(const AttemptKey& attempt) const {
+  const auto found = state_->attempts.find(attempt.number);
+  return found != state_->attempts.end() && found->second.key == attempt ? std::optional(found->second.worker)
+                                                                         : std::nullopt;
+}
+
+std::vector<WorkerView> Ledger::workers() const {
+  std::vector<WorkerView> views;
+  for (const auto& [id, worker] : state_->workers)
+    views.push_back({worker.record, worker.attempts.size()});
+  return views;
+}
+
 bool Ledger::hasWorkFor(WorkerId id, const Resources& room) const {
   const Worker* worker = state_->findWorker(id);
   return worker && state_->nextFor(*worker, room);

@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "scheduler/ledger/Archive.h"
 #include "scheduler/ledger/Kept.h"
@@ -61,6 +63,8 @@ class Ledger {
   Decision<Lost> tick(Moment now);
 
   // --- questions ---
+  // Whether a job has been submitted under the key, be it deleted or not.
+  bool knowsKey(const std::string& key) const;
   // Of a job that is not deleted.
   std::optional<JobProgress> progress(JobId job) const;
   // Why a task that has not ended does not run yet.
@@ -68,6 +72,10 @@ class Ledger {
   // Whether the take of this worker, left waiting with this room, would be granted something now. Not while the worker
   // is unreachable: a take that is answered counts as heard from it.
   bool hasWorkFor(WorkerId worker, const Resources& room) const;
+  // Which worker has the attempt; none: it has ended, or never was.
+  std::optional<WorkerId> workerOf(const AttemptKey& attempt) const;
+  // Those that are not gone, in the order of their numbers.
+  std::vector<WorkerView> workers() const;
   // When the next delay is over; none: no task waits for one.
   std::optional<Duration> nextDelayEnd() const;
   // What it has in memory, as rows in the order of their keys and without details: equal to what the books keep.

@@ -92,4 +92,10 @@ struct Lost {
   std::vector<WorkerId> workers{};
 };
 
+// A worker as it stands.
+struct WorkerView {
+  WorkerRecord record{};
+  std::uint64_t attempts = 0;  // that it has
+};
+
 }  // namespace parallel::scheduler::ledger
