@@ -106,13 +106,30 @@ std::vector<Digest> BlobStore::pin(const Holder& holder, const std::vector<Diges
 }
 
 void BlobStore::unpin(const Holder& holder, WallTime now) {
-  commits_.writeAndWait([&](Group& group) {
-    Statement(group.database,
-              "UPDATE blobs SET used = max(used, ?) WHERE digest IN (SELECT digest FROM pins WHERE holder = ?)")
-        .bind(inMilliseconds(now))
-        .bind(holder)
-        .run();
-    Statement(group.database, "DELETE FROM pins WHERE holder = ?").bind(holder).run();
+  commits_.writeAndWait([&](Group& group) { unpinIn(group, holder, now); });
+}
+
+void BlobStore::pinIn(Group& group, const Holder& holder, const std::vector<Digest>& digests) {
+  for (const Digest& digest : digests)
+    addPin(group.database, holder, digest);
+}
+
+void BlobStore::unpinIn(Group& group, const Holder& holder, WallTime now) {
+  Statement(group.database,
+            "UPDATE blobs SET used = max(used, ?) WHERE digest IN (SELECT digest FROM pins WHERE holder = ?)")
+      .bind(inMilliseconds(now))
+      .bind(holder)
+      .run();
+  Statement(group.database, "DELETE FROM pins WHERE holder = ?").bind(holder).run();
+}
+
+std::vector<Holder> BlobStore::holders(const std::string& prefix) {
+  return commits_.askCommitted([&](Database& database) {
+    std::vector<Holder> found;
+    Statement find(database, "SELECT DISTINCT holder FROM pins WHERE substr(holder, 1, ?) = ?");
+    for (find.bind(prefix.size()).bind(prefix); find.step();)
+      found.push_back(find.text());
+    return found;
   });
 }
 
@@ -160,21 +177,29 @@ void BlobStore::dropUpload(const fs::path& path) {
   quota_.give({nbytes, 1});
 }
 
-void BlobStore::keepSmall(const Holder& holder, const Digest& digest, const std::string& content, WallTime now) {
-  quota_.take({content.size(), 0});
-  bool isNew = false;
+void BlobStore::keepSmall(const Holder& holder, const std::vector<SmallBlob>& blobs, WallTime now) {
+  std::uint64_t taken = 0;
+  for (const SmallBlob& blob : blobs)
+    taken += blob.content.size();
+  quota_.take({taken, 0});
+  std::uint64_t added = 0;
   commits_.writeAndWait([&](Group& group) {
-    Statement(group.database, "INSERT OR IGNORE INTO blobs VALUES (?, ?, ?, ?)")
-        .bindBytes(digest.bytes())
-        .bind(content.size())
-        .bind(inMilliseconds(now))
-        .bindBytes(content)
-        .run();
-    isNew = group.database.changedRows() > 0;
-    addPin(group.database, holder, digest);
+    added = 0;
+    Statement insert(group.database, "INSERT OR IGNORE INTO blobs VALUES (?, ?, ?, ?)");
+    for (const auto& [digest, content] : blobs) {
+      insert.bindBytes(digest.bytes()).bind(content.size()).bind(inMilliseconds(now)).bindBytes(content).run();
+      added += group.database.changedRows() > 0 ? content.size() : 0;
+      addPin(group.database, holder, digest);
+    }
   });
-  if (!isNew)
-    quota_.give({content.size(), 0});
+  quota_.give({taken - added, 0});
+}
+
+void BlobStore::putSmall(const Holder& holder, const std::vector<std::string>& contents, WallTime now) {
+  std::vector<SmallBlob> blobs;
+  for (const std::string& content : contents)
+    blobs.push_back({Digest::of(content), content});
+  keepSmall(holder, blobs, now);
 }
 
 // The rename is done on the thread of the commits, as is the removal of a blob: neither sees the other half done.
@@ -251,7 +276,7 @@ void BlobUpload::finish(WallTime now) {
   if (sum_.digest() != digest_)
     refuse("its digest is another one");
   if (isSmall())
-    return store_.keepSmall(holder_, digest_, content_, now);
+    return store_.keepSmall(holder_, {{digest_, content_}}, now);
   store_.files_.sync(file_, path_);
   file_.reset();
   store_.keepFile(holder_, digest_, nbytes_, now);

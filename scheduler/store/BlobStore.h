@@ -60,6 +60,16 @@ class BlobStore {
   // All of it at once.
   void put(const Holder& holder, std::string_view content, WallTime now);
 
+  // Several small ones at once, in one commit.
+  void putSmall(const Holder& holder, const std::vector<std::string>& contents, WallTime now);
+
+  // For a write beside others, in their transaction: the holder has these blobs, which are there, pinned; or none any
+  // more.
+  static void pinIn(GroupCommit::Group& group, const Holder& holder, const std::vector<Digest>& digests);
+  static void unpinIn(GroupCommit::Group& group, const Holder& holder, WallTime now);
+  // Holders that have something pinned, and whose names begin like that.
+  std::vector<Holder> holders(const std::string& prefix);
+
   // NoSuchBlob. What is read counts as used.
   std::unique_ptr<BlobReader> open(const Digest& digest, WallTime now);
 
@@ -86,7 +96,11 @@ class BlobStore {
   std::filesystem::path pathOf(const Digest& digest) const;
   std::filesystem::path uploadPath(const Holder& holder, const Digest& digest) const;
   bool has(const Digest& digest);
-  void keepSmall(const Holder& holder, const Digest& digest, const std::string& content, WallTime now);
+  struct SmallBlob {
+    Digest digest;
+    std::string_view content;
+  };
+  void keepSmall(const Holder& holder, const std::vector<SmallBlob>& blobs, WallTime now);
   void keepFile(const Holder& holder, const Digest& digest, std::uint64_t nbytes, WallTime now);
   void dropUpload(const std::filesystem::path& path);
   // Takes blobs out of the store in one transaction; `choose` lists them.

@@ -196,6 +196,46 @@ std::vector<JobRecord> LedgerTables::jobsAfter(JobId after, std::size_t limit) {
   return rowsOf<JobRecord>(database_, find);
 }
 
+std::vector<JobRecord> LedgerTables::jobsBefore(JobId before, const std::string& name, std::size_t limit) {
+  Statement find(database_,
+                 "SELECT job, key, name, submitted, x'' FROM jobs WHERE job < ?1 AND (?2 = '' OR name = ?2) "
+                 "ORDER BY job DESC LIMIT ?3");
+  find.bind(inTables(static_cast<std::uint64_t>(before))).bind(name).bind(limit);
+  return rowsOf<JobRecord>(database_, find);
+}
+
+std::optional<JobProgress> LedgerTables::progress(JobId job) {
+  Statement find(database_, "SELECT * FROM progress WHERE job = ?");
+  find.bind(job);
+  return rowOf<JobProgress>(database_, find);
+}
+
+TaskCounts LedgerTables::counts() {
+  TaskCounts sum{};
+  for (const JobProgress& progress : rowsOf<JobProgress>(database_, "SELECT * FROM progress")) {
+    for (std::size_t state = 0; state < sum.size(); ++state)
+      sum.at(state) += progress.counts.at(state);
+  }
+  return sum;
+}
+
+std::uint64_t LedgerTables::jobCount() {
+  return static_cast<std::uint64_t>(database_.number("SELECT count(*) FROM jobs"));
+}
+
+std::vector<ArrayRecord> LedgerTables::arraysFrom(TaskKey task, std::size_t limit) {
+  Statement find(database_,
+                 std::string(kArrayColumns) + "details FROM arrays WHERE job = ? AND last >= ? ORDER BY first LIMIT ?");
+  find.bind(task.job).bind(inTables(task.task)).bind(limit);
+  return rowsOf<ArrayRecord>(database_, find);
+}
+
+std::vector<RangeRecord> LedgerTables::rangesFrom(TaskKey task, std::size_t limit) {
+  Statement find(database_, "SELECT * FROM ranges WHERE job = ? AND last >= ? ORDER BY last LIMIT ?");
+  find.bind(task.job).bind(inTables(task.task)).bind(limit);
+  return rowsOf<RangeRecord>(database_, find);
+}
+
 std::optional<ArrayRecord> LedgerTables::arrayOf(TaskKey task) {
   Statement find(database_, std::string(kArrayColumns) +
                                 "details FROM arrays WHERE job = ?1 AND first <= ?2 AND last >= ?2 "

@@ -33,6 +33,15 @@ class LedgerTables {
   // --- Single rows and pages, in ascending order ---
   std::optional<ledger::JobRecord> job(ledger::JobId id);
   std::vector<ledger::JobRecord> jobsAfter(ledger::JobId after, std::size_t limit);
+  // Of numbers below `before`, the greatest first; of that name only, unless it is empty. Without details.
+  std::vector<ledger::JobRecord> jobsBefore(ledger::JobId before, const std::string& name, std::size_t limit);
+  std::optional<ledger::JobProgress> progress(ledger::JobId job);
+  // Of all jobs together.
+  ledger::TaskCounts counts();
+  std::uint64_t jobCount();
+  // Those of the job that end at that task or later.
+  std::vector<ledger::ArrayRecord> arraysFrom(ledger::TaskKey task, std::size_t limit);
+  std::vector<ledger::RangeRecord> rangesFrom(ledger::TaskKey task, std::size_t limit);
   std::optional<ledger::ArrayRecord> arrayOf(ledger::TaskKey task);
   std::optional<ledger::TaskRecord> task(ledger::TaskKey key);
   // Those with a TaskRecord, of that state or of any, from a task on.
