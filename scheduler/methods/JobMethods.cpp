@@ -1,0 +1,59 @@
+#include "scheduler/methods/JobMethods.h"
+
+#include <utility>
+
+namespace parallel::scheduler::methods {
+
+const std::vector<JobMethods::NamedMethod>& JobMethods::all() {
+  static const std::vector<NamedMethod> methods{
+      {"submitJob", &JobMethods::submitJob},
+      {"extendJob", &JobMethods::extendJob},
+      {"closeJob", &JobMethods::closeJob},
+      {"hold", &JobMethods::hold},
+      {"release", &JobMethods::release},
+      {"setPriority", &JobMethods::setPriority},
+      {"cancel", &JobMethods::cancel},
+      {"retry", &JobMethods::retry},
+      {"deleteJob", &JobMethods::deleteJob},
+      {"prune", &JobMethods::prune},
+      {"describeJob", &JobMethods::describeJob},
+      {"listJobs", &JobMethods::listJobs},
+      {"listTasks", &JobMethods::listTasks},
+      {"waitForChange", &JobMethods::waitForChange},
+      {"fetchOutputs", &JobMethods::fetchOutputs},
+      {"readOutput", &JobMethods::readOutput},
+      {"listWorkers", &JobMethods::listWorkers},
+      {"drainWorker", &JobMethods::drainWorker},
+      {"describeService", &JobMethods::describeService},
+      {"findBlobs", &JobMethods::findBlobs},
+      {"putBlob", &JobMethods::putBlob},
+      {"getBlob", &JobMethods::getBlob},
+      {"join", &JobMethods::join},
+      {"take", &JobMethods::take},
+      {"renew", &JobMethods::renew},
+      {"finish", &JobMethods::finish},
+  };
+  return methods;
+}
+
+JobMethods::JobMethods(Options options)
+    : options_(std::move(options)),
+      keeper_(options_.keeper),
+      arrays_(keeper_.store()),
+      changes_(keeper_.alarms()),
+      outputs_(keeper_.alarms()),
+      takes_(keeper_, [this] { return keeper_.store().room() < store::Room::noGrants; }),
+      started_(keeper_.now().wall) {
+  keeper_.start({.watcher = [this](BookKeeper::Turn& turn) { takes_.serve(turn); },
+                 .listener =
+                     [this](const BookKeeper::ChangedJobs& jobs) {
+                       changes_.changed(jobs);
+                       outputs_.changed(jobs);
+                     }});
+}
+
+JobMethods::~JobMethods() {
+  keeper_.stop();
+}
+
+}  // namespace parallel::scheduler::methods
