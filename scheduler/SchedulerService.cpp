@@ -15,6 +15,7 @@
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
 #include "scheduler/EchoMethod.h"
+#include "scheduler/JobsOfService.h"
 #include "scheduler/RunTaskMethod.h"
 #include "scheduler/calls/CallLog.h"
 
@@ -71,6 +72,12 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
                         options.counter));
   service->add("runTask", observed([runTask](ServerCall& call, CallRecord& record) { runTask->serve(call, record); },
                                    log, options.counter));
+  const auto jobs = std::make_shared<JobsOfService>(JobsOfService::Options{options.store, options.opensStoreAtOnce,
+                                                                           temporaryDirectory(), options.storeFailed,
+                                                                           options.descriptionLimit, ZKS_VERSION});
+  for (const auto& [name, method] : methods::JobMethods::all())
+    service->add(name, observed([jobs, method = method](ServerCall& call, CallRecord&) { (jobs->get().*method)(call); },
+                                log, options.counter));
   service->setRefusalObserver([log](std::string_view method, std::string_view peer, const std::exception& refusal) {
     log.refused(method, peer, refusal);
   });

@@ -3,15 +3,17 @@
 // zksd serves it over sockets; a tool may embed it with connectInProcess. Methods: docs/methods.md.
 // Ownership: the service holds all that its methods need: its scratch directories go with the last share of it.
 // Threads:   methods run on the framework's threads, any number at once.
-// Errors:    std::system_error when the scratch directory cannot be made.
+// Errors:    std::system_error when the scratch directory cannot be made; those of a store that is opened at once.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "platform/logging/basic_diagnostic_logger.h"
 #include "platform/spf/core/Service.h"
@@ -30,6 +32,12 @@ struct SchedulerOptions {
   // How many files a task may have open unless it says otherwise; nothing: as many as this process.
   std::optional<std::uint64_t> taskOpenFiles = std::nullopt;
   DescriptionLimit descriptionLimit = {};
+  // Where jobs are kept; opened by the first call of a method of jobs, or at once. Empty: a store of the service's own in
+  // the system's directory for temporary files, not synced, and removed with the service.
+  std::filesystem::path store = {};
+  bool opensStoreAtOnce = false;
+  // Called once, on a thread of the store, when that can no longer be used. Whoever owns the process ends it.
+  std::function<void(const std::string& reason)> storeFailed = {};
   // Null: the logger "zks.scheduler".
   foundation::log::basic_diagnostic_logger<char>* logger = nullptr;
   // Counts the calls, for an owner that wants to know when the service is idle; may be null.

@@ -71,6 +71,11 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
       ->type_name("DIR")
       ->check(asValidator(notEmpty()))
       ->check(CLI::ExistingDirectory);
+  app.add_option("--store", options.store,
+                 "Keep jobs and their files in this folder, which is made if missing "
+                 "(default: $XDG_STATE_HOME/zks/store or ~/.local/state/zks/store, opened when it is needed)")
+      ->type_name("DIR")
+      ->check(asValidator(notEmpty()));
   app.add_option("--max-request", options.maxRequestBytes, "Refuse larger requests; in bytes or as 512M, 2G")
       ->type_name("BYTES")
       ->transform(asValidator(sizeInBytes()));

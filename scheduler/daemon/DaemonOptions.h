@@ -35,6 +35,7 @@ struct DaemonOptions {
   std::size_t maxCalls = 1000;                        // that are served at once
   std::optional<std::uint64_t> maxMemoryBytes;        // nothing: half of what the machine has
   std::filesystem::path scratch;
+  std::filesystem::path store;  // empty: the default, opened when it is needed
   foundation::log::level_t logLevels = 0;
 };
 

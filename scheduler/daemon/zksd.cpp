@@ -2,6 +2,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <ctime>
@@ -12,6 +13,7 @@
 #include <utility>
 
 #include "execution/Leftovers.h"
+#include "platform/errors/visibleText.h"
 #include "platform/logging/consoleSink.h"
 #include "platform/logging/createQLVLogger.h"
 #include "platform/logging/sinks.h"
@@ -20,11 +22,14 @@
 #include "programs/standardDescriptors.h"
 #include "scheduler/SchedulerService.h"
 #include "scheduler/calls/CallCounter.h"
+#include "scheduler/daemon/DaemonError.h"
 #include "scheduler/daemon/DaemonOptions.h"
 #include "scheduler/daemon/MemoryGuard.h"
 #include "scheduler/daemon/SocketClaim.h"
+#include "scheduler/daemon/absolutePath.h"
 #include "scheduler/daemon/allocatorTuning.h"
 #include "scheduler/daemon/defaultSocket.h"
+#include "scheduler/daemon/defaultStore.h"
 #include "scheduler/daemon/descriptorLimit.h"
 #include "scheduler/daemon/serviceCredentials.h"
 
@@ -105,11 +110,27 @@ class IdleEnd {
   std::chrono::steady_clock::time_point since_ = std::chrono::steady_clock::now();
 };
 
-void serveUntilSignal(const EndSignals& signals, const CallCounter& counter, IdleEnd end, MemoryGuard& memory,
-                      Server& server) {
+// Once its store has failed a service must not answer from memory: it ends, and the next one reads what is on the disk.
+class StoreFailure {
+ public:
+  void tell(const std::string& reason) {
+    FOUNDATION_LOG(logging::createQLVLogger("zks.scheduler"), logging::kError)
+        << "The store has failed, and the service ends: " << errors::visibleText(reason);
+    hasCome_ = true;
+  }
+  bool hasCome() const noexcept { return hasCome_; }
+
+ private:
+  std::atomic<bool> hasCome_{false};
+};
+
+void serveUntilSignal(const EndSignals& signals, const CallCounter& counter, IdleEnd end, const StoreFailure& store,
+                      MemoryGuard& memory, Server& server) {
   constexpr std::chrono::milliseconds kLook{100};
   IdleRelease idle(counter);
   while (!signals.waitFor(kLook) && !end.isOver()) {
+    if (store.hasCome())
+      throw DaemonError("The store has failed; the log says how. Start the service anew when that is mended");
     idle.look();
     execution::tendOrphans();
     endConnectionWhereMemoryIsShort(memory, server);
@@ -165,18 +186,23 @@ void run(const DaemonOptions& options) {
   if (options.listen.empty())
     claim.emplace(options.socket.empty() ? prepareDefaultSocket() : options.socket);
   const auto counter = std::make_shared<CallCounter>();
-  const auto service =
-      makeSchedulerService(SchedulerOptions{.slots = options.slots,
-                                            .scratchParent = options.scratch,
-                                            .taskOpenFiles = descriptors.usual,
-                                            .descriptionLimit = {options.maxFields, "zksd --max-fields"},
-                                            .counter = counter});
+  const auto storeFailure = std::make_shared<StoreFailure>();
+  const auto service = makeSchedulerService(
+      SchedulerOptions{.slots = options.slots,
+                       .scratchParent = options.scratch,
+                       .taskOpenFiles = descriptors.usual,
+                       .descriptionLimit = {options.maxFields, "zksd --max-fields"},
+                       .store = options.store.empty() ? defaultStore() : absolutePath(options.store),
+                       .opensStoreAtOnce = !options.store.empty(),
+                       .storeFailed = [storeFailure](const std::string& reason) { storeFailure->tell(reason); },
+                       .counter = counter});
   if (options.maxRequestBytes)
     service->limitRequests({static_cast<long>(*options.maxRequestBytes), "zksd --max-request"});
   MemoryGuard memory(options.maxMemoryBytes.value_or(halfOfMemory()));
   const std::unique_ptr<Server> server = listen(service, serverOptions(options, claim, descriptors.now, memory));
   announce(options, *server);
-  serveUntilSignal(signals, *counter, IdleEnd(*counter, millisecondsOf(options.leaveAfterSeconds)), memory, *server);
+  serveUntilSignal(signals, *counter, IdleEnd(*counter, millisecondsOf(options.leaveAfterSeconds)), *storeFailure,
+                   memory, *server);
 }
 
 int complain(const char* text) {
