@@ -29,8 +29,8 @@ foreach(module IN ITEMS errors zksmessages)
     FILES_MATCHING PATTERN "*.h")
 endforeach()
 
-# In one folder, so that generated code has plain names.
-install(FILES platform/spf/grpc/transport.proto platform/zksmessages/zksmessages.proto
+# In one folder, so that generated code has plain names: a schema that imports another does so without its folder.
+install(FILES platform/spf/grpc/transport.proto platform/zksmessages/zksmessages.proto ${ZKS_FLAT_SCHEMAS}/jobs.proto
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zks)
 
 install(EXPORT zksTargets NAMESPACE zks:: DESTINATION ${package_dir})

@@ -12,7 +12,10 @@ from foreign_wire import Conversation
 def start_daemon(directory):
     path = directory / "socket"
     process = subprocess.Popen(
-        [os.environ["ZKSD"], "--socket", str(path)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True
+        [os.environ["ZKSD"], "--socket", str(path), "--store", str(directory / "store")],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        text=True,
     )
     line = process.stdout.readline()
     assert line == f"zksd: listening on unix:{path}\n"

@@ -8,6 +8,7 @@ import threading
 import time
 
 import grpc
+import jobs_pb2 as jobs
 import pytest
 import transport_pb2 as wire
 import zksmessages_pb2 as messages
@@ -114,6 +115,23 @@ def test_task_runs(conversation):
     info = messages.TesselTaskExecutionInfo.FromString(payload.result.value)
     assert (info.outcome, info.exit_status) == (messages.TesselTaskExecutionInfo.OUTCOME_EXITED, 0)
     assert (plain_of(out), plain_of(err)) == (b"a\nb\n", b"")
+
+
+def test_job_is_submitted_and_described(conversation):
+    def ask(method, request, reply):
+        (item,) = items_of(conversation.call(method, container(framed(request.SerializeToString()))))
+        payload = messages.ResultPayload.FromString(item)
+        assert payload.result.type_url == "type.googleapis.com/" + reply.DESCRIPTOR.full_name
+        return reply.FromString(payload.result.value)
+
+    description = jobs.JobDescription(name="sorting", arrays=[{"count": 2, "command": {"argv": ["sort"]}}])
+    submission = jobs.SubmitJobRequest(key="one", job=description)
+    first = ask("submitJob", submission, jobs.SubmitJobReply)
+    again = ask("submitJob", submission, jobs.SubmitJobReply)
+    assert (first.job, first.is_repeat, again.job, again.is_repeat) == (1, False, 1, True)
+    described = ask("describeJob", jobs.JobRequest(job=1), jobs.DescribeJobReply)
+    assert described.description == description
+    assert described.summary.counts.ready == 2
 
 
 def test_unknown_method_is_an_error_chain_and_the_stream_goes_on(conversation):

@@ -29,6 +29,7 @@ if(NOT output STREQUAL "00000000010003616263ffff\n")
 endif()
 run(${ECHO_ARRAY_TEST} ${WORK}/prefix/bin/zksd ${WORK}/build/echo_array)
 # A stranger's client is generated from the schemas as they are installed.
-run(${PROTOC} --proto_path=${WORK}/prefix/share/zks --python_out=${WORK} transport.proto zksmessages.proto)
+run(${PROTOC} --proto_path=${WORK}/prefix/share/zks --python_out=${WORK} transport.proto zksmessages.proto
+  jobs.proto)
 run(${WORK}/prefix/bin/zks --version)
 file(REMOVE_RECURSE ${WORK})
