@@ -36,10 +36,11 @@ std::vector<std::string> currentEnvironment() {
 }
 
 // Counts and logs each call; errors pass through.
-Service::Handler observed(CallLog::Method method, const CallLog& log, std::shared_ptr<CallCounter> counter) {
-  return [method = std::move(method), log, counter = std::move(counter)](ServerCall& call) {
+Service::Handler observed(CallLog::Method method, const CallLog& log, std::shared_ptr<CallCounter> counter,
+                          foundation::log::level_t level = logging::kInfo) {
+  return [method = std::move(method), log, counter = std::move(counter), level](ServerCall& call) {
     call.onEnd([counted = std::make_shared<CallCounter::Call>(counter)](const std::exception_ptr&) {});
-    log.serve(call, method);
+    log.serve(call, method, level);
   };
 }
 
@@ -75,9 +76,10 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
   const auto jobs = std::make_shared<JobsOfService>(JobsOfService::Options{options.store, options.opensStoreAtOnce,
                                                                            temporaryDirectory(), options.storeFailed,
                                                                            options.descriptionLimit, ZKS_VERSION});
-  for (const auto& [name, method] : methods::JobMethods::all())
-    service->add(name, observed([jobs, method = method](ServerCall& call, CallRecord&) { (jobs->get().*method)(call); },
-                                log, options.counter));
+  for (const auto& named : methods::JobMethods::all())
+    service->add(named.name,
+                 observed([jobs, method = named.method](ServerCall& call, CallRecord&) { (jobs->get().*method)(call); },
+                          log, options.counter, named.isFrequent ? logging::kDetail : logging::kInfo));
   service->setRefusalObserver([log](std::string_view method, std::string_view peer, const std::exception& refusal) {
     log.refused(method, peer, refusal);
   });

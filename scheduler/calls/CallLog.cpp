@@ -76,14 +76,14 @@ void write(CallLog::Logger& logger, level_t level, system_clock::time_point bega
 }
 
 // How the reply ended, where that was not well, and at which level it is told.
-level_t addOutcome(const std::exception_ptr& error, CallRecord& record) {
+level_t addOutcome(const std::exception_ptr& error, CallRecord& record, level_t usual) {
   if (error == nullptr)
-    return logging::kInfo;
+    return usual;
   try {
     std::rethrow_exception(error);
   } catch (const agent::spf::Terminated&) {
     record.outcome = "given up";
-    return logging::kInfo;
+    return usual;
   } catch (...) {
     record.outcome = "failed: " + causeText(error);
     return logging::kWarning;
@@ -92,11 +92,11 @@ level_t addOutcome(const std::exception_ptr& error, CallRecord& record) {
 
 }  // namespace
 
-void CallLog::serve(ServerCall& call, const Method& method) const {
+void CallLog::serve(ServerCall& call, const Method& method, level_t usual) const {
   const auto record = std::make_shared<CallRecord>();
-  call.onEnd([&logger = logger_, &call, record, began = system_clock::now(),
+  call.onEnd([&logger = logger_, &call, record, usual, began = system_clock::now(),
               steadyBegin = steady_clock::now()](const std::exception_ptr& error) {
-    const level_t level = addOutcome(error, *record);
+    const level_t level = addOutcome(error, *record, usual);
     write(logger, level, began,
           {.method = call.method(),
            .peer = call.peer(),

@@ -1,8 +1,8 @@
 // Tells an administrator what the service does: one line in the log for each call, when its reply has ended. The format:
 // docs/zksd.md.
 //
-// A call that was served, or given up by its client, is logged at level info, and one that failed at level warning. No
-// line holds an argument, a variable of an environment, or bytes of a request.
+// A call that was served, or given up by its client, is logged at its method's level, and one that failed at level
+// warning. No line holds an argument, a variable of an environment, or bytes of a request.
 // Threads: any.
 #pragma once
 
@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "platform/logging/basic_diagnostic_logger.h"
+#include "platform/logging/sinks.h"
 #include "platform/spf/core/Service.h"
 
 namespace parallel::scheduler {
@@ -36,7 +37,8 @@ class CallLog {
 
   // Calls the method; the line follows when the reply has ended, which may be long after. Until then the record is there,
   // for what goes on with a reply that the method has deferred. What the method throws passes through.
-  void serve(agent::spf::core::ServerCall& call, const Method& method) const;
+  void serve(agent::spf::core::ServerCall& call, const Method& method,
+             foundation::log::level_t usual = logging::kInfo) const;
   // The line of a call that was refused. None for a call without a method: so clients ask whether they are let in.
   void refused(std::string_view method, std::string_view peer, const std::exception& refusal) const;
 

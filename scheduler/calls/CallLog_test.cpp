@@ -126,5 +126,17 @@ TEST_F(CallLogTest, QuestionWhetherAClientIsLetInIsNoCall) {
   EXPECT_TRUE(records_.empty());
 }
 
+TEST_F(CallLogTest, ServedCallIsLoggedAtTheLevelOfItsMethodAndFailedOneAsAWarning) {
+  for (const bool fails : {false, true}) {
+    FakeServerCall call("12345", "take");
+    records_.clear();
+    log_.serve(
+        call, [](ServerCall&, CallRecord&) {}, logging::kDetail);
+    call.end(fails ? std::make_exception_ptr(std::runtime_error("no luck")) : nullptr);
+    ASSERT_EQ(records_.size(), 1U);
+    EXPECT_EQ(records_[0].level, fails ? logging::kWarning : logging::kDetail);
+  }
+}
+
 }  // namespace
 }  // namespace parallel::scheduler
