@@ -96,6 +96,12 @@ void BookKeeper::tick() {
   run([](Turn& turn) { turn.take(turn.ledger().tick(turn.now())); });
 }
 
+void BookKeeper::tidy() {
+  if (observers_.tidier)
+    observers_.tidier();
+  store_->tidy(now().wall);
+}
+
 void BookKeeper::tickEverySecond(Alarms::Clock::time_point time) {
   alarms_.set(time, [this] {
     tickEverySecond(Alarms::Clock::now() + std::chrono::seconds(1));
@@ -109,7 +115,7 @@ void BookKeeper::tidyEveryMinute() {
   while (!closed_.waitFor(lock, std::chrono::minutes(1), [this]() ZKS_REQUIRES(tidyMutex_) { return isClosing_; })) {
     lock.unlock();
     try {
-      store_->tidy(now().wall);
+      tidy();
     } catch (const std::exception&) {  // when the store has failed its owner was told; else the next minute tries again
     }
     lock.lock();

@@ -44,10 +44,12 @@ class BookKeeper {
   // Runs at the end of each turn that changed something, in that turn.
   using Watcher = std::function<void(Turn&)>;
 
-  // Either may be empty. The listener runs on the thread of the commits, where it must not wait.
+  // Each may be empty. The listener runs on the thread of the commits, where it must not wait; the tidier on a thread of its
+  // own every minute, before the store is tidied.
   struct Observers {
     Watcher watcher{};
     Listener listener{};
+    std::function<void()> tidier{};
   };
 
   explicit BookKeeper(Options options);
@@ -62,8 +64,9 @@ class BookKeeper {
 
   // One turn: `work` has the ledger for itself.
   void run(const std::function<void(Turn&)>& work);
-  // What runs every second.
+  // What runs every second, and every minute.
   void tick();
+  void tidy();
 
   store::Store& store() noexcept { return *store_; }
   Alarms& alarms() noexcept { return alarms_; }

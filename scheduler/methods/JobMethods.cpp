@@ -19,19 +19,19 @@ const std::vector<JobMethods::NamedMethod>& JobMethods::all() {
       {"describeJob", &JobMethods::describeJob},
       {"listJobs", &JobMethods::listJobs},
       {"listTasks", &JobMethods::listTasks},
-      {"waitForChange", &JobMethods::waitForChange},
+      {"waitForChange", &JobMethods::waitForChange, true},
       {"fetchOutputs", &JobMethods::fetchOutputs},
-      {"readOutput", &JobMethods::readOutput},
+      {"readOutput", &JobMethods::readOutput, true},
       {"listWorkers", &JobMethods::listWorkers},
       {"drainWorker", &JobMethods::drainWorker},
       {"describeService", &JobMethods::describeService},
-      {"findBlobs", &JobMethods::findBlobs},
+      {"findBlobs", &JobMethods::findBlobs, true},
       {"putBlob", &JobMethods::putBlob},
       {"getBlob", &JobMethods::getBlob},
       {"join", &JobMethods::join},
-      {"take", &JobMethods::take},
-      {"renew", &JobMethods::renew},
-      {"finish", &JobMethods::finish},
+      {"take", &JobMethods::take, true},
+      {"renew", &JobMethods::renew, true},
+      {"finish", &JobMethods::finish, true},
   };
   return methods;
 }
@@ -43,6 +43,7 @@ JobMethods::JobMethods(Options options)
       changes_(keeper_.alarms()),
       outputs_(keeper_.alarms()),
       takes_(keeper_, [this] { return keeper_.store().room() < store::Room::noGrants; }),
+      stalePins_(keeper_),
       started_(keeper_.now().wall) {
   keeper_.start({.watcher = [this](BookKeeper::Turn& turn) { takes_.serve(turn); },
                  .listener =

@@ -17,6 +17,7 @@
 #include "scheduler/methods/ChangeWaiters.h"
 #include "scheduler/methods/KeptArrays.h"
 #include "scheduler/methods/RunningOutput.h"
+#include "scheduler/methods/StalePins.h"
 #include "scheduler/methods/UploadClaims.h"
 #include "scheduler/methods/WaitingTakes.h"
 
@@ -35,6 +36,7 @@ class JobMethods {
   struct NamedMethod {
     const char* name;
     Method method;
+    bool isFrequent = false;  // called again and again by whoever waits or works: hardly worth a line in a log
   };
 
   // All of them.
@@ -105,6 +107,7 @@ class JobMethods {
   ChangeWaiters changes_;
   ChangeWaiters outputs_;
   WaitingTakes takes_;
+  StalePins stalePins_;
   const store::WallTime started_;
 };
 

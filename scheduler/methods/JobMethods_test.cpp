@@ -220,7 +220,7 @@ TEST_F(JobMethodsTest, MissingBlobsAreNamedPutAndThenTheJobIsSubmitted) {
 
   // It stays while the job does: an hour after its last use, too.
   service_.pass(std::chrono::hours(2));
-  service_.methods().keeper().store().tidy(service_.methods().keeper().now().wall);
+  service_.methods().keeper().tidy();
   std::string got;
   spf::transport::FunctionalByteSink sink(
       [&](const std::byte* data, std::size_t n) { got.append(reinterpret_cast<const char*>(data), n); });
@@ -373,7 +373,7 @@ TEST_F(JobMethodsTest, LargeOutputsArePutAsBlobsBeforeTheyAreFinished) {
   EXPECT_TRUE(worker.finish({result}).verdicts(0).accepted());
 
   service_.pass(std::chrono::hours(2));
-  service_.methods().keeper().store().tidy(service_.methods().keeper().now().wall);
+  service_.methods().keeper().tidy();
   zksmessages::FetchOutputsRequest fetch;
   fetch.set_job(job);
   auto outputs = service_.jobs().fetchOutputs(fetch);
@@ -385,7 +385,7 @@ TEST_F(JobMethodsTest, LargeOutputsArePutAsBlobsBeforeTheyAreFinished) {
   // With the job its blobs go.
   service_.jobs().deleteJob(job);
   service_.pass(std::chrono::hours(2));
-  service_.methods().keeper().store().tidy(service_.methods().keeper().now().wall);
+  service_.methods().keeper().tidy();
   EXPECT_THAT(errorOf([&] { service_.blobs().get(file->content(), sink); }), HasSubstr("The store has no blob"));
 }
 
@@ -488,6 +488,44 @@ TEST_F(JobMethodsTest, WorkersAndTheServiceAreDescribed) {
   EXPECT_EQ(service.jobs(), 1U);
   EXPECT_EQ(service.workers(), 1U);
   EXPECT_EQ(service.counts().ready(), 1U);
+}
+
+TEST_F(JobMethodsTest, BlobsForAKeyThatNobodySubmitsAreKeptForADay) {
+  const LocalBlob blob = LocalBlob::ofBytes("forgotten");
+  zksmessages::BlobHolder holder;
+  holder.set_key("forgotten");
+  service_.blobs().putMissing(holder, {blob});
+  const auto isThere = [&] {
+    service_.methods().keeper().tidy();
+    zksmessages::Blob named;
+    named.set_sha256(std::string(blob.digest().bytes()));
+    named.set_nbytes(blob.nbytes());
+    spf::transport::FunctionalByteSink sink([](const std::byte*, std::size_t) {});
+    return errorOf([&] { service_.blobs().get(named, sink); }).empty();
+  };
+  EXPECT_TRUE(isThere());
+  service_.pass(std::chrono::hours(23));
+  EXPECT_TRUE(isThere());
+  service_.pass(std::chrono::hours(2));
+  isThere();  // from now on it is unused
+  service_.pass(std::chrono::hours(2));
+  EXPECT_FALSE(isThere());
+}
+
+TEST_F(JobMethodsTest, BlobsForAnAttemptThatHasEndedAreLetGo) {
+  const std::uint64_t job = submit(jobOf("one"));
+  Worker worker(service_, "w");
+  zksmessages::BlobHolder holder;
+  *holder.mutable_attempt() = worker.take().grants(0).attempt();
+  service_.blobs().putMissing(holder, {LocalBlob::ofBytes("output")});
+  store::BlobStore& blobs = service_.methods().keeper().store().blobs();
+  service_.methods().keeper().tidy();
+  EXPECT_EQ(blobs.holders("attempt ").size(), 1U);
+  zksmessages::CancelRequest cancel;
+  cancel.set_job(job);
+  service_.jobs().cancel(cancel);
+  service_.methods().keeper().tidy();
+  EXPECT_TRUE(blobs.holders("attempt ").empty());
 }
 
 TEST(JobMethods, FullStoreTakesNoJobs) {

@@ -124,10 +124,12 @@ void BlobStore::unpinIn(Group& group, const Holder& holder, WallTime now) {
 }
 
 std::vector<Holder> BlobStore::holders(const std::string& prefix) {
+  std::string behind = prefix;
+  ++behind.back();
   return commits_.askCommitted([&](Database& database) {
     std::vector<Holder> found;
-    Statement find(database, "SELECT DISTINCT holder FROM pins WHERE substr(holder, 1, ?) = ?");
-    for (find.bind(prefix.size()).bind(prefix); find.step();)
+    Statement find(database, "SELECT DISTINCT holder FROM pins WHERE holder >= ? AND holder < ?");
+    for (find.bind(prefix).bind(behind); find.step();)
       found.push_back(find.text());
     return found;
   });

@@ -67,7 +67,7 @@ class BlobStore {
   // more.
   static void pinIn(GroupCommit::Group& group, const Holder& holder, const std::vector<Digest>& digests);
   static void unpinIn(GroupCommit::Group& group, const Holder& holder, WallTime now);
-  // Holders that have something pinned, and whose names begin like that.
+  // Holders that have something pinned, and whose names begin like that; not with nothing.
   std::vector<Holder> holders(const std::string& prefix);
 
   // NoSuchBlob. What is read counts as used.

@@ -37,8 +37,9 @@ class RunningService {
     keeper.clock = [this] { return now(); };
     methods_ = std::make_shared<JobMethods>(JobMethods::Options{std::move(keeper), {}, "1.2.3"});
     auto service = std::make_shared<agent::spf::core::Service>();
-    for (const auto& [name, method] : JobMethods::all())
-      service->add(name, [methods = methods_, method = method](ServerCall& call) { (methods.get()->*method)(call); });
+    for (const auto& named : JobMethods::all())
+      service->add(named.name,
+                   [methods = methods_, method = named.method](ServerCall& call) { (methods.get()->*method)(call); });
     connection_.emplace(agent::spf::inprocess::connectInProcess(service), "embedded");
     client_.emplace(*connection_);
   }
