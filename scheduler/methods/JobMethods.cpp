@@ -40,6 +40,7 @@ JobMethods::JobMethods(Options options)
     : options_(std::move(options)),
       keeper_(options_.keeper),
       arrays_(keeper_.store()),
+      readers_(keeper_.store().blobs()),
       changes_(keeper_.alarms()),
       outputs_(keeper_.alarms()),
       takes_(keeper_, [this] { return keeper_.store().room() < store::Room::noGrants; }),

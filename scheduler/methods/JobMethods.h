@@ -16,6 +16,7 @@
 #include "scheduler/methods/BookKeeper.h"
 #include "scheduler/methods/ChangeWaiters.h"
 #include "scheduler/methods/KeptArrays.h"
+#include "scheduler/methods/OpenReaders.h"
 #include "scheduler/methods/RunningOutput.h"
 #include "scheduler/methods/StalePins.h"
 #include "scheduler/methods/UploadClaims.h"
@@ -104,6 +105,7 @@ class JobMethods {
   UploadClaims uploads_;
   BookKeeper keeper_;
   KeptArrays arrays_;
+  OpenReaders readers_;
   ChangeWaiters changes_;
   ChangeWaiters outputs_;
   WaitingTakes takes_;

@@ -389,6 +389,26 @@ TEST_F(JobMethodsTest, LargeOutputsArePutAsBlobsBeforeTheyAreFinished) {
   EXPECT_THAT(errorOf([&] { service_.blobs().get(file->content(), sink); }), HasSubstr("The store has no blob"));
 }
 
+TEST_F(JobMethodsTest, OutputThatIsABlobIsReadPieceByPiece) {
+  const std::uint64_t job = submit(jobOf("one"));
+  Worker worker(service_, "w");
+  const auto attempt = worker.take().grants(0).attempt();
+  const std::string output = scheduler::testing::patternOf(3'000'000);
+  const LocalBlob blob = LocalBlob::ofBytes(output);
+  zksmessages::BlobHolder holder;
+  *holder.mutable_attempt() = attempt;
+  service_.blobs().putMissing(holder, {blob});
+  auto result = Worker::resultOf(attempt, Ending::REASON_SUCCESS);
+  *result.mutable_files(0)->mutable_content() = blob.described();
+  EXPECT_TRUE(worker.finish({result}).verdicts(0).accepted());
+  std::string got;
+  for (std::string piece = outputOf(job, 0); !piece.empty(); piece = outputOf(job, 0, got.size()))
+    got += piece;
+  EXPECT_EQ(got, output);
+  EXPECT_EQ(outputOf(job, 0, 2'999'999), output.substr(2'999'999));
+  EXPECT_EQ(outputOf(job, 0, 5'000'000), "");
+}
+
 TEST_F(JobMethodsTest, TasksAreListedWithTheReasonAndTheEndOfTheirErrors) {
   auto request = jobOf("one", 3);
   request.mutable_job()->mutable_arrays(0)->set_first_index(10);

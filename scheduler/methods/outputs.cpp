@@ -201,9 +201,8 @@ class JobMethods::OutputReading {
     if (blob.has_content()) {
       bytes = blob.content().substr(static_cast<std::size_t>(offset), request_.nbytes());
     } else if (offset < blob.nbytes()) {
-      const auto reader = methods_.keeper_.store().blobs().open(*Digest::fromBytes(blob.sha256()), methods_.wallTime());
-      reader->skipTo(offset);
-      bytes = reader->read(request_.nbytes());
+      const Digest digest = *Digest::fromBytes(blob.sha256());
+      bytes = methods_.readers_.read(digest, offset, request_.nbytes(), methods_.wallTime());
     }
     const bool isEnd = offset + bytes.size() >= blob.nbytes();
     send(call, std::move(bytes), isEnd);
