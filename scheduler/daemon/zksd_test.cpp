@@ -19,6 +19,7 @@
 #include "platform/spf/core/promiseCompletingHandler.h"
 #include "platform/spf/grpc/connect.h"
 #include "platform/spf/security/CredentialsDirectory.h"
+#include "platform/zksmessages/jobs.pb.h"
 #include "platform/zksmessages/zksmessages.pb.h"
 #include "scheduler/testing/containers.h"
 #include "transport/data/testing/TemporaryDirectory.h"
@@ -157,6 +158,24 @@ void expectServes(const std::string& address, const ConnectOptions& options = {}
   const auto items = testing::itemsOf(call(address, "runTask", taskRequest("echo it works"), options));
   ASSERT_EQ(items.size(), 3U);
   EXPECT_EQ(testing::plainOf(items[1]), "it works\n");
+}
+
+// What a method of one message answers.
+template <class Answer>
+Answer ask(const std::string& address, const std::string& method, const google::protobuf::MessageLite& request) {
+  zksmessages::ResultPayload payload;
+  Answer answer;
+  EXPECT_TRUE(payload.ParseFromString(testing::itemsOf(call(address, method, testing::requestOf(request))).at(0)));
+  EXPECT_TRUE(answer.ParseFromString(payload.result().value()));
+  return answer;
+}
+
+zksmessages::SubmitJobRequest smallJob() {
+  zksmessages::SubmitJobRequest request;
+  request.set_key("small");
+  request.mutable_job()->add_arrays()->set_count(3);
+  request.mutable_job()->mutable_arrays(0)->mutable_command()->add_argv("true");
+  return request;
 }
 
 class Zksd : public ::testing::Test {
@@ -447,6 +466,58 @@ TEST_F(Zksd, ScratchThatWasCleanedAwayIsMadeAnew) {
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.exitCode(), 0);
   EXPECT_THAT(daemon.error(), HasSubstr("has been taken away; another one is made"));
+}
+
+TEST_F(Zksd, JobsOutliveAServiceThatIsKilled) {
+  const std::vector<std::string> withStore = arguments({"--socket", socket(), "--store", file("store").string()});
+  {
+    Daemon daemon(withStore);
+    const auto submitted = ask<zksmessages::SubmitJobReply>(daemon.address(), "submitJob", smallJob());
+    EXPECT_EQ(submitted.job(), 1U);
+    daemon.signal(SIGKILL);
+    EXPECT_EQ(daemon.exitCode(), -SIGKILL);
+  }
+  for (const auto& left : fs::directory_iterator(scratch()))
+    fs::remove_all(left);
+  Daemon daemon(withStore);
+  const std::string address = daemon.address();
+  const auto again = ask<zksmessages::SubmitJobReply>(address, "submitJob", smallJob());
+  EXPECT_TRUE(again.is_repeat());
+  EXPECT_EQ(again.job(), 1U);
+  zksmessages::JobRequest job;
+  job.set_job(1);
+  EXPECT_EQ(ask<zksmessages::DescribeJobReply>(address, "describeJob", job).summary().counts().ready(), 3U);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+}
+
+TEST_F(Zksd, WaitingTakeDoesNotHoldUpItsEnd) {
+  Daemon daemon(arguments({"--socket", socket(), "--store", file("store").string()}));
+  const std::string address = daemon.address();
+  zksmessages::JoinRequest join;
+  join.set_key("worker");
+  zksmessages::TakeRequest take;
+  take.set_worker(ask<zksmessages::JoinReply>(address, "join", join).worker());
+  take.set_sequence(1);
+  take.set_limit(1);
+  take.mutable_wait()->set_seconds(60);
+  const auto service = agent::spf::grpc_transport::connect(address, {});
+  auto waiting = start(*service, "take", testing::requestOf(take));
+  // A call that came later is answered: the other one waits by now, or will find the end.
+  ask<zksmessages::DescribeServiceReply>(address, "describeService", zksmessages::DescribeServiceRequest());
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.exitCode(), 0);
+  EXPECT_EQ(waiting.wait_for(execution::testing::kDeadline), std::future_status::ready);
+}
+
+TEST_F(Zksd, StoreOfAnotherServiceIsRefusedAtTheStart) {
+  Daemon first(arguments({"--socket", socket(), "--store", file("store").string()}));
+  first.address();
+  Daemon second(arguments({"--socket", file("other.sock").string(), "--store", file("store").string()}));
+  EXPECT_EQ(second.exitCode(), 1);
+  EXPECT_THAT(second.error(), HasSubstr("is in use by"));
+  first.signal(SIGTERM);
+  EXPECT_EQ(first.exitCode(), 0);
 }
 
 }  // namespace

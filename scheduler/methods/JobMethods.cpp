@@ -51,7 +51,8 @@ JobMethods::JobMethods(Options options)
                      [this](const BookKeeper::ChangedJobs& jobs) {
                        changes_.changed(jobs);
                        outputs_.changed(jobs);
-                     }});
+                     },
+                 .tidier = [this] { stalePins_.sweep(); }});
 }
 
 JobMethods::~JobMethods() {

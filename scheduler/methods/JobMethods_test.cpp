@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "scheduler/methods/testing/RunningService.h"
+#include "scheduler/methods/testing/WaitingCall.h"
 #include "scheduler/testing/FakeServerCall.h"
 #include "scheduler/testing/containers.h"
 
@@ -243,12 +244,25 @@ TEST_F(JobMethodsTest, NextTakeOfTheWorkerLetsTheWaitingOneGo) {
   Worker worker(service_, "w");
   auto request = worker.takeRequest();
   request.mutable_wait()->set_seconds(60);
-  auto waiting = std::async(std::launch::async, [&] { return service_.workers().take(request); });
-  // Which of the two comes first is not known: either way both are answered.
-  submit(jobOf("one"));
-  auto again = worker.takeRequest();
-  const auto reply = worker.take(again);
-  EXPECT_LE(waiting.get().grants_size() + reply.grants_size(), 2);
+  testing::WaitingCall waiting(scheduler::testing::requestOf(request), "take");
+  service_.methods().take(waiting);
+  EXPECT_EQ(worker.take().grants_size(), 0);
+  waiting.goOn();
+  zksmessages::ResultPayload payload;
+  ASSERT_TRUE(payload.ParseFromString(scheduler::testing::itemsOf(waiting.replyText()).at(0)));
+  EXPECT_EQ(payload.result().value(), "");
+}
+
+TEST_F(JobMethodsTest, WaitingTakeWhoseWorkerHasGoneIsGrantedNothing) {
+  Worker worker(service_, "w");
+  auto request = worker.takeRequest();
+  request.mutable_wait()->set_seconds(60);
+  testing::WaitingCall waiting(scheduler::testing::requestOf(request), "take");
+  service_.methods().take(waiting);
+  waiting.cancel();
+  const std::uint64_t job = submit(jobOf("one"));
+  EXPECT_EQ(summary(job).counts().ready(), 1U);
+  EXPECT_EQ(worker.take().grants_size(), 1);
 }
 
 TEST_F(JobMethodsTest, RepeatedTakeAndFinishGetTheFirstAnswer) {

@@ -3,56 +3,24 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <future>
 #include <limits>
 #include <string>
 
 #include "platform/errors/IException.h"
 #include "scheduler/methods/testing/RunningService.h"
-#include "scheduler/testing/FakeServerCall.h"
+#include "scheduler/methods/testing/WaitingCall.h"
 #include "scheduler/testing/containers.h"
 
 namespace parallel::scheduler::methods {
 namespace {
 
 using scheduler::testing::containerOf;
-using scheduler::testing::FakeServerCall;
 using scheduler::testing::requestOf;
 using ::testing::AnyOf;
 using testing::RunningService;
 using ::testing::StartsWith;
+using testing::WaitingCall;
 using zksmessages::Ending;
-
-// Goes on where the handler has returned, on the thread of the test.
-class WaitingCall : public FakeServerCall {
- public:
-  using FakeServerCall::FakeServerCall;
-
-  std::shared_ptr<agent::spf::core::DeferredReply> defer() override {
-    auto promise = std::make_shared<std::promise<Rest>>();
-    rest_ = promise->get_future();
-    return std::make_shared<Deferred>(std::move(promise));
-  }
-  void goOn() {
-    while (rest_.valid()) {
-      std::future<Rest> rest = std::move(rest_);
-      rest.get()(*this);
-    }
-  }
-
- private:
-  using Rest = std::function<void(ServerCall&)>;
-  class Deferred : public agent::spf::core::DeferredReply {
-   public:
-    explicit Deferred(std::shared_ptr<std::promise<Rest>> promise) : promise_(std::move(promise)) {}
-    void resume(Rest rest) override { promise_->set_value(std::move(rest)); }
-
-   private:
-    std::shared_ptr<std::promise<Rest>> promise_;
-  };
-
-  std::future<Rest> rest_;
-};
 
 class HostileRequests : public ::testing::Test {
  protected:
@@ -102,6 +70,14 @@ class HostileRequests : public ::testing::Test {
   RunningService service_;
 };
 
+// An empty blob, to be put.
+std::string putRequest() {
+  zksmessages::PutBlobRequest request;
+  request.mutable_holder()->set_key("put");
+  request.set_sha256(std::string(store::Digest::of("").bytes()));
+  return request.SerializeAsString();
+}
+
 TEST_F(HostileRequests, NoMethodTakesWhatIsNoRequest) {
   for (const auto& named : JobMethods::all()) {
     const bool hasFile = std::string(named.name) == "putBlob";
@@ -112,11 +88,10 @@ TEST_F(HostileRequests, NoMethodTakesWhatIsNoRequest) {
     expectRefused(named.name, containerOf({}), "scheduler:WrongItemCount");
     expectRefused(named.name, containerOf({"", "", ""}), "scheduler:WrongItemCount");
     expectRefused(named.name, items("\xFF\xFF\xFF"), "scheduler:UnreadableDescription");
-    const std::string empty = items("");
-    for (std::size_t size = 0; size < empty.size(); ++size)
-      expectRefused(named.name, empty.substr(0, size), "scheduler:MalformedRequest");
-    if (!hasFile)
-      expectRefused(named.name, empty + "x", "scheduler:MalformedRequest");
+    const std::string whole = items(hasFile ? putRequest() : "");
+    for (std::size_t size = 0; size < whole.size(); ++size)
+      expectRefused(named.name, whole.substr(0, size), "scheduler:MalformedRequest");
+    expectRefused(named.name, whole + "x", "scheduler:MalformedRequest");
   }
 }
 
@@ -140,8 +115,10 @@ TEST_F(HostileRequests, NoJobIsSubmittedThatCannotBeRun) {
   expectRefused("submitJob",
                 withArray([](TaskArray& array) { array.set_first_index(std::numeric_limits<std::int64_t>::max()); }),
                 bad);
-  expectRefused("submitJob",
-                withArray([](TaskArray& array) { array.set_index_step(std::numeric_limits<std::int64_t>::min()); }),
+  expectRefused("submitJob", withArray([](TaskArray& array) {
+                  array.set_first_index(-1);
+                  array.set_index_step(std::numeric_limits<std::int64_t>::min());
+                }),
                 bad);
   expectRefused("submitJob", withArray([](TaskArray& array) { array.mutable_lines()->set_content("one line"); }), bad);
   expectRefused("submitJob", withArray([](TaskArray& array) { array.mutable_lines()->set_sha256("short"); }), bad);
