@@ -77,9 +77,8 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
                                                                            temporaryDirectory(), options.storeFailed,
                                                                            options.descriptionLimit, ZKS_VERSION});
   for (const auto& named : methods::JobMethods::all())
-    service->add(named.name,
-                 observed([jobs, method = named.method](ServerCall& call, CallRecord&) { (jobs->get().*method)(call); },
-                          log, options.counter, named.isFrequent ? logging::kDetail : logging::kInfo));
+    service->add(named.name, observed([jobs, named](ServerCall& call, CallRecord&) { jobs->get().serve(named, call); },
+                                      log, options.counter, named.isFrequent ? logging::kDetail : logging::kInfo));
   service->setRefusalObserver([log](std::string_view method, std::string_view peer, const std::exception& refusal) {
     log.refused(method, peer, refusal);
   });

@@ -2,6 +2,9 @@
 
 #include <utility>
 
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
+
 namespace parallel::scheduler::methods {
 
 const std::vector<JobMethods::NamedMethod>& JobMethods::all() {
@@ -19,21 +22,33 @@ const std::vector<JobMethods::NamedMethod>& JobMethods::all() {
       {"describeJob", &JobMethods::describeJob},
       {"listJobs", &JobMethods::listJobs},
       {"listTasks", &JobMethods::listTasks},
-      {"waitForChange", &JobMethods::waitForChange, true},
+      {"waitForChange", &JobMethods::waitForChange, Callers::clients, true},
       {"fetchOutputs", &JobMethods::fetchOutputs},
-      {"readOutput", &JobMethods::readOutput, true},
+      {"readOutput", &JobMethods::readOutput, Callers::clients, true},
       {"listWorkers", &JobMethods::listWorkers},
       {"drainWorker", &JobMethods::drainWorker},
       {"describeService", &JobMethods::describeService},
-      {"findBlobs", &JobMethods::findBlobs, true},
-      {"putBlob", &JobMethods::putBlob},
-      {"getBlob", &JobMethods::getBlob},
-      {"join", &JobMethods::join},
-      {"take", &JobMethods::take, true},
-      {"renew", &JobMethods::renew, true},
-      {"finish", &JobMethods::finish, true},
+      {"findBlobs", &JobMethods::findBlobs, Callers::clientsAndWorkers, true},
+      {"putBlob", &JobMethods::putBlob, Callers::clientsAndWorkers},
+      {"getBlob", &JobMethods::getBlob, Callers::clientsAndWorkers},
+      {"join", &JobMethods::join, Callers::clientsAndWorkers},
+      {"take", &JobMethods::take, Callers::clientsAndWorkers, true},
+      {"renew", &JobMethods::renew, Callers::clientsAndWorkers, true},
+      {"finish", &JobMethods::finish, Callers::clientsAndWorkers, true},
   };
   return methods;
+}
+
+void JobMethods::serve(const NamedMethod& named, ServerCall& call) {
+  using agent::spf::core::PeerRole;
+  const PeerRole role = call.identity().role;
+  const bool isAllowed =
+      role == PeerRole::client || (role == PeerRole::worker && named.callers == Callers::clientsAndWorkers);
+  if (!isAllowed)
+    throw Exception<parallel::scheduler::NotAllowed>(
+        named.name, role == PeerRole::worker ? "workers" : "who has no role",
+        named.callers == Callers::clients ? "clients" : "clients and workers");
+  (this->*named.method)(call);
 }
 
 JobMethods::JobMethods(Options options)

@@ -34,9 +34,12 @@ class JobMethods {
     std::string version{};  // of this program
   };
   using Method = void (JobMethods::*)(ServerCall&);
+  // Every method is for clients; those that say so are for workers, too.
+  enum class Callers { clients, clientsAndWorkers };
   struct NamedMethod {
     const char* name;
     Method method;
+    Callers callers = Callers::clients;
     bool isFrequent = false;  // called again and again by whoever waits or works: hardly worth a line in a log
   };
 
@@ -47,6 +50,9 @@ class JobMethods {
   ~JobMethods();
   JobMethods(const JobMethods&) = delete;
   JobMethods& operator=(const JobMethods&) = delete;
+
+  // Runs the method for whoever may call it. `NotAllowed` for others.
+  void serve(const NamedMethod& named, ServerCall& call);
 
   BookKeeper& keeper() noexcept { return keeper_; }
 

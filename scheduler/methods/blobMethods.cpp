@@ -37,6 +37,9 @@ void writeText(ByteSink& sink, std::string_view text) {
 
 // Whoever may keep blobs; none: a key whose job was submitted already, which needs nothing more.
 std::optional<store::Holder> holderOf(BookKeeper& keeper, const ServerCall& call, const BlobHolder& message) {
+  using agent::spf::core::PeerRole;
+  if (call.identity().role == PeerRole::worker && message.holder_case() != BlobHolder::kAttempt)
+    throw Exception<parallel::scheduler::NotAllowed>(call.method() + " for a job", "workers", "clients");
   std::optional<store::Holder> holder;
   keeper.run([&](BookKeeper::Turn& turn) {
     switch (message.holder_case()) {

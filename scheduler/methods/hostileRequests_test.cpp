@@ -4,9 +4,12 @@
 
 #include <functional>
 #include <limits>
+#include <set>
 #include <string>
 
+#include "platform/errors/Exception.h"
 #include "platform/errors/IException.h"
+#include "platform/errors/catalogue.h"
 #include "scheduler/methods/testing/RunningService.h"
 #include "scheduler/methods/testing/WaitingCall.h"
 #include "scheduler/testing/containers.h"
@@ -261,6 +264,34 @@ TEST_F(HostileRequests, NobodyKeepsBlobsForAnAttemptThatIsNotThere) {
   find.mutable_holder()->set_key("a/b");
   expectRefused("findBlobs", requestOf(find), "scheduler:BadRequestField");
   EXPECT_TRUE(service_.methods().keeper().store().blobs().holders("attempt ").empty());
+}
+
+TEST_F(HostileRequests, EachMethodIsForItsCallersOnly) {
+  using agent::spf::core::PeerRole;
+  const std::set<std::string> forWorkers{"findBlobs", "putBlob", "getBlob", "join", "take", "renew", "finish"};
+  const auto refused = [&](const JobMethods::NamedMethod& named, PeerRole role) {
+    WaitingCall call("", named.name);
+    call.setRole(role);
+    try {
+      service_.methods().serve(named, call);
+    } catch (const IException& failure) {
+      return failure.identifier() == "parallel:scheduler:NotAllowed";
+    }
+    return false;
+  };
+  for (const auto& named : JobMethods::all()) {
+    EXPECT_TRUE(refused(named, PeerRole::none)) << named.name;
+    EXPECT_FALSE(refused(named, PeerRole::client)) << named.name;
+    EXPECT_EQ(refused(named, PeerRole::worker), !forWorkers.contains(named.name)) << named.name;
+  }
+}
+
+TEST_F(HostileRequests, WorkersKeepBlobsForTheirAttemptsOnly) {
+  zksmessages::FindBlobsRequest find;
+  find.mutable_holder()->set_key("new");
+  WaitingCall call(requestOf(find), "findBlobs");
+  call.setRole(agent::spf::core::PeerRole::worker);
+  EXPECT_THROW(service_.methods().findBlobs(call), Exception<parallel::scheduler::NotAllowed>);
 }
 
 TEST(JobBytes, SubmitJobIsAsTheDocumentationSays) {

@@ -38,8 +38,7 @@ class RunningService {
     methods_ = std::make_shared<JobMethods>(JobMethods::Options{std::move(keeper), {}, "1.2.3"});
     auto service = std::make_shared<agent::spf::core::Service>();
     for (const auto& named : JobMethods::all())
-      service->add(named.name,
-                   [methods = methods_, method = named.method](ServerCall& call) { (methods.get()->*method)(call); });
+      service->add(named.name, [methods = methods_, named](ServerCall& call) { methods->serve(named, call); });
     connection_.emplace(agent::spf::inprocess::connectInProcess(service), "embedded");
     client_.emplace(*connection_);
   }
