@@ -6,19 +6,13 @@ namespace parallel::scheduler::methods {
 
 using threads::MutexLock;
 
-namespace {
-
-constexpr std::uint64_t kMostBytes = std::uint64_t{256} << 20;
-constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
-
-}  // namespace
-
 std::int64_t KeptArray::indexOf(ledger::TaskNumber task) const {
   const std::int64_t step = message.index_step() == 0 ? 1 : message.index_step();
   return message.first_index() + static_cast<std::int64_t>(task - first) * step;
 }
 
 std::string contentOf(store::BlobStore& blobs, const store::Digest& digest, store::WallTime now) {
+  constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
   const auto reader = blobs.open(digest, now);
   std::string content;
   for (std::string piece = reader->read(kPieceBytes); !piece.empty(); piece = reader->read(kPieceBytes))
@@ -56,6 +50,7 @@ std::shared_ptr<const KeptArray> KeptArrays::findKept(ledger::TaskKey task) {
 }
 
 void KeptArrays::add(Entry entry) {
+  constexpr std::uint64_t kMostBytes = std::uint64_t{256} << 20;
   const MutexLock lock(mutex_);
   if (byFirst_.contains(entry.first))  // somebody else has read it meanwhile
     return;
