@@ -1,0 +1,25 @@
+// Programs that zks starts and leaves running.
+//
+// Errors: CliError says what is in the way.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace zks {
+
+// The program of that name beside zks itself, or where the tree's own build puts it; else the bare name, for PATH.
+std::string siblingProgram(const std::string& name, const std::string& folderInBuild);
+
+// $XDG_STATE_HOME/zks or ~/.local/state/zks, made if it is missing.
+std::string userStateFolder();
+
+// PROGRAM.log there.
+std::string logPath(const std::string& program);
+
+// In a session of its own, with nothing to read, what it writes added to the log.
+pid_t startInBackground(std::vector<std::string> words, const std::string& log);
+
+}  // namespace zks
