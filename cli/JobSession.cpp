@@ -68,7 +68,8 @@ void JobSession::connect() {
 }
 
 void JobSession::reconnectOrThrow(Patience& patience) {
-  if (!isLineBroken())
+  constexpr int kMostLosses = 3;
+  if (!isLineBroken() || ++patience.losses > kMostLosses)
     parallel::toolbox::rethrowInForm(parallel::toolbox::ErrorForm::OneMessage);
   const auto now = std::chrono::steady_clock::now();
   if (!patience.end) {
@@ -76,6 +77,7 @@ void JobSession::reconnectOrThrow(Patience& patience) {
     say("the service has gone: " + errorLine(std::current_exception()) + "; waiting for it to come back");
   }
   for (;;) {
+    pause();
     try {
       return connect();
     } catch (const Corvane::System::InterruptException&) {
@@ -84,7 +86,6 @@ void JobSession::reconnectOrThrow(Patience& patience) {
       if (std::chrono::steady_clock::now() >= *patience.end)
         throw;
     }
-    pause();
   }
 }
 

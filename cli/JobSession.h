@@ -27,7 +27,8 @@ class JobSession {
   const std::string& serviceName() const { return connection_->name(); }
 
   // Has the action call the service. When the connection goes meanwhile, a new one is made and the action runs again: it
-  // is for calls that may be repeated. An error once a minute has passed without one.
+  // is for calls that may be repeated. An error once a minute has passed without one, and
+  // when it goes time and again: the call itself may be what ends the service.
   template <class Action>
   auto call(Action action) {
     for (Patience patience;;) {
@@ -49,6 +50,7 @@ class JobSession {
 
  private:
   struct Patience {
+    int losses = 0;
     std::optional<std::chrono::steady_clock::time_point> end;
   };
 

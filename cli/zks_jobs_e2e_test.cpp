@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
+#include <thread>
 
 #include "cli/testing/FakeJobService.h"
 #include "cli/testing/ZksFixture.h"
@@ -363,6 +365,30 @@ TEST_F(ZksJobs, WaitEndsWithTheJobsAndTellsWhetherAllSucceeded) {
   EXPECT_EQ(bad.exitCode, 1);
   EXPECT_THAT(bad.output, HasSubstr("Job 8 (fit) failed: 3 tasks: 2 succeeded, 1 failed\n"));
   EXPECT_THAT(bad.error, HasSubstr("zks: task 2: its time was over\n"));
+}
+
+TEST_F(ZksJobs, WaitGoesOnWithTheServiceThatComesNext) {
+  std::atomic<bool> isOver{false};
+  service.on<WaitForChangeRequest>("waitForChange", [&](const WaitForChangeRequest&) {
+    WaitForChangeReply reply;
+    *reply.mutable_summary() = succeeded(7, "fit", 1);
+    if (!isOver) {
+      reply.mutable_summary()->clear_ended();
+      reply.mutable_summary()->mutable_counts()->set_running(1);
+    }
+    return answerOf(reply);
+  });
+  start();
+  const auto waiting = startZks({"wait", "7"});
+  while (service.requests<WaitForChangeRequest>("waitForChange").empty())
+    std::this_thread::yield();
+  service.stop();
+  isOver = true;
+  service.start(path("s"));
+  const auto outcome = waiting->wait();
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.output, "Job 7 (fit) succeeded: 1 task: 1 succeeded\n");
+  EXPECT_THAT(outcome.error, HasSubstr("waiting for it to come back"));
 }
 
 TEST_F(ZksJobs, CtrlCEndsTheWaitAndSaysHowToComeBack) {

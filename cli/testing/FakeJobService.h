@@ -56,6 +56,8 @@ class FakeJobService {
     server_ = std::make_unique<agent::spf::grpc_transport::Server>(service_, options);
   }
 
+  void stop() { server_.reset(); }
+
   // Those that came to the method.
   template <class Request>
   std::vector<Request> requests(const std::string& method) {
