@@ -10,11 +10,8 @@
 
 namespace parallel::scheduler::methods {
 
-using ledger::Decision;
 using ledger::Done;
 using ledger::JobId;
-using ledger::Ledger;
-using ledger::Moment;
 using zksmessages::JobRequest;
 
 namespace {
