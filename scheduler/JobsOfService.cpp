@@ -55,8 +55,8 @@ void JobsOfService::make() {
   } else {
     fs::create_directories(options_.store.parent_path());
   }
-  methods_ = std::make_unique<methods::JobMethods>(
-      methods::JobMethods::Options{std::move(keeper), options_.descriptionLimit, options_.version});
+  methods_ = std::make_unique<methods::JobMethods>(methods::JobMethods::Options{
+      std::move(keeper), options_.descriptionLimit, options_.version, options_.wantsWorker});
 }
 
 }  // namespace parallel::scheduler

@@ -2,6 +2,7 @@
 // of a user that do not use their store do not meet there.
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -24,6 +25,7 @@ class JobsOfService {
     std::function<void(const std::string& reason)> storeFailed{};
     DescriptionLimit descriptionLimit{};
     std::string version{};
+    std::shared_ptr<std::atomic<bool>> wantsWorker{};  // as of methods::JobMethods
   };
 
   // Errors: those of methods::JobMethods, where the store is opened at once.

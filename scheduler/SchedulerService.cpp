@@ -73,9 +73,9 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
                         options.counter));
   service->add("runTask", observed([runTask](ServerCall& call, CallRecord& record) { runTask->serve(call, record); },
                                    log, options.counter));
-  const auto jobs = std::make_shared<JobsOfService>(JobsOfService::Options{options.store, options.opensStoreAtOnce,
-                                                                           temporaryDirectory(), options.storeFailed,
-                                                                           options.descriptionLimit, ZKS_VERSION});
+  const auto jobs = std::make_shared<JobsOfService>(
+      JobsOfService::Options{options.store, options.opensStoreAtOnce, temporaryDirectory(), options.storeFailed,
+                             options.descriptionLimit, ZKS_VERSION, options.wantsWorker});
   for (const auto& named : methods::JobMethods::all())
     service->add(named.name, observed([jobs, named](ServerCall& call, CallRecord&) { jobs->get().serve(named, call); },
                                       log, options.counter, named.isFrequent ? logging::kDetail : logging::kInfo));

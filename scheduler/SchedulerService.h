@@ -6,6 +6,7 @@
 // Errors:    std::system_error when the scratch directory cannot be made; those of a store that is opened at once.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -38,6 +39,8 @@ struct SchedulerOptions {
   bool opensStoreAtOnce = false;
   // Called once, on a thread of the store, when that can no longer be used. Whoever owns the process ends it.
   std::function<void(const std::string& reason)> storeFailed = {};
+  // Set while there is work and no worker that is given any, for an owner that can start one; may be null.
+  std::shared_ptr<std::atomic<bool>> wantsWorker = nullptr;
   // Null: the logger "zks.scheduler".
   foundation::log::basic_diagnostic_logger<char>* logger = nullptr;
   // Counts the calls, for an owner that wants to know when the service is idle; may be null.

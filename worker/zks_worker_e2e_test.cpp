@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cli/testing/ChildProcess.h"
+#include "execution/procFiles.h"
 #include "platform/files/testing/TemporaryDirectory.h"
 #include "toolbox/Connection.h"
 #include "toolbox/JobClient.h"
@@ -34,11 +35,11 @@ class WorkerProcessTest : public testing::Test {
 
   std::string path(const std::string& name) const { return files_.file(name).string(); }
 
-  void startService() {
+  void startService(const std::vector<std::string>& engine = {"--no-local-engine"}) {
     service_.reset();
-    service_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{ZKSD_PATH, "--socket", path("s"), "--store", path("store"), "--log", "error"},
-        files_.path());
+    std::vector<std::string> command{ZKSD_PATH, "--socket", path("s"), "--store", path("store"), "--log", "error"};
+    command.insert(command.end(), engine.begin(), engine.end());
+    service_ = std::make_unique<ChildProcess>(command, files_.path());
     ASSERT_THAT(service_->readLine(), testing::HasSubstr("listening on"));
     connection_ = std::make_unique<toolbox::Connection>(toolbox::Connection::connect("unix:" + path("s")));
   }
@@ -142,6 +143,30 @@ TEST_F(WorkerProcessTest, SigtermHandsBackWhatIsNotDone) {
   worker.send(SIGTERM);
   EXPECT_EQ(worker.wait().exitCode, 0);
   EXPECT_EQ(counts(job).ready(), 10U);
+}
+
+TEST_F(WorkerProcessTest, AWorkerThatTheServiceStartsOutlivesIt) {
+  const std::vector<std::string> engine{"--local-engine", "--worker", ZKS_WORKER_PATH, "--scratch", files_.path()};
+  startService(engine);
+  const auto first = submit(1, "echo $PPID >" + path("pid"));
+  ASSERT_TRUE(waitUntilSucceeded(first, 1));
+  pid_t worker = 0;
+  ASSERT_TRUE(std::ifstream(path("pid")) >> worker);
+  service_->send(SIGTERM);
+  EXPECT_EQ(service_->wait().exitCode, 0);
+  EXPECT_EQ(::kill(worker, 0), 0);
+  startService(engine);
+  const auto second = submit(1, "test $PPID = " + std::to_string(worker));
+  EXPECT_TRUE(waitUntilSucceeded(second, 1));
+  EXPECT_EQ(::kill(worker, SIGTERM), 0);
+  const auto deadline = steady_clock::now() + kPatience;
+  const auto hasEnded = [worker] {
+    const auto status = execution::processStatus(worker);
+    return !status || status->hasEnded;
+  };
+  while (!hasEnded() && steady_clock::now() < deadline)
+    std::this_thread::yield();
+  EXPECT_TRUE(hasEnded());
 }
 
 }  // namespace

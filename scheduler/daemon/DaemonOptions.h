@@ -35,6 +35,9 @@ struct DaemonOptions {
   std::size_t maxCalls = 1000;                        // that are served at once
   std::optional<std::uint64_t> maxMemoryBytes;        // nothing: half of what the machine has
   std::filesystem::path scratch;
+  // The local engine: for jobs, where no worker is there. Nothing: unless this is a login node, or TCP is listened on.
+  std::optional<bool> localEngine;
+  std::filesystem::path worker;  // its program; empty: zks-worker beside this one
   std::filesystem::path store;  // empty: the default, opened when it is needed
   foundation::log::level_t logLevels = 0;
 };

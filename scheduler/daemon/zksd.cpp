@@ -1,12 +1,16 @@
 // zksd, the scheduler's daemon. For its users: docs/zksd.md.
 #include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -32,6 +36,7 @@
 #include "scheduler/daemon/defaultStore.h"
 #include "scheduler/daemon/descriptorLimit.h"
 #include "scheduler/daemon/serviceCredentials.h"
+#include "scheduler/engines/local/LocalEngine.h"
 
 namespace parallel::scheduler {
 
@@ -124,14 +129,37 @@ class StoreFailure {
   std::atomic<bool> hasCome_{false};
 };
 
+// Which worker to start when one is wanted; nothing: none.
+std::optional<engines::LocalEngine::Options> localEngine(const DaemonOptions& options,
+                                                         const std::filesystem::path& store, const Server& server) {
+  const char* path = std::getenv("PATH");
+  const bool isUsual = options.listen.empty() &&
+                       !engines::isLoginNode(path != nullptr ? path : "", std::getenv("SLURM_JOB_ID") != nullptr);
+  if (!options.localEngine.value_or(isUsual))
+    return std::nullopt;
+  std::error_code unknown;
+  const auto program = options.worker.empty()
+                           ? std::filesystem::read_symlink("/proc/self/exe", unknown).parent_path() / "zks-worker"
+                           : absolutePath(options.worker);
+  if (::access(program.c_str(), X_OK) != 0 && !options.localEngine && options.worker.empty())
+    return std::nullopt;
+  engines::LocalEngine::Options engine;
+  engine.command = {program.string(), "--address", server.address(), "--idle-limit", "120"};
+  engine.log = store / "local-worker.log";
+  if (!options.scratch.empty())
+    engine.command.insert(engine.command.end(), {"--scratch", options.scratch.string()});
+  return engine;
+}
+
 void serveUntilSignal(const EndSignals& signals, const CallCounter& counter, IdleEnd end, const StoreFailure& store,
-                      MemoryGuard& memory, Server& server) {
+                      MemoryGuard& memory, Server& server, const std::function<void()>& tendEngines) {
   constexpr std::chrono::milliseconds kLook{100};
   IdleRelease idle(counter);
   while (!signals.waitFor(kLook) && !end.isOver()) {
     if (store.hasCome())
       throw DaemonError("The store has failed; the log says how. Start the service anew when that is mended");
     idle.look();
+    tendEngines();
     execution::tendOrphans();
     endConnectionWhereMemoryIsShort(memory, server);
   }
@@ -187,22 +215,32 @@ void run(const DaemonOptions& options) {
     claim.emplace(options.socket.empty() ? prepareDefaultSocket() : options.socket);
   const auto counter = std::make_shared<CallCounter>();
   const auto storeFailure = std::make_shared<StoreFailure>();
+  const auto wantsWorker = std::make_shared<std::atomic<bool>>(false);
+  const auto store = options.store.empty() ? defaultStore() : absolutePath(options.store);
   const auto service = makeSchedulerService(
       SchedulerOptions{.slots = options.slots,
                        .scratchParent = options.scratch,
                        .taskOpenFiles = descriptors.usual,
                        .descriptionLimit = {options.maxFields, "zksd --max-fields"},
-                       .store = options.store.empty() ? defaultStore() : absolutePath(options.store),
+                       .store = store,
                        .opensStoreAtOnce = !options.store.empty(),
                        .storeFailed = [storeFailure](const std::string& reason) { storeFailure->tell(reason); },
+                       .wantsWorker = wantsWorker,
                        .counter = counter});
   if (options.maxRequestBytes)
     service->limitRequests({static_cast<long>(*options.maxRequestBytes), "zksd --max-request"});
   MemoryGuard memory(options.maxMemoryBytes.value_or(halfOfMemory()));
   const std::unique_ptr<Server> server = listen(service, serverOptions(options, claim, descriptors.now, memory));
   announce(options, *server);
+  std::optional<engines::LocalEngine> engine;
+  if (auto settings = localEngine(options, store, *server))
+    engine.emplace(std::move(*settings), logging::createQLVLogger("zks.scheduler"));
+  const auto tendEngines = [&] {
+    if (engine)
+      engine->tend([&] { return wantsWorker->load(); });
+  };
   serveUntilSignal(signals, *counter, IdleEnd(*counter, millisecondsOf(options.leaveAfterSeconds)), *storeFailure,
-                   memory, *server);
+                   memory, *server, tendEngines);
 }
 
 int complain(const char* text) {

@@ -1,5 +1,7 @@
 #include "scheduler/ledger/Ledger.h"
 
+#include <algorithm>
+
 #include "scheduler/ledger/internal/State.h"
 #include "scheduler/ledger/internal/rebuild.h"
 
@@ -31,6 +33,11 @@ std::vector<WorkerView> Ledger::workers() const {
   for (const auto& [id, worker] : state_->workers)
     views.push_back({worker.record, worker.attempts.size()});
   return views;
+}
+
+bool Ledger::wantsWorker() const {
+  return !state_->queue.empty() && std::none_of(state_->workers.begin(), state_->workers.end(),
+                                                [](const auto& entry) { return State::isGiven(entry.second); });
 }
 
 bool Ledger::hasWorkFor(WorkerId id, const Resources& room) const {

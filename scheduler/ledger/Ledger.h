@@ -72,6 +72,8 @@ class Ledger {
   // Whether the take of this worker, left waiting with this room, would be granted something now. Not while the worker
   // is unreachable: a take that is answered counts as heard from it.
   bool hasWorkFor(WorkerId worker, const Resources& room) const;
+  // Whether there is work, and no worker that is given any.
+  bool wantsWorker() const;
   // Which worker has the attempt; none: it has ended, or never was.
   std::optional<WorkerId> workerOf(const AttemptKey& attempt) const;
   // Those that are not gone, in the order of their numbers.

@@ -61,7 +61,16 @@ JobMethods::JobMethods(Options options)
       takes_(keeper_, [this] { return keeper_.store().room() < store::Room::noGrants; }),
       stalePins_(keeper_),
       started_(keeper_.now().wall) {
-  keeper_.start({.watcher = [this](BookKeeper::Turn& turn) { takes_.serve(turn); },
+  const auto seeDemand = [wanted = options_.wantsWorker](BookKeeper::Turn& turn) {
+    if (wanted != nullptr)
+      *wanted = turn.ledger().wantsWorker();
+  };
+  keeper_.run(seeDemand);
+  keeper_.start({.watcher =
+                     [this, seeDemand](BookKeeper::Turn& turn) {
+                       takes_.serve(turn);
+                       seeDemand(turn);
+                     },
                  .listener =
                      [this](const BookKeeper::ChangedJobs& jobs) {
                        changes_.changed(jobs);

@@ -5,8 +5,10 @@
 // Errors:    those of BookKeeper when it is made; each method's in docs/methods.md.
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,8 @@ class JobMethods {
     BookKeeper::Options keeper{};
     DescriptionLimit descriptionLimit{};
     std::string version{};  // of this program
+    // Set while there is work and no worker that is given any; may be null.
+    std::shared_ptr<std::atomic<bool>> wantsWorker{};
   };
   using Method = void (JobMethods::*)(ServerCall&);
   // Every method is for clients; those that say so are for workers, too.

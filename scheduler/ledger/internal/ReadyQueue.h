@@ -42,6 +42,7 @@ class ReadyQueue {
   void insert(const Demand& demand, const Turn& turn);
   void erase(const Demand& demand, const Turn& turn);
 
+  bool empty() const noexcept { return queues_.empty(); }
   // The first turn among the demands that fit the room; those that want a worker for themselves only if `alone`.
   std::optional<Choice> next(const Resources& room, bool alone) const;
   // The first turn among those that want a worker for themselves and would fit one of these resources.
