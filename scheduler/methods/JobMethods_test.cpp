@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/errors/Exception.h"
+#include "platform/errors/catalogue.h"
 #include "scheduler/methods/testing/RunningService.h"
 #include "scheduler/methods/testing/WaitingCall.h"
 #include "scheduler/testing/FakeServerCall.h"
@@ -616,6 +618,23 @@ TEST(JobMethods, JobWhoseAnswerWasLostWithTheServiceIsFoundByItsKey) {
   ASSERT_TRUE(reply.ParseFromString(payload.result().value()));
   EXPECT_TRUE(reply.is_repeat());
   EXPECT_EQ(reply.job(), 1U);
+}
+
+TEST(JobMethods, StoreThatFailsAnswersNothingAndTellsItsOwner) {
+  const files::testing::TemporaryDirectory place;
+  std::promise<std::string> failed;
+  BookKeeper::Options keeper;
+  keeper.folder = place.file("store");
+  keeper.store.failed = [&](const std::string& reason) { failed.set_value(reason); };
+  JobMethods methods({std::move(keeper), {}, ""});
+  // A write that throws is what a disk that refuses it looks like to the store.
+  methods.keeper().run([](BookKeeper::Turn& turn) {
+    turn.writeBeside([](store::GroupCommit::Group&) { throw std::runtime_error("the disk is broken"); });
+  });
+  EXPECT_THAT(failed.get_future().get(), HasSubstr("the disk is broken"));
+  scheduler::testing::FakeServerCall call(scheduler::testing::requestOf(jobOf("key")), "submitJob");
+  EXPECT_THROW(methods.submitJob(call), Exception<parallel::store::StoreFailed>);
+  EXPECT_EQ(call.replyText(), "");
 }
 
 }  // namespace

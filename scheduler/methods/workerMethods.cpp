@@ -24,8 +24,8 @@ namespace {
 constexpr int kMostHeld = 100'000;
 constexpr std::uint32_t kMostGrants = 10'000;
 constexpr int kMostResults = 10'000;
-constexpr std::chrono::seconds kRenewEvery{10};
-// While somebody reads what an attempt of the worker writes.
+constexpr std::chrono::seconds kRenewEvery{3};
+// While somebody reads what an attempt of the worker writes; until then it does not know.
 constexpr std::chrono::milliseconds kRenewWhileRead{500};
 
 std::vector<ledger::HeldAttempt> heldOf(const ServerCall& call,
