@@ -517,27 +517,41 @@ void Worker::renewOnce(const ServiceLine::Link& link) {
   obey(reply.stop());
 }
 
+// Those that run and have not been told yet are told soon: people watch.
+bool Worker::hasNews() const {
+  return std::any_of(held_.begin(), held_.end(), [](const auto& entry) {
+    return entry.second->phase == Phase::Running && !entry.second->isReported;
+  });
+}
+
 void Worker::renewAll() {
-  auto next = Clock::now();
+  auto last = Clock::now() - std::chrono::hours(1);
   for (;;) {
     const ServiceLine::Link link = line_.wait(stopCalls_.get_token());
     if (!link)
       return;
     {
       MutexLock lock(mutex_);
-      mayRenew_.waitUntil(lock, next, [this]() ZKS_REQUIRES(mutex_) { return closing_ || renewNow_; });
+      const auto soon = Clock::now() + kWatchedRenew;
+      mayRenew_.waitUntil(lock, std::min(soon, dueAfter(last)),
+                          [this]() ZKS_REQUIRES(mutex_) { return closing_ || renewNow_; });
       if (closing_)
         return;
+      const bool isWatched = !wanted_.empty() || hasNews();
+      if (!renewNow_ && !isWatched && Clock::now() < dueAfter(last))
+        continue;
     }
+    last = Clock::now();
     try {
       renewOnce(link);
     } catch (const std::exception& problem) {
       line_.drop(link, reasonOf(problem));
     }
-    const MutexLock lock(mutex_);
-    const auto pause = wanted_.empty() ? renewEvery_ : std::min<nanoseconds>(renewEvery_, kWatchedRenew);
-    next = Clock::now() + std::chrono::duration_cast<Clock::duration>(pause);
   }
+}
+
+Worker::Clock::time_point Worker::dueAfter(Clock::time_point last) const {
+  return last + std::chrono::duration_cast<Clock::duration>(renewEvery_);
 }
 
 // --- handing in ---

@@ -97,6 +97,8 @@ class Worker {
   void settle(std::vector<AttemptOutcome> outcomes, const zksmessages::FinishReply& reply) ZKS_REQUIRES(mutex_);
   void put(const ServiceLine::Link& link, const AttemptOutcome& outcome) const;
   void fetch(const zksmessages::Blob& blob, const std::string& path, const std::stop_token& stop);
+  bool hasNews() const ZKS_REQUIRES(mutex_);
+  Clock::time_point dueAfter(Clock::time_point last) const ZKS_REQUIRES(mutex_);
   void setHeld(Held& held) const ZKS_REQUIRES(mutex_);
   void obey(const Keys& unwanted) ZKS_REQUIRES(mutex_);
 

@@ -204,6 +204,15 @@ TEST_F(WorkerTest, ATaskThatMustNotRunTwiceIsReportedBeforeItRuns) {
   EXPECT_TRUE(std::filesystem::exists(marker("ran")));
 }
 
+TEST_F(WorkerTest, WhatRunsIsToldBeforeTheNextRenewalIsDue) {
+  scheduler_.setRenewEvery(std::chrono::hours(1));
+  const auto job = scheduler_.submit(TestScheduler::scripts(1, untilThere("go")));
+  start(1);
+  EXPECT_TRUE(scheduler_.waitForState(job, TaskState::running));
+  make("go");
+  ASSERT_TRUE(scheduler_.waitUntilEnded(job));
+}
+
 TEST_F(WorkerTest, OutputThatSomebodyReadsComesWithTheRenewals) {
   const auto job = scheduler_.submit(TestScheduler::scripts(1, "echo hello; " + untilThere("go")));
   start();

@@ -113,6 +113,11 @@ class TestScheduler {
     const threads::MutexLock lock(mutex_);
     later_ = times;
   }
+  // As the next that joins is told.
+  void setRenewEvery(std::chrono::milliseconds time) {
+    const threads::MutexLock lock(mutex_);
+    renewEvery_ = time;
+  }
   // They are not answered meanwhile.
   void holdFinishes(bool hold) {
     const threads::MutexLock lock(mutex_);
@@ -203,7 +208,8 @@ class TestScheduler {
         {request.key(), request.name(), resourcesOf(request.resources()), request.sequence(), heldOf(request)}, now()));
     zksmessages::JoinReply reply;
     reply.set_worker(static_cast<std::uint64_t>(joined.worker));
-    reply.mutable_renew_every()->set_nanos(50'000'000);
+    reply.mutable_renew_every()->set_seconds(renewEvery_.count() / 1000);
+    reply.mutable_renew_every()->set_nanos(static_cast<std::int32_t>(renewEvery_.count() % 1000 * 1'000'000));
     setStop(reply, joined.stop);
     return reply;
   }
@@ -290,6 +296,7 @@ class TestScheduler {
   std::size_t cuts_ ZKS_GUARDED_BY(mutex_) = 0;
   std::size_t connections_ ZKS_GUARDED_BY(mutex_) = 0;
   std::size_t finishes_ ZKS_GUARDED_BY(mutex_) = 0;
+  std::chrono::milliseconds renewEvery_ ZKS_GUARDED_BY(mutex_){50};
   bool holdsFinishes_ ZKS_GUARDED_BY(mutex_) = false;
   int later_ ZKS_GUARDED_BY(mutex_) = 0;
   toolbox::MemoryBlobs blobs_;
