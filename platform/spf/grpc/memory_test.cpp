@@ -17,8 +17,14 @@ namespace {
 
 constexpr long kMebibyte = 1L << 20;
 constexpr long kOverhead = 64 * kMebibyte;
-// What a call costs who reads it slowly: gRPC's window, what is read ahead, and what the tests themselves read into.
+// What a call costs who reads it slowly: gRPC's window of 4 MiB, a message that it puts together, 2 MiB and a frame that
+// are read ahead, the MiB that the tests themselves read into, and what malloc keeps of each.
 constexpr long kPerCall = 10 * kMebibyte;
+// Of many calls on one connection it may be there twice. gRPC takes 64 KiB from the socket at once, with pieces of
+// several calls, and keeps them as long as one piece is unread. So when some calls read on and hold what came anew, their
+// old bytes stay for the sake of the others. How finely the pieces are mixed depends on how busy the machine is: 460 MiB
+// of 64 calls were seen, and 690. Whole payloads would be 4096 MiB.
+constexpr long kPerCallOfMany = 2 * kPerCall;
 
 // A figure of /proc/PID/status, in bytes.
 long statusOf(pid_t pid, const std::string& name) {
@@ -156,12 +162,12 @@ class MemoryOfMany : public Memory {};
 
 TEST_P(MemoryOfMany, SlowReadersOfRepliesCostTheClientALittleEach) {
   readReplies(kMany, 64 * kMebibyte);
-  expectWithin(kMany * kPerCall + kOverhead, kOverhead);
+  expectWithin(kMany * kPerCallOfMany + kOverhead, kOverhead);
 }
 
 TEST_P(MemoryOfMany, SlowReadersOfRequestsCostTheServiceALittleEach) {
   sendRequests(kMany, 64 * kMebibyte);
-  expectWithin(kOverhead, kMany * kPerCall + kOverhead);
+  expectWithin(kOverhead, kMany * kPerCallOfMany + kOverhead);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, MemoryOfMany, ::testing::Values("tcp"), nameOfTransport);
