@@ -1,11 +1,14 @@
 // A service that dies, freezes or is cut off, at every stage of a call: the right error in time, and nothing left over.
 #include <dirent.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <thread>
 #include <tuple>
+#include <vector>
 
 #include "platform/spf/grpc/TransportsTest.h"
 #include "platform/spf/grpc/testing/NetworkNamespace.h"
@@ -297,6 +300,51 @@ TEST_P(Pause, OfARequestIsATimeoutOfItsHandlerAndOfItsCaller) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Pause, ::testing::Values("unix", "tcp"), nameOfTransport);
+
+class LifeCheckOfManyCalls : public Transports {
+ protected:
+  struct State {
+    std::promise<void> mayGoOn;
+    std::shared_future<void> goingOn{mayGoOn.get_future()};
+    std::atomic<int> handlers{0};
+    std::atomic<int> asked{0};
+  };
+
+  // Waits until the counter has come that far.
+  static void awaitCount(const std::atomic<int>& counter, int count) {
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    while (counter < count && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::yield();
+    ASSERT_GE(counter, count);
+  }
+
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+// The client asks for life by a call of the method "", which every service refuses.
+TEST_P(LifeCheckOfManyCalls, IsAnsweredThoughCallsWaitOnAllStreamsThatTheServiceAllows) {
+  serverOptions().maxStreamsPerConnection = 4;
+  connectOptions().keepaliveInterval = std::chrono::milliseconds(20);
+  connectOptions().keepaliveTimeout = std::chrono::milliseconds(2000);
+  service().setRefusalObserver([state = state_](std::string_view method, std::string_view, const std::exception&) {
+    if (method.empty())
+      ++state->asked;
+  });
+  serve("wait", [state = state_](ServerCall& call) {
+    ++state->handlers;
+    state->goingOn.wait_for(kDeadline);
+    call.reply() << "x";
+  });
+  std::vector<core::testing::ReplyFuture> replies;
+  for (int i = 0; i < 3; ++i)
+    replies.push_back(start(client(), "wait", sourceOf("")));
+  awaitCount(state_->handlers, 2);
+  awaitCount(state_->asked, state_->asked + 2);
+  state_->mayGoOn.set_value();
+  EXPECT_EQ(readAll(*await(replies.front())->getImportedIstream()), "x");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, LifeCheckOfManyCalls, ::testing::Values("unix"), nameOfTransport);
 
 }  // namespace
 }  // namespace agent::spf::testing

@@ -66,7 +66,8 @@ void ClientConnection::startLifeCheck() {
 void ClientConnection::askForLife(core::CompletionHandler handler) {
   const core::GenericPayload nothing(std::make_shared<std::string>());
   invoke(std::make_shared<ClientCall>(core::CallTag{}, "", std::move(handler),
-                                      core::internal::CallRequest("", nothing, 0)));
+                                      core::internal::CallRequest("", nothing, 0)),
+         ClientStream::Purpose::lifeCheck);
 }
 
 // gRPC ends no operation on a socket that takes nothing any more, unless the socket ends.
@@ -104,18 +105,32 @@ std::shared_ptr<ClientStream> ClientConnection::newStream(ClientStream::Purpose 
 }
 
 // Null when the connection is dead.
-std::shared_ptr<ClientStream> ClientConnection::freeStream() {
+std::shared_ptr<ClientStream> ClientConnection::freeStream(ClientStream::Purpose purpose) {
   {
     const MutexLock lock(mutex_);
     if (dead_ != nullptr)
       return nullptr;
-    if (!free_.empty()) {
-      auto stream = std::move(free_.back());
-      free_.pop_back();
-      return stream;
-    }
+    if (auto kept = takeKept(purpose))
+      return kept;
   }
-  return newStream(ClientStream::Purpose::calls);
+  return newStream(purpose);
+}
+
+std::shared_ptr<ClientStream> ClientConnection::takeKept(ClientStream::Purpose purpose) {
+  if (purpose == ClientStream::Purpose::lifeCheck)
+    return std::exchange(freeForLifeCheck_, nullptr);
+  if (free_.empty())
+    return nullptr;
+  auto stream = std::move(free_.back());
+  free_.pop_back();
+  return stream;
+}
+
+std::vector<std::shared_ptr<ClientStream>> ClientConnection::takeAllKept() {
+  auto kept = std::exchange(free_, {});
+  if (freeForLifeCheck_ != nullptr)
+    kept.push_back(std::exchange(freeForLifeCheck_, nullptr));
+  return kept;
 }
 
 std::exception_ptr ClientConnection::deadReason() {
@@ -142,13 +157,13 @@ void ClientConnection::runElsewhere(const std::function<void()>& task) {
 // The watch and the free streams wait for nothing that is soon to come.
 bool ClientConnection::isBusy() {
   const MutexLock lock(mutex_);
-  return closed_ || dead_ != nullptr || openCount_ > 1 + free_.size();
+  return closed_ || dead_ != nullptr || openCount_ > 1 + free_.size() + (freeForLifeCheck_ != nullptr ? 1 : 0);
 }
 
-void ClientConnection::invoke(const std::shared_ptr<ClientCall>& call) {
+void ClientConnection::invoke(const std::shared_ptr<ClientCall>& call, ClientStream::Purpose purpose) {
   std::shared_ptr<ClientStream> stream;
   do {
-    stream = freeStream();
+    stream = freeStream(purpose);
     if (stream == nullptr)
       return runBlocking([call, reason = deadReason()] { call->handler.fail(reason); });
   } while (!stream->take(call));
@@ -181,6 +196,10 @@ void ClientConnection::uploadOnWorker(const std::shared_ptr<ClientStream>& strea
 void ClientConnection::release(const std::shared_ptr<ClientStream>& stream) {
   {
     const MutexLock lock(mutex_);
+    if (dead_ == nullptr && stream->purpose() == ClientStream::Purpose::lifeCheck) {
+      freeForLifeCheck_ = stream;
+      return;
+    }
     if (dead_ == nullptr && free_.size() < kFreeStreams) {
       free_.push_back(stream);
       return;
@@ -192,6 +211,8 @@ void ClientConnection::release(const std::shared_ptr<ClientStream>& stream) {
 void ClientConnection::retire(const ClientStream& stream) {
   const MutexLock lock(mutex_);
   std::erase_if(free_, [&](const auto& candidate) { return candidate.get() == &stream; });
+  if (freeForLifeCheck_.get() == &stream)
+    freeForLifeCheck_ = nullptr;
 }
 
 void ClientConnection::lose(const std::exception_ptr& reason) {
@@ -202,7 +223,7 @@ void ClientConnection::lose(const std::exception_ptr& reason) {
     if (dead_ != nullptr)
       return;
     dead_ = reason;
-    unused.swap(free_);
+    unused = takeAllKept();
     onDisconnect.swap(onDisconnect_);
   }
   for (const auto& stream : unused)
@@ -249,7 +270,7 @@ void ClientConnection::close() {
     if (dead_ == nullptr)
       dead_ = reason;
     onDisconnect_ = nullptr;  // this is no disconnect
-    unused.swap(free_);
+    unused = takeAllKept();
   }
   if (lifeCheck_ != nullptr)
     lifeCheck_->stop();

@@ -35,9 +35,10 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   void close();
   // As close(), and waits for the connection's threads, except on one of them. Nothing may be invoked any more.
   void closeAndWait();
-  void invoke(const std::shared_ptr<ClientCall>& call);
+  void invoke(const std::shared_ptr<ClientCall>& call) { invoke(call, ClientStream::Purpose::calls); }
 
-  // Makes a call that any living service answers, be it with an error.
+  // Makes a call that any living service answers, be it with an error. On a stream of its own: there is one however many
+  // calls wait on the others.
   void askForLife(core::CompletionHandler handler);
   // Something has come from the service. Of connections over a socket file.
   bool hasSeenLife() const noexcept { return lifeCheck_->hasSeenLife(); }
@@ -70,12 +71,15 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   std::exception_ptr silence(const std::string& during) const;
 
  private:
+  void invoke(const std::shared_ptr<ClientCall>& call, ClientStream::Purpose purpose);
+  std::shared_ptr<ClientStream> takeKept(ClientStream::Purpose purpose) ZKS_REQUIRES(mutex_);
+  std::vector<std::shared_ptr<ClientStream>> takeAllKept() ZKS_REQUIRES(mutex_);
   // Runs the task on a thread that may block; FrameworkError when no thread can be had.
   void runBlocking(std::function<void()> task);
   bool isBusy();
   void uploadHere(ClientStream& stream, const std::shared_ptr<ClientCall>& call);
   void uploadOnWorker(const std::shared_ptr<ClientStream>& stream, const std::shared_ptr<ClientCall>& call);
-  std::shared_ptr<ClientStream> freeStream();
+  std::shared_ptr<ClientStream> freeStream(ClientStream::Purpose purpose);
   std::shared_ptr<ClientStream> newStream(ClientStream::Purpose purpose);
   void startLifeCheck();
   void cutOff() noexcept;
@@ -97,6 +101,7 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   std::function<void()> onDisconnect_ ZKS_GUARDED_BY(mutex_);
   // The one used last comes last, and is used first.
   std::vector<std::shared_ptr<ClientStream>> free_ ZKS_GUARDED_BY(mutex_);
+  std::shared_ptr<ClientStream> freeForLifeCheck_ ZKS_GUARDED_BY(mutex_);  // null while it asks
   std::vector<std::weak_ptr<ClientStream>> open_ ZKS_GUARDED_BY(mutex_);
   std::size_t openCount_ ZKS_GUARDED_BY(mutex_) = 0;
   std::exception_ptr dead_ ZKS_GUARDED_BY(mutex_);  // why the connection is lost or closed; null while it is not

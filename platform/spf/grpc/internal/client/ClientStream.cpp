@@ -68,9 +68,9 @@ bool ClientStream::write(const grpc::ByteBuffer& message) {
 
 void ClientStream::open() {
   context_ = std::make_unique<grpc::ClientContext>();
-  context_->set_initial_metadata_corked(purpose_ == Purpose::calls);
+  context_->set_initial_metadata_corked(purpose_ != Purpose::watch);
   stream_ = connection_->stub().PrepareCall(context_.get(), kConverseMethod, &connection_->queue());
-  if (purpose_ == Purpose::calls) {
+  if (purpose_ != Purpose::watch) {
     stream_->StartCall(nullptr);  // corked: it goes with the first message, and no tag comes back
   } else {
     gate_.begin();

@@ -56,14 +56,15 @@ struct ClientCall {
 // connection when it ends.
 class ClientStream : public std::enable_shared_from_this<ClientStream> {
  public:
-  // watch: carries no call, and shows when the connection ends.
-  enum class Purpose { calls, watch };
+  // watch: carries no call, and shows when the connection ends. lifeCheck: asks whether the service lives.
+  enum class Purpose { calls, watch, lifeCheck };
 
   ClientStream(std::shared_ptr<ClientConnection> connection, Purpose purpose);
   ~ClientStream();
   ClientStream(const ClientStream&) = delete;
   ClientStream& operator=(const ClientStream&) = delete;
 
+  Purpose purpose() const noexcept { return purpose_; }
   // Makes the stream ready. On one for calls nothing is sent before the first.
   void open();
   // Makes the call this free stream's own. upload() is due next. False, and nothing done, when it is broken off.
