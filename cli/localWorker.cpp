@@ -27,6 +27,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kStartLimit{20};
 constexpr std::chrono::milliseconds kLook{20};
+constexpr const char* kIdleSeconds = "86400";
 
 bool hasWorker(JobSession& session) {
   const auto workers = session.ask([](const auto& client) { return client.listWorkers(); });
@@ -64,7 +65,8 @@ files::UniqueFd lockStarting() {
 
 void start(JobSession& session) {
   const std::string log = logPath("zks-worker");
-  const pid_t process = startInBackground({siblingProgram("zks-worker", "worker"), "--address", "unix:"}, log);
+  const pid_t process = startInBackground(
+      {siblingProgram("zks-worker", "worker"), "--address", "unix:", "--idle-limit", kIdleSeconds}, log);
   for (const auto end = Clock::now() + kStartLimit; !hasWorker(session); std::this_thread::sleep_for(kLook)) {
     throwIfInterrupted();
     if (Clock::now() >= end) {
