@@ -10,6 +10,7 @@
 #include <new>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/errors/RemoteException.h"
@@ -38,6 +39,7 @@ const std::string kLong = " with a text that is too long to be kept inside a str
 class GatheringOutlet : public ReplyOutlet {
  public:
   void setSize(long /*size*/) override {}
+  void notify(std::string_view /*text*/) override {}
   std::span<char> room() override {
     room_.resize(1000);
     return room_;
