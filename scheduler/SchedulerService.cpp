@@ -18,6 +18,7 @@
 #include "scheduler/JobsOfService.h"
 #include "scheduler/RunTaskMethod.h"
 #include "scheduler/calls/CallLog.h"
+#include "scheduler/methods/ownThreads.h"
 
 namespace parallel::scheduler {
 
@@ -73,9 +74,11 @@ std::shared_ptr<Service> makeSchedulerService(const SchedulerOptions& options) {
                         options.counter));
   service->add("runTask", observed([runTask](ServerCall& call, CallRecord& record) { runTask->serve(call, record); },
                                    log, options.counter));
-  const auto jobs = std::make_shared<JobsOfService>(
-      JobsOfService::Options{options.store, options.opensStoreAtOnce, temporaryDirectory(), options.storeFailed,
-                             options.descriptionLimit, ZKS_VERSION, options.wantsWorker});
+  const std::shared_ptr<JobsOfService> jobs(
+      new JobsOfService(JobsOfService::Options{options.store, options.opensStoreAtOnce, temporaryDirectory(),
+                                               options.storeFailed, options.descriptionLimit, ZKS_VERSION,
+                                               options.wantsWorker}),
+      methods::DeleteElsewhere());
   for (const auto& named : methods::JobMethods::all())
     service->add(named.name, observed([jobs, named](ServerCall& call, CallRecord&) { jobs->get().serve(named, call); },
                                       log, options.counter, named.isFrequent ? logging::kDetail : logging::kInfo));

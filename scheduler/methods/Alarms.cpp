@@ -1,5 +1,7 @@
 #include "scheduler/methods/Alarms.h"
 
+#include "scheduler/methods/ownThreads.h"
+
 namespace parallel::scheduler::methods {
 
 using threads::MutexLock;
@@ -35,6 +37,7 @@ void Alarms::take(const Id& alarm) {
 }
 
 void Alarms::serve() {
+  markOwnThread();
   MutexLock lock(mutex_);
   while (!isClosing_) {
     if (alarms_.empty()) {

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <limits>
 
+#include "scheduler/methods/ownThreads.h"
+
 namespace parallel::scheduler::methods {
 
 using threads::MutexLock;
@@ -75,6 +77,7 @@ bool BookKeeper::keep(Turn& turn) {
   if (turn.changes_.empty() && turn.beside_.empty() && (turn.told_.empty() || underWay_ == 0))
     return false;
   auto told = [this, jobs = changedJobs(turn.changes_), waiting = std::move(turn.told_)] {
+    markOwnThread();
     for (const Turn::Told& tell : waiting)
       tell();
     if (observers_.listener && !jobs.empty())

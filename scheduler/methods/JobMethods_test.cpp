@@ -8,10 +8,12 @@
 
 #include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/errors/Exception.h"
 #include "platform/errors/catalogue.h"
+#include "scheduler/methods/ownThreads.h"
 #include "scheduler/methods/testing/RunningService.h"
 #include "scheduler/methods/testing/WaitingCall.h"
 #include "scheduler/testing/FakeServerCall.h"
@@ -618,6 +620,26 @@ TEST(JobMethods, JobWhoseAnswerWasLostWithTheServiceIsFoundByItsKey) {
   ASSERT_TRUE(reply.ParseFromString(payload.result().value()));
   EXPECT_TRUE(reply.is_repeat());
   EXPECT_EQ(reply.job(), 1U);
+}
+
+// Says on which thread it ends.
+struct NotedEnd {
+  std::promise<std::thread::id>& where;
+  ~NotedEnd() { where.set_value(std::this_thread::get_id()); }
+};
+
+TEST(JobMethods, LastShareOnAThreadOfTheKeeperIsLetGoOnAnother) {
+  for (const bool isOwn : {false, true}) {
+    std::promise<std::thread::id> where;
+    std::thread owner([&] {
+      if (isOwn)
+        markOwnThread();
+      DeleteElsewhere()(new NotedEnd{where});
+    });
+    const std::thread::id id = owner.get_id();
+    EXPECT_EQ(where.get_future().get() != id, isOwn);
+    owner.join();
+  }
 }
 
 TEST(JobMethods, StoreThatFailsAnswersNothingAndTellsItsOwner) {

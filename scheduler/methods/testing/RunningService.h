@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "platform/errors/IException.h"
@@ -35,7 +37,16 @@ class RunningService {
     keeper.store.isDurable = false;
     keeper.store.reserveBytes = 0;
     keeper.clock = [this] { return now(); };
-    methods_ = std::make_shared<JobMethods>(JobMethods::Options{std::move(keeper), {}, "1.2.3"});
+    // A thread that has resumed a call may hold the last share: nobody's own thread ends it.
+    const auto ended = std::make_shared<std::promise<void>>();
+    ended_ = ended->get_future();
+    const auto end = [ended](JobMethods* methods) {
+      std::thread([ended, methods] {
+        delete methods;
+        ended->set_value();
+      }).detach();
+    };
+    methods_ = std::shared_ptr<JobMethods>(new JobMethods({std::move(keeper), {}, "1.2.3"}), end);
     auto service = std::make_shared<agent::spf::core::Service>();
     for (const auto& named : JobMethods::all())
       service->add(named.name, [methods = methods_, named](ServerCall& call) { methods->serve(named, call); });
@@ -46,6 +57,7 @@ class RunningService {
     client_.reset();
     connection_.reset();
     methods_.reset();
+    ended_.wait();
   }
   void restart() {
     stop();
@@ -77,6 +89,7 @@ class RunningService {
   std::atomic<std::int64_t> passed_{0};
   files::testing::TemporaryDirectory place_;
   std::shared_ptr<JobMethods> methods_;
+  std::future<void> ended_;
   std::optional<toolbox::Connection> connection_;
   std::optional<toolbox::SchedulerClient> client_;
 };
