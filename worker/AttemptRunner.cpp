@@ -32,7 +32,6 @@ using execution::ProcessResult;
 using execution::TaskDescriptors;
 using execution::TaskScratch;
 using zksmessages::AttemptResult;
-using zksmessages::Ending;
 using zksmessages::OutputFile;
 using zksmessages::TaskCommand;
 namespace fs = std::filesystem;

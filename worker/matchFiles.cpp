@@ -65,7 +65,7 @@ std::vector<std::string> matchFiles(const fs::path& directory, std::string_view 
     for (const std::string& folder : found) {
       // A path that ended with a slash would follow a link.
       for (const std::string& name : namesIn(folder.empty() ? directory : directory / folder, pattern.substr(0, slash)))
-        deeper.push_back(folder.empty() ? name : folder + "/" + name);
+        deeper.push_back(folder.empty() ? name : (fs::path(folder) / name).string());
     }
     found = std::move(deeper);
     pattern.remove_prefix(isLast ? pattern.size() : slash + 1);
