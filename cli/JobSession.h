@@ -22,8 +22,6 @@ class JobSession {
   explicit JobSession(const GlobalOptions& options);
 
   const std::shared_ptr<parallel::toolbox::TransferProgress>& progress() const noexcept { return progress_; }
-  // No other was asked for.
-  bool isUsersOwn() const noexcept { return options_.address.empty(); }
   const std::string& serviceName() const { return connection_->name(); }
 
   // Has the action call the service. When the connection goes meanwhile, a new one is made and the action runs again: it

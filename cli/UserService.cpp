@@ -20,6 +20,7 @@
 #include "platform/errors/systemError.h"
 #include "platform/files/UniqueFd.h"
 #include "platform/interrupt/throwIfInterrupted.h"
+#include "programs/siblingProgram.h"
 #include "toolbox/Address.h"
 
 namespace zks {
@@ -81,7 +82,7 @@ void startUserService() {
     return;
   const std::string log = logPath("zksd");
   const pid_t started =
-      startInBackground({siblingProgram("zksd", "scheduler"), "--leave-after", kLeaveAfterSeconds}, log);
+      startInBackground({programs::siblingProgram("zksd", "scheduler"), "--leave-after", kLeaveAfterSeconds}, log);
   bool ended = false;
   std::optional<pid_t> listening;
   // One that found another already there ends, and the other one is about to listen.

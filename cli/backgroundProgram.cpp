@@ -73,18 +73,6 @@ class Spawning {
 
 }  // namespace
 
-std::string siblingProgram(const std::string& name, const std::string& folderInBuild) {
-  std::error_code unknown;
-  const fs::path own = fs::read_symlink("/proc/self/exe", unknown).parent_path();
-  if (!unknown) {
-    for (const fs::path& place : {own / name, own.parent_path() / folderInBuild / name}) {
-      if (::access(place.c_str(), X_OK) == 0)
-        return place.string();
-    }
-  }
-  return name;
-}
-
 std::string userStateFolder() {
   const fs::path directory = stateDirectory();
   std::error_code failure;

@@ -10,9 +10,6 @@
 
 namespace zks {
 
-// The program of that name beside zks itself, or where the tree's own build puts it; else the bare name, for PATH.
-std::string siblingProgram(const std::string& name, const std::string& folderInBuild);
-
 // $XDG_STATE_HOME/zks or ~/.local/state/zks, made if it is missing.
 std::string userStateFolder();
 

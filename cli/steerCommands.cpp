@@ -4,7 +4,6 @@
 #include "cli/StandardStreams.h"
 #include "cli/jobCommands.h"
 #include "cli/jobNames.h"
-#include "cli/localWorker.h"
 #include "cli/randomKey.h"
 
 namespace zks {
@@ -84,8 +83,6 @@ int steerCommand(const GlobalOptions& global, const SteerOptions& options) {
     const std::uint64_t job = jobNumber(session, name);
     writeOutput("Job " + std::to_string(job) + " " + steer(session, job, options) + "\n");
   }
-  if (options.action == SteerOptions::Action::Release || options.action == SteerOptions::Action::Retry)
-    provideWorker(session);
   return 0;
 }
 

@@ -11,7 +11,6 @@
 #include "cli/jobOutputs.h"
 #include "cli/jobTexts.h"
 #include "cli/jobWaiting.h"
-#include "cli/localWorker.h"
 #include "cli/randomKey.h"
 #include "platform/interrupt/utInterruptState.h"
 #include "toolbox/BlobClient.h"
@@ -167,7 +166,6 @@ int submitCommand(const GlobalOptions& global, const SubmitOptions& options) {
   JobSession session(global);
   const SubmitJobReply reply = submit(session, options);
   tellOf(reply, session, options);
-  provideWorker(session);
   if (!options.follow)
     return 0;
   try {

@@ -5,7 +5,6 @@
 #include "cli/jobNames.h"
 #include "cli/jobTexts.h"
 #include "cli/jobWaiting.h"
-#include "cli/localWorker.h"
 #include "platform/interrupt/utInterruptState.h"
 
 namespace zks {
@@ -16,7 +15,6 @@ int waitCommand(const GlobalOptions& global, const WaitOptions& options) {
   jobs.reserve(options.jobs.size());
   for (const std::string& name : options.jobs)
     jobs.push_back(jobNumber(session, name));
-  provideWorker(session);
   bool good = true;
   for (const std::uint64_t job : jobs) {
     try {

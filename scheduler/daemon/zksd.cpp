@@ -23,6 +23,7 @@
 #include "platform/logging/sinks.h"
 #include "platform/spf/grpc/Server.h"
 #include "platform/spf/grpc/routeGrpcLog.h"
+#include "programs/siblingProgram.h"
 #include "programs/standardDescriptors.h"
 #include "scheduler/SchedulerService.h"
 #include "scheduler/calls/CallCounter.h"
@@ -137,10 +138,9 @@ std::optional<engines::LocalEngine::Options> localEngine(const DaemonOptions& op
                        !engines::isLoginNode(path != nullptr ? path : "", std::getenv("SLURM_JOB_ID") != nullptr);
   if (!options.localEngine.value_or(isUsual))
     return std::nullopt;
-  std::error_code unknown;
-  const auto program = options.worker.empty()
-                           ? std::filesystem::read_symlink("/proc/self/exe", unknown).parent_path() / "zks-worker"
-                           : absolutePath(options.worker);
+  const std::filesystem::path program = options.worker.empty()
+                                            ? std::filesystem::path(programs::siblingProgram("zks-worker", "worker"))
+                                            : absolutePath(options.worker);
   if (::access(program.c_str(), X_OK) != 0 && !options.localEngine && options.worker.empty())
     return std::nullopt;
   engines::LocalEngine::Options engine;
