@@ -76,10 +76,11 @@ void declareOptions(CLI::App& app, RawOptions& raw) {
                  "(default: $XDG_STATE_HOME/zks/store or ~/.local/state/zks/store, opened when it is needed)")
       ->type_name("DIR")
       ->check(asValidator(notEmpty()));
-  auto* engine = app.add_flag("--local-engine,!--no-local-engine", options.localEngine,
-                              "Start a worker here when jobs wait and none is there, or never do so (default: do so, "
-                              "unless this is a cluster's login node or the service listens on TCP)");
-  engine->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  // Not add_flag() into the field: that writes the flag's own default into it.
+  app.add_flag_function(
+      "--local-engine,!--no-local-engine", [&options](std::int64_t balance) { options.localEngine = balance > 0; },
+      "Start a worker here when jobs wait and none is there, or never do so (default: do so, unless "
+      "this is a cluster's login node or the service listens on TCP)");
   app.add_option("--worker", options.worker, "The program of that worker (default: zks-worker beside zksd)")
       ->type_name("PROGRAM")
       ->check(asValidator(notEmpty()));

@@ -41,6 +41,7 @@ TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
   EXPECT_EQ(options->listen, "");
   EXPECT_EQ(options->slots, 0U);
   EXPECT_FALSE(options->maxRequestBytes);
+  EXPECT_FALSE(options->localEngine);
   EXPECT_EQ(options->idleSeconds, 600);
   EXPECT_EQ(options->leaveAfterSeconds, 0);
   EXPECT_FALSE(options->maxConnections);
@@ -50,6 +51,11 @@ TEST(DaemonOptions, NothingSaidMeansTheDefaults) {
   EXPECT_EQ(options->maxFields, 1'000'000U);
   EXPECT_EQ(options->scratch, "");
   EXPECT_EQ(options->logLevels, logging::levelsFromWord("info"));
+}
+
+TEST(DaemonOptions, TheLocalEngineIsAskedForOrForbidden) {
+  EXPECT_EQ(parse({"--local-engine"}).parsed.options->localEngine, true);
+  EXPECT_EQ(parse({"--no-local-engine"}).parsed.options->localEngine, false);
 }
 
 TEST(DaemonOptions, EachOptionIsTaken) {

@@ -38,7 +38,7 @@ void checkKey(const ServerCall& call, const std::string& key) {
 
 std::chrono::nanoseconds waitOf(const google::protobuf::Duration& wait) {
   constexpr std::chrono::nanoseconds kMost = std::chrono::minutes(1);
-  return isPositiveDuration(wait) ? std::min(fromMessage(wait), kMost) : std::chrono::nanoseconds(0);
+  return isPositiveDuration(wait) ? std::min(scheduler::fromMessage(wait), kMost) : std::chrono::nanoseconds(0);
 }
 
 Reply::Reply(const google::protobuf::Message& result) {
