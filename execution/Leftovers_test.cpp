@@ -194,10 +194,9 @@ TEST_F(LeftoversOfAService, OrphanWithoutTheMarkStaysWhileSuchATaskRuns) {
 
 TEST_F(LeftoversOfAService, ChainThatForksWithoutEndIsBroken) {
   Scripts scripts;
-  EXPECT_EQ(
-      scripts.run("echo $ZKS_MARK; setsid sh -c 'next() { (next) & exit 0; }; : > ready; next' & ready; exit 7")
-          .exitStatus,
-      7);
+  EXPECT_EQ(scripts.run("echo $ZKS_MARK; setsid sh -c 'next() { (next) & exit 0; }; : > ready; next' & ready; exit 7")
+                .exitStatus,
+            7);
   const std::string mark = scripts.line();
   EXPECT_TRUE(eventually([&] {
     tendOrphans();

@@ -24,7 +24,7 @@ struct DaemonOptions {
   bool insecure = false;
   std::size_t slots = 0;
   std::optional<std::uint64_t> maxRequestBytes;
-  double idleSeconds = 600;  // 0: no limit
+  double idleSeconds = 600;      // 0: no limit
   double leaveAfterSeconds = 0;  // without a call; 0: never
   // Connections at once, of all clients and of one of them; nothing: as many as the descriptors allow, 1000 at most,
   // and half of them.
@@ -38,7 +38,7 @@ struct DaemonOptions {
   // The local engine: for jobs, where no worker is there. Nothing: unless this is a login node, or TCP is listened on.
   std::optional<bool> localEngine;
   std::filesystem::path worker;  // its program; empty: zks-worker beside this one
-  std::filesystem::path store;  // empty: the default, opened when it is needed
+  std::filesystem::path store;   // empty: the default, opened when it is needed
   foundation::log::level_t logLevels = 0;
 };
 
