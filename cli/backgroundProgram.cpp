@@ -12,8 +12,6 @@
 #include "cli/CliError.h"
 #include "platform/errors/systemError.h"
 
-extern char** environ;
-
 namespace zks {
 namespace {
 
