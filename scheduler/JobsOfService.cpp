@@ -1,8 +1,7 @@
 #include "scheduler/JobsOfService.h"
 
-#include <stdlib.h>
-
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
 #include <utility>
 

@@ -69,7 +69,7 @@ std::vector<std::string> environmentOf(const TaskCommand& command, const zksmess
   std::vector<std::string> entries;
   entries.reserve(variables.size());
   for (const auto& [name, value] : variables)
-    entries.push_back(name + "=" + value);
+    entries.emplace_back(name).append("=").append(value);
   return entries;
 }
 

@@ -72,11 +72,8 @@ class TaskList {
 
   void addStarted() {
     const auto add = [this](std::optional<TaskState> state) {
-      for (ledger::TaskRecord& record : tables_.tasksFrom(first_, state, limit_)) {
-        const TaskNumber task = record.task;
-        const TaskState recordState = record.state;
-        listing_[task] = {recordState, std::move(record)};
-      }
+      for (const ledger::TaskRecord& record : tables_.tasksFrom(first_, state, limit_))
+        listing_[record.task] = {record.state, record};
     };
     if (states_.empty())
       add({});

@@ -199,6 +199,7 @@ void JobMethods::finish(ServerCall& call) {
     refuseField(call, "results", "more than " + std::to_string(kMostResults));
   const WorkerId worker{request.worker()};
   std::vector<DeliveredResult> results;
+  results.reserve(static_cast<std::size_t>(request.results_size()));
   for (int i = 0; i < request.results_size(); ++i)
     results.emplace_back(call, "results[" + std::to_string(i) + "]", std::move(*request.mutable_results(i)));
 
@@ -237,6 +238,7 @@ void JobMethods::finish(ServerCall& call) {
     return decision;
   };
   std::vector<zksmessages::FinishReply::Verdict> undecided;
+  undecided.reserve(results.size());
   for (const DeliveredResult& result : results)
     undecided.push_back(result.undecided());
   const auto answer = [undecided](ServerCall& later, const ledger::Finished& finished) {

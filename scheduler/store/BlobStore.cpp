@@ -199,6 +199,7 @@ void BlobStore::keepSmall(const Holder& holder, const std::vector<SmallBlob>& bl
 
 void BlobStore::putSmall(const Holder& holder, const std::vector<std::string>& contents, WallTime now) {
   std::vector<SmallBlob> blobs;
+  blobs.reserve(contents.size());
   for (const std::string& content : contents)
     blobs.push_back({Digest::of(content), content});
   keepSmall(holder, blobs, now);
