@@ -154,7 +154,7 @@ TEST_F(LeftoversOfAService, ProcessThatBecomesAnotherProgramAgainAndAgainEndsWit
 TEST_F(LeftoversOfAService, OrphansThatEndAreWaitedForWhileTheTaskRuns) {
   Scripts scripts;
   std::thread running([&] {
-    scripts.run("for i in 1 2 3; do sh -c ':&'; done; echo begun; : > ready; while [ -e ready ]; do :; done");
+    scripts.run("for i in 1 2 3; do sh -c ':&'; done; : > ready; echo begun; while [ -e ready ]; do :; done");
   });
   EXPECT_EQ(scripts.line(), "begun");
   EXPECT_TRUE(eventually([] {
@@ -177,7 +177,7 @@ TEST_F(LeftoversOfAService, OrphanWithoutTheMarkStaysWhileSuchATaskRuns) {
   Scripts scripts;
   std::thread running([&] {
     scripts.run(
-        "sh -c 'env -i setsid sh -c \"echo \\$\\$; : > ready; exec sleep 1000\" &'; ready; while [ -e ready ]; do :; "
+        "sh -c 'env -i setsid sh -c \": > ready; echo \\$\\$; exec sleep 1000\" &'; ready; while [ -e ready ]; do :; "
         "done");
   });
   const pid_t orphan = scripts.number();
