@@ -112,8 +112,8 @@ class PlainModel {
     for (auto& [number, attempt] : attempts_) {
       if (attempt.worker != id || attempt.state == AttemptState::ended)
         continue;
-      const bool isHeld =
-          std::any_of(held.begin(), held.end(), [&](const HeldAttempt& other) { return other.attempt == attempt.key; });
+      const bool isHeld = std::any_of(held.begin(), held.end(),
+                                      [&key = attempt.key](const HeldAttempt& other) { return other.attempt == key; });
       if (isHeld)
         continue;
       const bool neverArrived = attempt.state == AttemptState::granted;
