@@ -104,7 +104,8 @@ TEST(JobClient, EachCallSendsItsRequestToItsMethodAndGivesItsAnswer) {
   };
   for (const auto& [method, action] : ofJob) {
     const auto seen = serve<zksmessages::JobRequest>(
-        method, changed, [&](const JobClient& jobs) { EXPECT_EQ(action(jobs).version(), 12U) << method; });
+        method, changed,
+        [&call = action, &name = method](const JobClient& jobs) { EXPECT_EQ(call(jobs).version(), 12U) << name; });
     EXPECT_EQ(seen.job(), 7U) << method;
   }
   EXPECT_EQ(
